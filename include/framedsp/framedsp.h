@@ -1,0 +1,605 @@
+/*
+ * framedsp — line-by-line video processing on uncompressed 8-bit frames and fields.
+ *
+ * This is the whole public interface: thirteen exported functions and the plain records they
+ * take.  It is usable from C (C99 or later) and C++; it includes only <stdint.h> and <stddef.h>.
+ *
+ * Binary interface
+ * ----------------
+ * The records below are the binary interface shared with the host.  Every record keeps its field
+ * order.  32-bit fields are uint32_t (int32_t where signed, float where a 32-bit float), addresses
+ * are real pointers, doubles are doubles and 8-bit fields are uint8_t.  Reserved words keep their
+ * place and are never read or written by the library.
+ *
+ * Under a 32-bit (ILP32) compiler every record has the byte offsets of the original 32-bit
+ * Windows interface, e.g. DSP_BUFFER is 148 bytes with Out at 68 and DSP_SCALER_PARAMS has its
+ * DSP_BUFFER at 32 and ulOptions at 180.  On 64-bit (LP64/LLP64) builds the same structs take the
+ * natural layout of that ABI (pointers are 8 bytes): DSP_BUFFER is 160 bytes with Out at 72;
+ * DSP_SCALER_PARAMS has pSettings at 24, Buffer at 40 and ulOptions at 200.  Both layouts are
+ * pinned by compile-time checks in the library's test suite.
+ *
+ * Records use default C alignment except DSP_SUBPIXEL_BUFFER (with its two descriptors) and
+ * DSP_FRAME_RATE_CONVERT_PARAMS, which are byte-packed.
+ *
+ * Calling convention
+ * ------------------
+ * On 32-bit Windows every export is __stdcall with an undecorated name (the DLL ships a .def
+ * file).  Elsewhere the platform's default convention is used.
+ *
+ * Status values
+ * -------------
+ * Every export returns a 32-bit HRESULT-compatible status (DSP_HRESULT).  Negative values are
+ * failures.  The values are those of Windows (DSP_E_POINTER == E_POINTER and so on).
+ *
+ * The call frame shared by every export
+ * -------------------------------------
+ *  1. Required pointer arguments are checked: a null one gives DSP_E_POINTER.
+ *  2. The operation's validation step checks the record.  A record that fails validation is
+ *     accepted QUIETLY: the export returns DSP_S_OK and does nothing at all (no output byte and no
+ *     result field is written).  This quiet success is part of the contract: hosts rely on it.
+ *  3. Otherwise the operation runs and its status is returned unchanged.
+ *  4. Any C++ exception raised inside the library (an allocation failure included) is turned into
+ *     DSP_E_UNEXPECTED.  Processor faults (a bad image address, say) are not caught.
+ *
+ * The library never writes outside the output region of the output image, never changes the
+ * caller's records except the documented result fields, starts no threads, takes no locks and
+ * keeps no state between calls other than frame-rate converter objects and one machine-wide
+ * identity counter.  All exports are reentrant: a host may run any number of calls at once on
+ * different records, and may split one operation over several threads by giving each call a
+ * different band of the output (ulSliceCount / ulSliceNumber of DSP_BUFFER).
+ *
+ * Availability in this release
+ * ----------------------------
+ * Working: DspCompare, DspCreateFrameRateConverter, and the handle checks of DspFrameRateConvert,
+ * DspCreateMotionVectors and DspCreateMipMaps.
+ * Declared with their complete call frame (null checks and validation as documented) but whose
+ * operation returns DSP_E_NOTIMPL for an accepted record until it lands: DspBufferSmartCopy,
+ * DspFilter, DspSubPixelFilter, DspScaler, DspScalerHelper, DspCreateMipMaps.
+ * Not yet available (their algorithms are still open; the frame and handle checks are final and
+ * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler, DspSubPixelScaler,
+ * DspSubPixelScalerHelper, DspCreateMotionVectors and the conversion behind DspFrameRateConvert.
+ */
+#ifndef FRAMEDSP_FRAMEDSP_H
+#define FRAMEDSP_FRAMEDSP_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+/* ---------------------------------------------------------------------------------------------
+ * Export and calling-convention macros
+ * ------------------------------------------------------------------------------------------- */
+
+#if defined(_WIN32) && !defined(_WIN64)
+#define FRAMEDSP_CALL __stdcall
+#else
+#define FRAMEDSP_CALL
+#endif
+
+#if defined(FRAMEDSP_STATIC)
+#define FRAMEDSP_API
+#elif defined(_WIN32)
+#if defined(FRAMEDSP_BUILD)
+#define FRAMEDSP_API __declspec(dllexport)
+#else
+#define FRAMEDSP_API __declspec(dllimport)
+#endif
+#elif defined(__GNUC__) && __GNUC__ >= 4
+#define FRAMEDSP_API __attribute__((visibility("default")))
+#else
+#define FRAMEDSP_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---------------------------------------------------------------------------------------------
+ * Status values
+ * ------------------------------------------------------------------------------------------- */
+
+typedef int32_t DSP_HRESULT;
+
+#define DSP_S_OK ((DSP_HRESULT)0)
+#define DSP_E_NOTIMPL ((DSP_HRESULT)0x80004001UL)      /* operation not available            */
+#define DSP_E_POINTER ((DSP_HRESULT)0x80004003UL)      /* a required pointer is null         */
+#define DSP_E_FAIL ((DSP_HRESULT)0x80004005UL)         /* a pass or an inner copy failed     */
+#define DSP_E_UNEXPECTED ((DSP_HRESULT)0x8000FFFFUL)   /* an exception escaped the operation */
+#define DSP_E_HANDLE ((DSP_HRESULT)0x80070006UL)       /* not a live frame-rate converter    */
+#define DSP_E_OUTOFMEMORY ((DSP_HRESULT)0x8007000EUL)  /* work memory or object allocation   */
+#define DSP_E_INVALIDARG ((DSP_HRESULT)0x80070057UL)   /* settings refused by an operation   */
+
+#define DSP_SUCCEEDED(hr) (((DSP_HRESULT)(hr)) >= 0)
+#define DSP_FAILED(hr) (((DSP_HRESULT)(hr)) < 0)
+
+/* ---------------------------------------------------------------------------------------------
+ * Enumerations of the image descriptor
+ * ------------------------------------------------------------------------------------------- */
+
+/* eBufferType: what the image memory holds. */
+#define DSP_BUFFER_TYPE_FIELD_A 0u /* one field, the first                              */
+#define DSP_BUFFER_TYPE_FIELD_B 1u /* one field, the second                             */
+#define DSP_BUFFER_TYPE_FRAME 2u   /* a whole frame with both fields                    */
+
+/* eInterlace: how the lines of the two fields lie in the buffer. */
+#define DSP_INTERLACE_INTERLEAVED 0u   /* fields interleaved line by line                   */
+#define DSP_INTERLACE_INTERLEAVED_1 1u /* the same as 0 for the line geometry               */
+#define DSP_INTERLACE_PROGRESSIVE 2u   /* no fields                                         */
+#define DSP_INTERLACE_SEPARATE 3u      /* first field in the upper half, second from line
+                                          (region height / 2) on                           */
+
+/* eImageOrientation: 1 = stored bottom-up; any other value = top-down.  Region.ptOffset.y is
+ * always counted from the top of the picture; the library re-measures it for bottom-up images. */
+#define DSP_ORIENTATION_TOP_DOWN 0u
+#define DSP_ORIENTATION_BOTTOM_UP 1u
+
+/* eColorSpace of YCbCr formats.  Conversions happen only between 1 and 2, and only for formats
+ * with horizontally subsampled chroma. */
+#define DSP_COLOR_SPACE_UNSPECIFIED 0u
+#define DSP_COLOR_SPACE_BT709 1u
+#define DSP_COLOR_SPACE_BT601 2u
+
+/* ePixelFormat: formats are plain numbers.  The table gives, for every number the library knows,
+ * bytes per pixel of the main picture (0 = not addressable per pixel), whether widths must be
+ * even (horizontally subsampled chroma), the two-plane split and where the format is accepted.
+ *
+ *   code  bytes  even  planes        copy/filter  compare  memory layout (this release)
+ *   0     4      no    -             yes          yes      4 bytes c0 c1 c2 c3 (e.g. B G R A)
+ *   1     3      no    -             yes          yes      3 bytes c0 c1 c2    (e.g. B G R)
+ *   5     0      no    (1, 261)      yes          yes      format 1 picture, then a key plane
+ *   21    2      yes   -             yes          yes      U Y V Y (4:2:2, 8-bit)
+ *   22    4      yes   -             yes          no       4:2:2, 16-bit samples
+ *   23    6      yes   -             yes          no       16-bit samples, 6 bytes a pixel
+ *   24    2      yes   -             yes          no       4:2:2 variant (class 1)
+ *   25    2      yes   -             yes          yes      Y U Y V (4:2:2, 8-bit)
+ *   27    0      no    (23, 262)     no           no
+ *   28    0      yes   (21, 261)     yes          yes      format 21 picture, then a key plane
+ *   29    0      yes   (22, 262)     no           no
+ *   30    0      yes   (25, 261)     yes          yes      format 25 picture, then a key plane
+ *   31    0      yes   -             yes          no       packed, not addressable per pixel
+ *   129   8      yes   -             yes          no       16-bit samples, 8 bytes a pixel
+ *   261   1      yes   -             yes          yes      one 8-bit key (alpha) sample
+ *   262   0      yes   -             yes          no       16-bit key samples
+ *   263   0      yes   -             no           no       scaler and mip-map format
+ *   2, 3, 4, 16, 18, 64, 259, 260, 513: 2 bytes; 17, 132, 258: 4; 128: 8; 512: 1 — known to the
+ *   table but refused by every operation of this release.
+ *
+ * Two-plane formats (5, 27..30) hold the main picture followed, in the same memory, by a plane in
+ * the plane format: the plane starts at pBuffer + ulHeight * ulPrimaryStrideBytes and its lines
+ * are ulSecondaryStrideBytes apart.  Formats other than 0, 1, 5 and 27 need even widths (image
+ * width and region width of both sides).
+ */
+#define DSP_PIXEL_FORMAT_BGRA32 0u
+#define DSP_PIXEL_FORMAT_BGR24 1u
+#define DSP_PIXEL_FORMAT_BGR24_KEY 5u
+#define DSP_PIXEL_FORMAT_UYVY 21u
+#define DSP_PIXEL_FORMAT_YUYV 25u
+#define DSP_PIXEL_FORMAT_UYVY_KEY 28u
+#define DSP_PIXEL_FORMAT_YUYV_KEY 30u
+#define DSP_PIXEL_FORMAT_KEY8 261u
+#define DSP_PIXEL_FORMAT_MIPMAP 263u
+
+/* ---------------------------------------------------------------------------------------------
+ * Image descriptor and buffer record
+ * ------------------------------------------------------------------------------------------- */
+
+typedef struct DSP_POINT {
+  int32_t x; /* left column, in pixels                                */
+  int32_t y; /* top line, counted from the top of the picture          */
+} DSP_POINT;
+
+typedef struct DSP_REGION {
+  DSP_POINT ptOffset; /* top-left corner of the region of interest        */
+  uint32_t ulWidth;   /* region width in pixels                           */
+  uint32_t ulHeight;  /* region height in lines                           */
+} DSP_REGION;
+
+typedef struct DSP_MEMORY {
+  void *pBuffer;        /* first byte of the image memory (top row in memory order) */
+  uint32_t ulBytes;     /* size of the image memory in bytes                        */
+  uint32_t eBufferType; /* DSP_BUFFER_TYPE_*                                        */
+  DSP_REGION Region;    /* region of interest                                       */
+} DSP_MEMORY;
+
+/* One image: 68 bytes (17 words) on ILP32, 72 on LP64. */
+typedef struct DSP_IMAGE {
+  DSP_MEMORY Buffer;
+  uint32_t ulReserved;             /* never read or written                               */
+  uint32_t ulWidth;                /* full image width in pixels                          */
+  uint32_t ulHeight;               /* full image height in lines                          */
+  uint32_t ePixelFormat;           /* DSP_PIXEL_FORMAT_* / format code                    */
+  uint32_t eInterlace;             /* DSP_INTERLACE_*                                     */
+  uint32_t eImageOrientation;      /* DSP_ORIENTATION_*                                   */
+  uint32_t eColorSpace;            /* DSP_COLOR_SPACE_*                                   */
+  uint32_t ulPrimaryStrideBytes;   /* bytes from one line to the next (main picture)      */
+  uint32_t ulSecondaryStrideBytes; /* the same for the second plane of two-plane formats  */
+  uint32_t ulFlags;                /* per-image flags: carried and dumped, not interpreted */
+} DSP_IMAGE;
+
+/* ulFlags of DSP_BUFFER. */
+#define DSP_BUFFER_IN_FIELD2_DOMINANCE 0x01u      /* input's second field comes first in time */
+#define DSP_BUFFER_OUT_FIELD2_DOMINANCE 0x02u     /* the same for the output                  */
+#define DSP_BUFFER_DOMINANCE_BY_SHIFTING_UP 0x04u /* change dominance by shifting lines up    */
+#define DSP_BUFFER_PROCESS_FIELDA 0x08u           /* process the first field of a frame       */
+#define DSP_BUFFER_PROCESS_FIELDB 0x10u           /* process the second field of a frame      */
+
+/* Input and output of one operation: 148 bytes on ILP32 (Out at 68), 160 on LP64 (Out at 72).
+ *
+ * Bands: band n (counted from 1) of c bands produces the output lines from (n - 1) * h on, where
+ * h = output region height / c (integer division); 0 in either field is taken as 1. */
+typedef struct DSP_BUFFER {
+  DSP_IMAGE In;
+  DSP_IMAGE Out;
+  uint32_t ulSliceCount;  /* number of horizontal bands of the output region; 0 = 1   */
+  uint32_t ulSliceNumber; /* the band this call produces, from 1; 0 = 1               */
+  uint32_t ulFlags;       /* DSP_BUFFER_* flags                                       */
+} DSP_BUFFER;
+
+/* The same with the region given in fractional pixels.  Packed: the doubles are not aligned.
+ * Each descriptor is 84 bytes on ILP32; the whole record 172 bytes, Out at 84, ulFlags at 168. */
+#pragma pack(push, 1)
+typedef struct DSP_SUBPIXEL_POINT {
+  double x;
+  double y;
+} DSP_SUBPIXEL_POINT;
+
+typedef struct DSP_SUBPIXEL_REGION {
+  DSP_SUBPIXEL_POINT ptOffset;
+  double ulWidth;
+  double ulHeight;
+} DSP_SUBPIXEL_REGION;
+
+typedef struct DSP_SUBPIXEL_MEMORY {
+  void *pBuffer;
+  uint32_t ulBytes;
+  uint32_t eBufferType;
+  DSP_SUBPIXEL_REGION Region;
+} DSP_SUBPIXEL_MEMORY;
+
+typedef struct DSP_SUBPIXEL_IMAGE {
+  DSP_SUBPIXEL_MEMORY Buffer;
+  uint32_t ulReserved;
+  uint32_t ulWidth;
+  uint32_t ulHeight;
+  uint32_t ePixelFormat;
+  uint32_t eInterlace;
+  uint32_t eImageOrientation;
+  uint32_t eColorSpace;
+  uint32_t ulPrimaryStrideBytes;
+  uint32_t ulSecondaryStrideBytes;
+  uint32_t ulFlags;
+} DSP_SUBPIXEL_IMAGE;
+
+typedef struct DSP_SUBPIXEL_BUFFER {
+  DSP_SUBPIXEL_IMAGE In;
+  DSP_SUBPIXEL_IMAGE Out;
+  uint32_t ulFlags; /* DSP_BUFFER_* flags */
+} DSP_SUBPIXEL_BUFFER;
+#pragma pack(pop)
+
+/* ---------------------------------------------------------------------------------------------
+ * Filtering: DspFilter and DspSubPixelFilter
+ * ------------------------------------------------------------------------------------------- */
+
+#define DSP_FILTER_TYPE_FIR 1u /* settings are DSP_FIR_SETTINGS */
+#define DSP_FILTER_TYPE_BOX 2u /* settings are DSP_BOX_SETTINGS */
+
+/* ulOptions of the filter records. */
+#define DSP_FILTER_OPTION_TEMP_FRAME 0x01u /* filter into a temporary frame, then copy */
+
+/* FIR low-pass.  Taps 3..15 (even counts use the next lower odd table); a cut-off of 100 turns
+ * that direction off, below 100 it is the pass band in percent of Nyquist. */
+typedef struct DSP_FIR_SETTINGS {
+  uint32_t ulHorzTaps;
+  uint32_t ulHorzCutoff;
+  uint32_t ulReserved;
+  uint32_t ulVertTaps;
+  uint32_t ulVertCutoff;
+} DSP_FIR_SETTINGS;
+
+/* Box (moving average).  A size of 0 turns that direction off; otherwise up to 256 samples. */
+typedef struct DSP_BOX_SETTINGS {
+  uint32_t ulHorzSize;
+  uint32_t ulReserved;
+  uint32_t ulVertSize;
+} DSP_BOX_SETTINGS;
+
+/* DspFilter's record.  ILP32: pSettings at 4, Buffer at 12, ulOptions at 168, 172 bytes. */
+typedef struct DSP_FILTER_PARAMS {
+  uint32_t eFilterType;  /* DSP_FILTER_TYPE_*                                  */
+  const void *pSettings; /* DSP_FIR_SETTINGS or DSP_BOX_SETTINGS                */
+  uint32_t ulReserved;
+  DSP_BUFFER Buffer;
+  uint32_t ulReserved2[2];
+  uint32_t ulOptions; /* DSP_FILTER_OPTION_*                                    */
+} DSP_FILTER_PARAMS;
+
+/* DspSubPixelFilter's record.  ILP32: Buffer at 12, ulOptions at 184, 188 bytes. */
+typedef struct DSP_SUBPIXEL_FILTER_PARAMS {
+  uint32_t eFilterType;
+  const void *pSettings;
+  uint32_t ulReserved;
+  DSP_SUBPIXEL_BUFFER Buffer;
+  uint32_t ulOptions;
+} DSP_SUBPIXEL_FILTER_PARAMS;
+
+/* ---------------------------------------------------------------------------------------------
+ * Scaling: DspScaler, DspNonUniformScaler, DspSubPixelScaler
+ * ------------------------------------------------------------------------------------------- */
+
+#define DSP_SCALER_PATH_GENERAL 0u       /* any value other than 1 and 2                */
+#define DSP_SCALER_PATH_INTEGER_RATIO 1u /* integer-ratio horizontal fast path          */
+#define DSP_SCALER_PATH_HD_WIDTH 2u      /* HD-width fast path                          */
+
+#define DSP_SCALER_FILTER_NEAREST 0u
+#define DSP_SCALER_FILTER_LINEAR 1u
+#define DSP_SCALER_FILTER_RESERVED 2u /* every kernel answers DSP_E_NOTIMPL */
+
+/* ulScaleFlags */
+#define DSP_SCALE_FLAG_DERIVE_SIZE 0x01u   /* derive the output region size from the factors */
+#define DSP_SCALE_FLAG_KERNEL_OPTION 0x04u /* kernel option bit 0 (always on in the general path) */
+
+/* ulOptions of the scaler records (bit 1 is also the frame's choice of worker). */
+#define DSP_SCALER_OPTION_STAGED 0x01u   /* scale into a private image, then copy */
+#define DSP_SCALER_OPTION_FILTERED 0x02u /* scale and FIR-filter in one pass      */
+
+/* DspScaler's (and DspNonUniformScaler's) record.  ILP32: the filter sub-record at 20, Buffer at
+ * 32, ulOptions at 180, 184 bytes.  LP64: pSettings at 24, Buffer at 40, ulOptions at 200. */
+typedef struct DSP_SCALER_PARAMS {
+  uint32_t eScalerPath;   /* DSP_SCALER_PATH_*                                        */
+  uint32_t eFilter;       /* DSP_SCALER_FILTER_*                                      */
+  float fHorizontalScale; /* output width per input width                             */
+  float fVerticalScale;   /* output height per input height, before the field factor  */
+  uint32_t ulScaleFlags;  /* DSP_SCALE_FLAG_*                                         */
+  uint32_t eFilterType;   /* filtered path only: must be DSP_FILTER_TYPE_FIR          */
+  const void *pSettings;  /* filtered path only: DSP_FIR_SETTINGS                     */
+  uint32_t ulReserved;
+  DSP_BUFFER Buffer;
+  uint32_t ulOptions; /* DSP_SCALER_OPTION_*                                            */
+} DSP_SCALER_PARAMS;
+
+/* DspSubPixelScaler's record at the frame level: the filter sub-record at 20, a
+ * DSP_SUBPIXEL_BUFFER at 32, the scaler's own settings from 204 and the call flags at 280 (ILP32).
+ * The meaning of the settings words is not fixed in this release. */
+typedef struct DSP_SUBPIXEL_SCALER_PARAMS {
+  uint32_t ulReserved0[5];
+  uint32_t eFilterType;
+  const void *pSettings;
+  uint32_t ulReserved;
+  DSP_SUBPIXEL_BUFFER Buffer;
+  uint32_t ulSettings[19];
+  uint32_t ulOptions;
+} DSP_SUBPIXEL_SCALER_PARAMS;
+
+/* ---------------------------------------------------------------------------------------------
+ * DspScalerHelper: sizes and factors that keep a picture's aspect ratio
+ * ------------------------------------------------------------------------------------------- */
+
+#define DSP_SCALER_HELPER_FIT_WIDTH 0x01u /* fit to the destination width (bit 1 clear)  */
+#define DSP_SCALER_HELPER_FILL 0x02u      /* fill the destination, cropping the source   */
+/* neither bit: fit to the destination height */
+
+typedef struct DSP_SCALER_HELPER_IN {
+  uint32_t ulSrcAspectNumerator;   /* picture aspect of the source, e.g. 4 of 4:3 */
+  uint32_t ulSrcAspectDenominator; /* e.g. 3 of 4:3                                */
+  uint32_t ulSrcWidth;
+  uint32_t ulSrcHeight;
+  uint32_t ulSrcRegionWidth;  /* 0 = ulSrcWidth  */
+  uint32_t ulSrcRegionHeight; /* 0 = ulSrcHeight */
+  uint32_t ulReserved1;
+  uint32_t ulDstAspectNumerator;
+  uint32_t ulDstAspectDenominator;
+  uint32_t ulDstWidth;
+  uint32_t ulDstHeight;
+  uint32_t ulDstRegionWidth;  /* 0 = ulDstWidth  */
+  uint32_t ulDstRegionHeight; /* 0 = ulDstHeight */
+  uint32_t ulReserved2;
+  uint32_t ulFlags; /* DSP_SCALER_HELPER_* */
+} DSP_SCALER_HELPER_IN;
+
+typedef struct DSP_SCALER_HELPER_OUT {
+  uint32_t ulWidth;       /* fill: width of the source part to use; fit: output width   */
+  uint32_t ulHeight;      /* fill: height of the source part to use; fit: output height */
+  float fHorizontalScale; /* copy into DSP_SCALER_PARAMS.fHorizontalScale               */
+  float fVerticalScale;   /* copy into DSP_SCALER_PARAMS.fVerticalScale                 */
+} DSP_SCALER_HELPER_OUT;
+
+/* ---------------------------------------------------------------------------------------------
+ * DspCreateMipMaps
+ * ------------------------------------------------------------------------------------------- */
+
+#define DSP_MIPMAP_MAX_LEVELS 5u
+
+typedef struct DSP_MIPMAP_LEVELS {
+  uint32_t ulCount; /* number of levels that follow, below 6 */
+  DSP_IMAGE Levels[DSP_MIPMAP_MAX_LEVELS];
+} DSP_MIPMAP_LEVELS;
+
+typedef struct DSP_MIPMAP_PARAMS {
+  DSP_IMAGE Base;            /* base image: pBuffer non-null, format 263            */
+  DSP_MIPMAP_LEVELS *pLevels; /* the pyramid, level 0 first                          */
+  uint32_t eFilter;          /* DSP_SCALER_FILTER_*, handed to every level          */
+} DSP_MIPMAP_PARAMS;
+
+/* ---------------------------------------------------------------------------------------------
+ * DspCompare
+ * ------------------------------------------------------------------------------------------- */
+
+typedef struct DSP_COMPARE_BUFFER {
+  void *pBuffer;     /* first byte                                  */
+  uint32_t ulBytes;  /* size of the buffer; not checked             */
+  uint32_t reserved; /* not read                                    */
+} DSP_COMPARE_BUFFER;
+
+/* DspCompare's record, 38 words on ILP32 (ePixelFormat at 72, dResults at 80).  The operation
+ * copies the whole record for two-plane formats, so a host must always supply all of it.
+ *
+ * Formats and channels (a result slot the format has no channel for is left untouched):
+ *   0    4 bytes c0 c1 c2 c3          channels 0..3
+ *   1    3 bytes c0 c1 c2             channels 0..2
+ *   21   U Y V Y                      0 = Y (odd bytes), 1 = U (byte 0), 2 = V (byte 2)
+ *   25   Y U Y V                      0 = Y (even bytes), 1 = U (byte 1), 2 = V (byte 3)
+ *   261  key                          channel 3
+ *   5, 28, 30: the picture as 1, 21, 25 and channel 3 from the key plane at
+ *              pBuffer + ulPrimaryStrideBytes * ulHeight, lines ulSecondaryStrideBytes apart.
+ * Any other format is refused quietly (DSP_S_OK, nothing written).
+ *
+ * For each byte d = a - b; the difference image gets d + 128 clamped to 0..255.
+ * dResults[c] = MSE(c) = sum(d * d) / N with N = pixels (width * height; the 4:2:2 chroma
+ * channels, which have half as many samples, are still divided by the full pixel count; for 261,
+ * N = bytes per line * height), and dResults[c + 4] = PSNR(c) =
+ * 20 * log10(255 / sqrt(MSE(c) + 0.00001)) dB, about 98.13 dB for identical images.  A zero
+ * width or height gives 0 / 0 (NaN MSE); no check is made of sizes or strides. */
+typedef struct DSP_COMPARE_PARAMS {
+  DSP_COMPARE_BUFFER BufferA;
+  DSP_COMPARE_BUFFER BufferB;
+  DSP_COMPARE_BUFFER BufferOut; /* difference image, written */
+  uint32_t ulWidth;
+  uint32_t ulHeight;
+  uint32_t ulImageBytes; /* not read */
+  uint32_t ulPrimaryStrideBytes;   /* one stride for A, B and the output            */
+  uint32_t ulSecondaryStrideBytes; /* stride of the key plane of formats 5, 28, 30  */
+  uint32_t ulReserved1[4];
+  uint32_t ePixelFormat;
+  uint32_t ulReserved2;
+  double dResults[8]; /* 0..3 MSE of channels 0..3, 4..7 PSNR of channels 0..3 (written) */
+  uint32_t ulReserved3[2];
+} DSP_COMPARE_PARAMS;
+
+/* ---------------------------------------------------------------------------------------------
+ * Frame-rate converter
+ * ------------------------------------------------------------------------------------------- */
+
+/* A handle is the address of a live library object.  Handles are checked on every use: 0, the
+ * all-ones value, unmapped addresses, foreign blocks and released objects give DSP_E_HANDLE. */
+typedef void *DSP_HANDLE;
+
+/* Creation record, 48 words (192 bytes, no pointers: the same layout everywhere).  A word given
+ * as 0 takes the default shown.  All five entries of each per-level array are defaulted and
+ * checked whatever ulLevels says.  Words marked reserved are carried into the object unchecked. */
+typedef struct DSP_FRAME_RATE_CONVERTER_PARAMS {
+  uint32_t ulBaseCount;     /* w0:  must be non-zero                                        */
+  uint32_t ulDerivedCount;  /* w1:  with bDeriveCount: must be non-zero, then replaced by
+                                    (ulBaseCount * trunc(16384 * fRateB / fRateA)) >> 14    */
+  uint32_t ulReserved2;     /* w2                                                           */
+  float fRateA;             /* w3                                                           */
+  float fRateB;             /* w4                                                           */
+  uint32_t ulReserved5[2];  /* w5, w6                                                       */
+  int32_t lWidth;           /* w7:  bounds ulLevelRangeX (at most lWidth / 4)               */
+  int32_t lHeight;          /* w8:  bounds ulLevelRangeY (at most lHeight / 4)              */
+  uint32_t ulReserved9[2];  /* w9, w10                                                      */
+  uint32_t ulLevels;        /* w11: at most 5                                               */
+  uint32_t ulLevelThreshold[5]; /* w12..16: default 8, at most 255                          */
+  uint32_t ulReserved17;        /* w17                                                      */
+  uint32_t ulLevelBlockA[5];    /* w18..22: default 16, 8..32                               */
+  uint32_t ulLevelBlockB[5];    /* w23..27: default 16, 8..32                               */
+  uint32_t ulBlockA;            /* w28: default 16, 8..32                                   */
+  uint32_t ulBlockB;            /* w29: default 16, 8..32                                   */
+  uint32_t ulLevelRangeX[5];    /* w30..34: default 1                                       */
+  uint32_t ulLevelRangeY[5];    /* w35..39: default 1                                       */
+  uint32_t ulReserved40[7];     /* w40..46                                                  */
+  uint8_t bReserved47[2];       /* w47 bytes 0, 1                                           */
+  uint8_t bDeriveCount;         /* w47 byte 2: derive ulDerivedCount from the rates         */
+  uint8_t bReserved47b;         /* w47 byte 3                                               */
+} DSP_FRAME_RATE_CONVERTER_PARAMS;
+
+/* Conversion record, byte-packed (243 bytes on ILP32). */
+#pragma pack(push, 1)
+typedef struct DSP_FRAME_RATE_CONVERT_PARAMS {
+  DSP_IMAGE FrameA;         /* first source, weighted by 16384 - ulPhaseQ14        */
+  DSP_IMAGE FrameB;         /* second source, weighted by ulPhaseQ14; its geometry
+                               serves all three frames                            */
+  DSP_IMAGE FrameOut;       /* the frame produced                                 */
+  void *pVectorField;       /* block motion vectors to follow                     */
+  uint32_t ulPhaseQ14;      /* 0..16384                                           */
+  uint32_t ulReserved1;
+  uint32_t ulRefineThreshold;
+  uint8_t bConvertFlags;    /* bit 0: refine blocks over ulRefineThreshold        */
+  uint8_t bOverlay;         /* non-zero: draw the vectors into the output         */
+  uint32_t ulReserved2[4];
+  uint8_t bReserved3;
+  uint32_t ulReserved4;
+} DSP_FRAME_RATE_CONVERT_PARAMS;
+#pragma pack(pop)
+
+/* ---------------------------------------------------------------------------------------------
+ * Exports
+ * ------------------------------------------------------------------------------------------- */
+
+/* Copies the input region into the output region in the same pixel format, between frames and
+ * fields, orientations and field dominances, optionally converting BT.601 <-> BT.709.
+ * E_POINTER for a null record; S_OK without work when the record is refused (input format not
+ * one of 0, 1, 5, 21..25, 28, 30, 31, 129, 261, 262; output format different; a frame with
+ * interleaved fields into a progressive frame; odd widths in a subsampled format).
+ * This release: accepted records answer DSP_E_NOTIMPL. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspBufferSmartCopy(const DSP_BUFFER *pBuffer);
+
+/* Compares two images (see DSP_COMPARE_PARAMS): writes the difference image and the MSE and PSNR
+ * of each channel.  E_POINTER for null; S_OK with nothing written for an unsupported format;
+ * otherwise S_OK. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCompare(DSP_COMPARE_PARAMS *pParams);
+
+/* Separable FIR low-pass or box filter of the input region into an equal-sized output region.
+ * Refused quietly (S_OK, no work): formats as for DspBufferSmartCopy, the interleaved-frame into
+ * progressive-frame pair, region widths that differ, an output region height that is not the
+ * input region height times the field factor (2 when only the input is a frame, 1/2 when only the
+ * output is), odd widths in subsampled formats.  This release: accepted records answer
+ * DSP_E_NOTIMPL. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFilter(const DSP_FILTER_PARAMS *pParams);
+
+/* The filter for fractional regions: as DspFilter, with widths compared as doubles and the
+ * integer part of region widths required even in subsampled formats.  This release: accepted
+ * records answer DSP_E_NOTIMPL. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelFilter(const DSP_SUBPIXEL_FILTER_PARAMS *pParams);
+
+/* Resizes the input region into the output region.  No quiet refusal: settings errors are
+ * returned (E_INVALIDARG).  ulOptions bit 1 selects the filtered path.  This release: answers
+ * DSP_E_NOTIMPL for a non-null record. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspScaler(const DSP_SCALER_PARAMS *pParams);
+
+/* Not yet available: the frame (E_POINTER for null, worker chosen by ulOptions bit 1) is final;
+ * the operation answers DSP_E_NOTIMPL. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspNonUniformScaler(const DSP_SCALER_PARAMS *pParams);
+
+/* Not yet available: as DspNonUniformScaler. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScaler(const DSP_SUBPIXEL_SCALER_PARAMS *pParams);
+
+/* Computes the sizes and factors that map a source onto a destination without distorting the
+ * picture.  E_POINTER when either pointer is null; S_OK with the result untouched when the record
+ * is refused (any aspect term or full size 0; fill mode with a source region other than the whole
+ * source).  This release: accepted records answer DSP_E_NOTIMPL. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspScalerHelper(const DSP_SCALER_HELPER_IN *pIn,
+                                                       DSP_SCALER_HELPER_OUT *pOut);
+
+/* Not yet available: E_POINTER when either pointer is null, otherwise DSP_E_NOTIMPL.  The records
+ * are not fixed in this release. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScalerHelper(const void *pIn, void *pOut);
+
+/* Creates a frame-rate converter from a checked creation record and stores its handle.
+ * E_POINTER when either pointer is null; E_OUTOFMEMORY; E_INVALIDARG when the record is out of
+ * bounds (then *phConverter is untouched and nothing is created).  There is no destroy call: a
+ * converter lives until the process ends. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateFrameRateConverter(
+    const DSP_FRAME_RATE_CONVERTER_PARAMS *pParams, DSP_HANDLE *phConverter);
+
+/* Converts between frame rates with a live converter.  E_HANDLE for a handle that is not a live
+ * converter (checked before the record, which is not checked for null).  The third argument is
+ * ignored.  Not yet available: a live handle answers DSP_E_NOTIMPL. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter,
+                                                           DSP_FRAME_RATE_CONVERT_PARAMS *pParams,
+                                                           uint32_t ulUnused);
+
+/* Block motion vectors.  E_POINTER for a null record (before the handle is looked at), E_HANDLE
+ * for a handle that is not a live converter.  Not yet available: answers DSP_E_NOTIMPL. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateMotionVectors(DSP_HANDLE hConverter, void *pParams);
+
+/* Builds up to five pyramid levels through the scaler.  E_POINTER for a null record, E_HANDLE
+ * for a handle that is not a live converter (the converter's state is not used).  This release:
+ * answers DSP_E_NOTIMPL for a live handle. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateMipMaps(DSP_HANDLE hConverter,
+                                                        DSP_MIPMAP_PARAMS *pParams);
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+#endif /* FRAMEDSP_FRAMEDSP_H */

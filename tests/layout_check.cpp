@@ -1,0 +1,223 @@
+// Compile-time checks of every record's size and field offsets.  Built twice: into the test
+// binary (LP64 offsets) and, by `make test`, with -m32 -fsyntax-only (ILP32 offsets, the layout
+// 32-bit Windows hosts were written against).  Needs only the compiler's freestanding headers.
+#include <stddef.h>
+
+#include "framedsp/framedsp.h"
+
+#define AT(type, field, off) static_assert(offsetof(type, field) == (off), #type "." #field)
+#define SIZE(type, n) static_assert(sizeof(type) == (n), "sizeof " #type)
+
+#if UINTPTR_MAX == 0xFFFFFFFFu
+// ---- ILP32 -------------------------------------------------------------------------------------
+SIZE(DSP_IMAGE, 68);
+AT(DSP_IMAGE, Buffer.pBuffer, 0);
+AT(DSP_IMAGE, Buffer.ulBytes, 4);
+AT(DSP_IMAGE, Buffer.eBufferType, 8);
+AT(DSP_IMAGE, Buffer.Region.ptOffset.x, 12);
+AT(DSP_IMAGE, Buffer.Region.ptOffset.y, 16);
+AT(DSP_IMAGE, Buffer.Region.ulWidth, 20);
+AT(DSP_IMAGE, Buffer.Region.ulHeight, 24);
+AT(DSP_IMAGE, ulReserved, 28);
+AT(DSP_IMAGE, ulWidth, 32);
+AT(DSP_IMAGE, ulHeight, 36);
+AT(DSP_IMAGE, ePixelFormat, 40);
+AT(DSP_IMAGE, eInterlace, 44);
+AT(DSP_IMAGE, eImageOrientation, 48);
+AT(DSP_IMAGE, eColorSpace, 52);
+AT(DSP_IMAGE, ulPrimaryStrideBytes, 56);
+AT(DSP_IMAGE, ulSecondaryStrideBytes, 60);
+AT(DSP_IMAGE, ulFlags, 64);
+
+SIZE(DSP_BUFFER, 148);
+AT(DSP_BUFFER, In, 0);
+AT(DSP_BUFFER, Out, 68);
+AT(DSP_BUFFER, Out.ePixelFormat, 108);
+AT(DSP_BUFFER, ulSliceCount, 136);
+AT(DSP_BUFFER, ulSliceNumber, 140);
+AT(DSP_BUFFER, ulFlags, 144);
+
+SIZE(DSP_SUBPIXEL_IMAGE, 84);
+AT(DSP_SUBPIXEL_IMAGE, Buffer.pBuffer, 0);
+AT(DSP_SUBPIXEL_IMAGE, Buffer.ulBytes, 4);
+AT(DSP_SUBPIXEL_IMAGE, Buffer.eBufferType, 8);
+AT(DSP_SUBPIXEL_IMAGE, Buffer.Region.ptOffset.x, 12);
+AT(DSP_SUBPIXEL_IMAGE, Buffer.Region.ptOffset.y, 20);
+AT(DSP_SUBPIXEL_IMAGE, Buffer.Region.ulWidth, 28);
+AT(DSP_SUBPIXEL_IMAGE, Buffer.Region.ulHeight, 36);
+AT(DSP_SUBPIXEL_IMAGE, ulReserved, 44);
+AT(DSP_SUBPIXEL_IMAGE, ulWidth, 48);
+AT(DSP_SUBPIXEL_IMAGE, ulHeight, 52);
+AT(DSP_SUBPIXEL_IMAGE, ePixelFormat, 56);
+AT(DSP_SUBPIXEL_IMAGE, eInterlace, 60);
+AT(DSP_SUBPIXEL_IMAGE, eImageOrientation, 64);
+AT(DSP_SUBPIXEL_IMAGE, eColorSpace, 68);
+AT(DSP_SUBPIXEL_IMAGE, ulPrimaryStrideBytes, 72);
+AT(DSP_SUBPIXEL_IMAGE, ulSecondaryStrideBytes, 76);
+AT(DSP_SUBPIXEL_IMAGE, ulFlags, 80);
+SIZE(DSP_SUBPIXEL_BUFFER, 172);
+AT(DSP_SUBPIXEL_BUFFER, Out, 84);
+AT(DSP_SUBPIXEL_BUFFER, ulFlags, 168);
+
+SIZE(DSP_FILTER_PARAMS, 172);
+AT(DSP_FILTER_PARAMS, eFilterType, 0);
+AT(DSP_FILTER_PARAMS, pSettings, 4);
+AT(DSP_FILTER_PARAMS, ulReserved, 8);
+AT(DSP_FILTER_PARAMS, Buffer, 12);
+AT(DSP_FILTER_PARAMS, ulReserved2, 160);
+AT(DSP_FILTER_PARAMS, ulOptions, 168);
+
+SIZE(DSP_SUBPIXEL_FILTER_PARAMS, 188);
+AT(DSP_SUBPIXEL_FILTER_PARAMS, pSettings, 4);
+AT(DSP_SUBPIXEL_FILTER_PARAMS, Buffer, 12);
+AT(DSP_SUBPIXEL_FILTER_PARAMS, ulOptions, 184);
+
+SIZE(DSP_SCALER_PARAMS, 184);
+AT(DSP_SCALER_PARAMS, eScalerPath, 0);
+AT(DSP_SCALER_PARAMS, eFilter, 4);
+AT(DSP_SCALER_PARAMS, fHorizontalScale, 8);
+AT(DSP_SCALER_PARAMS, fVerticalScale, 12);
+AT(DSP_SCALER_PARAMS, ulScaleFlags, 16);
+AT(DSP_SCALER_PARAMS, eFilterType, 20);
+AT(DSP_SCALER_PARAMS, pSettings, 24);
+AT(DSP_SCALER_PARAMS, ulReserved, 28);
+AT(DSP_SCALER_PARAMS, Buffer, 32);
+AT(DSP_SCALER_PARAMS, ulOptions, 180);
+
+SIZE(DSP_SUBPIXEL_SCALER_PARAMS, 284);
+AT(DSP_SUBPIXEL_SCALER_PARAMS, eFilterType, 20);
+AT(DSP_SUBPIXEL_SCALER_PARAMS, pSettings, 24);
+AT(DSP_SUBPIXEL_SCALER_PARAMS, Buffer, 32);
+AT(DSP_SUBPIXEL_SCALER_PARAMS, ulSettings, 204);
+AT(DSP_SUBPIXEL_SCALER_PARAMS, ulOptions, 280);
+
+SIZE(DSP_SCALER_HELPER_IN, 60);
+AT(DSP_SCALER_HELPER_IN, ulSrcRegionHeight, 20);
+AT(DSP_SCALER_HELPER_IN, ulDstAspectNumerator, 28);
+AT(DSP_SCALER_HELPER_IN, ulDstRegionHeight, 48);
+AT(DSP_SCALER_HELPER_IN, ulFlags, 56);
+SIZE(DSP_SCALER_HELPER_OUT, 16);
+AT(DSP_SCALER_HELPER_OUT, fHorizontalScale, 8);
+AT(DSP_SCALER_HELPER_OUT, fVerticalScale, 12);
+
+SIZE(DSP_MIPMAP_LEVELS, 4 + 5 * 68);
+AT(DSP_MIPMAP_LEVELS, Levels, 4);
+SIZE(DSP_MIPMAP_PARAMS, 76);
+AT(DSP_MIPMAP_PARAMS, pLevels, 68);
+AT(DSP_MIPMAP_PARAMS, eFilter, 72);
+
+SIZE(DSP_COMPARE_PARAMS, 38 * 4);
+AT(DSP_COMPARE_PARAMS, BufferA.pBuffer, 0);
+AT(DSP_COMPARE_PARAMS, BufferA.ulBytes, 4);
+AT(DSP_COMPARE_PARAMS, BufferB, 12);
+AT(DSP_COMPARE_PARAMS, BufferOut, 24);
+AT(DSP_COMPARE_PARAMS, ulWidth, 36);
+AT(DSP_COMPARE_PARAMS, ulHeight, 40);
+AT(DSP_COMPARE_PARAMS, ulImageBytes, 44);
+AT(DSP_COMPARE_PARAMS, ulPrimaryStrideBytes, 48);
+AT(DSP_COMPARE_PARAMS, ulSecondaryStrideBytes, 52);
+AT(DSP_COMPARE_PARAMS, ePixelFormat, 72);
+AT(DSP_COMPARE_PARAMS, dResults, 80);
+AT(DSP_COMPARE_PARAMS, ulReserved3, 144);
+
+SIZE(DSP_FRAME_RATE_CONVERT_PARAMS, 243);
+AT(DSP_FRAME_RATE_CONVERT_PARAMS, FrameB, 68);
+AT(DSP_FRAME_RATE_CONVERT_PARAMS, FrameOut, 136);
+AT(DSP_FRAME_RATE_CONVERT_PARAMS, pVectorField, 204);
+AT(DSP_FRAME_RATE_CONVERT_PARAMS, ulPhaseQ14, 208);
+AT(DSP_FRAME_RATE_CONVERT_PARAMS, ulReserved1, 212);
+AT(DSP_FRAME_RATE_CONVERT_PARAMS, ulRefineThreshold, 216);
+AT(DSP_FRAME_RATE_CONVERT_PARAMS, bConvertFlags, 220);
+AT(DSP_FRAME_RATE_CONVERT_PARAMS, bOverlay, 221);
+AT(DSP_FRAME_RATE_CONVERT_PARAMS, ulReserved2, 222);
+AT(DSP_FRAME_RATE_CONVERT_PARAMS, bReserved3, 238);
+AT(DSP_FRAME_RATE_CONVERT_PARAMS, ulReserved4, 239);
+
+#elif UINTPTR_MAX == 0xFFFFFFFFFFFFFFFFu
+// ---- LP64 (natural layout of the same structs) -------------------------------------------------
+SIZE(DSP_IMAGE, 72);
+AT(DSP_IMAGE, Buffer.ulBytes, 8);
+AT(DSP_IMAGE, Buffer.Region.ptOffset.x, 16);
+AT(DSP_IMAGE, ulReserved, 32);
+AT(DSP_IMAGE, ulWidth, 36);
+AT(DSP_IMAGE, ulFlags, 68);
+SIZE(DSP_BUFFER, 160);
+AT(DSP_BUFFER, Out, 72);
+AT(DSP_BUFFER, ulSliceCount, 144);
+AT(DSP_BUFFER, ulSliceNumber, 148);
+AT(DSP_BUFFER, ulFlags, 152);
+
+SIZE(DSP_SUBPIXEL_IMAGE, 88);
+AT(DSP_SUBPIXEL_IMAGE, Buffer.Region.ptOffset.x, 16);
+AT(DSP_SUBPIXEL_IMAGE, ulReserved, 48);
+AT(DSP_SUBPIXEL_IMAGE, ulFlags, 84);
+SIZE(DSP_SUBPIXEL_BUFFER, 180);
+AT(DSP_SUBPIXEL_BUFFER, Out, 88);
+AT(DSP_SUBPIXEL_BUFFER, ulFlags, 176);
+
+SIZE(DSP_FILTER_PARAMS, 200);
+AT(DSP_FILTER_PARAMS, pSettings, 8);
+AT(DSP_FILTER_PARAMS, ulReserved, 16);
+AT(DSP_FILTER_PARAMS, Buffer, 24);
+AT(DSP_FILTER_PARAMS, ulReserved2, 184);
+AT(DSP_FILTER_PARAMS, ulOptions, 192);
+
+SIZE(DSP_SUBPIXEL_FILTER_PARAMS, 208);
+AT(DSP_SUBPIXEL_FILTER_PARAMS, Buffer, 20);
+AT(DSP_SUBPIXEL_FILTER_PARAMS, ulOptions, 200);
+
+SIZE(DSP_SCALER_PARAMS, 208);
+AT(DSP_SCALER_PARAMS, eFilterType, 20);
+AT(DSP_SCALER_PARAMS, pSettings, 24);
+AT(DSP_SCALER_PARAMS, ulReserved, 32);
+AT(DSP_SCALER_PARAMS, Buffer, 40);
+AT(DSP_SCALER_PARAMS, ulOptions, 200);
+
+SIZE(DSP_SCALER_HELPER_IN, 60);
+SIZE(DSP_SCALER_HELPER_OUT, 16);
+
+SIZE(DSP_MIPMAP_LEVELS, 4 + 4 + 5 * 72);
+AT(DSP_MIPMAP_LEVELS, Levels, 8);
+SIZE(DSP_MIPMAP_PARAMS, 88);
+AT(DSP_MIPMAP_PARAMS, pLevels, 72);
+AT(DSP_MIPMAP_PARAMS, eFilter, 80);
+
+SIZE(DSP_COMPARE_PARAMS, 168);
+AT(DSP_COMPARE_PARAMS, BufferB, 16);
+AT(DSP_COMPARE_PARAMS, BufferOut, 32);
+AT(DSP_COMPARE_PARAMS, ulWidth, 48);
+AT(DSP_COMPARE_PARAMS, ePixelFormat, 84);
+AT(DSP_COMPARE_PARAMS, dResults, 96);
+
+SIZE(DSP_FRAME_RATE_CONVERT_PARAMS, 259);
+AT(DSP_FRAME_RATE_CONVERT_PARAMS, pVectorField, 216);
+AT(DSP_FRAME_RATE_CONVERT_PARAMS, ulPhaseQ14, 224);
+#else
+#error "unknown pointer width"
+#endif
+
+// ---- the same everywhere (no pointers) ---------------------------------------------------------
+SIZE(DSP_FIR_SETTINGS, 20);
+AT(DSP_FIR_SETTINGS, ulVertTaps, 12);
+AT(DSP_FIR_SETTINGS, ulVertCutoff, 16);
+SIZE(DSP_BOX_SETTINGS, 12);
+AT(DSP_BOX_SETTINGS, ulVertSize, 8);
+
+SIZE(DSP_FRAME_RATE_CONVERTER_PARAMS, 192);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulBaseCount, 0 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulDerivedCount, 1 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, fRateA, 3 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, fRateB, 4 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, lWidth, 7 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, lHeight, 8 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevels, 11 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelThreshold, 12 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulReserved17, 17 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelBlockA, 18 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelBlockB, 23 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulBlockA, 28 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulBlockB, 29 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelRangeX, 30 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelRangeY, 35 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulReserved40, 40 * 4);
+AT(DSP_FRAME_RATE_CONVERTER_PARAMS, bDeriveCount, 47 * 4 + 2);
