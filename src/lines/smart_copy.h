@@ -1,0 +1,12 @@
+// Format-converting buffer copy (DspBufferSmartCopy).
+#pragma once
+
+#include "frame/status.h"
+
+namespace framedsp {
+
+// 0 when the record is accepted, E_INVALIDARG otherwise.
+HRESULT smart_copy_validate(const DSP_BUFFER *buffer);
+HRESULT smart_copy(const DSP_BUFFER *buffer);
+
+}  // namespace framedsp

@@ -1,0 +1,22 @@
+# Lists the dynamic symbols the shared library defines and compares them with the thirteen exports.
+execute_process(COMMAND nm -D --defined-only ${LIB} OUTPUT_VARIABLE out RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "nm failed on ${LIB}")
+endif()
+string(REGEX MATCHALL "[0-9a-fA-F]+ [TW] [A-Za-z_][A-Za-z0-9_]*" lines "${out}")
+set(names)
+foreach(line IN LISTS lines)
+  string(REGEX REPLACE "^[0-9a-fA-F]+ [TW] " "" name "${line}")
+  if(NOT name MATCHES "^_(init|fini)$")
+    list(APPEND names ${name})
+  endif()
+endforeach()
+list(SORT names)
+set(expected DspBufferSmartCopy DspCompare DspCreateFrameRateConverter DspCreateMipMaps
+    DspCreateMotionVectors DspFilter DspFrameRateConvert DspNonUniformScaler DspScaler
+    DspScalerHelper DspSubPixelFilter DspSubPixelScaler DspSubPixelScalerHelper)
+list(SORT expected)
+if(NOT names STREQUAL expected)
+  message(FATAL_ERROR "exported functions differ:\n  got:      ${names}\n  expected: ${expected}")
+endif()
+message(STATUS "13 exports, nothing else")

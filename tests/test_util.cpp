@@ -1,0 +1,68 @@
+#include "test_util.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace framedsp_test {
+
+GuardedBuffer::GuardedBuffer(size_t size, size_t margin, uint8_t fill) : size_(size), margin_(margin) {
+  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t used = size + 2 * margin;
+  const size_t body = (used + page - 1) / page * page;
+  mapped_ = body + page;
+  void *p = mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (p == MAP_FAILED) throw std::bad_alloc();
+  base_ = static_cast<uint8_t *>(p);
+  mprotect(base_ + body, page, PROT_NONE);
+  uint8_t *start = base_ + body - used;
+  std::memset(start, kCanary, used);
+  data_ = start + margin;
+  std::memset(data_, fill, size);
+}
+
+GuardedBuffer::~GuardedBuffer() { munmap(base_, mapped_); }
+
+bool GuardedBuffer::intact() const {
+  for (size_t i = 0; i < margin_; ++i) {
+    if (data_[-1 - static_cast<ptrdiff_t>(i)] != kCanary) return false;
+    if (data_[size_ + i] != kCanary) return false;
+  }
+  return true;
+}
+
+std::string GuardedBuffer::damage() const {
+  for (size_t i = margin_; i > 0; --i) {
+    if (data_[-static_cast<ptrdiff_t>(i)] != kCanary) return "left margin at -" + std::to_string(i);
+  }
+  for (size_t i = 0; i < margin_; ++i) {
+    if (data_[size_ + i] != kCanary) return "right margin at +" + std::to_string(i);
+  }
+  return "none";
+}
+
+uint32_t test_seed() {
+  const char *s = std::getenv("FRAMEDSP_SEED");
+  if (s && *s) return static_cast<uint32_t>(std::strtoul(s, nullptr, 0));
+  return 20261122u;
+}
+
+std::string hex_diff(const uint8_t *expected, const uint8_t *got, size_t n, size_t max_rows) {
+  std::string out;
+  size_t rows = 0;
+  for (size_t i = 0; i < n && rows < max_rows; ++i) {
+    if (expected[i] != got[i]) {
+      char line[64];
+      std::snprintf(line, sizeof line, "  @%zu: expected %02x got %02x\n", i, expected[i], got[i]);
+      out += line;
+      ++rows;
+    }
+  }
+  return out;
+}
+
+}  // namespace framedsp_test
