@@ -1,2 +1,266 @@
 #!/bin/sh
-exit 0
+# End-to-end checks of the framedsp tool: usage: cli_test.sh <path to the framedsp binary>.
+# Input files are made here with head/tr/dd; expected figures are computed here with awk.
+set -u
+
+BIN=${1:?usage: cli_test.sh <path to framedsp>}
+T=$(mktemp -d "${TMPDIR:-/tmp}/framedsp_cli.XXXXXX") || exit 1
+trap 'rm -rf "$T"' EXIT INT TERM
+failures=0
+checks=0
+
+fail() {
+  echo "FAIL: $*" >&2
+  failures=$((failures + 1))
+}
+
+# run ARGS...: output in $T/out and $T/err, exit status in $status.
+run() {
+  "$BIN" "$@" >"$T/out" 2>"$T/err"
+  status=$?
+  checks=$((checks + 1))
+  if [ "$status" -ge 128 ]; then
+    fail "framedsp $* crashed (status $status)"
+    sed 's/^/    /' "$T/err" >&2
+  fi
+  if grep -q -e 'Sanitizer' -e 'runtime error:' "$T/err"; then
+    fail "framedsp $*: sanitizer report"
+    sed 's/^/    /' "$T/err" >&2
+  fi
+}
+
+expect_status() {
+  if [ "$status" -ne "$1" ]; then
+    fail "$2: exit status $status, expected $1"
+    sed 's/^/    /' "$T/err" >&2
+  fi
+}
+
+expect_in() {  # FILE TEXT DESCRIPTION
+  grep -F -q -- "$2" "$1" || fail "$3: '$2' not in $(basename "$1")"
+}
+
+# fill FILE COUNT VALUE: COUNT bytes of VALUE.
+fill() {
+  head -c "$2" /dev/zero | tr '\000' "$(printf '\\%03o' "$3")" >"$1"
+}
+
+# poke FILE OFFSET VALUE: set one byte.
+poke() {
+  printf "$(printf '\\%03o' "$3")" | dd of="$1" bs=1 seek="$2" conv=notrunc 2>/dev/null
+}
+
+# figures SUM_OF_SQUARES PIXELS: "MSE PSNR" as the tool prints them.
+figures() {
+  awk -v s="$1" -v n="$2" 'BEGIN {
+    m = s / n
+    printf "%.6f %.3f", m, 20 * log(255 / sqrt(m + 0.00001)) / log(10)
+  }'
+}
+
+# row LABEL: the figures of one table row (frame number or "overall") without the label.
+row() {
+  awk -v l="$1" '$1 == l { $1 = ""; sub(/^ /, ""); print; exit }' "$T/out"
+}
+
+expect_row() {  # LABEL EXPECTED DESCRIPTION
+  got=$(row "$1")
+  [ "$got" = "$2" ] || fail "$3: row '$1' is '$got', expected '$2'"
+}
+
+byte_list() {  # FILE: the bytes as decimal numbers on one line
+  od -An -v -tu1 "$1" | tr -s ' \n' '  ' | sed 's/^ //; s/ $//'
+}
+
+same=$(figures 0 1)
+
+# ---- formats
+run formats
+expect_status 0 "formats"
+awk '$1 == 21 && $2 == "uyvy422" && $3 == 2 && $7 == "yes" { ok = 1 } END { exit !ok }' "$T/out" ||
+  fail "formats: row of 21 is not 'uyvy422, 2 bytes, compare yes'"
+# has_row AWK-CONDITION DESCRIPTION: some line of the output satisfies the condition.
+has_row() {
+  awk "$1 { ok = 1 } END { exit !ok }" "$T/out" || fail "$2"
+}
+has_row '$1 == 25 && $2 == "yuyv422"' "formats: 25 is not yuyv422"
+has_row '$1 == 261 && $2 == "gray"' "formats: 261 is not gray"
+has_row '$1 == 22 && $7 == "no"' "formats: 22 should not be accepted by compare"
+expect_in "$T/out" "uyvy422+key" "formats"
+expect_in "$T/out" "2: uyvy422 + gray" "formats: planes of 28"
+
+# ---- compare: identical 4x2 uyvy422 frames
+fill "$T/a.uyvy" 16 128
+cp "$T/a.uyvy" "$T/same.uyvy"
+run compare "$T/a.uyvy" "$T/same.uyvy" -s 4x2 --format uyvy422
+expect_status 0 "compare identical"
+expect_row 0 "$same $same $same" "compare identical, frame 0"
+expect_row overall "$same $same $same" "compare identical, overall"
+
+# B: Y (byte 1) -10, U of the second pair (byte 4) +4, V (byte 6) -16.
+cp "$T/a.uyvy" "$T/b.uyvy"
+poke "$T/b.uyvy" 1 138
+poke "$T/b.uyvy" 4 124
+poke "$T/b.uyvy" 6 144
+run compare "$T/a.uyvy" "$T/b.uyvy" -s 4x2 --format uyvy422 --diff "$T/d.png" --diff-raw "$T/d.raw"
+expect_status 0 "compare differing"
+expected="$(figures 100 8) $(figures 16 8) $(figures 256 8)"
+expect_row 0 "$expected" "compare uyvy422 Y/U/V"
+expect_row overall "$expected" "compare uyvy422 overall"
+expect_in "$T/out" "Y MSE" "compare uyvy422 header"
+
+# The same bytes read as Y U Y V: byte 1 is U, bytes 4 and 6 are Y.
+run compare "$T/a.uyvy" "$T/b.uyvy" -s 4x2 --format yuyv422
+expect_status 0 "compare yuyv422"
+expect_row 0 "$(figures 272 8) $(figures 100 8) $same" "compare yuyv422 Y/U/V"
+run compare "$T/a.uyvy" "$T/b.uyvy" -s 4x2 --format 21
+expect_status 0 "compare by code"
+expect_row 0 "$expected" "compare by code 21"
+
+# Difference image: PNG signature, 8x2 (two bytes a pixel shown as gray), raw bytes a - b + 128.
+sig=$(od -An -tx1 -N8 "$T/d.png" 2>/dev/null | tr -d ' \n')
+[ "$sig" = "89504e470d0a1a0a" ] || fail "--diff: not a PNG (signature '$sig')"
+ihdr=$(od -An -tu1 -j16 -N8 "$T/d.png" 2>/dev/null | tr -s ' ' | sed 's/^ //; s/ $//')
+[ "$ihdr" = "0 0 0 8 0 0 0 2" ] || fail "--diff: PNG size bytes '$ihdr', expected 8x2"
+got=$(byte_list "$T/d.raw")
+[ "$got" = "128 118 128 128 132 128 112 128 128 128 128 128 128 128 128 128" ] ||
+  fail "--diff-raw: bytes '$got'"
+
+# ---- compare: two bgr24 frames of 3x1, the second with R of pixel 0 off by 6
+fill "$T/a.bgr" 18 50
+cp "$T/a.bgr" "$T/b.bgr"
+poke "$T/b.bgr" 11 56
+run compare "$T/a.bgr" "$T/b.bgr" -s 3x1 -f bgr24 --diff "$T/d1.png" --frame 1
+expect_status 0 "compare bgr24"
+expect_row 0 "$same $same $same" "bgr24 frame 0"
+expect_row 1 "$same $same $(figures 36 3)" "bgr24 frame 1"
+expect_row overall "$same $same $(figures 18 3)" "bgr24 overall (mean of per-frame MSE)"
+expect_in "$T/out" "R MSE" "bgr24 header"
+[ -s "$T/d1.png" ] || fail "bgr24 --diff --frame 1 wrote nothing"
+
+# ---- compare: gray and the two-plane uyvy422+key
+fill "$T/a.key" 4 200
+cp "$T/a.key" "$T/b.key"
+poke "$T/b.key" 2 197
+run compare "$T/a.key" "$T/b.key" -s 4x1 --format gray
+expect_status 0 "compare gray"
+expect_row 0 "$(figures 9 4)" "gray key channel"
+
+# 2x2: picture of 2 lines of 4 bytes, key plane of 2 lines with key stride 3 (14 bytes a frame).
+fill "$T/a.uk" 14 90
+cp "$T/a.uk" "$T/b.uk"
+poke "$T/b.uk" 11 110
+poke "$T/b.uk" 10 1
+run compare "$T/a.uk" "$T/b.uk" -s 2x2 --format uyvy422+key --key-stride 3
+expect_status 0 "compare uyvy422+key"
+expect_row 0 "$same $same $same $(figures 400 4)" "uyvy422+key (key at stride * height)"
+
+# Padding bytes of a --stride are not compared: 2x2 uyvy422 with stride 6.
+fill "$T/a.pad" 12 60
+cp "$T/a.pad" "$T/b.pad"
+poke "$T/b.pad" 4 0
+poke "$T/b.pad" 5 255
+poke "$T/b.pad" 7 70
+run compare "$T/a.pad" "$T/b.pad" -s 2x2 --format uyvy422 --stride 6
+expect_status 0 "compare with stride"
+expect_row 0 "$(figures 100 4) $same $same" "stride padding ignored"
+
+# ---- errors
+head -c 10 "$T/a.uyvy" >"$T/short.uyvy"
+run compare "$T/short.uyvy" "$T/a.uyvy" -s 4x2 --format uyvy422
+expect_status 1 "short file"
+expect_in "$T/err" "shorter than one frame" "short file"
+expect_in "$T/err" "16 bytes" "short file"
+
+fill "$T/odd.uyvy" 24 128
+run compare "$T/odd.uyvy" "$T/odd.uyvy" -s 4x2 --format uyvy422
+expect_status 1 "partial frame"
+expect_in "$T/err" "not a whole number of frames of 16 bytes" "partial frame"
+
+fill "$T/two.uyvy" 32 128
+run compare "$T/a.uyvy" "$T/two.uyvy" -s 4x2 --format uyvy422
+expect_status 1 "different frame counts"
+
+run compare "$T/a.uyvy" "$T/missing.uyvy" -s 4x2 --format uyvy422
+expect_status 1 "missing file"
+expect_in "$T/err" "missing.uyvy" "missing file"
+
+run compare "$T/a.uyvy" "$T/b.uyvy" -s 4x2 --format uyvu422
+expect_status 2 "unknown format"
+expect_in "$T/err" "did you mean 'uyvy422'" "unknown format suggestion"
+run compare "$T/a.uyvy" "$T/b.uyvy" -s 4x2 --format rgb24
+expect_status 2 "unknown format rgb24"
+expect_in "$T/err" "'bgr24'" "rgb24 suggestion"
+run compare "$T/a.uyvy" "$T/b.uyvy" -s 4x2 --format 7
+expect_status 2 "unknown code"
+run compare "$T/a.uyvy" "$T/b.uyvy" -s 4x2 --format 22
+expect_status 2 "format not accepted by compare"
+expect_in "$T/err" "not accepted by compare" "format 22"
+
+run compare "$T/a.uyvy" "$T/b.uyvy" -s 3x2 --format uyvy422
+expect_status 2 "odd width"
+expect_in "$T/err" "even width" "odd width"
+run compare "$T/a.uyvy" "$T/b.uyvy" -s 4x2 --format uyvy422 --stride 6
+expect_status 2 "stride shorter than a line"
+run compare "$T/a.uyvy" "$T/b.uyvy" -s 4by2 --format uyvy422
+expect_status 2 "bad size"
+run compare "$T/a.uyvy" "$T/b.uyvy" -s 4x2 --format uyvy422 --diff "$T/x.png" --frame 1
+expect_status 2 "--frame past the end"
+run compare "$T/a.uyvy" "$T/b.uyvy" -s 4x2 --format uyvy422 --bogus
+expect_status 2 "unknown option"
+run compare "$T/a.uyvy" "$T/b.uyvy" --format uyvy422
+expect_status 2 "missing size"
+expect_in "$T/err" "-s WxH" "missing size"
+run compare "$T/a.uyvy" -s 4x2 --format uyvy422
+expect_status 2 "one input file"
+run compare
+expect_status 2 "compare without arguments"
+[ -s "$T/err" ] || fail "compare without arguments: no message"
+run
+expect_status 2 "no command"
+run compar
+expect_status 2 "unknown command"
+expect_in "$T/err" "did you mean 'compare'" "unknown command"
+
+# ---- help
+run --help
+expect_status 0 "--help"
+expect_in "$T/out" "compare" "--help"
+run help compare
+expect_status 0 "help compare"
+expect_in "$T/out" "examples:" "help compare"
+run compare --help
+expect_status 0 "compare --help"
+expect_in "$T/out" "--diff" "compare --help"
+run demo --help
+expect_status 0 "demo --help"
+run help nothing
+expect_status 2 "help on an unknown command"
+
+# ---- generated clip
+run generate "$T/clip.raw" -s 64x32 --frames 3
+expect_status 0 "generate"
+size=$(wc -c <"$T/clip.raw" | tr -d ' ')
+[ "$size" = 12288 ] || fail "generate: $size bytes, expected 3 frames of 64*32*2"
+run compare "$T/clip.raw" "$T/clip.raw" -s 64x32 -f uyvy422
+expect_status 0 "compare clip with itself"
+for r in 0 1 2 overall; do expect_row "$r" "$same $same $same" "clip with itself"; done
+dd if="$T/clip.raw" of="$T/f0.raw" bs=4096 count=1 2>/dev/null
+dd if="$T/clip.raw" of="$T/f1.raw" bs=4096 skip=1 count=1 2>/dev/null
+run compare "$T/f0.raw" "$T/f1.raw" -s 64x32 -f uyvy422
+expect_status 0 "compare clip frames 0 and 1"
+awk '$1 == 0 && $2 > 0 { ok = 1 } END { exit !ok }' "$T/out" || fail "clip frames 0 and 1 do not differ"
+
+# ---- demo
+run demo --out "$T/demo" -s 64x32 --frames 3
+expect_status 0 "demo"
+for f in report.txt index.html clip_0.png diff_0_1.png diff_0_same.png diff_key.png; do
+  [ -s "$T/demo/$f" ] || fail "demo: $f missing"
+done
+sig=$(od -An -tx1 -N8 "$T/demo/diff_0_1.png" 2>/dev/null | tr -d ' \n')
+[ "$sig" = "89504e470d0a1a0a" ] || fail "demo: diff_0_1.png is not a PNG"
+expect_in "$T/demo/report.txt" "PSNR 98.131 dB" "demo report (identical frames)"
+expect_in "$T/demo/index.html" "diff_0_altered.png" "demo index"
+
+echo "cli_test: $checks runs, $failures failure(s)"
+[ "$failures" -eq 0 ]

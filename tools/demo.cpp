@@ -1,1 +1,448 @@
-// (being written)
+#include "demo.h"
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+
+#include "clip.h"
+#include "formats.h"
+#include "framedsp/framedsp.h"
+#include "png_writer.h"
+
+namespace framedsp {
+namespace cli {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double ms_since(Clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+std::string hex_status(DSP_HRESULT status) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(status));
+  return text;
+}
+
+struct Figure {
+  std::string channel;
+  double mse;
+  double psnr;
+};
+
+struct Entry {
+  std::string image;  // file name inside the output directory
+  std::string caption;
+  std::vector<Figure> figures;
+  double call_ms = -1;  // time of the library call, -1 when the entry is no call's result
+};
+
+struct StepReport {
+  std::string title;
+  std::string status = "ok";
+  bool failed = false;
+  double ms = 0;
+  std::vector<Entry> entries;
+};
+
+struct Demo {
+  std::filesystem::path dir;
+  RawLayout layout;  // the clip's, uyvy422
+  std::vector<std::vector<uint8_t>> frames;
+};
+
+bool save_png(const Demo &demo, const std::string &name, const Picture &picture,
+              std::string *error) {
+  return write_png((demo.dir / name).string(), picture, error);
+}
+
+std::vector<Figure> figures_of(uint32_t format, const double results[8]) {
+  std::vector<Figure> figures;
+  for (int slot = 0; slot < 4; ++slot) {
+    if (const char *name = channel_name(format, slot)) {
+      figures.push_back({name, results[slot], results[slot + 4]});
+    }
+  }
+  return figures;
+}
+
+// Compares a against b, writes the difference image and records the figures.
+bool compare_entry(const Demo &demo, const RawLayout &layout, const uint8_t *a, const uint8_t *b,
+                   const std::string &image, const std::string &caption, StepReport *report,
+                   std::string *error) {
+  std::vector<uint8_t> diff(layout.frame_bytes, 128);
+  double results[8];
+  const auto start = Clock::now();
+  if (!compare_frame(layout, a, b, diff.data(), results, error)) return false;
+  Entry entry{image, caption, figures_of(layout.format, results), ms_since(start)};
+  if (!save_png(demo, image, bytes_as_gray(layout, diff.data()), error)) return false;
+  report->entries.push_back(entry);
+  return true;
+}
+
+std::string frame_png(uint32_t index) { return "clip_" + std::to_string(index) + ".png"; }
+
+// ---- steps
+
+bool step_previews(Demo &demo, StepReport *report, std::string *error) {
+  for (size_t i = 0; i < demo.frames.size(); ++i) {
+    const std::string name = frame_png(static_cast<uint32_t>(i));
+    if (!save_png(demo, name, preview(demo.layout, demo.frames[i].data()), error)) return false;
+    report->entries.push_back({name, "frame " + std::to_string(i) + " (BT.601 preview)", {}, -1});
+  }
+  return true;
+}
+
+bool step_consecutive(Demo &demo, StepReport *report, std::string *error) {
+  for (size_t i = 0; i + 1 < demo.frames.size(); ++i) {
+    const std::string a = std::to_string(i), b = std::to_string(i + 1);
+    if (!compare_entry(demo, demo.layout, demo.frames[i].data(), demo.frames[i + 1].data(),
+                       "diff_" + a + "_" + b + ".png", "frame " + a + " against frame " + b, report,
+                       error)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool step_altered(Demo &demo, StepReport *report, std::string *error) {
+  const RawLayout &l = demo.layout;
+  const std::vector<uint8_t> &original = demo.frames[0];
+  // Luma noise of -2..2 everywhere (fixed LCG), and Cb raised by 12 in a small rectangle.
+  std::vector<uint8_t> altered = original;
+  uint32_t seed = 12345;
+  for (uint32_t y = 0; y < l.height; ++y) {
+    uint8_t *line = altered.data() + size_t(y) * l.stride;
+    for (uint32_t x = 1; x < l.line_bytes; x += 2) {
+      seed = seed * 1664525u + 1013904223u;
+      const int v = line[x] + static_cast<int>((seed >> 24) % 5) - 2;
+      line[x] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
+    }
+  }
+  const uint32_t x0 = (l.width / 2) & ~1u, y0 = l.height / 2;
+  for (uint32_t y = y0; y < std::min(l.height, y0 + l.height / 8); ++y) {
+    for (uint32_t x = x0; x < std::min(l.width, x0 + l.width / 8); x += 2) {
+      uint8_t &cb = altered[size_t(y) * l.stride + 2 * x];
+      cb = static_cast<uint8_t>(std::min(255, cb + 12));
+    }
+  }
+  if (!compare_entry(demo, l, original.data(), original.data(), "diff_0_same.png",
+                     "frame 0 against itself (uniform mid-gray expected)", report, error)) {
+    return false;
+  }
+  if (!save_png(demo, "altered_0.png", preview(l, altered.data()), error)) return false;
+  report->entries.push_back(
+      {"altered_0.png", "frame 0 with luma noise of +-2 and a Cb patch of +12", {}, -1});
+  return compare_entry(demo, l, original.data(), altered.data(), "diff_0_altered.png",
+                       "frame 0 against its altered copy", report, error);
+}
+
+bool step_key(Demo &demo, StepReport *report, std::string *error) {
+  RawLayout l;
+  if (!make_layout(DSP_PIXEL_FORMAT_UYVY_KEY, demo.layout.width, demo.layout.height, 0, 0, &l,
+                   error)) {
+    return false;
+  }
+  // The same picture twice; the key planes are a horizontal ramp, one with an opaque disc.
+  std::vector<uint8_t> a(l.frame_bytes), b;
+  std::memcpy(a.data(), demo.frames[0].data(), l.main_bytes);
+  for (uint32_t y = 0; y < l.height; ++y) {
+    for (uint32_t x = 0; x < l.width; ++x) {
+      a[l.main_bytes + size_t(y) * l.key_stride + x] =
+          static_cast<uint8_t>(x * 255 / std::max(1u, l.width - 1));
+    }
+  }
+  b = a;
+  const double cx = l.width * 0.3, cy = l.height * 0.5, r = l.height * 0.25;
+  for (uint32_t y = 0; y < l.height; ++y) {
+    for (uint32_t x = 0; x < l.width; ++x) {
+      if ((x - cx) * (x - cx) + (y - cy) * (y - cy) <= r * r) {
+        b[l.main_bytes + size_t(y) * l.key_stride + x] = 255;
+      }
+    }
+  }
+  if (!save_png(demo, "key_frame.png", preview(l, b.data()), error)) return false;
+  report->entries.push_back(
+      {"key_frame.png", "uyvy422+key frame: picture, key plane below", {}, -1});
+  return compare_entry(demo, l, a.data(), b.data(), "diff_key.png",
+                       "same picture, key ramp against key ramp with an opaque disc "
+                       "(difference bytes, key plane below)",
+                       report, error);
+}
+
+bool step_copy(Demo &demo, StepReport *report, std::string *error) {
+  const RawLayout &l = demo.layout;
+  std::vector<uint8_t> out(l.frame_bytes, 0);
+  DSP_BUFFER buffer;
+  std::memset(&buffer, 0, sizeof buffer);
+  auto describe = [&l](DSP_IMAGE *image, uint8_t *pixels) {
+    image->Buffer.pBuffer = pixels;
+    image->Buffer.ulBytes = static_cast<uint32_t>(l.frame_bytes);
+    image->Buffer.eBufferType = DSP_BUFFER_TYPE_FRAME;
+    image->Buffer.Region.ulWidth = l.width;
+    image->Buffer.Region.ulHeight = l.height;
+    image->ulWidth = l.width;
+    image->ulHeight = l.height;
+    image->ePixelFormat = l.format;
+    image->eInterlace = DSP_INTERLACE_PROGRESSIVE;
+    image->eImageOrientation = DSP_ORIENTATION_TOP_DOWN;
+    image->eColorSpace = DSP_COLOR_SPACE_BT601;
+    image->ulPrimaryStrideBytes = l.stride;
+  };
+  describe(&buffer.In, demo.frames[0].data());
+  describe(&buffer.Out, out.data());
+  const auto start = Clock::now();
+  const DSP_HRESULT status = DspBufferSmartCopy(&buffer);
+  const double ms = ms_since(start);
+  if (status == DSP_E_NOTIMPL) {
+    report->status = "skipped: DspBufferSmartCopy is not available in this build";
+    return true;
+  }
+  if (status != DSP_S_OK) {
+    *error = "DspBufferSmartCopy returned " + hex_status(status);
+    return false;
+  }
+  if (!save_png(demo, "copy_0.png", preview(l, out.data()), error)) return false;
+  report->entries.push_back({"copy_0.png", "frame 0 copied (progressive, top-down)", {}, ms});
+  const size_t first = report->entries.size();
+  if (!compare_entry(demo, l, demo.frames[0].data(), out.data(), "diff_copy.png",
+                     "frame 0 against its copy", report, error)) {
+    return false;
+  }
+  for (const Figure &f : report->entries[first].figures) {
+    if (f.mse != 0.0) {
+      *error =
+          "the copy differs from its input (" + f.channel + " MSE " + std::to_string(f.mse) + ")";
+      return false;
+    }
+  }
+  return true;
+}
+
+struct Step {
+  const char *title;
+  bool (*run)(Demo &, StepReport *, std::string *);
+};
+
+// Later operations (filter, scale) join as further entries.
+const Step kSteps[] = {
+    {"Clip frames", step_previews},
+    {"DspCompare: consecutive frames", step_consecutive},
+    {"DspCompare: frame 0 against an altered copy", step_altered},
+    {"DspCompare: two-plane uyvy422+key", step_key},
+    {"DspBufferSmartCopy: frame 0 copied and compared", step_copy},
+};
+
+// ---- report
+
+std::string figures_text(const Entry &e) {
+  std::string s;
+  char part[96];
+  for (const Figure &f : e.figures) {
+    std::snprintf(part, sizeof part, "%s%s MSE %.4f PSNR %.3f dB", s.empty() ? "" : "; ",
+                  f.channel.c_str(), f.mse, f.psnr);
+    s += part;
+  }
+  return s;
+}
+
+std::string html_escape(const std::string &text) {
+  std::string s;
+  for (char c : text) {
+    switch (c) {
+      case '&':
+        s += "&amp;";
+        break;
+      case '<':
+        s += "&lt;";
+        break;
+      case '>':
+        s += "&gt;";
+        break;
+      case '"':
+        s += "&quot;";
+        break;
+      default:
+        s += c;
+    }
+  }
+  return s;
+}
+
+std::string header_text(const Demo &demo) {
+  return "framedsp demo on the built-in clip: " + describe_layout(demo.layout) + ", " +
+         std::to_string(demo.frames.size()) + " frames";
+}
+
+const char *kNotes =
+    "MSE per channel and PSNR = 20*log10(255/sqrt(MSE+0.00001)) dB as DspCompare reports them;\n"
+    "4:2:2 chroma errors are divided by the full pixel count.  Difference images show every\n"
+    "byte of the difference buffer as gray (128 = equal), a 4:2:2 line as 2*width samples.\n"
+    "Times: the library call alone per image; step totals include rendering and PNG writing.\n";
+
+bool write_text_report(const Demo &demo, const std::vector<StepReport> &steps, std::string *error) {
+  const std::string path = (demo.dir / "report.txt").string();
+  std::ofstream out(path);
+  out << header_text(demo) << "\n" << kNotes << "\n";
+  char line[160];
+  for (size_t i = 0; i < steps.size(); ++i) {
+    const StepReport &s = steps[i];
+    std::snprintf(line, sizeof line, "[%zu] %s (%s, %.1f ms)\n", i + 1, s.title.c_str(),
+                  s.status.c_str(), s.ms);
+    out << line;
+    for (const Entry &e : s.entries) {
+      std::snprintf(line, sizeof line, "    %-22s %s", e.image.c_str(), e.caption.c_str());
+      out << line;
+      if (e.call_ms >= 0) {
+        std::snprintf(line, sizeof line, " (%.2f ms)", e.call_ms);
+        out << line;
+      }
+      out << "\n";
+      if (!e.figures.empty()) out << "        " << figures_text(e) << "\n";
+    }
+  }
+  out.close();
+  if (!out) {
+    *error = path + ": write failed";
+    return false;
+  }
+  return true;
+}
+
+bool write_html_report(const Demo &demo, const std::vector<StepReport> &steps, std::string *error) {
+  const std::string path = (demo.dir / "index.html").string();
+  std::ofstream out(path);
+  out << "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>framedsp demo</title>\n"
+      << "<style>body{font-family:sans-serif;margin:2em}figure{display:inline-block;"
+         "margin:0 1em 1em 0;vertical-align:top}img{max-width:640px;border:1px solid #888}"
+         "td,th{padding:0 .6em;text-align:right}.failed{color:#b00}</style></head><body>\n"
+      << "<h1>" << html_escape(header_text(demo)) << "</h1>\n<pre>" << html_escape(kNotes)
+      << "</pre>\n";
+  char number[64];
+  for (size_t i = 0; i < steps.size(); ++i) {
+    const StepReport &s = steps[i];
+    std::snprintf(number, sizeof number, "%.1f ms", s.ms);
+    out << "<h2>" << i + 1 << ". " << html_escape(s.title) << "</h2>\n<p"
+        << (s.failed ? " class=\"failed\"" : "") << ">" << html_escape(s.status) << ", " << number
+        << "</p>\n";
+    for (const Entry &e : s.entries) {
+      out << "<figure><img src=\"" << html_escape(e.image) << "\" alt=\"" << html_escape(e.image)
+          << "\"><figcaption>" << html_escape(e.image) << ": " << html_escape(e.caption);
+      if (e.call_ms >= 0) {
+        std::snprintf(number, sizeof number, " (%.2f ms)", e.call_ms);
+        out << number;
+      }
+      if (!e.figures.empty()) {
+        out << "<table><tr><th>channel</th><th>MSE</th><th>PSNR dB</th></tr>";
+        for (const Figure &f : e.figures) {
+          std::snprintf(number, sizeof number, "<td>%.4f</td><td>%.3f</td>", f.mse, f.psnr);
+          out << "<tr><td>" << html_escape(f.channel) << "</td>" << number << "</tr>";
+        }
+        out << "</table>";
+      }
+      out << "</figcaption></figure>\n";
+    }
+  }
+  out << "</body></html>\n";
+  out.close();
+  if (!out) {
+    *error = path + ": write failed";
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+double psnr_of_mse(double mse) { return 20.0 * std::log10(255.0 / std::sqrt(mse + 0.00001)); }
+
+bool compare_frame(const RawLayout &layout, const uint8_t *a, const uint8_t *b, uint8_t *diff,
+                   double results[8], std::string *error) {
+  DSP_COMPARE_PARAMS params;
+  std::memset(&params, 0, sizeof params);
+  const uint32_t bytes = static_cast<uint32_t>(layout.frame_bytes);
+  params.BufferA = {const_cast<uint8_t *>(a), bytes, 0};
+  params.BufferB = {const_cast<uint8_t *>(b), bytes, 0};
+  params.BufferOut = {diff, bytes, 0};
+  params.ulWidth = layout.width;
+  params.ulHeight = layout.height;
+  params.ulImageBytes = static_cast<uint32_t>(layout.main_bytes);
+  params.ulPrimaryStrideBytes = layout.stride;
+  params.ulSecondaryStrideBytes = layout.key_stride;
+  params.ePixelFormat = layout.format;
+  // NaN marks the slots the library has not written.
+  for (double &r : params.dResults) r = std::numeric_limits<double>::quiet_NaN();
+  const DSP_HRESULT status = DspCompare(&params);
+  if (status != DSP_S_OK) {
+    *error = "DspCompare returned " + hex_status(status);
+    return false;
+  }
+  for (int slot = 0; slot < 4; ++slot) {
+    if (channel_name(layout.format, slot) &&
+        (std::isnan(params.dResults[slot]) || std::isnan(params.dResults[slot + 4]))) {
+      *error = "DspCompare did not measure channel " +
+               std::string(channel_name(layout.format, slot)) + " of " +
+               format_label(layout.format) + " (record refused?)";
+      return false;
+    }
+  }
+  std::memcpy(results, params.dResults, sizeof params.dResults);
+  return true;
+}
+
+int run_demo(const DemoOptions &options) {
+  Demo demo;
+  demo.dir = options.out_dir;
+  std::error_code ec;
+  std::filesystem::create_directories(demo.dir, ec);
+  if (ec || !std::filesystem::is_directory(demo.dir)) {
+    std::fprintf(stderr, "framedsp demo: cannot create %s: %s\n", options.out_dir.c_str(),
+                 ec ? ec.message().c_str() : "not a directory");
+    return 1;
+  }
+  const uint32_t width = options.width ? options.width : kClipWidth;
+  const uint32_t height = options.height ? options.height : kClipHeight;
+  const uint32_t count = options.frames ? options.frames : kClipFrames;
+  std::string error;
+  if (!make_layout(DSP_PIXEL_FORMAT_UYVY, width, height, 0, 0, &demo.layout, &error)) {
+    std::fprintf(stderr, "framedsp demo: %s\n", error.c_str());
+    return 2;
+  }
+  const auto start = Clock::now();
+  for (uint32_t i = 0; i < count; ++i)
+    demo.frames.push_back(render_clip_frame(width, height, i, count));
+  std::printf("%s (rendered in %.1f ms)\n", header_text(demo).c_str(), ms_since(start));
+
+  std::vector<StepReport> steps;
+  bool failed = false;
+  for (const Step &step : kSteps) {
+    StepReport report;
+    report.title = step.title;
+    const auto step_start = Clock::now();
+    if (!step.run(demo, &report, &error)) {
+      report.failed = failed = true;
+      report.status = "failed: " + error;
+    }
+    report.ms = ms_since(step_start);
+    std::printf("  %-50s %s, %zu image%s, %.1f ms\n", report.title.c_str(), report.status.c_str(),
+                report.entries.size(), report.entries.size() == 1 ? "" : "s", report.ms);
+    steps.push_back(report);
+  }
+  if (!write_text_report(demo, steps, &error) || !write_html_report(demo, steps, &error)) {
+    std::fprintf(stderr, "framedsp demo: %s\n", error.c_str());
+    return 1;
+  }
+  std::printf("report: %s, %s\n", (demo.dir / "report.txt").string().c_str(),
+              (demo.dir / "index.html").string().c_str());
+  if (failed) std::fprintf(stderr, "framedsp demo: a step failed (see the report)\n");
+  return failed ? 1 : 0;
+}
+
+}  // namespace cli
+}  // namespace framedsp
