@@ -26,6 +26,8 @@ int main(void) {
   if (DspCompare(NULL) != DSP_E_POINTER) return 1;
   memset(&cp, 0, sizeof cp);
   cp.ulBaseCount = 1;
+  cp.lWidth = 720; /* the default search range of 1 must fit in width / 4 */
+  cp.lHeight = 576;
   if (DspCreateFrameRateConverter(&cp, &h) != DSP_S_OK || h == 0) {
     fprintf(stderr, "DspCreateFrameRateConverter failed\n");
     return 1;

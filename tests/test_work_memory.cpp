@@ -1,1 +1,182 @@
-// (being written)
+// Work memory: line and frame sizes, the aligned start of a work line, and block ownership
+// (every block committed is released exactly once, injected failures leak nothing).
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "frame/pixel_format.h"
+#include "frame/work_memory.h"
+
+namespace {
+
+using framedsp::WorkBlock;
+using framedsp::WorkLine;
+
+uint64_t round_up(uint64_t value, uint64_t multiple) {
+  uint64_t r = value;
+  while (r % multiple != 0) ++r;
+  return r;
+}
+
+// Bytes per pixel of a few formats, copied from the pixel-format table by hand.
+struct FormatBytes {
+  uint32_t format;
+  uint32_t bytes;
+};
+constexpr FormatBytes kFormats[] = {{0, 4},  {1, 3},   {21, 2},  {22, 4}, {23, 6},
+                                    {24, 2}, {129, 8}, {261, 1}, {5, 0},  {28, 0}};
+
+TEST(WorkMemory, LineSizeExamples) {
+  EXPECT_EQ(framedsp::line_size(1, 5, 16), 16u);  // 15 bytes rounded up
+  EXPECT_EQ(framedsp::line_size(0, 4, 16), 16u);  // already a multiple: kept
+  EXPECT_EQ(framedsp::line_size(21, 720, 16), 1440u);
+  EXPECT_EQ(framedsp::line_size(1, 5, 1), 15u);
+  EXPECT_EQ(framedsp::line_size(1, 0, 16), 0u);
+}
+
+TEST(WorkMemory, LineSizeMatchesRoundedProduct) {
+  const uint32_t alignments[] = {1, 2, 3, 4, 7, 16, 64, 100};
+  for (const FormatBytes &f : kFormats) {
+    for (uint32_t width : {0u, 1u, 2u, 5u, 15u, 16u, 17u, 719u, 720u, 1921u}) {
+      for (uint32_t alignment : alignments) {
+        const uint64_t expected = round_up(uint64_t{f.bytes} * width, alignment);
+        EXPECT_EQ(framedsp::line_size(f.format, width, alignment), expected)
+            << "format " << f.format << " width " << width << " alignment " << alignment;
+      }
+    }
+  }
+}
+
+TEST(WorkMemory, FrameSize) {
+  EXPECT_EQ(framedsp::frame_size(21, 720, 486), size_t{1440} * 486);
+  EXPECT_EQ(framedsp::frame_size(1, 5, 3), size_t{16} * 3);
+  EXPECT_EQ(framedsp::frame_size(261, 33, 10), size_t{48} * 10);
+  EXPECT_EQ(framedsp::frame_size(21, 720, 0), 0u);
+}
+
+// A format-28 output region of 720 x 486 with a nonzero secondary stride: the intermediate frame
+// holds a main line of format 21 and a plane line of format 261 per output line.
+TEST(WorkMemory, IntermediateFrameOfTwoPlaneFormat) {
+  uint32_t main_format = 0, plane_format = 0;
+  framedsp::split_format(28, &main_format, &plane_format);
+  ASSERT_EQ(main_format, 21u);
+  ASSERT_EQ(plane_format, 261u);
+  const size_t main_bytes = framedsp::line_size(main_format, 720, 16);
+  const size_t plane_bytes = framedsp::line_size(plane_format, 720, 16);
+  EXPECT_EQ(main_bytes, 1440u);
+  EXPECT_EQ(plane_bytes, 720u);
+  EXPECT_EQ((main_bytes + plane_bytes) * 486, size_t{1440 + 720} * 486);
+
+  WorkBlock frame;
+  ASSERT_TRUE(frame.allocate((main_bytes + plane_bytes) * 486));
+  EXPECT_EQ(frame.size(), size_t{2160} * 486);
+  // Every line of both parts starts 16-byte aligned.
+  EXPECT_EQ(main_bytes % 16, 0u);
+  EXPECT_EQ(plane_bytes % 16, 0u);
+}
+
+TEST(WorkMemory, AlignedStartForEveryOffset) {
+  alignas(16) static uint8_t storage[64];
+  for (uintptr_t offset = 0; offset < 16; ++offset) {
+    uint8_t *p = storage + offset;
+    uint8_t *start = framedsp::aligned_start(p);
+    uint8_t *expected = offset == 0 ? storage : storage + 16;
+    EXPECT_EQ(start, expected) << "offset " << offset;
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(start) % 16, 0u);
+    EXPECT_LT(static_cast<size_t>(start - p), 16u);
+  }
+  EXPECT_EQ(framedsp::aligned_start(nullptr), nullptr);
+}
+
+TEST(WorkMemory, DoubleReleaseFreesOnce) {
+  const auto before = framedsp::work_memory_stats();
+  {
+    WorkBlock block;
+    ASSERT_TRUE(block.allocate(4096));
+    EXPECT_TRUE(static_cast<bool>(block));
+    block.release();
+    EXPECT_FALSE(static_cast<bool>(block));
+    EXPECT_EQ(block.data(), nullptr);
+    block.release();
+  }  // the destructor releases an empty owner: nothing
+  const auto after = framedsp::work_memory_stats();
+  EXPECT_EQ(after.allocations - before.allocations, 1u);
+  EXPECT_EQ(after.releases - before.releases, 1u);
+}
+
+TEST(WorkMemory, DestructorAndReallocationRelease) {
+  const auto before = framedsp::work_memory_stats();
+  {
+    WorkBlock block;
+    ASSERT_TRUE(block.allocate(100));
+    ASSERT_TRUE(block.allocate(200));  // gives the first block back
+    EXPECT_EQ(block.size(), 200u);
+    const auto mid = framedsp::work_memory_stats();
+    EXPECT_EQ(mid.allocations - before.allocations, 2u);
+    EXPECT_EQ(mid.releases - before.releases, 1u);
+  }
+  const auto after = framedsp::work_memory_stats();
+  EXPECT_EQ(after.allocations - before.allocations, 2u);
+  EXPECT_EQ(after.releases - before.releases, 2u);
+}
+
+TEST(WorkMemory, InjectedFailureOfTheKthAllocation) {
+  const auto before = framedsp::work_memory_stats();
+  framedsp::work_memory_fail_at(3);
+  {
+    WorkBlock a, b, c, d;
+    EXPECT_TRUE(a.allocate(64));
+    EXPECT_TRUE(b.allocate(64));
+    EXPECT_FALSE(c.allocate(64));
+    EXPECT_FALSE(static_cast<bool>(c));
+    EXPECT_EQ(c.data(), nullptr);
+    EXPECT_EQ(c.size(), 0u);
+    EXPECT_TRUE(d.allocate(64));  // one failure only
+  }
+  const auto after = framedsp::work_memory_stats();
+  EXPECT_EQ(after.allocations - before.allocations, 3u);
+  EXPECT_EQ(after.allocations - before.allocations, after.releases - before.releases);
+
+  framedsp::work_memory_fail_at(1);
+  WorkLine line;
+  EXPECT_FALSE(line.allocate(720));
+  EXPECT_EQ(line.data(), nullptr);
+  EXPECT_TRUE(line.allocate(720));
+  framedsp::work_memory_fail_at(0);
+}
+
+TEST(WorkMemory, ZeroSizedBlockIsRefused) {
+  WorkBlock block;
+  EXPECT_FALSE(block.allocate(0));
+  EXPECT_EQ(block.data(), nullptr);
+}
+
+TEST(WorkMemory, BlocksAreWritableOverTheirWholeSize) {
+  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  for (size_t bytes : {size_t{1}, size_t{17}, page - 1, page, page + 1, size_t{1} << 20}) {
+    WorkBlock block;
+    ASSERT_TRUE(block.allocate(bytes)) << bytes;
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(block.data()) % page, 0u) << "page-aligned";
+    uint8_t *p = static_cast<uint8_t *>(block.data());
+    for (size_t i = 0; i < bytes; ++i) p[i] = static_cast<uint8_t>(i * 7 + 3);
+    size_t bad = 0;
+    for (size_t i = 0; i < bytes; ++i) bad += p[i] != static_cast<uint8_t>(i * 7 + 3);
+    EXPECT_EQ(bad, 0u) << bytes;
+  }
+}
+
+TEST(WorkMemory, WorkLineHoldsTheLineFromItsAlignedStart) {
+  for (size_t line_bytes : {size_t{1}, size_t{15}, size_t{16}, size_t{1440}, size_t{3841}}) {
+    WorkLine line;
+    ASSERT_TRUE(line.allocate(line_bytes));
+    uint8_t *p = line.data();
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 16, 0u);
+    std::memset(p, 0x5A, line_bytes);
+    EXPECT_EQ(p[line_bytes - 1], 0x5A);
+  }
+}
+
+}  // namespace

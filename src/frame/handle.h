@@ -71,5 +71,10 @@ void identity_counter_close();
 // Test hooks (not exported): whether the shared section is in use, and setting the word.
 bool identity_counter_shared();
 void identity_counter_set(uint32_t value);
+// Points the counter at a caller's word instead (null: back to the shared or process-local
+// word), so that tests can drive the counter without disturbing other processes.
+void identity_counter_redirect(uint32_t *word);
+// Handle objects constructed and not yet destroyed in this process.
+int64_t live_handle_objects();
 
 }  // namespace framedsp

@@ -23,6 +23,9 @@ const char *shared_counter_name();
 
 // Reads n bytes at address into out without faulting; false when the memory is not readable.
 bool probe_read(const void *address, void *out, size_t n);
+// Test hook: probe through the portable fallback even where the direct way works (no effect
+// where there is only one way).
+void probe_use_fallback(bool on);
 
 // The thread's last system error (errno / GetLastError).
 int32_t last_error();

@@ -16,6 +16,7 @@ class FrameRateConverter : public HandleObject {
 
 class DspFrameRateConverter : public FrameRateConverter {
  public:
+  DspFrameRateConverter();
   ~DspFrameRateConverter() override;
 
   // Checks and copies the creation record, applies the defaults and derives the Q14 ratios.
@@ -39,5 +40,8 @@ class DspFrameRateConverter : public FrameRateConverter {
 // store the handle.  Exceptions propagate to the export's guard (memory freed first).
 HRESULT create_frame_rate_converter(const DSP_FRAME_RATE_CONVERTER_PARAMS *params,
                                     DSP_HANDLE *handle_out);
+
+// Test hook (not exported): the next converter allocation yields nothing, as when memory runs out.
+void frame_rate_converter_fail_next_allocation();
 
 }  // namespace framedsp
