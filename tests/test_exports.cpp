@@ -1,1 +1,664 @@
-// (being written)
+// The call frame of every export: null checks, quiet refusal, the worker, the exception guard and
+// the converter reference held for the length of a handle call.  Then the validation steps of
+// copy, filter, sub-pixel filter and the scaler helper as tables, seen through the exports.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "frame/guard.h"
+#include "frame/handle.h"
+#include "framedsp/framedsp.h"
+#include "framerate/converter.h"
+#include "test_util.h"
+
+namespace {
+
+using framedsp::HRESULT;
+using framedsp_test::GuardedBuffer;
+
+// ---- worker hook: records every worker entered; throws for one chosen name ---------------------
+
+std::vector<std::string> g_entered;
+std::string g_throw_for;
+
+void recording_hook(const char *worker) {
+  g_entered.emplace_back(worker);
+  if (!g_throw_for.empty() && g_throw_for == worker) throw std::runtime_error("worker hook");
+}
+
+// Installs the recording hook for each test and always removes it again.
+class HookedTest {
+ protected:
+  HookedTest() {
+    g_entered.clear();
+    g_throw_for.clear();
+    framedsp::set_worker_hook(&recording_hook);
+  }
+  ~HookedTest() {
+    framedsp::set_worker_hook(nullptr);
+    g_throw_for.clear();
+  }
+};
+
+// ---- the rig: valid records for every export over guarded image memory --------------------------
+
+constexpr uint32_t kWidth = 64;
+constexpr uint32_t kHeight = 8;
+constexpr uint32_t kStride = 2048;  // room for 721 pixels of 4:2:2 and odd widths at 8 bytes
+constexpr uint32_t kLines = 482;    // the tallest region of the tables below
+constexpr size_t kImageBytes = size_t{kStride} * kLines;
+
+// DSP_IMAGE and DSP_SUBPIXEL_IMAGE share their field names.
+template <class Image>
+void set_image(Image *image, void *memory, uint32_t format) {
+  image->Buffer.pBuffer = memory;
+  image->Buffer.ulBytes = static_cast<uint32_t>(kImageBytes);
+  image->Buffer.eBufferType = DSP_BUFFER_TYPE_FRAME;
+  image->Buffer.Region.ptOffset.x = 0;
+  image->Buffer.Region.ptOffset.y = 0;
+  image->Buffer.Region.ulWidth = image->ulWidth = kWidth;
+  image->Buffer.Region.ulHeight = image->ulHeight = kHeight;
+  image->ePixelFormat = format;
+  image->eInterlace = DSP_INTERLACE_PROGRESSIVE;
+  image->ulPrimaryStrideBytes = kStride;
+}
+
+int32_t references(DSP_HANDLE h) {
+  auto *converter = framedsp::acquire_handle<framedsp::DspFrameRateConverter>(h);
+  if (!converter) return -1;
+  const int32_t count = converter->references() - 1;  // less our own
+  converter->release();
+  return count;
+}
+
+// Gives up the host's reference, which no export can do.
+void destroy_converter(DSP_HANDLE h) {
+  auto *converter = framedsp::acquire_handle<framedsp::DspFrameRateConverter>(h);
+  if (!converter) return;
+  converter->release();
+  converter->release();
+}
+
+template <class... T>
+std::string bytes_of(const T &...values) {
+  std::string out;
+  (out.append(reinterpret_cast<const char *>(&values), sizeof values), ...);
+  return out;
+}
+
+struct Rig {
+  static inline const DSP_HANDLE kNotCreated = reinterpret_cast<DSP_HANDLE>(uintptr_t{0x5A5A5A5A});
+
+  GuardedBuffer in_mem{kImageBytes};
+  GuardedBuffer out_mem{kImageBytes, 64, 0x3C};
+  DSP_BUFFER buffer{};
+  DSP_FIR_SETTINGS fir{7, 50, 0, 5, 50};
+  DSP_FILTER_PARAMS filter{};
+  DSP_SUBPIXEL_FILTER_PARAMS subpixel_filter{};
+  DSP_SCALER_PARAMS scaler{};
+  DSP_SUBPIXEL_SCALER_PARAMS subpixel_scaler{};
+  DSP_SCALER_HELPER_IN helper_in{4, 3, 720, 486, 0, 0, 0, 16, 9, 1920, 1080, 0, 0, 0, 0};
+  DSP_SCALER_HELPER_OUT helper_out{0xAAAA, 0xBBBB, -1.5f, 2.5f};
+  uint32_t subpixel_helper_in[16]{};
+  uint32_t subpixel_helper_out[16]{};
+  DSP_COMPARE_PARAMS compare{};
+  DSP_FRAME_RATE_CONVERTER_PARAMS converter_params{};
+  DSP_HANDLE created = kNotCreated;
+  DSP_FRAME_RATE_CONVERT_PARAMS convert{};
+  uint32_t motion[16]{};
+  DSP_MIPMAP_LEVELS levels{};
+  DSP_MIPMAP_PARAMS mipmap{};
+  DSP_HANDLE converter = nullptr;
+
+  Rig() {
+    std::mt19937 rng(framedsp_test::test_seed());
+    framedsp_test::fill_random(in_mem.data(), in_mem.size(), rng);
+    for (uint32_t i = 0; i < 16; ++i) subpixel_helper_out[i] = 0xC0DE0000u + i;
+
+    set_image(&buffer.In, in_mem.data(), DSP_PIXEL_FORMAT_UYVY);
+    set_image(&buffer.Out, out_mem.data(), DSP_PIXEL_FORMAT_UYVY);
+    filter.eFilterType = scaler.eFilterType = subpixel_filter.eFilterType = DSP_FILTER_TYPE_FIR;
+    filter.pSettings = scaler.pSettings = subpixel_filter.pSettings = &fir;
+    filter.Buffer = scaler.Buffer = buffer;
+    set_image(&subpixel_filter.Buffer.In, in_mem.data(), DSP_PIXEL_FORMAT_UYVY);
+    set_image(&subpixel_filter.Buffer.Out, out_mem.data(), DSP_PIXEL_FORMAT_UYVY);
+    scaler.eFilter = DSP_SCALER_FILTER_LINEAR;
+    subpixel_scaler.eFilterType = DSP_FILTER_TYPE_FIR;
+    subpixel_scaler.pSettings = &fir;
+    subpixel_scaler.Buffer = subpixel_filter.Buffer;
+
+    compare.BufferA = DSP_COMPARE_BUFFER{in_mem.data(), static_cast<uint32_t>(kImageBytes), 0};
+    compare.BufferB = compare.BufferA;
+    compare.BufferOut = DSP_COMPARE_BUFFER{out_mem.data(), static_cast<uint32_t>(kImageBytes), 0};
+    compare.ulWidth = kWidth;
+    compare.ulHeight = kHeight;
+    compare.ulPrimaryStrideBytes = kStride;
+    compare.ePixelFormat = DSP_PIXEL_FORMAT_UYVY;
+    for (double &r : compare.dResults) r = 1234.5;
+
+    // Level ranges default to 1 and must stay within a quarter of the size.
+    converter_params.ulBaseCount = 1;
+    converter_params.lWidth = 720;
+    converter_params.lHeight = 480;
+    EXPECT_EQ(DspCreateFrameRateConverter(&converter_params, &converter), DSP_S_OK);
+
+    set_image(&mipmap.Base, in_mem.data(), DSP_PIXEL_FORMAT_MIPMAP);
+    levels.ulCount = 2;
+    set_image(&levels.Levels[0], in_mem.data(), DSP_PIXEL_FORMAT_MIPMAP);
+    set_image(&levels.Levels[1], out_mem.data(), DSP_PIXEL_FORMAT_MIPMAP);
+    mipmap.pLevels = &levels;
+    mipmap.eFilter = DSP_SCALER_FILTER_LINEAR;
+    g_entered.clear();  // creating the converter entered its constructor's hook
+  }
+
+  ~Rig() {
+    destroy_converter(converter);
+    if (created != kNotCreated) destroy_converter(created);
+  }
+
+  // Everything the caller hands in, the input image included.
+  std::string inputs() const {
+    return bytes_of(buffer, fir, filter, subpixel_filter, scaler, subpixel_scaler, helper_in,
+                    subpixel_helper_in, compare, converter_params, convert, motion, levels,
+                    mipmap) +
+           std::string(reinterpret_cast<const char *>(in_mem.data()), in_mem.size());
+  }
+
+  // Everything an operation may write: output image, result records, the created handle.
+  std::string outputs() const {
+    return std::string(reinterpret_cast<const char *>(out_mem.data()), out_mem.size()) +
+           bytes_of(helper_out, subpixel_helper_out, created);
+  }
+};
+
+// ---- the table of exports -------------------------------------------------------------------
+
+using Call = HRESULT (*)(Rig &);
+
+struct Refusal {
+  const char *what;
+  Call call;
+  HRESULT expected;
+};
+
+struct ExportCase {
+  const char *label;
+  const char *worker;  // the name its worker gives worker_entry
+  std::vector<Refusal> refusals;
+  void (*reject)(Rig &);  // makes validation fail; null when the export has no validation step
+  Call call;
+  HRESULT accepted;
+  bool run_worker;          // false for DspCompare, whose worker is tested on its own
+  uint32_t call_flags = 0;  // ulOptions of the scaler records: bit 1 picks the filtered worker
+};
+
+void PrintTo(const ExportCase &c, std::ostream *os) { *os << c.label; }
+
+const HRESULT kPtr = DSP_E_POINTER;
+const HRESULT kHdl = DSP_E_HANDLE;
+const HRESULT kNotImpl = DSP_E_NOTIMPL;
+const DSP_HANDLE kAllOnes = reinterpret_cast<DSP_HANDLE>(~uintptr_t{0});
+
+// The one refusal of a single-record export.
+#define FRAMEDSP_NULL_RECORD(call) {{"null", [](Rig &) { return call(nullptr); }, kPtr}}
+
+const std::vector<ExportCase> &export_cases() {
+  static const std::vector<ExportCase> cases = {
+      {"DspBufferSmartCopy", "DspBufferSmartCopy", FRAMEDSP_NULL_RECORD(DspBufferSmartCopy),
+       [](Rig &r) { r.buffer.Out.ePixelFormat = DSP_PIXEL_FORMAT_YUYV; },
+       [](Rig &r) { return DspBufferSmartCopy(&r.buffer); }, kNotImpl, true},
+      {"DspCompare", "DspCompare", FRAMEDSP_NULL_RECORD(DspCompare),
+       [](Rig &r) { r.compare.ePixelFormat = 22; }, [](Rig &r) { return DspCompare(&r.compare); },
+       DSP_S_OK, false},
+      {"DspFilter", "DspFilter", FRAMEDSP_NULL_RECORD(DspFilter),
+       [](Rig &r) { r.filter.Buffer.Out.Buffer.Region.ulWidth = kWidth - 2; },
+       [](Rig &r) { return DspFilter(&r.filter); }, kNotImpl, true},
+      {"DspSubPixelFilter", "DspSubPixelFilter", FRAMEDSP_NULL_RECORD(DspSubPixelFilter),
+       [](Rig &r) { r.subpixel_filter.Buffer.Out.Buffer.Region.ulWidth = kWidth + 0.5; },
+       [](Rig &r) { return DspSubPixelFilter(&r.subpixel_filter); }, kNotImpl, true},
+      {"DspScaler_plain", "DspScaler", FRAMEDSP_NULL_RECORD(DspScaler), nullptr,
+       [](Rig &r) { return DspScaler(&r.scaler); }, kNotImpl, true, 0},
+      {"DspScaler_filtered", "DspScaler", FRAMEDSP_NULL_RECORD(DspScaler), nullptr,
+       [](Rig &r) { return DspScaler(&r.scaler); }, kNotImpl, true, 3},
+      {"DspNonUniformScaler_plain", "DspNonUniformScaler",
+       FRAMEDSP_NULL_RECORD(DspNonUniformScaler), nullptr,
+       [](Rig &r) { return DspNonUniformScaler(&r.scaler); }, kNotImpl, true, 1},
+      {"DspNonUniformScaler_filtered", "DspNonUniformScaler",
+       FRAMEDSP_NULL_RECORD(DspNonUniformScaler), nullptr,
+       [](Rig &r) { return DspNonUniformScaler(&r.scaler); }, kNotImpl, true, 2},
+      {"DspSubPixelScaler_plain", "DspSubPixelScaler", FRAMEDSP_NULL_RECORD(DspSubPixelScaler),
+       nullptr, [](Rig &r) { return DspSubPixelScaler(&r.subpixel_scaler); }, kNotImpl, true, 0},
+      {"DspSubPixelScaler_filtered", "DspSubPixelScaler", FRAMEDSP_NULL_RECORD(DspSubPixelScaler),
+       nullptr, [](Rig &r) { return DspSubPixelScaler(&r.subpixel_scaler); }, kNotImpl, true, 2},
+      {"DspScalerHelper", "DspScalerHelper",
+       {{"null_in", [](Rig &r) { return DspScalerHelper(nullptr, &r.helper_out); }, kPtr},
+        {"null_out", [](Rig &r) { return DspScalerHelper(&r.helper_in, nullptr); }, kPtr},
+        {"both_null", [](Rig &) { return DspScalerHelper(nullptr, nullptr); }, kPtr}},
+       [](Rig &r) { r.helper_in.ulDstAspectDenominator = 0; },
+       [](Rig &r) { return DspScalerHelper(&r.helper_in, &r.helper_out); }, kNotImpl, true},
+      {"DspSubPixelScalerHelper", "DspSubPixelScalerHelper",
+       {{"null_in", [](Rig &r) { return DspSubPixelScalerHelper(nullptr, r.subpixel_helper_out); },
+         kPtr},
+        {"null_out", [](Rig &r) { return DspSubPixelScalerHelper(r.subpixel_helper_in, nullptr); },
+         kPtr},
+        {"both_null", [](Rig &) { return DspSubPixelScalerHelper(nullptr, nullptr); }, kPtr}},
+       nullptr,
+       [](Rig &r) { return DspSubPixelScalerHelper(r.subpixel_helper_in, r.subpixel_helper_out); },
+       kNotImpl, true},
+      {"DspCreateFrameRateConverter", "DspCreateFrameRateConverter",
+       {{"null_record", [](Rig &r) { return DspCreateFrameRateConverter(nullptr, &r.created); },
+         kPtr},
+        {"null_handle_address",
+         [](Rig &r) { return DspCreateFrameRateConverter(&r.converter_params, nullptr); }, kPtr},
+        {"both_null", [](Rig &) { return DspCreateFrameRateConverter(nullptr, nullptr); }, kPtr}},
+       nullptr,
+       [](Rig &r) { return DspCreateFrameRateConverter(&r.converter_params, &r.created); },
+       DSP_S_OK, true},
+      {"DspFrameRateConvert", "DspFrameRateConvert",
+       {{"zero_handle", [](Rig &r) { return DspFrameRateConvert(nullptr, &r.convert, 0); }, kHdl},
+        {"zero_handle_null_record", [](Rig &) { return DspFrameRateConvert(nullptr, nullptr, 0); },
+         kHdl},
+        {"all_ones_handle", [](Rig &r) { return DspFrameRateConvert(kAllOnes, &r.convert, 7); },
+         kHdl}},
+       nullptr, [](Rig &r) { return DspFrameRateConvert(r.converter, &r.convert, 0xFFFFFFFFu); },
+       kNotImpl, true},
+      {"DspCreateMotionVectors", "DspCreateMotionVectors",
+       {{"null_record", [](Rig &r) { return DspCreateMotionVectors(r.converter, nullptr); }, kPtr},
+        {"null_record_bad_handle", [](Rig &) { return DspCreateMotionVectors(nullptr, nullptr); },
+         kPtr},
+        {"zero_handle", [](Rig &r) { return DspCreateMotionVectors(nullptr, r.motion); }, kHdl},
+        {"all_ones_handle", [](Rig &r) { return DspCreateMotionVectors(kAllOnes, r.motion); },
+         kHdl}},
+       nullptr, [](Rig &r) { return DspCreateMotionVectors(r.converter, r.motion); }, kNotImpl,
+       true},
+      {"DspCreateMipMaps", "DspCreateMipMaps",
+       {{"null_record", [](Rig &r) { return DspCreateMipMaps(r.converter, nullptr); }, kPtr},
+        {"null_record_bad_handle", [](Rig &) { return DspCreateMipMaps(kAllOnes, nullptr); },
+         kPtr},
+        {"zero_handle", [](Rig &r) { return DspCreateMipMaps(nullptr, &r.mipmap); }, kHdl},
+        {"all_ones_handle", [](Rig &r) { return DspCreateMipMaps(kAllOnes, &r.mipmap); }, kHdl}},
+       nullptr, [](Rig &r) { return DspCreateMipMaps(r.converter, &r.mipmap); }, kNotImpl, true},
+  };
+  return cases;
+}
+
+template <class Keep>
+std::vector<ExportCase> cases_where(Keep keep) {
+  std::vector<ExportCase> out;
+  for (const ExportCase &c : export_cases()) {
+    if (keep(c)) out.push_back(c);
+  }
+  return out;
+}
+
+std::string case_name(const ::testing::TestParamInfo<ExportCase> &info) {
+  return info.param.label;
+}
+
+class ExportFrame : public HookedTest, public ::testing::TestWithParam<ExportCase> {
+ protected:
+  void SetUp() override {
+    rig.scaler.ulOptions = rig.subpixel_scaler.ulOptions = GetParam().call_flags;
+  }
+
+  // A refused call leaves every byte it was given, every output byte and the guards alone,
+  // enters no worker, and gives the converter back its reference.
+  void expect_nothing_done(const std::string &in, const std::string &out, int32_t refs) {
+    EXPECT_TRUE(rig.inputs() == in) << "a caller's record or the input image changed";
+    EXPECT_TRUE(rig.outputs() == out) << "output image or result record written";
+    EXPECT_TRUE(rig.out_mem.intact()) << rig.out_mem.damage();
+    EXPECT_TRUE(rig.in_mem.intact()) << rig.in_mem.damage();
+    EXPECT_TRUE(g_entered.empty()) << "entered " << g_entered.front();
+    EXPECT_EQ(references(rig.converter), refs);
+  }
+
+  Rig rig;
+};
+
+class ExportRefusals : public ExportFrame {};
+class ExportValidation : public ExportFrame {};
+class ExportWorker : public ExportFrame {};
+
+TEST_P(ExportRefusals, NullPointersAndBadHandles) {
+  const int32_t refs = references(rig.converter);
+  ASSERT_EQ(refs, 1);
+  for (const Refusal &refusal : GetParam().refusals) {
+    SCOPED_TRACE(refusal.what);
+    const std::string in = rig.inputs(), out = rig.outputs();
+    EXPECT_EQ(refusal.call(rig), refusal.expected);
+    expect_nothing_done(in, out, refs);
+  }
+}
+
+TEST_P(ExportValidation, RejectedRecordIsQuietSuccess) {
+  GetParam().reject(rig);
+  const int32_t refs = references(rig.converter);
+  const std::string in = rig.inputs(), out = rig.outputs();
+  EXPECT_EQ(GetParam().call(rig), DSP_S_OK);
+  expect_nothing_done(in, out, refs);
+}
+
+TEST_P(ExportWorker, AcceptedRecordReachesTheWorker) {
+  const int32_t refs = references(rig.converter);
+  const std::string in = rig.inputs();
+  EXPECT_EQ(GetParam().call(rig), GetParam().accepted);
+  EXPECT_EQ(g_entered, std::vector<std::string>{GetParam().worker});
+  EXPECT_TRUE(rig.inputs() == in) << "a caller's record or the input image changed";
+  EXPECT_TRUE(rig.out_mem.intact()) << rig.out_mem.damage();
+  EXPECT_EQ(references(rig.converter), refs);
+}
+
+TEST_P(ExportWorker, ThrowingWorkerGivesUnexpected) {
+  const int32_t refs = references(rig.converter);
+  const std::string in = rig.inputs(), out = rig.outputs();
+  g_throw_for = GetParam().worker;
+  EXPECT_EQ(GetParam().call(rig), DSP_E_UNEXPECTED);
+  EXPECT_EQ(g_entered, std::vector<std::string>{GetParam().worker});
+  EXPECT_TRUE(rig.inputs() == in);
+  EXPECT_TRUE(rig.outputs() == out) << "written although the worker threw at entry";
+  EXPECT_TRUE(rig.out_mem.intact()) << rig.out_mem.damage();
+  // The reference taken for the call is dropped as the exception passes.
+  EXPECT_EQ(references(rig.converter), refs);
+}
+
+INSTANTIATE_TEST_SUITE_P(Frame, ExportRefusals, ::testing::ValuesIn(export_cases()), case_name);
+INSTANTIATE_TEST_SUITE_P(Frame, ExportValidation,
+                         ::testing::ValuesIn(cases_where([](const ExportCase &c) {
+                           return c.reject != nullptr;
+                         })),
+                         case_name);
+INSTANTIATE_TEST_SUITE_P(Frame, ExportWorker,
+                         ::testing::ValuesIn(cases_where([](const ExportCase &c) {
+                           return c.run_worker;
+                         })),
+                         case_name);
+
+TEST(ExportFrameTable, CoversEveryExport) {
+  std::set<std::string> workers;
+  for (const ExportCase &c : export_cases()) workers.insert(c.worker);
+  EXPECT_EQ(workers.size(), 13u);
+}
+
+// ---- validation steps as tables, seen through the exports ---------------------------------------
+
+template <class Record>
+struct EdgeCase {
+  const char *label;
+  void (*edit)(Record &);
+  bool accepted;
+};
+
+template <class Record>
+void PrintTo(const EdgeCase<Record> &c, std::ostream *os) {
+  *os << c.label << (c.accepted ? " (accepted)" : " (refused)");
+}
+
+template <class Record>
+std::string edge_name(const ::testing::TestParamInfo<EdgeCase<Record>> &info) {
+  return info.param.label;
+}
+
+// Accepted: the worker is entered (and answers E_NOTIMPL in this release).  Refused: S_OK, no
+// worker, not a byte written.
+void expect_verdict(Rig &rig, Call call, const char *worker, bool accepted) {
+  const std::string in = rig.inputs(), out = rig.outputs();
+  const HRESULT status = call(rig);
+  EXPECT_TRUE(rig.inputs() == in);
+  EXPECT_TRUE(rig.out_mem.intact()) << rig.out_mem.damage();
+  if (accepted) {
+    EXPECT_EQ(status, DSP_E_NOTIMPL);
+    EXPECT_EQ(g_entered, std::vector<std::string>{worker});
+  } else {
+    EXPECT_EQ(status, DSP_S_OK);
+    EXPECT_TRUE(g_entered.empty()) << "entered " << g_entered.front();
+    EXPECT_TRUE(rig.outputs() == out);
+  }
+}
+
+// Fields shared by DSP_BUFFER and DSP_SUBPIXEL_BUFFER.
+template <class B>
+void formats(B &b, uint32_t f) {
+  b.In.ePixelFormat = b.Out.ePixelFormat = f;
+}
+
+template <class B>
+void frames(B &b, uint32_t in_interlace, uint32_t out_interlace) {
+  b.In.Buffer.eBufferType = b.Out.Buffer.eBufferType = DSP_BUFFER_TYPE_FRAME;
+  b.In.eInterlace = in_interlace;
+  b.Out.eInterlace = out_interlace;
+}
+
+template <class B, class H>
+void heights(B &b, uint32_t in_type, H in_h, uint32_t out_type, H out_h) {
+  b.In.Buffer.eBufferType = in_type;
+  b.Out.Buffer.eBufferType = out_type;
+  b.In.Buffer.Region.ulHeight = in_h;
+  b.Out.Buffer.Region.ulHeight = out_h;
+  b.In.ulHeight = b.Out.ulHeight = kLines;
+}
+
+void widths(DSP_BUFFER &b, uint32_t w) {
+  b.In.ulWidth = b.Out.ulWidth = b.In.Buffer.Region.ulWidth = b.Out.Buffer.Region.ulWidth = w;
+}
+
+void widths(DSP_SUBPIXEL_BUFFER &b, double in_w, double out_w) {
+  b.In.Buffer.Region.ulWidth = in_w;
+  b.Out.Buffer.Region.ulWidth = out_w;
+  b.In.ulWidth = b.Out.ulWidth = 722;
+}
+
+constexpr uint32_t kFrame = DSP_BUFFER_TYPE_FRAME;
+constexpr uint32_t kFieldA = DSP_BUFFER_TYPE_FIELD_A;
+constexpr uint32_t kFieldB = DSP_BUFFER_TYPE_FIELD_B;
+
+// ---- copy
+
+using CopyCase = EdgeCase<DSP_BUFFER>;
+class CopyValidation : public HookedTest, public ::testing::TestWithParam<CopyCase> {};
+
+TEST_P(CopyValidation, Verdict) {
+  Rig rig;
+  GetParam().edit(rig.buffer);
+  expect_verdict(rig, [](Rig &r) { return DspBufferSmartCopy(&r.buffer); }, "DspBufferSmartCopy",
+                 GetParam().accepted);
+}
+
+const CopyCase kCopyCases[] = {
+    {"uyvy_unchanged", [](auto &) {}, true},
+    {"formats_differ", [](auto &b) { b.Out.ePixelFormat = 25; }, false},
+    {"bgra32_to_bgr24", [](auto &b) { b.In.ePixelFormat = 0; b.Out.ePixelFormat = 1; }, false},
+    {"unknown_format", [](auto &b) { formats(b, 1000); }, false},
+    {"uyvy_odd_in_width", [](auto &b) { b.In.ulWidth = 65; }, false},
+    {"uyvy_odd_in_region_width", [](auto &b) { b.In.Buffer.Region.ulWidth = 63; }, false},
+    {"uyvy_odd_out_width", [](auto &b) { b.Out.ulWidth = 65; }, false},
+    {"uyvy_odd_out_region_width", [](auto &b) { b.Out.Buffer.Region.ulWidth = 63; }, false},
+    {"bgr24_odd_widths", [](auto &b) { formats(b, 1); widths(b, 63); }, true},
+    {"bgr24_odd_in_width", [](auto &b) { formats(b, 1); b.In.ulWidth = 63; }, true},
+    {"bgra32_odd_widths", [](auto &b) { formats(b, 0); widths(b, 63); }, true},
+    {"bgr24_key_odd_widths", [](auto &b) { formats(b, 5); widths(b, 63); }, true},
+    {"uyvy_key_odd_widths", [](auto &b) { formats(b, 28); widths(b, 63); }, false},
+    {"key8_odd_widths", [](auto &b) { formats(b, 261); widths(b, 63); }, false},
+    {"interleaved_frame_to_progressive_frame", [](auto &b) { frames(b, 0, 2); }, false},
+    {"interlace1_frame_to_progressive_frame", [](auto &b) { frames(b, 1, 2); }, true},
+    {"interleaved_frame_to_interleaved_frame", [](auto &b) { frames(b, 0, 0); }, true},
+    {"interleaved_frame_to_separate_frame", [](auto &b) { frames(b, 0, 3); }, true},
+    {"progressive_frame_to_interleaved_frame", [](auto &b) { frames(b, 2, 0); }, true},
+    {"interleaved_field_to_progressive_frame",
+     [](auto &b) { frames(b, 0, 2); b.In.Buffer.eBufferType = kFieldA; }, true},
+    {"interleaved_frame_to_progressive_field",
+     [](auto &b) { frames(b, 0, 2); heights(b, kFrame, 8u, kFieldB, 4u); }, true},
+    // The copy's steps compare no heights; the line geometry decides how many lines run.
+    {"region_heights_not_compared", [](auto &b) { b.Out.Buffer.Region.ulHeight = 3; }, true},
+};
+INSTANTIATE_TEST_SUITE_P(Validation, CopyValidation, ::testing::ValuesIn(kCopyCases),
+                         edge_name<DSP_BUFFER>);
+
+// Every format the table knows (and two it does not), with even widths: the copy takes exactly
+// its formats; compare refuses its own quietly (the formats it takes run in its own tests).
+const uint32_t kCopyFormats[] = {0, 1, 5, 21, 22, 23, 24, 25, 28, 30, 31, 129, 261, 262};
+const uint32_t kNotCopyFormats[] = {2,   3,   4,   16,  17,  18,  27,  29,  64, 128,
+                                    132, 258, 259, 260, 263, 512, 513, 26,  1000};
+const uint32_t kNotCompareFormats[] = {22, 23, 24, 31, 129, 262, 263, 2, 27, 29, 128, 1000};
+
+class FormatTest : public HookedTest, public ::testing::TestWithParam<uint32_t> {
+ protected:
+  void copy_verdict(bool accepted) {
+    Rig rig;
+    formats(rig.buffer, GetParam());
+    expect_verdict(rig, [](Rig &r) { return DspBufferSmartCopy(&r.buffer); },
+                   "DspBufferSmartCopy", accepted);
+  }
+};
+class CopyTakes : public FormatTest {};
+class CopyRefuses : public FormatTest {};
+class CompareRefuses : public FormatTest {};
+
+TEST_P(CopyTakes, Format) { copy_verdict(true); }
+TEST_P(CopyRefuses, Format) { copy_verdict(false); }
+TEST_P(CompareRefuses, Format) {
+  Rig rig;
+  rig.compare.ePixelFormat = GetParam();
+  expect_verdict(rig, [](Rig &r) { return DspCompare(&r.compare); }, "DspCompare", false);
+}
+
+std::string format_name(const ::testing::TestParamInfo<uint32_t> &info) {
+  return "format_" + std::to_string(info.param);
+}
+INSTANTIATE_TEST_SUITE_P(Validation, CopyTakes, ::testing::ValuesIn(kCopyFormats), format_name);
+INSTANTIATE_TEST_SUITE_P(Validation, CopyRefuses, ::testing::ValuesIn(kNotCopyFormats),
+                         format_name);
+INSTANTIATE_TEST_SUITE_P(Validation, CompareRefuses, ::testing::ValuesIn(kNotCompareFormats),
+                         format_name);
+
+// ---- filter
+
+using FilterCase = EdgeCase<DSP_BUFFER>;
+class FilterValidation : public HookedTest, public ::testing::TestWithParam<FilterCase> {};
+
+TEST_P(FilterValidation, Verdict) {
+  Rig rig;
+  GetParam().edit(rig.filter.Buffer);
+  expect_verdict(rig, [](Rig &r) { return DspFilter(&r.filter); }, "DspFilter",
+                 GetParam().accepted);
+}
+
+const FilterCase kFilterCases[] = {
+    {"frame_to_frame_equal", [](auto &b) { heights(b, kFrame, 480u, kFrame, 480u); }, true},
+    {"frame_to_field_halves", [](auto &b) { heights(b, kFrame, 480u, kFieldA, 240u); }, true},
+    {"frame_to_field_b_halves", [](auto &b) { heights(b, kFrame, 480u, kFieldB, 240u); }, true},
+    {"frame_to_field_same_height", [](auto &b) { heights(b, kFrame, 480u, kFieldA, 480u); },
+     false},
+    {"odd_frame_to_field", [](auto &b) { heights(b, kFrame, 481u, kFieldA, 240u); }, false},
+    {"field_to_frame_doubles", [](auto &b) { heights(b, kFieldA, 240u, kFrame, 480u); }, true},
+    {"field_to_frame_same_height", [](auto &b) { heights(b, kFieldB, 240u, kFrame, 240u); },
+     false},
+    {"odd_field_to_frame", [](auto &b) { heights(b, kFieldA, 241u, kFrame, 482u); }, true},
+    {"field_to_odd_frame", [](auto &b) { heights(b, kFieldA, 240u, kFrame, 481u); }, false},
+    {"field_to_field_equal", [](auto &b) { heights(b, kFieldA, 240u, kFieldB, 240u); }, true},
+    {"field_to_field_unequal", [](auto &b) { heights(b, kFieldA, 240u, kFieldA, 120u); }, false},
+    {"unequal_region_widths", [](auto &b) { b.Out.Buffer.Region.ulWidth = 32; }, false},
+    {"unequal_image_widths", [](auto &b) { b.Out.ulWidth = 128; }, true},
+    {"interleaved_frame_to_progressive_frame", [](auto &b) { frames(b, 0, 2); }, false},
+    {"formats_differ", [](auto &b) { b.Out.ePixelFormat = 25; }, false},
+    {"format_refused", [](auto &b) { formats(b, 27); }, false},
+    {"uyvy_odd_widths", [](auto &b) { widths(b, 63); }, false},
+    {"uyvy_odd_out_image_width", [](auto &b) { b.Out.ulWidth = 65; }, false},
+    {"bgr24_odd_widths", [](auto &b) { formats(b, 1); widths(b, 63); }, true},
+    {"bgra32_odd_in_image_width", [](auto &b) { formats(b, 0); b.In.ulWidth = 63; }, true},
+};
+INSTANTIATE_TEST_SUITE_P(Validation, FilterValidation, ::testing::ValuesIn(kFilterCases),
+                         edge_name<DSP_BUFFER>);
+
+// ---- sub-pixel filter
+
+using SubPixelCase = EdgeCase<DSP_SUBPIXEL_BUFFER>;
+class SubPixelValidation : public HookedTest, public ::testing::TestWithParam<SubPixelCase> {};
+
+TEST_P(SubPixelValidation, Verdict) {
+  Rig rig;
+  GetParam().edit(rig.subpixel_filter.Buffer);
+  expect_verdict(rig, [](Rig &r) { return DspSubPixelFilter(&r.subpixel_filter); },
+                 "DspSubPixelFilter", GetParam().accepted);
+}
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+const SubPixelCase kSubPixelCases[] = {
+    {"widths_720_and_720", [](auto &b) { widths(b, 720.0, 720.0); }, true},
+    {"widths_720_and_720_5", [](auto &b) { widths(b, 720.0, 720.5); }, false},
+    {"uyvy_width_721_5", [](auto &b) { widths(b, 721.5, 721.5); }, false},
+    {"uyvy_width_720_5", [](auto &b) { widths(b, 720.5, 720.5); }, true},
+    {"uyvy_width_720_999", [](auto &b) { widths(b, 720.999, 720.999); }, true},
+    {"bgr24_width_721_5", [](auto &b) { formats(b, 1); widths(b, 721.5, 721.5); }, true},
+    // Truncation toward zero: -3.5 has integer part -3 (odd); rounding down would give -4.
+    {"uyvy_width_minus_3_5", [](auto &b) { widths(b, -3.5, -3.5); }, false},
+    {"uyvy_odd_image_width", [](auto &b) { b.In.ulWidth = 65; }, false},
+    {"bgra32_nan_widths", [](auto &b) { formats(b, 0); widths(b, kNaN, kNaN); }, false},
+    {"uyvy_infinite_widths", [](auto &b) { widths(b, kInf, kInf); }, false},
+    {"uyvy_huge_widths", [](auto &b) { widths(b, 1e300, 1e300); }, false},
+    {"frame_480_to_field_240", [](auto &b) { heights(b, kFrame, 480.0, kFieldA, 240.0); }, true},
+    {"frame_480_to_field_240_5", [](auto &b) { heights(b, kFrame, 480.0, kFieldA, 240.5); },
+     false},
+    {"field_240_25_to_frame_480_5", [](auto &b) { heights(b, kFieldB, 240.25, kFrame, 480.5); },
+     true},
+    {"field_to_field_unequal", [](auto &b) { heights(b, kFieldA, 240.0, kFieldB, 240.5); }, false},
+    {"interleaved_frame_to_progressive_frame", [](auto &b) { frames(b, 0, 2); }, false},
+    {"formats_differ", [](auto &b) { b.Out.ePixelFormat = 25; }, false},
+};
+INSTANTIATE_TEST_SUITE_P(Validation, SubPixelValidation, ::testing::ValuesIn(kSubPixelCases),
+                         edge_name<DSP_SUBPIXEL_BUFFER>);
+
+// ---- scaler helper
+
+using HelperCase = EdgeCase<DSP_SCALER_HELPER_IN>;
+class HelperValidation : public HookedTest, public ::testing::TestWithParam<HelperCase> {};
+
+TEST_P(HelperValidation, Verdict) {
+  Rig rig;
+  GetParam().edit(rig.helper_in);
+  expect_verdict(rig, [](Rig &r) { return DspScalerHelper(&r.helper_in, &r.helper_out); },
+                 "DspScalerHelper", GetParam().accepted);
+}
+
+void fill(DSP_SCALER_HELPER_IN &in, uint32_t w, uint32_t h) {
+  in.ulFlags = DSP_SCALER_HELPER_FILL;
+  in.ulSrcRegionWidth = w;
+  in.ulSrcRegionHeight = h;
+}
+
+const HelperCase kHelperCases[] = {
+    {"fit_height", [](auto &) {}, true},
+    {"zero_src_aspect_numerator", [](auto &in) { in.ulSrcAspectNumerator = 0; }, false},
+    {"zero_src_aspect_denominator", [](auto &in) { in.ulSrcAspectDenominator = 0; }, false},
+    {"zero_src_width", [](auto &in) { in.ulSrcWidth = 0; }, false},
+    {"zero_src_height", [](auto &in) { in.ulSrcHeight = 0; }, false},
+    {"zero_dst_aspect_numerator", [](auto &in) { in.ulDstAspectNumerator = 0; }, false},
+    {"zero_dst_aspect_denominator", [](auto &in) { in.ulDstAspectDenominator = 0; }, false},
+    {"zero_dst_width", [](auto &in) { in.ulDstWidth = 0; }, false},
+    {"zero_dst_height", [](auto &in) { in.ulDstHeight = 0; }, false},
+    {"unread_words_ignored", [](auto &in) { in.ulReserved1 = in.ulReserved2 = ~0u; }, true},
+    {"fit_width_partial_source",
+     [](auto &in) { in.ulFlags = 1; in.ulSrcRegionWidth = 360; in.ulSrcRegionHeight = 243; },
+     true},
+    {"fill_whole_source", [](auto &in) { fill(in, 720, 486); }, true},
+    {"fill_zero_region", [](auto &in) { fill(in, 0, 0); }, false},
+    {"fill_zero_region_width", [](auto &in) { fill(in, 0, 486); }, false},
+    {"fill_zero_region_height", [](auto &in) { fill(in, 720, 0); }, false},
+    {"fill_smaller_region", [](auto &in) { fill(in, 704, 486); }, false},
+    {"fill_larger_region", [](auto &in) { fill(in, 720, 490); }, false},
+    {"fill_and_fit_width_bits", [](auto &in) { fill(in, 704, 486); in.ulFlags = 3; }, false},
+    {"fill_destination_region_free",
+     [](auto &in) { fill(in, 720, 486); in.ulDstRegionWidth = 100; in.ulDstRegionHeight = 7; },
+     true},
+};
+INSTANTIATE_TEST_SUITE_P(Validation, HelperValidation, ::testing::ValuesIn(kHelperCases),
+                         edge_name<DSP_SCALER_HELPER_IN>);
+
+}  // namespace
