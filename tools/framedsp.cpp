@@ -137,7 +137,7 @@ struct Command {
 
 // ---- argument parsing
 
-struct OptionSpec {
+struct OptionDef {
   const char *name;   // long form, "--size"
   const char *alias;  // short form or nullptr
   bool value;
@@ -154,7 +154,7 @@ struct Parsed {
   }
 };
 
-Parsed parse(const std::vector<std::string> &args, const std::vector<OptionSpec> &specs) {
+Parsed parse(const std::vector<std::string> &args, const std::vector<OptionDef> &defs) {
   Parsed parsed;
   bool options_done = false;
   for (size_t i = 0; i < args.size(); ++i) {
@@ -179,20 +179,20 @@ Parsed parse(const std::vector<std::string> &args, const std::vector<OptionSpec>
       value = arg.substr(eq + 1);
       inline_value = true;
     }
-    const OptionSpec *spec = nullptr;
-    for (const OptionSpec &s : specs) {
-      if (name == s.name || (s.alias && name == s.alias)) spec = &s;
+    const OptionDef *def = nullptr;
+    for (const OptionDef &s : defs) {
+      if (name == s.name || (s.alias && name == s.alias)) def = &s;
     }
-    if (!spec) throw UsageError("unknown option " + name);
-    if (spec->value && !inline_value) {
+    if (!def) throw UsageError("unknown option " + name);
+    if (def->value && !inline_value) {
       if (i + 1 >= args.size()) throw UsageError(name + " needs a value");
       value = args[++i];
-    } else if (!spec->value && inline_value) {
+    } else if (!def->value && inline_value) {
       throw UsageError(name + " takes no value");
     }
-    if (parsed.options.count(spec->name))
-      throw UsageError(std::string(spec->name) + " given twice");
-    parsed.options[spec->name] = value;
+    if (parsed.options.count(def->name))
+      throw UsageError(std::string(def->name) + " given twice");
+    parsed.options[def->name] = value;
   }
   return parsed;
 }

@@ -3,13 +3,11 @@
 #include <cstdint>
 
 #include "frame/guard.h"
-#include "frame/pixel_format.h"
+#include "frame/buffer_rules.h"
 
 namespace framedsp {
 
 namespace {
-
-bool odd(uint32_t value) { return (value & 1u) != 0; }
 
 // Whether the integer part (truncated toward zero) of a fractional width is even.  Converting a
 // NaN, an infinity or a value outside int64 to an integer is undefined, so widths outside the open
@@ -26,18 +24,9 @@ bool integer_part_even(double width) {
 HRESULT subpixel_filter_validate(const DSP_SUBPIXEL_FILTER_PARAMS *params) {
   const DSP_SUBPIXEL_IMAGE &in = params->Buffer.In;
   const DSP_SUBPIXEL_IMAGE &out = params->Buffer.Out;
-  if (!copy_filter_format(in.ePixelFormat) || out.ePixelFormat != in.ePixelFormat) {
-    return kInvalidArg;
-  }
-  const bool in_frame = in.Buffer.eBufferType == DSP_BUFFER_TYPE_FRAME;
-  const bool out_frame = out.Buffer.eBufferType == DSP_BUFFER_TYPE_FRAME;
-  if (in_frame && in.eInterlace == DSP_INTERLACE_INTERLEAVED && out_frame &&
-      out.eInterlace == DSP_INTERLACE_PROGRESSIVE) {
-    return kInvalidArg;
-  }
-  double factor = 1.0;
-  if (in_frame && !out_frame) factor = 2.0;
-  if (out_frame && !in_frame) factor = 0.5;
+  if (!copy_formats_ok(in, out)) return kInvalidArg;
+  if (interleaved_frame_into_progressive(in, out)) return kInvalidArg;
+  const double factor = region_height_factor(in, out);
   // Exact comparisons: the fractional regions must match to the last bit (NaN never does).
   const double in_width = in.Buffer.Region.ulWidth;
   const double out_width = out.Buffer.Region.ulWidth;
