@@ -58,30 +58,10 @@ void compare_key8_c(const uint8_t *a, const uint8_t *b, uint8_t *out, uint32_t l
                     size_t bytes_per_line, size_t stride, double *results);
 
 #if defined(FRAMEDSP_HAVE_X86)
-// Built only inside the library (the x86 object files); tests reach them through
-// compare_table_init with the matching flags.  Only the table init calls the init functions,
-// each after checking its flag.
-void compare_uyvy_sse2(const uint8_t *a, const uint8_t *b, uint8_t *out, uint32_t lines,
-                       size_t bytes_per_line, size_t stride, double *results);
-void compare_yuyv_sse2(const uint8_t *a, const uint8_t *b, uint8_t *out, uint32_t lines,
-                       size_t bytes_per_line, size_t stride, double *results);
-void compare_bgr24_sse2(const uint8_t *a, const uint8_t *b, uint8_t *out, uint32_t lines,
-                        size_t bytes_per_line, size_t stride, double *results);
-void compare_bgra32_sse2(const uint8_t *a, const uint8_t *b, uint8_t *out, uint32_t lines,
-                         size_t bytes_per_line, size_t stride, double *results);
-void compare_key8_sse2(const uint8_t *a, const uint8_t *b, uint8_t *out, uint32_t lines,
-                       size_t bytes_per_line, size_t stride, double *results);
+// Built only inside the library (the x86 object files, each with its own ISA flags).  Each fills
+// every table entry with its kernels; only the table init calls them, each after checking its
+// flag.  Tests reach the kernels through compare_table_init with the matching flags.
 void compare_init_sse2(CompareKernelTable *table);
-void compare_uyvy_avx2(const uint8_t *a, const uint8_t *b, uint8_t *out, uint32_t lines,
-                       size_t bytes_per_line, size_t stride, double *results);
-void compare_yuyv_avx2(const uint8_t *a, const uint8_t *b, uint8_t *out, uint32_t lines,
-                       size_t bytes_per_line, size_t stride, double *results);
-void compare_bgr24_avx2(const uint8_t *a, const uint8_t *b, uint8_t *out, uint32_t lines,
-                        size_t bytes_per_line, size_t stride, double *results);
-void compare_bgra32_avx2(const uint8_t *a, const uint8_t *b, uint8_t *out, uint32_t lines,
-                         size_t bytes_per_line, size_t stride, double *results);
-void compare_key8_avx2(const uint8_t *a, const uint8_t *b, uint8_t *out, uint32_t lines,
-                       size_t bytes_per_line, size_t stride, double *results);
 void compare_init_avx2(CompareKernelTable *table);
 #endif
 
