@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace framedsp {
 
@@ -48,7 +49,81 @@ void color_table_init(ColorKernelTable *table, uint32_t cpu_flags);
 uint32_t color_isas_built();
 
 #if defined(FRAMEDSP_HAVE_X86)
+// Built only inside the library with their files' ISA flags; only color_table_init calls them,
+// each after checking its flag.
 void color_init_sse2(ColorKernelTable *table);
+void color_init_avx2(ColorKernelTable *table);
 #endif
 
+namespace color_detail {
+
+// Compiled into each kernel file with that file's ISA flags.  The unnamed namespace keeps every
+// instantiation local to its file, so the linker cannot hand the scalar kernels a copy of the
+// driver built with -mavx2.
+namespace {
+
+// Byte offsets inside one 4-byte pixel pair.
+struct UyvyLayout {
+  static constexpr unsigned kCb = 0, kY0 = 1, kCr = 2, kY1 = 3;
+};
+struct YuyvLayout {
+  static constexpr unsigned kY0 = 0, kCb = 1, kY1 = 2, kCr = 3;
+};
+
+inline uint8_t clamp_u8(int v) { return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v)); }
+
+// One pair by the formula above.  Sums stay within +-18567 * 128 + 8192 (int32); >> on a
+// negative int is arithmetic on every compiler we build with.
+template <class L>
+inline void color_pair(const uint8_t *s, uint8_t *d, const ColorMatrix &m) {
+  const int cb = int{s[L::kCb]} - 128;
+  const int cr = int{s[L::kCr]} - 128;
+  const int dy = (m.y_cb * cb + m.y_cr * cr + 8192) >> 14;
+  const int cb_out = 128 + ((m.cb_cb * cb + m.cb_cr * cr + 8192) >> 14);
+  const int cr_out = 128 + ((m.cr_cb * cb + m.cr_cr * cr + 8192) >> 14);
+  d[L::kY0] = clamp_u8(s[L::kY0] + dy);
+  d[L::kY1] = clamp_u8(s[L::kY1] + dy);
+  d[L::kCb] = clamp_u8(cb_out);
+  d[L::kCr] = clamp_u8(cr_out);
+}
+
+// Scalar twin of the SIMD steps: kPairs pairs a step, so the scalar kernels run the same split.
+template <class L, size_t N>
+struct ColorStepC {
+  static constexpr size_t kPairs = N;
+  struct Consts {
+    explicit Consts(const ColorMatrix &matrix) : m(matrix) {}
+    ColorMatrix m;
+  };
+  static void run(const uint8_t *s, uint8_t *d, const Consts &k) {
+    for (size_t p = 0; p < N; ++p) color_pair<L>(s + 4 * p, d + 4 * p, k.m);
+  }
+};
+
+// The line driver of every kernel: whole steps from pixel 0 (loads and stores are unaligned, so
+// the head is empty), the remaining pairs one at a time, an odd last pixel copied.  Nothing
+// outside [0, pixels * 2) is read or written.  memmove for the null matrix: the caller may
+// convert in place.
+template <class Step, class L>
+inline void color_line(const uint8_t *src, uint8_t *dst, size_t pixels, const ColorMatrix *m) {
+  const size_t bytes = pixels * 2;
+  if (bytes == 0) return;
+  if (!m) {
+    std::memmove(dst, src, bytes);
+    return;
+  }
+  const size_t pairs = pixels / 2;
+  const size_t body = pairs - pairs % Step::kPairs;
+  const typename Step::Consts k(*m);
+  size_t p = 0;
+  for (; p < body; p += Step::kPairs) Step::run(src + 4 * p, dst + 4 * p, k);
+  for (; p < pairs; ++p) color_pair<L>(src + 4 * p, dst + 4 * p, *m);
+  if (pixels & 1) {
+    dst[bytes - 2] = src[bytes - 2];
+    dst[bytes - 1] = src[bytes - 1];
+  }
+}
+
+}  // namespace
+}  // namespace color_detail
 }  // namespace framedsp
