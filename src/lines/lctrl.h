@@ -42,8 +42,8 @@ struct LCtrl {
   int32_t src_image_height;
   int32_t dst_image_height;
   int32_t src_height;                  // region height after clipping
-  int32_t dst_height;                  // the line count of a run
-  int32_t src_line_start;
+  int32_t dst_height;                  // the same for the destination; the runs share its lines
+  int32_t src_line_start;              // region top line in memory order (bottom-up: re-measured)
   int32_t src_column_start;            // bytes
   int32_t dst_line_start;
   int32_t dst_column_start;            // bytes
@@ -67,23 +67,55 @@ struct LCtrl {
   uint8_t *dst_line_address;
   uint8_t *src_limit;                  // each side's region start as first computed
   uint8_t *dst_limit;
-  uint8_t *src_near_limit;
+  uint8_t *src_near_limit;             // each side's first image line in walking order
   uint8_t *dst_near_limit;
-  uint8_t *src_far_limit;              // the limits the clamped line advance uses
-  uint8_t *dst_far_limit;
+  uint8_t *src_far_limit;              // the limits the clamped line advance uses: the last
+  uint8_t *dst_far_limit;              // image line in walking order, plus the column start
   int32_t single_field_frames;
 };
 
 // Clears `c` and computes everything but the run state from a normalised private copy of the
 // record (bottom-up regions already re-measured, band fields 0 already read as 1).
+// src_line_start / dst_line_start are therefore the region's top line in MEMORY order: the one
+// re-measure of a bottom-up side is normalise_orientation()'s, and nothing here repeats it.
+// A bottom-up region that reaches past the picture's bottom (negative re-measured top) is cut at
+// memory line 0, which keeps its picture-top line where it was.
 void lctrl_fill(const DSP_BUFFER &buffer, LCtrl *c);
 
 // Line addresses, limits, orientation signs, dominance adjustment and alignment split of run
-// `run` (0 or 1).
+// `run` (0 or 1).  A bottom-up side starts at its region's last memory line (the picture's top
+// line of the region) and walks with a negative increment.  The dominance adjusters move each
+// side's start line themselves (see framedsp.h for the rule), so the fill's *_diminance_offset
+// words are a record of the stride involved and are never added on top.  src_line_address is the
+// first line as read (clamped into the image); the preface is measured on it.  src_residual is
+// the C remainder, negative when a line is shorter than its preface.
 void lctrl_setup_run(const DSP_BUFFER &buffer, LCtrl *c, int run);
 
 // Developer aid: the record as text to stderr (a message box on Windows).  No operation calls it.
+// lctrl_format_dump writes the same text into `out` (snprintf rules; returns the full length).
 void lctrl_dump(const LCtrl &c, const char *title);
+int lctrl_format_dump(const LCtrl &c, const char *title, char *out, int size);
+
+// The part of run `run` that this call's band produces.  Line k of the run (first <= k < end)
+// reads src + k' * src_increment and writes dst + k' * dst_increment with k' = k - first, each
+// address clamped into its image (clamp_line).  Requires lctrl_setup_run(buffer, c, run) first.
+//
+// Bands count DESTINATION region lines from the top of the picture, whatever the orientation:
+// the band covers lines [band_first_line << progressive_interlace,
+// (band_first_line + band_lines) << progressive_interlace), i.e. line pairs when fields are
+// handled separately.  Every run owns a disjoint set of destination lines (a field's lines in an
+// interleaved frame, a half in a frame of fields one after the other, all lines of a field
+// buffer), and a line is produced by the call whose band contains it, so bands never overlap and
+// one band (ulSliceCount 0 or 1) always produces every line of every run.
+struct LineSpan {
+  int32_t first;
+  int32_t end;
+  intptr_t src;  // unclamped address of line `first` (may lie one line outside the image)
+  intptr_t dst;
+  int32_t src_increment;
+  int32_t dst_increment;
+};
+LineSpan lctrl_run_span(const DSP_BUFFER &buffer, const LCtrl &c, int run);
 
 // Clamped line advance: top-down sides move toward higher addresses and stop at their limit,
 // bottom-up sides toward lower ones; at the edge the last line repeats.
@@ -91,6 +123,36 @@ inline uint8_t *advance_line(uint8_t *line, int32_t increment, uint8_t *limit, b
   const intptr_t next = reinterpret_cast<intptr_t>(line) + increment;
   const intptr_t lim = reinterpret_cast<intptr_t>(limit);
   return reinterpret_cast<uint8_t *>(bottom_up ? (next > lim ? next : lim) : (next < lim ? next : lim));
+}
+
+// Clamps a line address between the image's first line in walking order (`near`) and its last
+// (`far`); bottom-up sides have near above far in memory.
+inline uint8_t *clamp_line(intptr_t line, const uint8_t *near, const uint8_t *far) {
+  const intptr_t n = reinterpret_cast<intptr_t>(near);
+  const intptr_t f = reinterpret_cast<intptr_t>(far);
+  const intptr_t lo = n < f ? n : f;
+  const intptr_t hi = n < f ? f : n;
+  return reinterpret_cast<uint8_t *>(line < lo ? lo : (line > hi ? hi : line));
+}
+
+// Walks every line this call produces: for each run from `field`, `number_of_runs` of them, sets
+// the run up in *c (so f may read the run's preface and widths from c) and calls
+// f(const uint8_t *src_line, uint8_t *dst_line) for the run's lines inside the band, top of the
+// picture first.  *c must come from lctrl_fill(buffer, c).  Source and destination may overlap.
+template <class F>
+void lctrl_for_each_line(const DSP_BUFFER &buffer, LCtrl *c, F &&f) {
+  for (int32_t run = c->field; run < c->field + c->number_of_runs; ++run) {
+    lctrl_setup_run(buffer, c, run);
+    const LineSpan span = lctrl_run_span(buffer, *c, run);
+    intptr_t src = span.src;
+    intptr_t dst = span.dst;
+    for (int32_t k = span.first; k < span.end; ++k) {
+      f(static_cast<const uint8_t *>(clamp_line(src, c->src_near_limit, c->src_far_limit)),
+        clamp_line(dst, c->dst_near_limit, c->dst_far_limit));
+      src += span.src_increment;
+      dst += span.dst_increment;
+    }
+  }
 }
 
 }  // namespace framedsp
