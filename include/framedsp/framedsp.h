@@ -50,11 +50,11 @@
  *
  * Availability in this release
  * ----------------------------
- * Working: DspCompare, DspCreateFrameRateConverter, and the handle checks of DspFrameRateConvert,
- * DspCreateMotionVectors and DspCreateMipMaps.
+ * Working: DspBufferSmartCopy, DspCompare, DspCreateFrameRateConverter, and the handle checks of
+ * DspFrameRateConvert, DspCreateMotionVectors and DspCreateMipMaps.
  * Declared with their complete call frame (null checks and validation as documented) but whose
- * operation returns DSP_E_NOTIMPL for an accepted record until it lands: DspBufferSmartCopy,
- * DspFilter, DspSubPixelFilter, DspScaler, DspScalerHelper, DspCreateMipMaps.
+ * operation returns DSP_E_NOTIMPL for an accepted record until it lands: DspFilter,
+ * DspSubPixelFilter, DspScaler, DspScalerHelper, DspCreateMipMaps.
  * Not yet available (their algorithms are still open; the frame and handle checks are final and
  * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler, DspSubPixelScaler,
  * DspSubPixelScalerHelper, DspCreateMotionVectors and the conversion behind DspFrameRateConvert.
@@ -215,7 +215,42 @@ typedef struct DSP_IMAGE {
   uint32_t ulFlags;                /* per-image flags: carried and dumped, not interpreted */
 } DSP_IMAGE;
 
-/* ulFlags of DSP_BUFFER. */
+/* ulFlags of DSP_BUFFER, and the line maps of every line-by-line operation.
+ *
+ * Lines count from the top of each region in picture order: a bottom-up image is the same
+ * picture with its memory order reversed.  Field A is a frame's even lines, field B its odd ones.
+ * Frame line of region line j: in a frame of eInterlace 0..2, j; in a frame of eInterlace 3 (field
+ * A in the upper h/2 lines, field B from line h/2 on), 2k for line k of the upper half and 2k + 1
+ * for line k of the lower; in a field buffer of type t, 2j + t.  Output line j shows the input
+ * line whose frame line is (frame line of j) + s, with s from the dominance table, found in the
+ * input read as:
+ *   field  - a field buffer of type t: line (F - t) / 2; only output lines whose F has parity t
+ *            are written, so a field lands on every second frame line (or in its half);
+ *   lines  - frame line F is region line F;
+ *   halves - even F is line F / 2 of the upper half, odd F line F / 2 of the half from hi / 2 on.
+ *
+ *   In -> Out          read as                         output lines written
+ *   field -> field     line j (flags ignored)          all
+ *   field -> frame     field                           parity t; the other one when s != 0
+ *   frame -> field A   lines if Out.eInterlace <= 2,   all (note: chosen by Out's eInterlace)
+ *                      halves if above
+ *   frame -> field B   lines if In.eInterlace < 2 or   all
+ *                      Out.eInterlace == 2, else halves
+ *   frame -> frame     lines if In 0..2, halves if 3   all; between In 0/1 and Out 0..2, only
+ *                                                      field A's (B's) lines when only
+ *                                                      DSP_BUFFER_PROCESS_FIELDA (FIELDB) is set
+ *   Frame -> frame with an eInterlace above 3, and field -> frame into one above 3, copy nothing.
+ *   An input line outside the input image is read from its nearest line (edge lines repeat);
+ *   inside the image, lines next to the region are read as they are.
+ *
+ * Dominance (bits 0..2), for every pair but field -> field:
+ *   IN_FIELD2  OUT_FIELD2  SHIFTING_UP   s    the output shows
+ *     same       same         any        0    the input in place
+ *     differ     differ        1        +1    the picture one frame line higher
+ *     differ     differ        0        -1    the picture one frame line lower
+ * A one-line shift puts every field on the other field's lines, so the output's fields come in
+ * the time order its own dominance bit gives.
+ */
 #define DSP_BUFFER_IN_FIELD2_DOMINANCE 0x01u      /* input's second field comes first in time */
 #define DSP_BUFFER_OUT_FIELD2_DOMINANCE 0x02u     /* the same for the output                  */
 #define DSP_BUFFER_DOMINANCE_BY_SHIFTING_UP 0x04u /* change dominance by shifting lines up    */
@@ -224,8 +259,17 @@ typedef struct DSP_IMAGE {
 
 /* Input and output of one operation: 148 bytes on ILP32 (Out at 68), 160 on LP64 (Out at 72).
  *
- * Bands: band n (counted from 1) of c bands produces the output lines from (n - 1) * h on, where
- * h = output region height / c (integer division); 0 in either field is taken as 1. */
+ * Bands: band n (counted from 1) of c bands produces the output region lines [(n - 1) * h,
+ * n * h), counted from the picture's top whatever the orientation, with h = ho / c (integer
+ * division; ho = output region height) rounded down to even when fields are taken apart
+ * (frame -> frame from In 0/1, frame -> field A into Out 0/1, frame -> field B from In 0/1).
+ * The last band also takes line n * h (lines n * h and n * h + 1 when fields are taken apart)
+ * when ho is odd; no band passes Out.ulHeight.  0 in either field is taken as 1.  A band holds
+ * the lines of both fields in its range, so bands never overlap, and one band always covers the
+ * whole region.  Lines past the last band belong to no band: four bands over 487 progressive
+ * lines give 0..120, 121..241, 242..362, 363..484 and leave 485 and 486.  Choose c dividing ho
+ * (into an even h when fields are taken apart; for odd ho, ho mod c = 1 also covers everything
+ * without fields), or produce the remaining lines with one more call on just those lines. */
 typedef struct DSP_BUFFER {
   DSP_IMAGE In;
   DSP_IMAGE Out;
@@ -527,10 +571,43 @@ typedef struct DSP_FRAME_RATE_CONVERT_PARAMS {
 
 /* Copies the input region into the output region in the same pixel format, between frames and
  * fields, orientations and field dominances, optionally converting BT.601 <-> BT.709.
- * E_POINTER for a null record; S_OK without work when the record is refused (input format not
- * one of 0, 1, 5, 21..25, 28, 30, 31, 129, 261, 262; output format different; a frame with
- * interleaved fields into a progressive frame; odd widths in a subsampled format).
- * This release: accepted records answer DSP_E_NOTIMPL. */
+ *
+ * Statuses: E_POINTER for a null record; S_OK without work when the record is refused (input
+ * format not one of 0, 1, 5, 21..25, 28, 30, 31, 129, 261, 262; output format different; a frame
+ * with interleaved fields into a progressive frame; odd widths in a subsampled format); S_OK
+ * after the copy; E_FAIL when a pass fails (the only cause in this release: the work line of the
+ * converting pass cannot be had, which is reported as E_FAIL, not E_OUTOFMEMORY).  After E_FAIL
+ * the output may hold the lines already written; of a two-plane format whose picture failed, the
+ * plane is left untouched.
+ *
+ * Lines: the line geometry (which source line feeds which output line, fields, dominance, bands)
+ * is that of the buffer record above.  Each output line receives the region width in bytes
+ * (bytes per pixel x region width, clipped to each side's stride; formats 21 and 25 round left
+ * edges down to an even pixel), read from the source line at the input region's left edge.  When
+ * the two clipped widths differ, the narrower one is moved and the rest of a wider output line is
+ * left as it was, so nothing right of the input region is ever read.  Source and output may lie in the same memory and overlap; every line
+ * then behaves as memmove.  A source that runs out of lines repeats its last line (its first
+ * line in memory order when bottom-up), so no line outside the input image is read.  Bottom-up
+ * sides (eImageOrientation 1) still give Region.ptOffset.y from the top of the picture.
+ *
+ * Two-plane formats (5, 28, 30): the picture in the main format, then the plane in the plane
+ * format at pBuffer + ulHeight * ulPrimaryStrideBytes with ulSecondaryStrideBytes per line, each
+ * side by its own strides.
+ *
+ * Colour: when In.eColorSpace differs from Out.eColorSpace and the format is horizontally
+ * subsampled, lines go through the converting pass: BT.601 -> BT.709 or BT.709 -> BT.601 for the
+ * pairs (2, 1) and (1, 2), an unchanged copy for any other pair (0 = unspecified).  Only 8-bit
+ * 4:2:2 pictures are converted: U Y V Y (21 and the picture of 28; 24 uses the same layout) and
+ * Y U Y V (25 and the picture of 30).  Key planes (261, and the plane of 28 and 30), 16-bit key
+ * samples (262) and the formats whose samples are not 8-bit 4:2:2 (22, 23, 31, 129) pass through
+ * the converting pass unchanged: a chroma matrix applied to alpha or to 16-bit samples would
+ * corrupt them, and a 4:2:2 line kernel would read past their lines.  Full-chroma formats (0, 1,
+ * 5) are never converted.  Arithmetic, per pixel pair with cb' = Cb - 128, cr' = Cr - 128 and
+ * coefficients in 1/16384: Y += (a * cb' + b * cr' + 8192) >> 14 for both Y, Cb and Cr likewise
+ * about 128, each clamped to 0..255; results lie within 1 of the exact conversion.
+ *
+ * Work memory: the converting pass takes one work line (region width in bytes + 16) from the
+ * system for the call and frees it before returning, on every path; the plain pass takes none. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspBufferSmartCopy(const DSP_BUFFER *pBuffer);
 
 /* Compares two images (see DSP_COMPARE_PARAMS): writes the difference image and the MSE and PSNR
