@@ -251,16 +251,94 @@ run compare "$T/f0.raw" "$T/f1.raw" -s 64x32 -f uyvy422
 expect_status 0 "compare clip frames 0 and 1"
 awk '$1 == 0 && $2 > 0 { ok = 1 } END { exit !ok }' "$T/out" || fail "clip frames 0 and 1 do not differ"
 
+# ---- copy
+# bytes FILE FIRST COUNT: COUNT bytes FIRST, FIRST+1, ... (values below 128).
+bytes() {
+  LC_ALL=C awk -v f="$2" -v n="$3" 'BEGIN { for (i = 0; i < n; i++) printf "%c", f + i }' >"$1"
+}
+
+# A 6x3 uyvy422 frame (12 bytes a line) of bytes 40..75; region 2,1,4,2 is bytes 4..11 of lines
+# 1 and 2.
+bytes "$T/c.uyvy" 40 36
+run copy "$T/c.uyvy" "$T/crop.uyvy" -s 6x3 -f uyvy422 --region 2,1,4,2
+expect_status 0 "copy --region"
+expected=$(awk 'BEGIN { for (r = 1; r <= 2; r++) for (c = 4; c < 12; c++) printf "%s%d", (r > 1 || c > 4) ? " " : "", 40 + 12 * r + c }')
+got=$(byte_list "$T/crop.uyvy")
+[ "$got" = "$expected" ] || fail "copy --region: bytes '$got', expected '$expected'"
+
+# --flip: the region arrives with its lines in reverse memory order.
+run copy "$T/c.uyvy" "$T/flip.uyvy" -s 6x3 -f uyvy422 --region 2,1,4,2 --flip
+expect_status 0 "copy --flip"
+expected=$(awk 'BEGIN { for (r = 2; r >= 1; r--) for (c = 4; c < 12; c++) printf "%s%d", (r < 2 || c > 4) ? " " : "", 40 + 12 * r + c }')
+got=$(byte_list "$T/flip.uyvy")
+[ "$got" = "$expected" ] || fail "copy --flip: bytes '$got', expected '$expected'"
+
+# A 4x4 interleaved frame (8 bytes a line, bytes 50..81): field A is lines 0 and 2, B 1 and 3;
+# both placed back give the frame again.
+bytes "$T/f.uyvy" 50 32
+run copy "$T/f.uyvy" "$T/fa.uyvy" -s 4x4 -f uyvy422 --field a
+expect_status 0 "copy --field a"
+expected=$(awk 'BEGIN { for (r = 0; r < 4; r += 2) for (c = 0; c < 8; c++) printf "%s%d", (r || c) ? " " : "", 50 + 8 * r + c }')
+got=$(byte_list "$T/fa.uyvy")
+[ "$got" = "$expected" ] || fail "copy --field a: bytes '$got', expected '$expected'"
+run copy "$T/f.uyvy" "$T/fb.uyvy" -s 4x4 -f uyvy422 --field b
+expect_status 0 "copy --field b"
+expected=$(awk 'BEGIN { for (r = 1; r < 4; r += 2) for (c = 0; c < 8; c++) printf "%s%d", (r > 1 || c) ? " " : "", 50 + 8 * r + c }')
+got=$(byte_list "$T/fb.uyvy")
+[ "$got" = "$expected" ] || fail "copy --field b: bytes '$got', expected '$expected'"
+run copy "$T/fa.uyvy" "$T/fr.uyvy" -s 4x2 -f uyvy422 --to-frame a
+expect_status 0 "copy --to-frame a (new file)"
+run copy "$T/fb.uyvy" "$T/fr.uyvy" -s 4x2 -f uyvy422 --to-frame b
+expect_status 0 "copy --to-frame b (existing file)"
+cmp -s "$T/f.uyvy" "$T/fr.uyvy" || fail "copy: fields A and B placed back differ from the frame"
+
+# BT.601 -> BT.709 -> BT.601 on a 4x2 frame with strong chroma: changed, then back within 2.
+printf 'P\144\360\200\040\220\160\100\200\050\200\240\360\353\020\020' >"$T/cs.uyvy"
+run copy "$T/cs.uyvy" "$T/cs709.uyvy" -s 4x2 -f uyvy422 --colorspace 601:709
+expect_status 0 "copy --colorspace 601:709"
+cmp -s "$T/cs.uyvy" "$T/cs709.uyvy" && fail "copy --colorspace 601:709 changed nothing"
+run copy "$T/cs709.uyvy" "$T/cs601.uyvy" -s 4x2 -f uyvy422 --colorspace 709:601
+expect_status 0 "copy --colorspace 709:601"
+worst=$( (byte_list "$T/cs.uyvy"; echo; byte_list "$T/cs601.uyvy"; echo) | awk '
+  NR == 1 { n = split($0, a, " ") } NR == 2 { split($0, b, " ") }
+  END { w = 0; for (i = 1; i <= n; i++) { d = a[i] - b[i]; if (d < 0) d = -d; if (d > w) w = d }; print w }')
+[ "$worst" -le 2 ] || fail "copy: colour-space round trip differs by $worst"
+# Full-chroma formats are never converted.
+run copy "$T/c.uyvy" "$T/c.bgr" -s 4x3 -f bgr24 --colorspace 601:709
+expect_status 0 "copy bgr24 --colorspace"
+cmp -s "$T/c.uyvy" "$T/c.bgr" || fail "copy: bgr24 changed by --colorspace"
+
+# Bad usage: exit 2.
+for bad in "--region 4,0,4,2" "--region 1,0,4,2" "--region 0,0,4" "--field c" \
+  "--field a --to-frame b" "--colorspace 601:2020" "--dominance 3,1" "--dominance 1,2,down" \
+  "-f 2" "-f uyvy423" "-s 5x3"; do
+  # shellcheck disable=SC2086
+  run copy "$T/c.uyvy" "$T/bad.uyvy" -s 6x3 -f uyvy422 $bad
+  expect_status 2 "copy $bad"
+done
+run copy "$T/c.uyvy" "$T/bad.uyvy" -f uyvy422
+expect_status 2 "copy without size"
+run copy "$T/c.uyvy" -s 6x3 -f uyvy422
+expect_status 2 "copy without OUT"
+run copy "$T/c.uyvy" "$T/c.uyvy" -s 6x3 -f uyvy422
+expect_status 2 "copy onto its input"
+run copy --help
+expect_status 0 "copy --help"
+expect_in "$T/out" "--to-frame" "copy --help"
+
 # ---- demo
 run demo --out "$T/demo" -s 64x32 --frames 3
 expect_status 0 "demo"
-for f in report.txt index.html clip_0.png diff_0_1.png diff_0_same.png diff_key.png; do
+for f in report.txt index.html clip_0.png diff_0_1.png diff_0_same.png diff_key.png \
+  field_a.png field_b.png fields_rebuilt.png bt709.png diff_bt709_round_trip.png; do
   [ -s "$T/demo/$f" ] || fail "demo: $f missing"
 done
 sig=$(od -An -tx1 -N8 "$T/demo/diff_0_1.png" 2>/dev/null | tr -d ' \n')
 [ "$sig" = "89504e470d0a1a0a" ] || fail "demo: diff_0_1.png is not a PNG"
 expect_in "$T/demo/report.txt" "PSNR 98.131 dB" "demo report (identical frames)"
 expect_in "$T/demo/index.html" "diff_0_altered.png" "demo index"
+expect_in "$T/demo/report.txt" "equals frame 0 byte for byte" "demo fields"
+expect_in "$T/demo/report.txt" "round trip max difference" "demo colour space"
 
 echo "cli_test: $checks runs, $failures failure(s)"
 [ "$failures" -eq 0 ]
