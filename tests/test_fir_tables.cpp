@@ -1,0 +1,303 @@
+// FIR coefficient tables and their (taps, cut-off) lookup.  The expected half-rows below are typed
+// from the design tables (outer tap first, centre last); the test mirrors them itself and reads the
+// library's tables byte by byte, so tap placement, mirroring, the eight-fold replication, the
+// 16 * N row stride and the alignment are all checked against this copy.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "filter/fir_tables.h"
+
+using framedsp::FirTap;
+
+namespace {
+
+// clang-format off
+const int kHalf3[19][2] = {
+    {13,486}, {25,462}, {37,438}, {50,412}, {62,388}, {73,365}, {84,344}, {94,323}, {104,304},
+    {113,287}, {121,270}, {128,255}, {135,241}, {142,229}, {147,217}, {153,207}, {157,197},
+    {162,188}, {163,186},
+};
+const int kHalf5[19][3] = {
+    {-1,14,486}, {-2,28,460}, {-2,41,435}, {-2,53,410}, {-2,65,385}, {0,76,361}, {2,85,337},
+    {4,94,316}, {4,108,288}, {15,105,271}, {21,109,251}, {28,112,231}, {36,114,213}, {44,114,195},
+    {53,114,178}, {62,113,162}, {72,111,147}, {82,108,132}, {92,105,117},
+};
+const int kHalf7[19][4] = {
+    {1,-8,20,487}, {2,-16,39,462}, {2,-22,58,436}, {3,-25,74,411}, {2,-27,89,384}, {1,-25,102,357},
+    {0,-22,113,331}, {-1,-16,120,307}, {-2,-8,125,282}, {-1,1,127,257}, {1,11,128,233},
+    {4,21,126,210}, {9,31,122,188}, {15,40,117,168}, {23,48,111,149}, {31,55,104,132},
+    {41,61,96,116}, {51,65,89,101}, {62,70,81,87},
+};
+const int kHalf9[19][5] = {
+    {-1,6,-14,22,486}, {-1,9,-26,44,460}, {-1,12,-36,64,435}, {-1,12,-43,83,410}, {0,9,-45,100,384},
+    {1,4,-43,114,359}, {1,-2,-36,126,334}, {1,-8,-26,135,308}, {1,-11,-14,140,281},
+    {0,-13,0,142,254}, {-1,-11,13,140,230}, {-1,-7,27,135,205}, {0,0,38,128,181}, {4,8,46,119,158},
+    {9,18,53,108,136}, {15,27,58,98,116}, {24,36,59,87,100}, {34,44,59,77,84}, {45,50,58,67,70},
+};
+const int kHalf11[19][6] = {
+    {1,-4,10,-17,23,486}, {1,-7,18,-33,46,461}, {1,-7,22,-46,68,435}, {0,-4,21,-54,88,410},
+    {-1,0,16,-56,105,384}, {-1,5,7,-54,120,358}, {-1,7,-4,-46,133,333}, {0,7,-13,-33,142,307},
+    {1,4,-20,-17,147,283}, {1,0,-23,0,149,257}, {1,-4,-20,17,147,230}, {0,-7,-13,33,141,205},
+    {-1,-7,-4,45,133,180}, {-1,-3,8,54,121,154}, {2,3,19,59,108,131}, {8,11,28,60,94,110},
+    {15,20,36,59,81,90}, {23,30,41,56,69,74}, {35,38,44,51,57,62},
+};
+const int kHalf13[19][7] = {
+    {-1,4,-8,14,-20,24,486}, {-1,5,-13,24,-37,47,461}, {0,3,-13,30,-51,70,434},
+    {1,0,-8,29,-60,90,408}, {1,-3,0,21,-63,108,384}, {1,-5,8,9,-60,124,358},
+    {0,-3,13,-5,-51,136,333}, {-1,2,13,-18,-40,146,308}, {-1,4,8,-27,-20,151,282},
+    {0,5,0,-30,0,153,256}, {1,3,-8,-27,20,151,231}, {1,0,-13,-18,37,146,206},
+    {0,-2,-13,-5,51,136,178}, {-1,-4,-8,9,60,124,152}, {0,-3,1,21,64,109,128},
+    {2,3,11,31,63,93,105}, {8,11,21,38,59,77,85}, {17,21,29,40,53,63,67}, {30,30,33,38,45,52,55},
+};
+const int kHalf15[19][8] = {
+    {1,-3,6,-11,16,-21,24,486}, {1,-3,9,-18,29,-40,48,461}, {0,-1,6,-18,35,-55,71,435},
+    {-1,2,0,-11,34,-64,91,410}, {-1,4,-6,0,25,-68,110,384}, {0,2,-9,11,11,-64,126,358},
+    {1,-1,-6,18,-6,-55,139,333}, {1,-3,0,18,-21,-40,148,307}, {0,-3,6,11,-32,-21,154,282},
+    {-1,0,9,0,-35,0,156,256}, {0,3,6,-11,-32,21,154,230}, {1,3,0,-18,-21,40,148,205},
+    {1,1,-6,-18,-6,55,139,180}, {0,-2,-9,-11,11,64,126,152}, {-1,-3,-6,0,25,68,110,127},
+    {0,-1,1,12,35,65,92,103}, {4,5,11,22,39,59,75,81}, {12,14,20,29,40,51,59,62},
+    {22,24,28,32,38,42,46,47},
+};
+// clang-format on
+
+// Rows whose coefficients do not sum to exactly 512, (taps, row) -> sum, worked out by hand from
+// the half-rows above.  63 of the 133 rows differ, all by 1 or 2 except the 7-tap row 3 (515):
+//   3 taps:  rows 5 7 11 12 14 16 -> 511; rows 9 13 15 -> 513
+//   5 taps:  rows 4 6 9 10 11 13 18 -> 511; rows 2 5 12 16 -> 513
+//   7 taps:  rows 9 17 -> 511; rows 0 5 6 7 10 14 18 -> 513; row 3 -> 515
+//   9 taps:  row 18 -> 510; row 5 -> 511; rows 2 8 11 12 -> 513
+//   11 taps: rows 1 2 6 9 -> 511; rows 7 8 11 14 -> 513
+//   13 taps: rows 1 10 15 18 -> 511; rows 6 16 17 -> 513
+//   15 taps: rows 0 13 -> 510; rows 2 11 15 16 18 -> 511; rows 1 6 7 14 -> 513; row 9 -> 514
+const std::map<std::pair<int, int>, int> kOffSums = {
+    {{3, 5}, 511},   {{3, 7}, 511},   {{3, 9}, 513},   {{3, 11}, 511},  {{3, 12}, 511},
+    {{3, 13}, 513},  {{3, 14}, 511},  {{3, 15}, 513},  {{3, 16}, 511},
+    {{5, 2}, 513},   {{5, 4}, 511},   {{5, 5}, 513},   {{5, 6}, 511},   {{5, 9}, 511},
+    {{5, 10}, 511},  {{5, 11}, 511},  {{5, 12}, 513},  {{5, 13}, 511},  {{5, 16}, 513},
+    {{5, 18}, 511},
+    {{7, 0}, 513},   {{7, 3}, 515},   {{7, 5}, 513},   {{7, 6}, 513},   {{7, 7}, 513},
+    {{7, 9}, 511},   {{7, 10}, 513},  {{7, 14}, 513},  {{7, 17}, 511},  {{7, 18}, 513},
+    {{9, 2}, 513},   {{9, 5}, 511},   {{9, 8}, 513},   {{9, 11}, 513},  {{9, 12}, 513},
+    {{9, 18}, 510},
+    {{11, 1}, 511},  {{11, 2}, 511},  {{11, 6}, 511},  {{11, 7}, 513},  {{11, 8}, 513},
+    {{11, 9}, 511},  {{11, 11}, 513}, {{11, 14}, 513},
+    {{13, 1}, 511},  {{13, 6}, 513},  {{13, 10}, 511}, {{13, 15}, 511}, {{13, 16}, 513},
+    {{13, 17}, 513}, {{13, 18}, 511},
+    {{15, 0}, 510},  {{15, 1}, 513},  {{15, 2}, 511},  {{15, 6}, 513},  {{15, 7}, 513},
+    {{15, 9}, 514},  {{15, 11}, 511}, {{15, 13}, 510}, {{15, 14}, 513}, {{15, 15}, 511},
+    {{15, 16}, 511}, {{15, 18}, 511},
+};
+
+// One table seen as raw storage, next to the expected half-rows.
+struct Table {
+  int taps;
+  const void *storage;   // row 0, tap 0
+  size_t bytes;          // sizeof the whole table
+  const int *half;       // kFirRowCount rows of (taps + 1) / 2 values
+};
+
+template <int N, size_t H>
+Table view(const int (&half)[19][H]) {
+  static_assert(H == (N + 1) / 2, "half-row width");
+  const auto &table = framedsp::fir_table<N>();
+  return Table{N, table.data(), sizeof table, &half[0][0]};
+}
+
+std::vector<Table> tables() {
+  return {view<3>(kHalf3),   view<5>(kHalf5),   view<7>(kHalf7),   view<9>(kHalf9),
+          view<11>(kHalf11), view<13>(kHalf13), view<15>(kHalf15)};
+}
+
+// Expected coefficient of tap i: the half-row read outward from the centre on the right side.
+int expected_tap(const Table &t, int row, int i) {
+  const int width = (t.taps + 1) / 2;
+  const int from = i < width ? i : t.taps - 1 - i;
+  return t.half[row * width + from];
+}
+
+int16_t stored(const Table &t, size_t offset) {
+  int16_t v;
+  std::memcpy(&v, static_cast<const unsigned char *>(t.storage) + offset, sizeof v);
+  return v;
+}
+
+class FirTableTest : public ::testing::TestWithParam<int> {
+ protected:
+  Table table() const { return tables()[GetParam()]; }
+};
+
+TEST_P(FirTableTest, EveryTapOfEveryRowReplicatedEightTimes) {
+  const Table t = table();
+  const size_t row_bytes = 16u * t.taps;
+  ASSERT_EQ(t.bytes, row_bytes * framedsp::kFirRowCount);
+  for (int row = 0; row < framedsp::kFirRowCount; ++row) {
+    for (int i = 0; i < t.taps; ++i) {
+      for (int lane = 0; lane < 8; ++lane) {
+        const size_t at = row * row_bytes + 16u * i + 2u * lane;
+        ASSERT_EQ(stored(t, at), expected_tap(t, row, i))
+            << t.taps << " taps, row " << row << ", tap " << i << ", lane " << lane;
+      }
+    }
+  }
+}
+
+TEST_P(FirTableTest, RowsSixteenByteAligned) {
+  const Table t = table();
+  const auto base = reinterpret_cast<uintptr_t>(t.storage);
+  EXPECT_EQ(base % 16, 0u);
+  // 16 * N is a multiple of 16, so every row and every tap starts on a register boundary too.
+  for (int row = 0; row < framedsp::kFirRowCount; ++row) {
+    EXPECT_EQ((base + 16u * t.taps * row) % 16, 0u);
+  }
+}
+
+TEST_P(FirTableTest, RowsSymmetric) {
+  const Table t = table();
+  for (int row = 0; row < framedsp::kFirRowCount; ++row) {
+    for (int i = 0; i < t.taps / 2; ++i) {
+      const size_t left = 16u * (t.taps * row + i);
+      const size_t right = 16u * (t.taps * row + t.taps - 1 - i);
+      EXPECT_EQ(stored(t, left), stored(t, right)) << t.taps << " taps, row " << row << ", tap " << i;
+    }
+  }
+}
+
+TEST_P(FirTableTest, RowSumsAsDesigned) {
+  const Table t = table();
+  for (int row = 0; row < framedsp::kFirRowCount; ++row) {
+    int sum = 0;
+    for (int i = 0; i < t.taps; ++i) sum += stored(t, 16u * (t.taps * row + i));
+    EXPECT_GE(sum, 512 - 3) << t.taps << " taps, row " << row;
+    EXPECT_LE(sum, 512 + 3) << t.taps << " taps, row " << row;
+    const auto off = kOffSums.find({t.taps, row});
+    const int want = off == kOffSums.end() ? 512 : off->second;
+    EXPECT_EQ(sum, want) << t.taps << " taps, row " << row;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(FirTables, FirTableTest, ::testing::Range(0, 7),
+                         [](const ::testing::TestParamInfo<int> &info) {
+                           return "t" + std::to_string(3 + 2 * info.param);
+                         });
+
+TEST(FirTables, OffUnitySumsCounted) {
+  EXPECT_EQ(kOffSums.size(), 63u);
+  EXPECT_EQ(kOffSums.at({7, 3}), 515);  // the one row three off
+  int beyond_two = 0;
+  for (const auto &entry : kOffSums) beyond_two += std::abs(entry.second - 512) > 2;
+  EXPECT_EQ(beyond_two, 1);
+}
+
+TEST(FirTables, CentreTapsOfKnownRows) {
+  // Spot values straight from the design tables, through the typed accessors.
+  EXPECT_EQ(framedsp::fir_table<3>()[0].tap[1].lane[0], 486);
+  EXPECT_EQ(framedsp::fir_table<3>()[18].tap[0].lane[7], 163);
+  EXPECT_EQ(framedsp::fir_table<7>()[3].tap[3].lane[3], 411);
+  EXPECT_EQ(framedsp::fir_table<9>()[9].tap[2].lane[5], 0);
+  EXPECT_EQ(framedsp::fir_table<15>()[9].tap[7].lane[0], 256);
+  EXPECT_EQ(framedsp::fir_table<15>()[9].tap[14].lane[7], -1);
+  EXPECT_EQ(framedsp::fir_table<15>()[18].tap[8].lane[2], 46);
+}
+
+TEST(FirTables, RoundingConstants) {
+  EXPECT_EQ(framedsp::kFirShift, 9);
+  EXPECT_EQ(framedsp::kFirRound, 256);
+  // A flat 255 field through a row summing to 510 comes out one step darker.
+  EXPECT_EQ((255 * 510 + framedsp::kFirRound) >> framedsp::kFirShift, 254);
+}
+
+// The first tap of row `row` of the N-tap table.
+const FirTap *row_of(int taps, int row) {
+  switch (taps) {
+    case 3: return framedsp::fir_table<3>()[row].tap;
+    case 5: return framedsp::fir_table<5>()[row].tap;
+    case 7: return framedsp::fir_table<7>()[row].tap;
+    case 9: return framedsp::fir_table<9>()[row].tap;
+    case 11: return framedsp::fir_table<11>()[row].tap;
+    case 13: return framedsp::fir_table<13>()[row].tap;
+    case 15: return framedsp::fir_table<15>()[row].tap;
+  }
+  return nullptr;
+}
+
+TEST(FirLookup, TapCountsRoundDownToOdd) {
+  const int kTable[] = {0, 0, 0, 3, 3, 5, 5, 7, 7, 9, 9, 11, 11, 13, 13, 15, 0, 0, 0};
+  for (uint32_t taps = 0; taps < sizeof kTable / sizeof kTable[0]; ++taps) {
+    EXPECT_EQ(framedsp::fir_table_taps(taps), kTable[taps]) << taps;
+    EXPECT_EQ(framedsp::fir_table_index(taps), kTable[taps] ? (kTable[taps] - 3) / 2 : -1) << taps;
+  }
+  EXPECT_EQ(framedsp::fir_table_taps(0xFFFFFFFFu), 0);
+  EXPECT_EQ(framedsp::fir_table_index(0x80000003u), -1);
+
+  EXPECT_EQ(framedsp::fir_coefficients(4, 50), row_of(3, 9));
+  EXPECT_EQ(framedsp::fir_coefficients(3, 50), row_of(3, 9));
+  EXPECT_EQ(framedsp::fir_coefficients(6, 50), row_of(5, 9));
+  EXPECT_EQ(framedsp::fir_coefficients(14, 50), row_of(13, 9));
+  EXPECT_EQ(framedsp::fir_coefficients(15, 50), row_of(15, 9));
+  EXPECT_EQ(framedsp::fir_coefficients(2, 50), nullptr);
+  EXPECT_EQ(framedsp::fir_coefficients(16, 50), nullptr);
+  EXPECT_EQ(framedsp::fir_coefficients(0, 50), nullptr);
+}
+
+TEST(FirLookup, CutoffPicksRow) {
+  for (uint32_t c = 0; c <= 9; ++c) EXPECT_EQ(framedsp::fir_cutoff_row(c), 18) << c;
+  EXPECT_EQ(framedsp::fir_cutoff_row(10), 17);
+  EXPECT_EQ(framedsp::fir_cutoff_row(14), 17);
+  EXPECT_EQ(framedsp::fir_cutoff_row(15), 16);
+  EXPECT_EQ(framedsp::fir_cutoff_row(50), 9);
+  EXPECT_EQ(framedsp::fir_cutoff_row(54), 9);
+  EXPECT_EQ(framedsp::fir_cutoff_row(90), 1);
+  EXPECT_EQ(framedsp::fir_cutoff_row(94), 1);
+  for (uint32_t c = 95; c <= 99; ++c) EXPECT_EQ(framedsp::fir_cutoff_row(c), 0) << c;
+  // 100 switches the direction off: there is no row for it or anything above.
+  EXPECT_EQ(framedsp::fir_cutoff_row(100), -1);
+  EXPECT_EQ(framedsp::fir_cutoff_row(101), -1);
+  EXPECT_EQ(framedsp::fir_cutoff_row(0xFFFFFFFFu), -1);
+
+  EXPECT_EQ(framedsp::fir_coefficients(7, 0), row_of(7, 18));
+  EXPECT_EQ(framedsp::fir_coefficients(7, 4), row_of(7, 18));
+  EXPECT_EQ(framedsp::fir_coefficients(7, 5), row_of(7, 18));
+  EXPECT_EQ(framedsp::fir_coefficients(7, 9), row_of(7, 18));
+  EXPECT_EQ(framedsp::fir_coefficients(7, 10), row_of(7, 17));
+  EXPECT_EQ(framedsp::fir_coefficients(7, 50), row_of(7, 9));
+  EXPECT_EQ(framedsp::fir_coefficients(7, 94), row_of(7, 1));
+  for (uint32_t c = 95; c <= 99; ++c) EXPECT_EQ(framedsp::fir_coefficients(7, c), row_of(7, 0)) << c;
+  EXPECT_EQ(framedsp::fir_coefficients(7, 100), nullptr);
+  EXPECT_EQ(framedsp::fir_coefficients(7, 200), nullptr);
+  EXPECT_EQ(framedsp::fir_coefficients(4, 100), nullptr);
+}
+
+TEST(FirLookup, EveryTapCountAndCutoff) {
+  // Model built the other way round: each row owns the five cut-offs 5 * (19 - row) .. + 4, and
+  // row 18 also takes 0..4.
+  int row_for[100];
+  for (int row = 0; row < 19; ++row) {
+    for (int c = 5 * (19 - row); c < 5 * (19 - row) + 5 && c < 100; ++c) row_for[c] = row;
+  }
+  for (int c = 0; c < 5; ++c) row_for[c] = 18;
+
+  for (uint32_t taps = 0; taps <= 20; ++taps) {
+    const int table = (taps >= 3 && taps <= 15) ? (taps % 2 ? taps : taps - 1) : 0;
+    for (uint32_t c = 0; c <= 110; ++c) {
+      const FirTap *want = (table && c < 100) ? row_of(table, row_for[c]) : nullptr;
+      const FirTap *got = framedsp::fir_coefficients(taps, c);
+      ASSERT_EQ(got, want) << "taps " << taps << ", cut-off " << c;
+      if (got) {
+        // Read through the returned row itself: both outer taps and the centre tap.
+        const Table t = tables()[(table - 3) / 2];
+        EXPECT_EQ(got[0].lane[0], expected_tap(t, row_for[c], 0)) << taps << "/" << c;
+        EXPECT_EQ(got[table - 1].lane[7], expected_tap(t, row_for[c], 0)) << taps << "/" << c;
+        EXPECT_EQ(got[table / 2].lane[3], expected_tap(t, row_for[c], table / 2)) << taps << "/" << c;
+      }
+    }
+  }
+}
+
+}  // namespace
