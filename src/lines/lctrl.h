@@ -117,14 +117,6 @@ struct LineSpan {
 };
 LineSpan lctrl_run_span(const DSP_BUFFER &buffer, const LCtrl &c, int run);
 
-// Clamped line advance: top-down sides move toward higher addresses and stop at their limit,
-// bottom-up sides toward lower ones; at the edge the last line repeats.
-inline uint8_t *advance_line(uint8_t *line, int32_t increment, uint8_t *limit, bool bottom_up) {
-  const intptr_t next = reinterpret_cast<intptr_t>(line) + increment;
-  const intptr_t lim = reinterpret_cast<intptr_t>(limit);
-  return reinterpret_cast<uint8_t *>(bottom_up ? (next > lim ? next : lim) : (next < lim ? next : lim));
-}
-
 // Clamps a line address between the image's first line in walking order (`near`) and its last
 // (`far`); bottom-up sides have near above far in memory.
 inline uint8_t *clamp_line(intptr_t line, const uint8_t *near, const uint8_t *far) {
