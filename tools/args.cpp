@@ -1,5 +1,6 @@
 #include "args.h"
 
+#include "formats.h"
 #include "raw_io.h"
 
 namespace framedsp {
@@ -63,6 +64,15 @@ void parse_size_option(const Parsed &parsed, uint32_t *width, uint32_t *height) 
   if (!parse_size(text, width, height)) {
     throw UsageError("-s expects WxH with positive numbers, e.g. 720x486; got '" + text + "'");
   }
+}
+
+void parse_size_and_format(const Parsed &parsed, uint32_t *width, uint32_t *height,
+                           uint32_t *format) {
+  if (!parsed.has("--size")) throw UsageError("missing frame size (-s WxH)");
+  if (!parsed.has("--format")) throw UsageError("missing pixel format (--format F)");
+  parse_size_option(parsed, width, height);
+  std::string error;
+  if (!parse_format(parsed.get("--format"), format, &error)) throw UsageError(error);
 }
 
 void expect_positional(const Parsed &parsed, size_t count, const char *what) {

@@ -48,6 +48,10 @@ uint32_t parse_count(const std::string &text, const char *option, uint32_t minim
 // --size as WxH.
 void parse_size_option(const Parsed &parsed, uint32_t *width, uint32_t *height);
 
+// --size and --format, both required: the frame size as WxH and the pixel format (name or code).
+void parse_size_and_format(const Parsed &parsed, uint32_t *width, uint32_t *height,
+                           uint32_t *format);
+
 // Exactly `count` positional arguments; `what` names the missing ones.
 void expect_positional(const Parsed &parsed, size_t count, const char *what);
 

@@ -177,12 +177,9 @@ int cmd_copy(const std::vector<std::string> &args) {
                                      {"--colorspace", nullptr, true}});
   if (parsed.help) return std::fputs(kCopyHelp, stdout), kExitOk;
   expect_positional(parsed, 2, "files: framedsp copy IN OUT -s WxH --format F");
-  if (!parsed.has("--size")) throw UsageError("missing frame size (-s WxH)");
-  if (!parsed.has("--format")) throw UsageError("missing pixel format (--format F)");
   uint32_t width = 0, height = 0, format = 0;
-  parse_size_option(parsed, &width, &height);
+  parse_size_and_format(parsed, &width, &height, &format);
   std::string error;
-  if (!parse_format(parsed.get("--format"), &format, &error)) throw UsageError(error);
   if (!copy_filter_format(format)) {
     throw UsageError(format_label(format) + " is not accepted by the copy");
   }

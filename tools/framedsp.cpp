@@ -161,12 +161,8 @@ int cmd_compare(const std::vector<std::string> &args) {
                                      {"--frame", nullptr, true}});
   if (parsed.help) return std::fputs(kCompareHelp, stdout), kExitOk;
   expect_positional(parsed, 2, "input files: framedsp compare A B -s WxH --format F");
-  if (!parsed.has("--size")) throw UsageError("missing frame size (-s WxH)");
-  if (!parsed.has("--format")) throw UsageError("missing pixel format (--format F)");
   uint32_t width = 0, height = 0, format = 0;
-  parse_size_option(parsed, &width, &height);
-  std::string error;
-  if (!parse_format(parsed.get("--format"), &format, &error)) throw UsageError(error);
+  parse_size_and_format(parsed, &width, &height, &format);
   if (!framedsp::pixel_format_info(format).compare) {
     throw UsageError(format_label(format) +
                      " is not accepted by compare; accepted: " + compare_format_list());
@@ -180,6 +176,7 @@ int cmd_compare(const std::vector<std::string> &args) {
   }
   const uint32_t diff_frame =
       parsed.has("--frame") ? parse_count(parsed.get("--frame"), "--frame", 0) : 0;
+  std::string error;
   RawLayout layout;
   if (!make_layout(format, width, height, stride, key_stride, &layout, &error))
     throw UsageError(error);
