@@ -15,7 +15,9 @@
 //   opencv_444     cv::transform with the 3x4 matrix on a prebuilt 1920x1080 CV_8UC3 frame of
 //                  (Y, Cb, Cr) triples (the 4:4:4 expansion is not timed).
 //
-// Each peer's label gives its largest difference from framedsp's output on the same frame.
+// Each peer's label gives its largest difference from framedsp's output on the same frame.  The
+// entries are named color601to709/uyvy_1080p/<route>, with the routes above, memcpy and
+// framedsp_scalar / framedsp_sse2 / framedsp_best.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -115,10 +117,6 @@ void BM_color_framedsp(benchmark::State &state, uint32_t mask) {
   set_color_rates(state);
   state.SetLabel(diff_label(f.dst));
 }
-BENCHMARK_CAPTURE(BM_color_framedsp, scalar, 0u)->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_color_framedsp, sse2, static_cast<uint32_t>(framedsp::kCpuSSE2))
-    ->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_color_framedsp, best, ~0u)->Unit(benchmark::kMicrosecond);
 
 void BM_color_memcpy(benchmark::State &state) {
   ColorFrames &f = color_frames();
@@ -128,7 +126,6 @@ void BM_color_memcpy(benchmark::State &state) {
   }
   set_color_rates(state);
 }
-BENCHMARK(BM_color_memcpy)->Unit(benchmark::kMicrosecond);
 
 #if defined(FRAMEDSP_BENCH_SWSCALE)
 SwsContext *sws_context(AVPixelFormat in, AVPixelFormat out, int in_space, int out_space) {
@@ -162,7 +159,6 @@ void BM_color_swscale_uyvy(benchmark::State &state) {
   set_color_rates(state);
   state.SetLabel(diff_label(f.dst));
 }
-BENCHMARK(BM_color_swscale_uyvy)->Unit(benchmark::kMicrosecond);
 
 void BM_color_swscale_rgb(benchmark::State &state) {
   ColorFrames &f = color_frames();
@@ -193,7 +189,6 @@ void BM_color_swscale_rgb(benchmark::State &state) {
   set_color_rates(state);
   state.SetLabel(diff_label(f.dst));
 }
-BENCHMARK(BM_color_swscale_rgb)->Unit(benchmark::kMicrosecond);
 #endif
 
 #if defined(FRAMEDSP_BENCH_OPENCV)
@@ -229,7 +224,6 @@ void BM_color_opencv_pairs(benchmark::State &state) {
   set_color_rates(state);
   state.SetLabel(diff_label(f.dst) + ", " + std::to_string(cv::getNumThreads()) + " cv threads");
 }
-BENCHMARK(BM_color_opencv_pairs)->Unit(benchmark::kMicrosecond);
 
 void BM_color_opencv_444(benchmark::State &state) {
   cv::setNumThreads(1);
@@ -270,7 +264,29 @@ void BM_color_opencv_444(benchmark::State &state) {
   set_color_rates(state);
   state.SetLabel(diff_label(f.dst) + ", " + std::to_string(cv::getNumThreads()) + " cv threads");
 }
-BENCHMARK(BM_color_opencv_444)->Unit(benchmark::kMicrosecond);
 #endif
+
+// Entries color601to709/uyvy_1080p/<route>, registered in this order.
+template <class... Args>
+void add_color(const char *route, Args... args) {
+  const std::string name = std::string("color601to709/uyvy_1080p/") + route;
+  benchmark::RegisterBenchmark(name.c_str(), args...)->Unit(benchmark::kMicrosecond);
+}
+
+[[maybe_unused]] const bool kColorRegistered = [] {
+  add_color("framedsp_scalar", BM_color_framedsp, 0u);
+  add_color("framedsp_sse2", BM_color_framedsp, static_cast<uint32_t>(framedsp::kCpuSSE2));
+  add_color("framedsp_best", BM_color_framedsp, ~0u);
+  add_color("memcpy", BM_color_memcpy);
+#if defined(FRAMEDSP_BENCH_SWSCALE)
+  add_color("swscale_uyvy", BM_color_swscale_uyvy);
+  add_color("swscale_rgb", BM_color_swscale_rgb);
+#endif
+#if defined(FRAMEDSP_BENCH_OPENCV)
+  add_color("opencv_pairs", BM_color_opencv_pairs);
+  add_color("opencv_444", BM_color_opencv_444);
+#endif
+  return true;
+}();
 
 }  // namespace

@@ -1,12 +1,14 @@
 // DspCompare on 1080p frames, scalar-forced and with the best ISA, beside memcpy of one frame and
 // libyuv's sum of squared errors over the same two frames (when libyuv is installed).  Bytes/s
-// count one frame per iteration for every entry, so the rates compare directly.
+// count one frame per iteration for every entry, so the rates compare directly.  Names, as in the
+// other benchmark files: <operation>/<case>/<route>.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <random>
+#include <string>
 
 #include "frame/cpu.h"
 #include "framedsp/framedsp.h"
@@ -104,20 +106,37 @@ void BM_LibyuvSumSquareError(benchmark::State &state, uint32_t pixel_bytes) {
   if (sse == 0) state.SkipWithError("unexpected SSE");
   set_rates(state, f.size);
 }
-BENCHMARK_CAPTURE(BM_LibyuvSumSquareError, uyvy_1080p, 2u)->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_LibyuvSumSquareError, bgra_1080p, 4u)->Unit(benchmark::kMicrosecond);
 #endif
 
-BENCHMARK_CAPTURE(BM_DspCompare, uyvy_1080p_scalar, 21u, 2u, 0u)->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_DspCompare, uyvy_1080p_sse2, 21u, 2u, framedsp::kCpuSSE2)
-    ->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_DspCompare, uyvy_1080p_best, 21u, 2u, ~0u)->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_DspCompare, bgra_1080p_scalar, 0u, 4u, 0u)->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_DspCompare, bgra_1080p_sse2, 0u, 4u, framedsp::kCpuSSE2)
-    ->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_DspCompare, bgra_1080p_best, 0u, 4u, ~0u)->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_Memcpy, uyvy_1080p, 2u)->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(BM_Memcpy, bgra_1080p, 4u)->Unit(benchmark::kMicrosecond);
+// Entries compare/<layout>_1080p/<route>, registered in this order.
+struct CompareLayout {
+  const char *name;
+  uint32_t format;
+  uint32_t pixel_bytes;
+};
+constexpr CompareLayout kLayouts[] = {{"uyvy", 21u, 2u}, {"bgra", 0u, 4u}};
+
+template <class... Args>
+void add_compare(const CompareLayout &layout, const char *route, Args... args) {
+  const std::string name = std::string("compare/") + layout.name + "_1080p/" + route;
+  benchmark::RegisterBenchmark(name.c_str(), args...)->Unit(benchmark::kMicrosecond);
+}
+
+[[maybe_unused]] const bool kCompareRegistered = [] {
+#if defined(FRAMEDSP_BENCH_LIBYUV)
+  for (const CompareLayout &l : kLayouts) {
+    add_compare(l, "libyuv", BM_LibyuvSumSquareError, l.pixel_bytes);
+  }
+#endif
+  for (const CompareLayout &l : kLayouts) {
+    add_compare(l, "framedsp_scalar", BM_DspCompare, l.format, l.pixel_bytes, 0u);
+    add_compare(l, "framedsp_sse2", BM_DspCompare, l.format, l.pixel_bytes,
+                static_cast<uint32_t>(framedsp::kCpuSSE2));
+    add_compare(l, "framedsp_best", BM_DspCompare, l.format, l.pixel_bytes, ~0u);
+  }
+  for (const CompareLayout &l : kLayouts) add_compare(l, "memcpy", BM_Memcpy, l.pixel_bytes);
+  return true;
+}();
 
 }  // namespace
 
