@@ -1,0 +1,59 @@
+// Box (moving-average) filter: the row and line kernels behind box_filter_plane().
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace framedsp {
+
+constexpr uint32_t kBoxMaxSize = 256;
+constexpr uint32_t kBoxShift = 23;             // sums are scaled by R / 2^23
+constexpr uint32_t kBoxOne = 1u << kBoxShift;  // 8388608
+constexpr uint32_t kBoxRound = kBoxOne >> 1;   // 4194304
+constexpr uint32_t kBoxClasses = 12;
+
+// An N-sample window covers N/2 samples before the centre and N - N/2 - 1 after it, so an even
+// window reaches one sample further up or left.
+struct BoxWindow {
+  int32_t before;
+  int32_t after;
+  uint32_t recip;  // R = trunc(2^23 / (Nh * Nv) + 0.5), computed in double
+};
+inline int32_t box_before(uint32_t n) { return static_cast<int32_t>(n / 2); }
+inline int32_t box_after(uint32_t n) { return static_cast<int32_t>(n - n / 2 - 1); }
+uint32_t box_reciprocal(uint32_t horz_size, uint32_t vert_size);
+
+// Column sums: acc[i] +=/-= sample i of the row.  The 8-bit forms read n bytes; the 16-bit forms
+// read n little-endian 16-bit words (2n bytes).  A column holds at most 256 rows, so 256 * 65535
+// fits easily in 32 bits.
+using BoxRowKernel = void (*)(uint32_t *acc, const uint8_t *row, size_t n);
+void box_row_add_u8_c(uint32_t *acc, const uint8_t *row, size_t n);
+void box_row_sub_u8_c(uint32_t *acc, const uint8_t *row, size_t n);
+void box_row_add_u16_c(uint32_t *acc, const uint8_t *row, size_t n);
+void box_row_sub_u16_c(uint32_t *acc, const uint8_t *row, size_t n);
+
+struct BoxRowKernels {
+  BoxRowKernel add_u8, sub_u8, add_u16, sub_u16;
+};
+// Scalar kernels, then the SIMD ones `cpu_flags` allows (all byte-identical to the scalar ones).
+void box_row_table_init(BoxRowKernels *table, uint32_t cpu_flags);
+uint32_t box_isas_built();
+
+#if defined(FRAMEDSP_HAVE_X86)
+// Built with the SSE2 flag; only box_row_table_init calls it, after checking the flag.
+void box_row_init_sse2(BoxRowKernels *table);
+#endif
+
+// Horizontal pass of one layout class along a line of `n` column sums (one per sample: per byte
+// for classes 0..6, per 16-bit word for 7..11), writing the line's n samples to dst.  Each
+// component is averaged with its own samples only; positions beyond either end of the line
+// repeat the end sample.  8-bit classes store min(255, (S * R + 2^22) >> 23); 16-bit classes
+// store min(65535, the same value computed in 64 bits) as a little-endian word.
+using BoxHorzKernel = void (*)(const uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w);
+// Null for an empty entry (class >= kBoxClasses).
+BoxHorzKernel box_horz_kernel(uint32_t layout_class);
+
+// Bytes per sample of a layout class: 1 for 0..6, 2 for 7..11.
+inline uint32_t box_sample_bytes(uint32_t layout_class) { return layout_class >= 7 ? 2 : 1; }
+
+}  // namespace framedsp
