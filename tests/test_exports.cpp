@@ -218,7 +218,7 @@ const std::vector<ExportCase> &export_cases() {
        DSP_S_OK, false},
       {"DspFilter", "DspFilter", FRAMEDSP_NULL_RECORD(DspFilter),
        [](Rig &r) { r.filter.Buffer.Out.Buffer.Region.ulWidth = kWidth - 2; },
-       [](Rig &r) { return DspFilter(&r.filter); }, kNotImpl, true},
+       [](Rig &r) { return DspFilter(&r.filter); }, DSP_S_OK, true},
       {"DspSubPixelFilter", "DspSubPixelFilter", FRAMEDSP_NULL_RECORD(DspSubPixelFilter),
        [](Rig &r) { r.subpixel_filter.Buffer.Out.Buffer.Region.ulWidth = kWidth + 0.5; },
        [](Rig &r) { return DspSubPixelFilter(&r.subpixel_filter); }, kNotImpl, true},
@@ -404,8 +404,8 @@ std::string edge_name(const ::testing::TestParamInfo<EdgeCase<Record>> &info) {
   return info.param.label;
 }
 
-// Accepted: the worker is entered and answers `accepted_status` (the copy works; the others answer
-// E_NOTIMPL in this release).  Refused: S_OK, no worker, not a byte written.
+// Accepted: the worker is entered and answers `accepted_status` (the copy and the filter work; the
+// others answer E_NOTIMPL in this release).  Refused: S_OK, no worker, not a byte written.
 void expect_verdict(Rig &rig, Call call, const char *worker, bool accepted,
                     HRESULT accepted_status = DSP_E_NOTIMPL) {
   const std::string in = rig.inputs(), out = rig.outputs();
@@ -546,7 +546,7 @@ TEST_P(FilterValidation, Verdict) {
   Rig rig;
   GetParam().edit(rig.filter.Buffer);
   expect_verdict(rig, [](Rig &r) { return DspFilter(&r.filter); }, "DspFilter",
-                 GetParam().accepted);
+                 GetParam().accepted, DSP_S_OK);
 }
 
 const FilterCase kFilterCases[] = {

@@ -50,11 +50,11 @@
  *
  * Availability in this release
  * ----------------------------
- * Working: DspBufferSmartCopy, DspCompare, DspCreateFrameRateConverter, and the handle checks of
- * DspFrameRateConvert, DspCreateMotionVectors and DspCreateMipMaps.
+ * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspCreateFrameRateConverter, and the handle
+ * checks of DspFrameRateConvert, DspCreateMotionVectors and DspCreateMipMaps.
  * Declared with their complete call frame (null checks and validation as documented) but whose
- * operation returns DSP_E_NOTIMPL for an accepted record until it lands: DspFilter,
- * DspSubPixelFilter, DspScaler, DspScalerHelper, DspCreateMipMaps.
+ * operation returns DSP_E_NOTIMPL for an accepted record until it lands: DspSubPixelFilter,
+ * DspScaler, DspScalerHelper, DspCreateMipMaps.
  * Not yet available (their algorithms are still open; the frame and handle checks are final and
  * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler, DspSubPixelScaler,
  * DspSubPixelScalerHelper, DspCreateMotionVectors and the conversion behind DspFrameRateConvert.
@@ -615,12 +615,40 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspBufferSmartCopy(const DSP_BUFFER *pBuf
  * otherwise S_OK. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCompare(DSP_COMPARE_PARAMS *pParams);
 
-/* Separable FIR low-pass or box filter of the input region into an equal-sized output region.
+/* Separable FIR low-pass or box filter of the input region into an equal-sized output region,
+ * on the format's own bytes (no unpacking), walking lines with the geometry of DSP_BUFFER (fields,
+ * dominance, orientation, bands).
+ *
  * Refused quietly (S_OK, no work): formats as for DspBufferSmartCopy, the interleaved-frame into
  * progressive-frame pair, region widths that differ, an output region height that is not the
  * input region height times the field factor (2 when only the input is a frame, 1/2 when only the
- * output is), odd widths in subsampled formats.  This release: accepted records answer
- * DSP_E_NOTIMPL. */
+ * output is), odd widths in subsampled formats.
+ * Errors: E_INVALIDARG for an eFilterType other than 1 and 2, a null pSettings, a FIR direction
+ * that is on (cut-off below 100) with taps outside 3..15, a cut-off above 100, a box size above
+ * 256; E_FAIL when the inner copy fails; E_OUTOFMEMORY when work memory cannot be had.
+ *
+ * FIR (DSP_FIR_SETTINGS): tap counts round down to odd (4 = 3, ..., 14 = 13); cut-off c selects
+ * coefficient row 19 - c / 5 (0..9 the strongest, 95..99 the mildest); rows are used as stored,
+ * so a row summing to 510 turns a flat 255 into 254.  Vertical pass first, then horizontal, each
+ * (sum + 256) >> 9 clamped to 0..255.  Vertical taps read absolute image rows (rows outside the
+ * region are used; past the image edge the nearest usable row of the same field repeats, a tap
+ * k rows down only when 2k rows remain below); horizontal taps stop at the region's edges, where
+ * a missing tap takes the centre sample.  Interlaced frames are filtered field by field.  Bytes
+ * that carry no 8-bit sample of their own pass through the horizontal pass unchanged: bytes 2 and
+ * 3 of each format-24 group and the second byte of every 16-bit sample (22, 23, 31, 129, 262),
+ * whose first byte is filtered as an 8-bit value; the vertical pass filters every byte.
+ * Both cut-offs 100: a plain copy.
+ *
+ * Box (DSP_BOX_SETTINGS): size 0 = that direction off, 1..256 = window (an even window reaches one
+ * sample further up / left); each output is (window sum * R + 2^22) >> 23 with
+ * R = trunc(2^23 / (Nh * Nv) + 0.5), per component, samples beyond a line's end repeating the end
+ * sample and rows clamped to the image (within the field).  16-bit formats average whole
+ * little-endian 16-bit samples (clamped to 65535).  Cost per pixel does not depend on the window.
+ *
+ * ulOptions bit 0 (DSP_FILTER_OPTION_TEMP_FRAME, not for two-plane formats or format 1): filter
+ * into work memory shaped like the input region, then copy into the output; same bytes as the
+ * direct path.  Formats 31 and 262 have no per-pixel size in the format table, so their lines are
+ * empty and nothing is written. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFilter(const DSP_FILTER_PARAMS *pParams);
 
 /* The filter for fractional regions: as DspFilter, with widths compared as doubles and the
