@@ -326,6 +326,206 @@ run copy --help
 expect_status 0 "copy --help"
 expect_in "$T/out" "--to-frame" "copy --help"
 
+# ---- filter
+# Expected outputs are computed here from the coefficient rows written out below (outer tap
+# first, centre last) with the rounding (sum + 256) >> 9 clamped to 0..255, and for the box
+# (sum * R + 2^22) >> 23 in 32-bit unsigned arithmetic, R = trunc(2^23 / N + 0.5).
+
+# flat VALUE SUM...: a flat field through passes whose rows sum to SUM (one argument a pass).
+flat() {
+  awk -v v="$1" -v sums="$(shift; echo "$@")" 'BEGIN {
+    n = split(sums, s, " ")
+    for (i = 1; i <= n; i++) { v = int((s[i] * v + 256) / 512); if (v > 255) v = 255; if (v < 0) v = 0 }
+    print v }'
+}
+
+# filtered IN LINE_BYTES LINES DIST KIND TAPS: the expected bytes of one-direction filtering,
+# "-" near the edges, whose rules are not checked here: where the window leaves the line or the
+# plane, and for the FIR also where its last tap is the last byte of the line or fewer than
+# twice the taps below the centre remain in the plane (there the FIR edge rules replace taps
+# that exist).  DIST: v (one line apart), uyvy (luma 2 bytes apart, chroma 4), or a byte
+# distance.  KIND: fir (TAPS = the full symmetric row) or box (TAPS = window size N; the window
+# starts N/2 samples before the centre).
+filtered() {
+  byte_list "$1" | awk -v lb="$2" -v lines="$3" -v dist="$4" -v kind="$5" -v taps="$6" '{
+    n = split($0, x, " ")
+    if (kind == "fir") { t = split(taps, c, " "); before = (t - 1) / 2 }
+    else { t = taps; before = int(t / 2); for (k = 1; k <= t; k++) c[k] = 1
+           r = int(8388608 / t + 0.5) }
+    for (i = 0; i < n; i++) {
+      if (dist == "v") d = lb; else if (dist == "uyvy") d = (i % 2) ? 2 : 4; else d = dist
+      first = i - before * d; last = first + (t - 1) * d
+      if (dist == "v") ok = first >= 0 && last < n && (kind != "fir" || last + before * d < n)
+      else ok = first >= 0 && int(first / lb) == int(i / lb) && int(last / lb) == int(i / lb) &&
+                (kind != "fir" || last % lb != lb - 1)
+      if (!ok) { out = "-" } else {
+        s = 0
+        for (k = 1; k <= t; k++) s += c[k] * x[first + (k - 1) * d + 1]
+        if (kind == "fir") out = int((s + 256 - (s + 256) % 512) / 512)
+        else out = int(((s * r + 4194304) % 4294967296) / 8388608)
+        if (out > 255) out = 255
+        if (out < 0) out = 0
+      }
+      printf "%s%s", i ? " " : "", out
+    }
+    print ""
+  }'
+}
+
+# matches EXPECTED GOT: equal word by word, "-" in EXPECTED matching anything.
+matches() {
+  awk -v e="$1" -v g="$2" 'BEGIN {
+    n = split(e, a, " "); m = split(g, b, " ")
+    if (n != m) exit 1
+    for (i = 1; i <= n; i++) if (a[i] != "-" && a[i] != b[i]) exit 1
+  }'
+}
+
+# A 16x4 uyvy422 frame of 255 and one of 128, one file of two frames.
+fill "$T/flat255.uyvy" 128 255
+fill "$T/flat128.uyvy" 128 128
+cat "$T/flat255.uyvy" "$T/flat128.uyvy" >"$T/flat2.uyvy"
+
+run filter "$T/flat255.uyvy" "$T/fo.uyvy" -s 16x4 -f uyvy422 --fir 3:95,3:95
+if [ "$status" -eq 1 ] && grep -q "0x80004001" "$T/err"; then
+  # DspFilter answers not-implemented: the error path is checked, the known answers wait.
+  expect_in "$T/err" "DspFilter returned 0x80004001" "filter while not implemented"
+  echo "cli_test: SKIPPED the filter known-answer checks: DspFilter is not implemented in this build"
+  filter_works=0
+else
+  expect_status 0 "filter flat 255, 3 taps at 95"
+  filter_works=1
+fi
+
+if [ "$filter_works" -eq 1 ]; then
+  # 3 taps at 95: 13 + 486 + 13 = 512 keeps 255.
+  v=$(flat 255 512 512)
+  got=$(byte_list "$T/fo.uyvy" | tr ' ' '\n' | sort -u | tr '\n' ' ' | sed 's/ $//')
+  [ "$got" = "$v" ] || fail "filter flat 255 with 3 taps at 95: bytes '$got', expected all $v"
+
+  # 15 taps at 95 sums to 510 (255 -> 254 -> 253); 15 taps at 50 to 514 (128 -> 129 -> 130).
+  for spec in "15:95 510" "15:50 514"; do
+    set -- $spec
+    run filter "$T/flat2.uyvy" "$T/fo2.uyvy" -s 16x4 -f uyvy422 --fir "$1,$1"
+    expect_status 0 "filter two flat frames --fir $1,$1"
+    e1=$(flat 255 "$2" "$2")
+    e2=$(flat 128 "$2" "$2")
+    expected=$(awk -v a="$e1" -v b="$e2" 'BEGIN { for (i = 0; i < 256; i++) printf "%s%d", i ? " " : "", i < 128 ? a : b }')
+    got=$(byte_list "$T/fo2.uyvy")
+    [ "$got" = "$expected" ] || fail "filter --fir $1,$1 on flat 255 and 128 frames: expected $e1 and $e2, got '$got'"
+    # Horizontal only: one pass of the row's gain.
+    run filter "$T/flat2.uyvy" "$T/fo2h.uyvy" -s 16x4 -f uyvy422 --fir "$1,3:100"
+    expect_status 0 "filter --fir $1,3:100"
+    e1=$(flat 255 "$2")
+    e2=$(flat 128 "$2")
+    expected=$(awk -v a="$e1" -v b="$e2" 'BEGIN { for (i = 0; i < 256; i++) printf "%s%d", i ? " " : "", i < 128 ? a : b }')
+    got=$(byte_list "$T/fo2h.uyvy")
+    [ "$got" = "$expected" ] || fail "filter --fir $1,3:100 on flat frames: got '$got'"
+  done
+
+  # Both directions off, a box of 0x0 and a box of 1x1: the frames come out unchanged.
+  bytes "$T/ramp.uyvy" 20 96
+  for spec in "--fir 7:100,7:100" "--fir 0:100,0:100" "--box 0x0" "--box 1x1" "--box 1x1 --temp-frame"; do
+    # shellcheck disable=SC2086
+    run filter "$T/ramp.uyvy" "$T/same.uyvy" -s 12x4 -f uyvy422 $spec
+    expect_status 0 "filter $spec"
+    cmp -s "$T/ramp.uyvy" "$T/same.uyvy" || fail "filter $spec changed the frame"
+  done
+
+  # Horizontal FIR on a luma impulse: 3 taps at 50 (113, 287, 113), interior samples.
+  awk 'BEGIN { for (y = 0; y < 2; y++) for (x = 0; x < 16; x++) printf "%c%c", 128, x == 8 ? 200 : (x == 11 ? 90 : 16) }' \
+    | LC_ALL=C cat >"$T/imp.uyvy"
+  run filter "$T/imp.uyvy" "$T/imph.uyvy" -s 16x2 -f uyvy422 --fir 3:50,3:100
+  expect_status 0 "filter horizontal impulse"
+  expected=$(filtered "$T/imp.uyvy" 32 2 uyvy fir "113 287 113")
+  got=$(byte_list "$T/imph.uyvy")
+  matches "$expected" "$got" || fail "filter --fir 3:50,3:100: got '$got', expected '$expected'"
+  # Even tap counts use the next lower odd row: 4 taps equal 3.
+  run filter "$T/imp.uyvy" "$T/imph4.uyvy" -s 16x2 -f uyvy422 --fir 4:50,3:100
+  expect_status 0 "filter 4 taps"
+  cmp -s "$T/imph.uyvy" "$T/imph4.uyvy" || fail "filter: 4 taps differ from 3 taps"
+  # The temporary frame gives the same bytes.
+  run filter "$T/imp.uyvy" "$T/imph_t.uyvy" -s 16x2 -f uyvy422 --fir 3:50,3:100 --temp-frame
+  expect_status 0 "filter --temp-frame"
+  cmp -s "$T/imph.uyvy" "$T/imph_t.uyvy" || fail "filter --temp-frame differs from the direct path"
+
+  # Vertical FIR on a row impulse: 5 taps at 50 (15, 105, 271, 105, 15), interior rows.
+  awk 'BEGIN { for (y = 0; y < 9; y++) for (x = 0; x < 2; x++) printf "%c%c", 128, y == 4 ? 200 : (y == 6 ? 60 : 16) }' \
+    | LC_ALL=C cat >"$T/vimp.uyvy"
+  run filter "$T/vimp.uyvy" "$T/vimpv.uyvy" -s 2x9 -f uyvy422 --fir 3:100,5:50
+  expect_status 0 "filter vertical impulse"
+  expected=$(filtered "$T/vimp.uyvy" 4 9 v fir "15 105 271 105 15")
+  got=$(byte_list "$T/vimpv.uyvy")
+  matches "$expected" "$got" || fail "filter --fir 3:100,5:50: got '$got', expected '$expected'"
+
+  # Interleaved fields of 200 and 16: --interlaced keeps them apart (a flat field each), while
+  # the progressive filter mixes them.
+  awk 'BEGIN { for (y = 0; y < 8; y++) for (x = 0; x < 2; x++) printf "%c%c", 128, y % 2 ? 16 : 200 }' \
+    | LC_ALL=C cat >"$T/fields.uyvy"
+  run filter "$T/fields.uyvy" "$T/fields_i.uyvy" -s 2x8 -f uyvy422 --fir 3:100,3:50 --interlaced
+  expect_status 0 "filter --interlaced"
+  expected=$(byte_list "$T/fields.uyvy" | awk '{ for (i = 1; i <= NF; i++) { v = $i; v = int((513 * v + 256) / 512); printf "%s%d", (i > 1) ? " " : "", v } }')
+  got=$(byte_list "$T/fields_i.uyvy")
+  [ "$got" = "$expected" ] || fail "filter --interlaced mixed the fields: got '$got'"
+  run filter "$T/fields.uyvy" "$T/fields_p.uyvy" -s 2x8 -f uyvy422 --fir 3:100,3:50
+  expect_status 0 "filter progressive fields"
+  cmp -s "$T/fields_i.uyvy" "$T/fields_p.uyvy" && fail "filter: progressive result equals the by-field one"
+
+  # Horizontal box of 5 on a bgra line with impulses in B and R, interior pixels.
+  awk 'BEGIN { for (x = 0; x < 12; x++) printf "%c%c%c%c", x == 6 ? 250 : 10, 40, x == 3 ? 7 : 99, 255 }' \
+    | LC_ALL=C cat >"$T/imp.bgra"
+  run filter "$T/imp.bgra" "$T/impb.bgra" -s 12x1 -f bgra --box 5x0
+  expect_status 0 "filter --box 5x0"
+  expected=$(filtered "$T/imp.bgra" 48 1 4 box 5)
+  got=$(byte_list "$T/impb.bgra")
+  matches "$expected" "$got" || fail "filter --box 5x0: got '$got', expected '$expected'"
+  # Vertical box of 4 (even: one more row above the centre) on gray rows.
+  awk 'BEGIN { for (y = 0; y < 10; y++) for (x = 0; x < 4; x++) printf "%c", y == 5 ? 240 : 4 * y + x }' \
+    | LC_ALL=C cat >"$T/rows.gray"
+  run filter "$T/rows.gray" "$T/rowsb.gray" -s 4x10 -f gray --box 0x4
+  expect_status 0 "filter --box 0x4"
+  expected=$(filtered "$T/rows.gray" 4 10 v box 4)
+  got=$(byte_list "$T/rowsb.gray")
+  matches "$expected" "$got" || fail "filter --box 0x4: got '$got', expected '$expected'"
+  # A flat 200 field through 9x9 and 255 through 255x255 stays flat.
+  fill "$T/flat200.bgra" 1024 200
+  run filter "$T/flat200.bgra" "$T/flatb.bgra" -s 16x16 -f bgra --box 9x9
+  expect_status 0 "filter --box 9x9"
+  cmp -s "$T/flat200.bgra" "$T/flatb.bgra" || fail "filter --box 9x9 changed a flat 200 field"
+  fill "$T/flat255.bgra" 1024 255
+  run filter "$T/flat255.bgra" "$T/flatb.bgra" -s 16x16 -f bgra --box 256x255
+  expect_status 0 "filter --box 256x255"
+  cmp -s "$T/flat255.bgra" "$T/flatb.bgra" || fail "filter --box 256x255 changed a flat 255 field"
+fi
+
+# Bad usage: exit 2, whether or not the library filters.
+fill "$T/fin.uyvy" 96 100
+for bad in "--fir 7:101,7:50" "--fir 2:50,7:50" "--fir 16:50,3:50" "--fir 7:50,7" "--fir 7:50,x:9" \
+  "--fir abc" "--fir 7:50,7:50,7:50" "--box 257x1" "--box 9" "--box 9x" "--box x9" "--box -1x2" \
+  "--fir 7:50 --box 3x3" "" "--fir 7:50 -f 2" "--fir 7:50 -f uyvy423" "--fir 7:50 -s 5x4" \
+  "--box 3x3 --fields" "--box 3x3 --temp-frame=1"; do
+  # shellcheck disable=SC2086
+  run filter "$T/fin.uyvy" "$T/bad.uyvy" -s 12x4 -f uyvy422 $bad
+  expect_status 2 "filter $bad"
+done
+run filter "$T/fin.uyvy" "$T/bad.uyvy" -f uyvy422 --box 3x3
+expect_status 2 "filter without size"
+run filter "$T/fin.uyvy" -s 12x4 -f uyvy422 --box 3x3
+expect_status 2 "filter without OUT"
+run filter "$T/fin.uyvy" "$T/fin.uyvy" -s 12x4 -f uyvy422 --box 3x3
+expect_status 2 "filter onto its input"
+# Runtime errors: exit 1.
+run filter "$T/missing.uyvy" "$T/bad.uyvy" -s 12x4 -f uyvy422 --box 3x3
+expect_status 1 "filter a missing file"
+run filter "$T/fin.uyvy" "$T/bad.uyvy" -s 12x3 -f uyvy422 --box 3x3
+expect_status 1 "filter a partial frame"
+run filter --help
+expect_status 0 "filter --help"
+expect_in "$T/out" "--interlaced" "filter --help"
+run help filter
+expect_status 0 "help filter"
+expect_in "$T/out" "examples:" "help filter"
+
 # ---- demo
 run demo --out "$T/demo" -s 64x32 --frames 3
 expect_status 0 "demo"
@@ -339,6 +539,13 @@ expect_in "$T/demo/report.txt" "PSNR 98.131 dB" "demo report (identical frames)"
 expect_in "$T/demo/index.html" "diff_0_altered.png" "demo index"
 expect_in "$T/demo/report.txt" "equals frame 0 byte for byte" "demo fields"
 expect_in "$T/demo/report.txt" "round trip max difference" "demo colour space"
+if [ "$filter_works" -eq 1 ]; then
+  for f in fir7_50.png diff_fir7_50.png box9x9.png diff_box9x9.png; do
+    [ -s "$T/demo/$f" ] || fail "demo: $f missing"
+  done
+else
+  expect_in "$T/demo/report.txt" "skipped: DspFilter is not available" "demo filter steps"
+fi
 
 echo "cli_test: $checks runs, $failures failure(s)"
 [ "$failures" -eq 0 ]

@@ -10,6 +10,7 @@
 #include "clip.h"
 #include "copy_command.h"
 #include "demo.h"
+#include "filter_command.h"
 #include "formats.h"
 #include "frame/pixel_format.h"
 #include "png_writer.h"
@@ -30,6 +31,7 @@ const char kMainHelp[] =
     "  formats    the pixel formats: codes, names, sizes, planes, what compare accepts\n"
     "  compare    MSE and PSNR per channel between two raw video files; difference images\n"
     "  copy       copy frames, regions and fields; flip; change field dominance or BT.601/709\n"
+    "  filter     FIR low-pass or box-blur frames, per direction\n"
     "  generate   write the built-in test clip as a raw uyvy422 file\n"
     "  demo       run the library's operations on the test clip: PNG previews and a report\n"
     "  help       help on one command, e.g. 'framedsp help compare'\n"
@@ -104,9 +106,11 @@ const char kDemoHelp[] =
     "Renders the built-in test clip and runs the library's operations on it: PNG previews of\n"
     "the frames, DspCompare between consecutive frames, between a frame and an altered copy\n"
     "and on a two-plane frame; DspBufferSmartCopy: a plain copy, fields A and B out of a frame\n"
-    "and back (checked byte for byte), BT.601 -> BT.709 -> BT.601 (largest difference shown).\n"
+    "and back (checked byte for byte), BT.601 -> BT.709 -> BT.601 (largest difference shown);\n"
+    "DspFilter: a 7-tap FIR low-pass at 50 % and a 9x9 box blur, each against the original.\n"
     "Writes the images, DIR/report.txt and DIR/index.html with the MSE/PSNR figures and the\n"
-    "time each call took.  Copy steps are skipped while the library answers not-implemented.\n"
+    "time each call took.  Copy and filter steps are skipped while the library answers\n"
+    "not-implemented.\n"
     "\n"
     "  --out DIR        output directory, created if missing (default out)\n"
     "  -s, --size WxH   clip size (default 640x360)\n"
@@ -300,6 +304,7 @@ const Command kCommands[] = {
     {"formats", kFormatsHelp, cmd_formats},
     {"compare", kCompareHelp, cmd_compare},
     {"copy", kCopyHelp, cmd_copy},
+    {"filter", kFilterHelp, cmd_filter},
     {"generate", kGenerateHelp, cmd_generate},
     {"demo", kDemoHelp, cmd_demo},
     {"help", kHelpHelp, cmd_help},
@@ -317,7 +322,7 @@ std::string unknown_command(const std::string &name) {
   for (const Command &c : kCommands) {
     if (edit_distance(name, c.name) <= 2) return message + "; did you mean '" + c.name + "'?";
   }
-  return message + " (commands: formats, compare, copy, generate, demo, help)";
+  return message + " (commands: formats, compare, copy, filter, generate, demo, help)";
 }
 
 int cmd_help(const std::vector<std::string> &args) {
