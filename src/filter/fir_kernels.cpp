@@ -37,7 +37,7 @@ int fir_byte_distance(int layout_class, size_t offset) {
 
 uint32_t fir_isas_built() {
 #if defined(FRAMEDSP_HAVE_X86)
-  return kCpuSSE2;
+  return kCpuSSE2 | kCpuAVX2;
 #else
   return 0;
 #endif
@@ -48,6 +48,7 @@ void fir_table_init(FirKernelTable *table, uint32_t cpu_flags) {
   fir_fill_v<FirVStepC>(table, std::make_index_sequence<kFirTableCount>{});
 #if defined(FRAMEDSP_HAVE_X86)
   if (cpu_flags & kCpuSSE2) fir_init_sse2(table);
+  if (cpu_flags & kCpuAVX2) fir_init_avx2(table);
 #else
   (void)cpu_flags;
 #endif

@@ -95,6 +95,7 @@ uint32_t fir_isas_built();
 
 #if defined(FRAMEDSP_HAVE_X86)
 void fir_init_sse2(FirKernelTable *table);
+void fir_init_avx2(FirKernelTable *table);
 #endif
 
 namespace fir_detail {
