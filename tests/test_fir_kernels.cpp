@@ -7,6 +7,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "filter/fir_kernels.h"
@@ -114,13 +115,24 @@ std::string entry_name(int e) {
   return (v < 7 ? "fir_v_t" : "fir_v16_t") + std::to_string(kTaps[v % 7]);
 }
 
+// The scalar table and the table of one ISA level: `isa` limits the CPU flags, so the SSE2 steps
+// are checked on their own even where AVX2 would replace them.
 struct Tables {
   FirKernelTable c, simd;
-  Tables() {
+  explicit Tables(uint32_t isa = ~0u) {
     framedsp::fir_table_init(&c, 0);
-    framedsp::fir_table_init(&simd, framedsp::cpu_flags());
+    framedsp::fir_table_init(&simd, framedsp::cpu_flags() & isa);
   }
 };
+
+// ISA levels the checker runs: SSE2 alone, then everything the CPU has.
+const uint32_t kIsaLevels[] = {framedsp::kCpuSSE2, ~0u};
+const char *isa_name(uint32_t isa) { return isa == framedsp::kCpuSSE2 ? "sse2" : "best"; }
+void skip_without(uint32_t isa) {
+  if (isa == framedsp::kCpuSSE2 && !(framedsp::cpu_flags() & framedsp::kCpuSSE2)) {
+    GTEST_SKIP() << "no SSE2 on this machine";
+  }
+}
 
 std::vector<size_t> lengths() {
   std::vector<size_t> l;
@@ -130,12 +142,13 @@ std::vector<size_t> lengths() {
   return l;
 }
 
-class FirHorzTest : public ::testing::TestWithParam<int> {};
+class FirHorzTest : public ::testing::TestWithParam<std::tuple<int, uint32_t>> {};
 
 TEST_P(FirHorzTest, ScalarMatchesFormulaAndSimdMatchesScalar) {
-  const int e = GetParam();
+  const int e = std::get<0>(GetParam());
   const int cls = e / 7, taps = kTaps[e % 7];
-  Tables t;
+  skip_without(std::get<1>(GetParam()));
+  Tables t(std::get<1>(GetParam()));
   const uint32_t seed = framedsp_test::test_seed() + static_cast<uint32_t>(e);
   std::mt19937 rng(seed);
   const Coefs adv = adversarial(taps);
@@ -167,16 +180,21 @@ TEST_P(FirHorzTest, ScalarMatchesFormulaAndSimdMatchesScalar) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Entries, FirHorzTest, ::testing::Range(0, framedsp::kFirHorzEntries),
-                         [](const ::testing::TestParamInfo<int> &i) { return entry_name(i.param); });
+INSTANTIATE_TEST_SUITE_P(
+    Entries, FirHorzTest,
+    ::testing::Combine(::testing::Range(0, framedsp::kFirHorzEntries), ::testing::ValuesIn(kIsaLevels)),
+    [](const ::testing::TestParamInfo<std::tuple<int, uint32_t>> &i) {
+      return entry_name(std::get<0>(i.param)) + "_" + isa_name(std::get<1>(i.param));
+    });
 
-class FirVertTest : public ::testing::TestWithParam<int> {};
+class FirVertTest : public ::testing::TestWithParam<std::tuple<int, uint32_t>> {};
 
 TEST_P(FirVertTest, ScalarMatchesFormulaAndSimdMatchesScalar) {
-  const int v = GetParam();
+  const int v = std::get<0>(GetParam());
+  skip_without(std::get<1>(GetParam()));
   const bool lanes = v >= 7;
   const int taps = kTaps[v % 7];
-  Tables t;
+  Tables t(std::get<1>(GetParam()));
   const uint32_t seed = framedsp_test::test_seed() + 1000u + static_cast<uint32_t>(v);
   std::mt19937 rng(seed);
   const Coefs adv = adversarial(taps);
@@ -230,9 +248,11 @@ TEST_P(FirVertTest, ScalarMatchesFormulaAndSimdMatchesScalar) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Entries, FirVertTest, ::testing::Range(0, 14),
-                         [](const ::testing::TestParamInfo<int> &i) {
-                           return entry_name(framedsp::kFirHorzEntries + i.param);
+INSTANTIATE_TEST_SUITE_P(Entries, FirVertTest,
+                         ::testing::Combine(::testing::Range(0, 14), ::testing::ValuesIn(kIsaLevels)),
+                         [](const ::testing::TestParamInfo<std::tuple<int, uint32_t>> &i) {
+                           return entry_name(framedsp::kFirHorzEntries + std::get<0>(i.param)) + "_" +
+                                  isa_name(std::get<1>(i.param));
                          });
 
 // Known row lists: the kernel reads only these rows (each row filled with its own index, a
