@@ -404,8 +404,8 @@ if [ "$filter_works" -eq 1 ]; then
   [ "$got" = "$v" ] || fail "filter flat 255 with 3 taps at 95: bytes '$got', expected all $v"
 
   # 15 taps at 95 sums to 510 (255 -> 254 -> 253); 15 taps at 50 to 514 (128 -> 129 -> 130).
-  for spec in "15:95 510" "15:50 514"; do
-    set -- $spec
+  for opts in "15:95 510" "15:50 514"; do
+    set -- $opts
     run filter "$T/flat2.uyvy" "$T/fo2.uyvy" -s 16x4 -f uyvy422 --fir "$1,$1"
     expect_status 0 "filter two flat frames --fir $1,$1"
     e1=$(flat 255 "$2" "$2")
@@ -425,11 +425,11 @@ if [ "$filter_works" -eq 1 ]; then
 
   # Both directions off, a box of 0x0 and a box of 1x1: the frames come out unchanged.
   bytes "$T/ramp.uyvy" 20 96
-  for spec in "--fir 7:100,7:100" "--fir 0:100,0:100" "--box 0x0" "--box 1x1" "--box 1x1 --temp-frame"; do
+  for opts in "--fir 7:100,7:100" "--fir 0:100,0:100" "--box 0x0" "--box 1x1" "--box 1x1 --temp-frame"; do
     # shellcheck disable=SC2086
-    run filter "$T/ramp.uyvy" "$T/same.uyvy" -s 12x4 -f uyvy422 $spec
-    expect_status 0 "filter $spec"
-    cmp -s "$T/ramp.uyvy" "$T/same.uyvy" || fail "filter $spec changed the frame"
+    run filter "$T/ramp.uyvy" "$T/same.uyvy" -s 12x4 -f uyvy422 $opts
+    expect_status 0 "filter $opts"
+    cmp -s "$T/ramp.uyvy" "$T/same.uyvy" || fail "filter $opts changed the frame"
   done
 
   # Horizontal FIR on a luma impulse: 3 taps at 50 (113, 287, 113), interior samples.

@@ -338,12 +338,12 @@ bool step_colorspace(Demo &demo, StepReport *report, std::string *error) {
 // Frame 0 through DspFilter: before and after previews and the figures against the original.
 // A low-pass of the clip (zone plate, bar edges) must change it; an unchanged result means the
 // record was refused.
-bool filter_step(Demo &demo, const FilterSpec &spec, const std::string &name,
+bool filter_step(Demo &demo, const FilterChoice &choice, const std::string &name,
                  const std::string &caption, StepReport *report, std::string *error) {
   const RawLayout &l = demo.layout;
   std::vector<uint8_t> out(l.frame_bytes, 0);
   const auto start = Clock::now();
-  const DSP_HRESULT status = filter_frame(l, demo.frames[0].data(), out.data(), spec);
+  const DSP_HRESULT status = filter_frame(l, demo.frames[0].data(), out.data(), choice);
   const double ms = ms_since(start);
   if (status == DSP_E_NOTIMPL) {
     report->status = "skipped: DspFilter is not available in this build";
@@ -371,17 +371,17 @@ bool filter_step(Demo &demo, const FilterSpec &spec, const std::string &name,
 }
 
 bool step_fir(Demo &demo, StepReport *report, std::string *error) {
-  FilterSpec spec;
-  spec.type = DSP_FILTER_TYPE_FIR;
-  spec.fir = {7, 50, 0, 7, 50};
-  return filter_step(demo, spec, "fir7_50", "its 7-tap low-pass at 50 % both ways", report, error);
+  FilterChoice choice;
+  choice.type = DSP_FILTER_TYPE_FIR;
+  choice.fir = {7, 50, 0, 7, 50};
+  return filter_step(demo, choice, "fir7_50", "its 7-tap low-pass at 50 % both ways", report, error);
 }
 
 bool step_box(Demo &demo, StepReport *report, std::string *error) {
-  FilterSpec spec;
-  spec.type = DSP_FILTER_TYPE_BOX;
-  spec.box = {9, 0, 9};
-  return filter_step(demo, spec, "box9x9", "its 9x9 box blur", report, error);
+  FilterChoice choice;
+  choice.type = DSP_FILTER_TYPE_BOX;
+  choice.box = {9, 0, 9};
+  return filter_step(demo, choice, "box9x9", "its 9x9 box blur", report, error);
 }
 
 struct Step {

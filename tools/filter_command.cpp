@@ -94,24 +94,24 @@ bool same_file(const std::string &a, const std::string &b) {
   return std::filesystem::exists(b, ec) && std::filesystem::equivalent(a, b, ec);
 }
 
-std::string settings_text(const FilterSpec &spec) {
+std::string settings_text(const FilterChoice &choice) {
   char text[128];
   auto fir_dir = [](uint32_t taps, uint32_t cutoff) {
     return cutoff == 100 ? std::string("off")
                          : std::to_string(taps) + " taps at " + std::to_string(cutoff) + " %";
   };
   auto box_dir = [](uint32_t size) { return size == 0 ? std::string("off") : std::to_string(size); };
-  if (spec.type == DSP_FILTER_TYPE_FIR) {
+  if (choice.type == DSP_FILTER_TYPE_FIR) {
     std::snprintf(text, sizeof text, "FIR horizontal %s, vertical %s",
-                  fir_dir(spec.fir.ulHorzTaps, spec.fir.ulHorzCutoff).c_str(),
-                  fir_dir(spec.fir.ulVertTaps, spec.fir.ulVertCutoff).c_str());
+                  fir_dir(choice.fir.ulHorzTaps, choice.fir.ulHorzCutoff).c_str(),
+                  fir_dir(choice.fir.ulVertTaps, choice.fir.ulVertCutoff).c_str());
   } else {
     std::snprintf(text, sizeof text, "box horizontal %s, vertical %s",
-                  box_dir(spec.box.ulHorzSize).c_str(), box_dir(spec.box.ulVertSize).c_str());
+                  box_dir(choice.box.ulHorzSize).c_str(), box_dir(choice.box.ulVertSize).c_str());
   }
   std::string s = text;
-  if (spec.interlaced) s += ", by fields";
-  if (spec.temp_frame) s += ", through a temporary frame";
+  if (choice.interlaced) s += ", by fields";
+  if (choice.temp_frame) s += ", through a temporary frame";
   return s;
 }
 
@@ -140,16 +140,16 @@ void parse_box(const std::string &text, DSP_BOX_SETTINGS *box) {
 }
 
 DSP_HRESULT filter_frame(const RawLayout &layout, const uint8_t *in, uint8_t *out,
-                         const FilterSpec &spec) {
+                         const FilterChoice &choice) {
   DSP_FILTER_PARAMS params;
   std::memset(&params, 0, sizeof params);
-  params.eFilterType = spec.type;
-  params.pSettings = spec.type == DSP_FILTER_TYPE_FIR ? static_cast<const void *>(&spec.fir)
-                                                      : static_cast<const void *>(&spec.box);
-  const uint32_t interlace = spec.interlaced ? DSP_INTERLACE_INTERLEAVED : DSP_INTERLACE_PROGRESSIVE;
+  params.eFilterType = choice.type;
+  params.pSettings = choice.type == DSP_FILTER_TYPE_FIR ? static_cast<const void *>(&choice.fir)
+                                                      : static_cast<const void *>(&choice.box);
+  const uint32_t interlace = choice.interlaced ? DSP_INTERLACE_INTERLEAVED : DSP_INTERLACE_PROGRESSIVE;
   params.Buffer.In = describe(layout, in, interlace);
   params.Buffer.Out = describe(layout, out, interlace);
-  params.ulOptions = spec.temp_frame ? DSP_FILTER_OPTION_TEMP_FRAME : 0;
+  params.ulOptions = choice.temp_frame ? DSP_FILTER_OPTION_TEMP_FRAME : 0;
   return DspFilter(&params);
 }
 
@@ -177,16 +177,16 @@ int cmd_filter(const std::vector<std::string> &args) {
   if (parsed.has("--fir") == parsed.has("--box")) {
     throw UsageError("give exactly one of --fir TAPS:CUTOFF,TAPS:CUTOFF and --box WxH");
   }
-  FilterSpec spec;
+  FilterChoice choice;
   if (parsed.has("--fir")) {
-    spec.type = DSP_FILTER_TYPE_FIR;
-    parse_fir(parsed.get("--fir"), &spec.fir);
+    choice.type = DSP_FILTER_TYPE_FIR;
+    parse_fir(parsed.get("--fir"), &choice.fir);
   } else {
-    spec.type = DSP_FILTER_TYPE_BOX;
-    parse_box(parsed.get("--box"), &spec.box);
+    choice.type = DSP_FILTER_TYPE_BOX;
+    parse_box(parsed.get("--box"), &choice.box);
   }
-  spec.temp_frame = parsed.has("--temp-frame");
-  spec.interlaced = parsed.has("--interlaced");
+  choice.temp_frame = parsed.has("--temp-frame");
+  choice.interlaced = parsed.has("--interlaced");
   const std::string &in_path = parsed.positional[0], &out_path = parsed.positional[1];
   if (same_file(in_path, out_path)) throw UsageError("IN and OUT are the same file");
   RawLayout layout;
@@ -201,7 +201,7 @@ int cmd_filter(const std::vector<std::string> &args) {
   for (uint64_t f = 0; f < reader.frames(); ++f) {
     if (!reader.read(f, source.data(), &error)) throw RuntimeError(error);
     std::fill(target.begin(), target.end(), 0);
-    const DSP_HRESULT status = filter_frame(layout, source.data(), target.data(), spec);
+    const DSP_HRESULT status = filter_frame(layout, source.data(), target.data(), choice);
     if (status != DSP_S_OK) {
       throw RuntimeError(filter_status_text(status) + " on frame " + std::to_string(f));
     }
@@ -211,7 +211,7 @@ int cmd_filter(const std::vector<std::string> &args) {
   const uint64_t frames = reader.frames();
   std::printf("IN:  %s: %s; %llu frame%s\nOUT: %s (%s)\n", in_path.c_str(),
               describe_layout(layout).c_str(), static_cast<unsigned long long>(frames),
-              frames == 1 ? "" : "s", out_path.c_str(), settings_text(spec).c_str());
+              frames == 1 ? "" : "s", out_path.c_str(), settings_text(choice).c_str());
   return kExitOk;
 }
 

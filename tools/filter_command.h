@@ -13,7 +13,7 @@ namespace cli {
 
 // What to filter with: a FIR low-pass (taps and cut-off per direction, cut-off 100 = off) or a
 // box average (size per direction, 0 = off).
-struct FilterSpec {
+struct FilterChoice {
   uint32_t type = DSP_FILTER_TYPE_FIR;
   DSP_FIR_SETTINGS fir{3, 100, 0, 3, 100};
   DSP_BOX_SETTINGS box{0, 0, 0};
@@ -24,7 +24,7 @@ struct FilterSpec {
 // One DspFilter call from a whole frame of `layout` into a frame of the same layout.  The library
 // refuses some records quietly (S_OK, nothing written): callers check what they pass.
 DSP_HRESULT filter_frame(const RawLayout &layout, const uint8_t *in, uint8_t *out,
-                         const FilterSpec &spec);
+                         const FilterChoice &choice);
 
 // "DspFilter returned 0x80004001 (not implemented in this build)".
 std::string filter_status_text(DSP_HRESULT status);
