@@ -36,11 +36,20 @@ void box_row_sub_u16_c(uint32_t *acc, const uint8_t *row, size_t n) {
   for (size_t i = 0; i < n; ++i) acc[i] -= load_u16(row + 2 * i);
 }
 
+void box_row_move_u8_c(uint32_t *acc, const uint8_t *leave, const uint8_t *enter, size_t n) {
+  for (size_t i = 0; i < n; ++i) acc[i] = acc[i] - leave[i] + enter[i];
+}
+void box_row_move_u16_c(uint32_t *acc, const uint8_t *leave, const uint8_t *enter, size_t n) {
+  for (size_t i = 0; i < n; ++i) acc[i] = acc[i] - load_u16(leave + 2 * i) + load_u16(enter + 2 * i);
+}
+
 void box_row_table_init(BoxRowKernels *table, uint32_t cpu_flags) {
   table->add_u8 = box_row_add_u8_c;
   table->sub_u8 = box_row_sub_u8_c;
   table->add_u16 = box_row_add_u16_c;
   table->sub_u16 = box_row_sub_u16_c;
+  table->move_u8 = box_row_move_u8_c;
+  table->move_u16 = box_row_move_u16_c;
 #if defined(FRAMEDSP_HAVE_X86)
   if (cpu_flags & kCpuSSE2) box_row_init_sse2(table);
 #else
@@ -177,17 +186,17 @@ class ColumnSums {
              const BoxRowKernels &rows, bool wide, const BoxWindow &v)
       : acc_(acc), n_(n), base_(base), stride_(stride), v_(v),
         add_(wide ? rows.add_u16 : rows.add_u8),
-        sub_(wide ? rows.sub_u16 : rows.sub_u8) {}
+        move_(wide ? rows.move_u16 : rows.move_u8) {}
 
-  // Brings the sums to the window centred on `row`: two row operations when it follows the
-  // previous row of the same range, a fresh sum of the window otherwise.
+  // Brings the sums to the window centred on `row`: one pass taking the leaving row out and the
+  // entering one in when it follows the previous row of the same range, a fresh sum of the
+  // window otherwise.
   void move_to(int32_t row, const RowRange &range) {
     if (valid_ && range == range_ && row == row_ + range.down) {
       const int32_t leaving = range.clamp(int64_t{row_} - int64_t{v_.before} * range.down);
       const int32_t entering = range.clamp(int64_t{row} + int64_t{v_.after} * range.down);
       if (leaving != entering) {
-        sub_(acc_, line(leaving), n_);
-        add_(acc_, line(entering), n_);
+        move_(acc_, line(leaving), line(entering), n_);
       }
     } else {
       std::memset(acc_, 0, n_ * sizeof *acc_);
@@ -208,7 +217,8 @@ class ColumnSums {
   const uint8_t *base_;
   intptr_t stride_;
   BoxWindow v_;
-  BoxRowKernel add_, sub_;
+  BoxRowKernel add_;
+  BoxMoveKernel move_;
   bool valid_ = false;
   int32_t row_ = 0;
   RowRange range_{0, 0, 1};
@@ -220,12 +230,24 @@ BoxHorzKernel box_horz_kernel(uint32_t layout_class) {
   return layout_class < kBoxClasses ? kBoxHorz[layout_class] : nullptr;
 }
 
+BoxHorzKernel box_horz_kernel(uint32_t layout_class, uint32_t cpu_flags) {
+#if defined(FRAMEDSP_HAVE_X86)
+  if (cpu_flags & kCpuSSE2) {
+    if (const BoxHorzKernel k = box_horz_kernel_sse2(layout_class)) return k;
+  }
+#else
+  (void)cpu_flags;
+#endif
+  return box_horz_kernel(layout_class);
+}
+
 HRESULT box_filter_plane(const DSP_BUFFER &buffer, uint32_t horz_size, uint32_t vert_size) {
   if (horz_size == 0) horz_size = 1;
   if (vert_size == 0) vert_size = 1;
   if (horz_size > kBoxMaxSize || vert_size > kBoxMaxSize) return kInvalidArg;
   const uint32_t cls = format_class(buffer.In.ePixelFormat);
-  const BoxHorzKernel kernel = box_horz_kernel(cls);
+  const uint32_t flags = cpu_flags();
+  const BoxHorzKernel kernel = box_horz_kernel(cls, flags);
   if (!kernel) return static_cast<HRESULT>(0xFFFFFFFFu);  // no valid format gets here
 
   LCtrl c;
@@ -249,7 +271,7 @@ HRESULT box_filter_plane(const DSP_BUFFER &buffer, uint32_t horz_size, uint32_t 
   const intptr_t stride = static_cast<intptr_t>(buffer.In.ulPrimaryStrideBytes);
   const uint8_t *const base = static_cast<const uint8_t *>(buffer.In.Buffer.pBuffer) + c.src_column_start;
   BoxRowKernels rows;
-  box_row_table_init(&rows, cpu_flags());
+  box_row_table_init(&rows, flags);
   ColumnSums columns(sums, samples, base, stride, rows, wide, v);
 
   for (int32_t run = c.field; run < c.field + c.number_of_runs; ++run) {

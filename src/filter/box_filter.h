@@ -32,8 +32,15 @@ void box_row_sub_u8_c(uint32_t *acc, const uint8_t *row, size_t n);
 void box_row_add_u16_c(uint32_t *acc, const uint8_t *row, size_t n);
 void box_row_sub_u16_c(uint32_t *acc, const uint8_t *row, size_t n);
 
+// One vertical step in a single pass: acc[i] = acc[i] - leave sample i + enter sample i (modulo
+// 2^32, so the same as a sub step then an add step).
+using BoxMoveKernel = void (*)(uint32_t *acc, const uint8_t *leave, const uint8_t *enter, size_t n);
+void box_row_move_u8_c(uint32_t *acc, const uint8_t *leave, const uint8_t *enter, size_t n);
+void box_row_move_u16_c(uint32_t *acc, const uint8_t *leave, const uint8_t *enter, size_t n);
+
 struct BoxRowKernels {
   BoxRowKernel add_u8, sub_u8, add_u16, sub_u16;
+  BoxMoveKernel move_u8, move_u16;
 };
 // Scalar kernels, then the SIMD ones `cpu_flags` allows (all byte-identical to the scalar ones).
 void box_row_table_init(BoxRowKernels *table, uint32_t cpu_flags);
@@ -50,8 +57,15 @@ void box_row_init_sse2(BoxRowKernels *table);
 // repeat the end sample.  8-bit classes store min(255, (S * R + 2^22) >> 23); 16-bit classes
 // store min(65535, the same value computed in 64 bits) as a little-endian word.
 using BoxHorzKernel = void (*)(const uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w);
-// Null for an empty entry (class >= kBoxClasses).
+// The scalar kernel (the reference); null for an empty entry (class >= kBoxClasses).
 BoxHorzKernel box_horz_kernel(uint32_t layout_class);
+// The kernel `cpu_flags` allows: a SIMD one where one is built for the class (byte-identical to
+// the scalar one), else box_horz_kernel(layout_class).
+BoxHorzKernel box_horz_kernel(uint32_t layout_class, uint32_t cpu_flags);
+#if defined(FRAMEDSP_HAVE_X86)
+// Built with the SSE2 flag; null for a class without an SSE2 kernel.
+BoxHorzKernel box_horz_kernel_sse2(uint32_t layout_class);
+#endif
 
 // Bytes per sample of a layout class: 1 for 0..6, 2 for 7..11.
 inline uint32_t box_sample_bytes(uint32_t layout_class) { return layout_class >= 7 ? 2 : 1; }

@@ -1,6 +1,9 @@
-// SSE2 column-sum steps of the box filter: 16 byte samples or 8 word samples a step, the rest
-// by the scalar twins.  Unaligned loads and stores throughout (rows are caller memory).
+// SSE2 kernels of the box filter.  Column-sum steps: 16 byte samples or 8 word samples a step,
+// the rest by the scalar twins.  Horizontal pass: the four-channel 8-bit classes.
+// Unaligned loads and stores throughout (rows and lines are caller memory).
 #include <emmintrin.h>
+
+#include <cstring>
 
 #include "filter/box_filter.h"
 
@@ -51,10 +54,118 @@ void rows_u16(uint32_t *acc, const uint8_t *row, size_t n) {
   }
 }
 
+// acc - leave + enter: for bytes the difference fits 16 signed bits and is sign-extended once;
+// words are widened and applied one after the other.
+void box_row_move_u8_sse2(uint32_t *acc, const uint8_t *leave, const uint8_t *enter, size_t n) {
+  const __m128i zero = _mm_setzero_si128();
+  size_t i = 0;
+  for (; i + 16 <= n; i += 16) {
+    const __m128i l = _mm_loadu_si128(reinterpret_cast<const __m128i *>(leave + i));
+    const __m128i e = _mm_loadu_si128(reinterpret_cast<const __m128i *>(enter + i));
+    const __m128i d_lo = _mm_sub_epi16(_mm_unpacklo_epi8(e, zero), _mm_unpacklo_epi8(l, zero));
+    const __m128i d_hi = _mm_sub_epi16(_mm_unpackhi_epi8(e, zero), _mm_unpackhi_epi8(l, zero));
+    const __m128i s_lo = _mm_srai_epi16(d_lo, 15);
+    const __m128i s_hi = _mm_srai_epi16(d_hi, 15);
+    apply<true>(acc + i, _mm_unpacklo_epi16(d_lo, s_lo));
+    apply<true>(acc + i + 4, _mm_unpackhi_epi16(d_lo, s_lo));
+    apply<true>(acc + i + 8, _mm_unpacklo_epi16(d_hi, s_hi));
+    apply<true>(acc + i + 12, _mm_unpackhi_epi16(d_hi, s_hi));
+  }
+  box_row_move_u8_c(acc + i, leave + i, enter + i, n - i);
+}
+
+void box_row_move_u16_sse2(uint32_t *acc, const uint8_t *leave, const uint8_t *enter, size_t n) {
+  const __m128i zero = _mm_setzero_si128();
+  size_t i = 0;
+  for (; i + 8 <= n; i += 8) {
+    const __m128i l = _mm_loadu_si128(reinterpret_cast<const __m128i *>(leave + 2 * i));
+    const __m128i e = _mm_loadu_si128(reinterpret_cast<const __m128i *>(enter + 2 * i));
+    for (size_t h = 0; h < 2; ++h) {
+      const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(acc + i + 4 * h));
+      const __m128i l32 = h ? _mm_unpackhi_epi16(l, zero) : _mm_unpacklo_epi16(l, zero);
+      const __m128i e32 = h ? _mm_unpackhi_epi16(e, zero) : _mm_unpacklo_epi16(e, zero);
+      _mm_storeu_si128(reinterpret_cast<__m128i *>(acc + i + 4 * h), _mm_add_epi32(_mm_sub_epi32(a, l32), e32));
+    }
+  }
+  box_row_move_u16_c(acc + i, leave + 2 * i, enter + 2 * i, n - i);
+}
+
 void box_row_add_u8_sse2(uint32_t *acc, const uint8_t *row, size_t n) { rows_u8<true>(acc, row, n); }
 void box_row_sub_u8_sse2(uint32_t *acc, const uint8_t *row, size_t n) { rows_u8<false>(acc, row, n); }
 void box_row_add_u16_sse2(uint32_t *acc, const uint8_t *row, size_t n) { rows_u16<true>(acc, row, n); }
 void box_row_sub_u16_sse2(uint32_t *acc, const uint8_t *row, size_t n) { rows_u16<false>(acc, row, n); }
+
+// Horizontal pass of the four-channel classes (3 and 5): the running sums of a pixel's four
+// components sit in the four 32-bit lanes of one register, and a whole pixel's column sums
+// (16 bytes) enter or leave the window at a time.  The lanes wrap modulo 2^32 exactly as the
+// scalar sums do.  Scaling forms the low 32 bits of sum * R in each lane with two widening
+// multiplies (even and odd lanes), which is the scalar uint32_t product whatever its size, then
+// adds 2^22, shifts by 23 and saturates to 255 while packing (values are below 2^9 after the
+// shift, so the signed 32-to-16 pack is exact).  A line whose length is not a whole number of
+// pixels gives its components different lengths and goes to the scalar kernel.
+inline __m128i load_pixel(const uint32_t *sums, size_t p) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i *>(sums + 4 * p));
+}
+
+inline __m128i scale(__m128i sum, __m128i recip, __m128i round) {
+  const __m128i even = _mm_mul_epu32(sum, recip);
+  const __m128i odd = _mm_mul_epu32(_mm_srli_epi64(sum, 32), recip);
+  const __m128i lo = _mm_unpacklo_epi32(_mm_shuffle_epi32(even, _MM_SHUFFLE(3, 1, 2, 0)),
+                                        _mm_shuffle_epi32(odd, _MM_SHUFFLE(3, 1, 2, 0)));
+  return _mm_srli_epi32(_mm_add_epi32(lo, round), static_cast<int>(kBoxShift));
+}
+
+void box_h_quad_sse2(const uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w) {
+  if (n % 4 != 0) {
+    box_horz_kernel(5)(sums, dst, n, w);
+    return;
+  }
+  const size_t count = n / 4;
+  if (count == 0) return;
+  const ptrdiff_t last = static_cast<ptrdiff_t>(count) - 1;
+  auto clamp = [last](ptrdiff_t j) { return static_cast<size_t>(j < 0 ? 0 : (j > last ? last : j)); };
+  const __m128i recip = _mm_set1_epi32(static_cast<int>(w.recip));
+  const __m128i round = _mm_set1_epi32(static_cast<int>(kBoxRound));
+  __m128i sum = _mm_setzero_si128();
+  for (ptrdiff_t j = -w.before; j <= w.after; ++j) sum = _mm_add_epi32(sum, load_pixel(sums, clamp(j)));
+
+  // Four pixels a step: their sums are taken one after the other, then scaled and packed into
+  // one 16-byte store.  Entering and leaving positions are clamped to the line only in the steps
+  // that reach past either end.
+  size_t i = 0;
+  const ptrdiff_t after1 = static_cast<ptrdiff_t>(w.after) + 1;
+  const ptrdiff_t before = w.before;
+  __m128i s[4];
+  for (; i + 4 <= count; i += 4) {
+    const ptrdiff_t at = static_cast<ptrdiff_t>(i);
+    if (at - before >= 0 && at + 3 + after1 <= last) {
+      const uint32_t *enter = sums + 4 * static_cast<size_t>(at + after1);
+      const uint32_t *leave = sums + 4 * static_cast<size_t>(at - before);
+      for (size_t k = 0; k < 4; ++k) {
+        s[k] = sum;
+        sum = _mm_add_epi32(sum, load_pixel(enter, k));
+        sum = _mm_sub_epi32(sum, load_pixel(leave, k));
+      }
+    } else {
+      for (ptrdiff_t k = 0; k < 4; ++k) {
+        s[k] = sum;
+        sum = _mm_add_epi32(sum, load_pixel(sums, clamp(at + k + after1)));
+        sum = _mm_sub_epi32(sum, load_pixel(sums, clamp(at + k - before)));
+      }
+    }
+    const __m128i lo = _mm_packs_epi32(scale(s[0], recip, round), scale(s[1], recip, round));
+    const __m128i hi = _mm_packs_epi32(scale(s[2], recip, round), scale(s[3], recip, round));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 4 * i), _mm_packus_epi16(lo, hi));
+  }
+  for (; i < count; ++i) {
+    const ptrdiff_t at = static_cast<ptrdiff_t>(i);
+    const __m128i v = _mm_packs_epi32(scale(sum, recip, round), _mm_setzero_si128());
+    const int32_t px = _mm_cvtsi128_si32(_mm_packus_epi16(v, v));
+    std::memcpy(dst + 4 * i, &px, 4);
+    sum = _mm_add_epi32(sum, load_pixel(sums, clamp(at + after1)));
+    sum = _mm_sub_epi32(sum, load_pixel(sums, clamp(at - before)));
+  }
+}
 
 }  // namespace
 
@@ -63,6 +174,12 @@ void box_row_init_sse2(BoxRowKernels *table) {
   table->sub_u8 = box_row_sub_u8_sse2;
   table->add_u16 = box_row_add_u16_sse2;
   table->sub_u16 = box_row_sub_u16_sse2;
+  table->move_u8 = box_row_move_u8_sse2;
+  table->move_u16 = box_row_move_u16_sse2;
+}
+
+BoxHorzKernel box_horz_kernel_sse2(uint32_t layout_class) {
+  return layout_class == 3 || layout_class == 5 ? box_h_quad_sse2 : nullptr;
 }
 
 }  // namespace framedsp
