@@ -562,3 +562,77 @@ TEST(BoxFilterExport, TwoPlaneFormatFiltersBothPlanes) {
 }
 
 }  // namespace
+
+// The combined row move (acc - leaving row + entering row) of every ISA against the scalar one,
+// and the scalar move against a subtract followed by an add; sums may wrap.
+TEST(BoxFilterKernels, RowMoveMatchesScalarAndSubtractThenAdd) {
+  framedsp::BoxRowKernels c{}, simd{};
+  framedsp::box_row_table_init(&c, 0);
+  framedsp::box_row_table_init(&simd, framedsp::cpu_flags());
+  if ((framedsp::box_isas_built() & framedsp::kCpuSSE2) && (framedsp::cpu_flags() & framedsp::kCpuSSE2)) {
+    ASSERT_NE(simd.move_u8, c.move_u8) << "no SSE2 move step ran";
+  }
+  std::mt19937 rng(framedsp_test::test_seed() + 77);
+  for (int wide = 0; wide < 2; ++wide) {
+    const auto move_c = wide ? c.move_u16 : c.move_u8;
+    const auto move_s = wide ? simd.move_u16 : simd.move_u8;
+    for (size_t n = 0; n <= 300; ++n) {
+      for (size_t off = 0; off < 16; off += (n > 40 ? 5 : 1)) {
+        for (int kind = 0; kind < 3; ++kind) {
+          const size_t bytes = n * (wide ? 2 : 1) + off;
+          GuardedBuffer leave(bytes, 0), enter(bytes, 0);  // both end against a protected page
+          for (size_t i = 0; i < bytes; ++i) {
+            leave[i] = kind == 1 ? 255 : kind == 2 ? 0 : static_cast<uint8_t>(rng());
+            enter[i] = kind == 1 ? 0 : kind == 2 ? 255 : static_cast<uint8_t>(rng());
+          }
+          std::vector<uint32_t> a(n + 1);
+          for (uint32_t &v : a) v = kind ? ((rng() & 1) ? 0u : 0xFFFFFFFFu) : rng();
+          std::vector<uint32_t> b = a, r = a;
+          move_c(a.data(), leave.data() + off, enter.data() + off, n);
+          move_s(b.data(), leave.data() + off, enter.data() + off, n);
+          ASSERT_EQ(a, b) << (wide ? "u16" : "u8") << " n " << n << " off " << off << " kind " << kind;
+          (wide ? c.sub_u16 : c.sub_u8)(r.data(), leave.data() + off, n);
+          (wide ? c.add_u16 : c.add_u8)(r.data(), enter.data() + off, n);
+          ASSERT_EQ(a, r) << "move differs from subtract then add, n " << n;
+        }
+      }
+    }
+  }
+}
+
+// The SSE2 horizontal pass of the 4-byte-pixel classes against the scalar kernel: every length
+// 0..300, source offsets 0..3, random (wrapping) sums, full-scale sums and small windows.
+TEST(BoxFilterKernels, QuadHorizontalPassMatchesScalar) {
+  if (!((framedsp::box_isas_built() & framedsp::kCpuSSE2) && (framedsp::cpu_flags() & framedsp::kCpuSSE2))) {
+    GTEST_SKIP() << "no SSE2 horizontal pass on this machine or build";
+  }
+  std::mt19937 rng(framedsp_test::test_seed() + 5);
+  for (uint32_t cls : {3u, 5u}) {
+    const framedsp::BoxHorzKernel c = framedsp::box_horz_kernel(cls);
+    const framedsp::BoxHorzKernel s = framedsp::box_horz_kernel(cls, framedsp::kCpuSSE2);
+    ASSERT_NE(c, s) << "class " << cls << ": no SSE2 kernel selected";
+    ASSERT_EQ(c, framedsp::box_horz_kernel(cls, 0)) << "a zero mask must give the scalar kernel";
+    for (size_t n = 0; n <= 300; ++n) {
+      for (size_t off = 0; off < 4; ++off) {
+        for (int mode = 0; mode < 3; ++mode) {
+          uint32_t nh = 1 + rng() % 256, nv = 1 + rng() % 256;
+          if (mode == 2) {
+            nh = 1 + rng() % 8;
+            nv = 1 + rng() % 4;
+          }
+          const framedsp::BoxWindow w{framedsp::box_before(nh), framedsp::box_after(nh),
+                                      framedsp::box_reciprocal(nh, nv)};
+          std::vector<uint32_t> sums(n + off + 4);
+          for (uint32_t &v : sums) v = mode == 0 ? rng() : mode == 1 ? 255u * nv : (rng() % 256) * nv;
+          GuardedBuffer a(n + off, 16, 0xAB), b(n + off, 16, 0xAB);
+          c(sums.data() + off, a.data() + off, n, w);
+          s(sums.data() + off, b.data() + off, n, w);
+          ASSERT_TRUE(n == 0 || std::memcmp(a.data(), b.data(), n + off) == 0)
+              << "class " << cls << " n " << n << " off " << off << " nh " << nh << " nv " << nv
+              << "\n" << framedsp_test::hex_diff(a.data(), b.data(), n + off);
+          ASSERT_TRUE(b.intact()) << b.damage();
+        }
+      }
+    }
+  }
+}
