@@ -3,44 +3,13 @@
 #include <emmintrin.h>
 
 #include "filter/fir_kernels.h"
+#include "filter/x86/fir_masks_x86.h"
 
 namespace framedsp {
 
 using namespace fir_detail;
 
 namespace {
-
-// Byte masks of a class: sel picks the second distance, pass marks copied bytes; row = phase
-// (position of the step's first byte modulo the class period).
-struct FirMasks {
-  uint8_t sel[4][16];
-  uint8_t pass[4][16];
-};
-
-constexpr int second_distance(int cls) {
-  for (int i = 0; i < 4; ++i) {
-    if (kDist[cls][i] != 0 && kDist[cls][i] != kDist[cls][0]) return kDist[cls][i];
-  }
-  return kDist[cls][0];
-}
-
-constexpr FirMasks make_masks(int cls) {
-  FirMasks m{};
-  const int d_b = second_distance(cls);
-  for (int phase = 0; phase < 4; ++phase) {
-    for (int j = 0; j < 16; ++j) {
-      const int d = dist_at(cls, static_cast<size_t>(phase + j));
-      m.sel[phase][j] = (d_b != kDist[cls][0] && d == d_b) ? 0xFF : 0;
-      m.pass[phase][j] = d == 0 ? 0xFF : 0;
-    }
-  }
-  return m;
-}
-
-template <int kClass>
-struct FirClassMasks {
-  static constexpr FirMasks kMasks = make_masks(kClass);
-};
 
 inline __m128i loadu(const uint8_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
 inline __m128i blend(__m128i a, __m128i b, __m128i m) {
