@@ -1,0 +1,26 @@
+// Rejection diagnostics.  A validation step that quietly refuses a record (the export still
+// answers S_OK, as the contract says) can name the reason: with FRAMEDSP_TRACE=1 in the
+// environment each refusal prints one line to stderr,
+//   "<export>: refused: <first failed condition in plain words>"
+// and without it nothing is printed.  The environment is read once per process.
+#pragma once
+
+#include <cstdarg>
+
+namespace framedsp {
+
+// True when FRAMEDSP_TRACE is set to a value other than "" or "0".
+bool trace_enabled();
+
+// Prints "<export_name>: refused: " followed by the printf-style message and a newline, when
+// tracing is on.  Always returns false, so a check can read `return refuse("DspFilter", ...);`.
+bool refuse(const char *export_name, const char *format, ...)
+#if defined(__GNUC__)
+    __attribute__((format(printf, 2, 3)))
+#endif
+    ;
+
+// Test hook: overrides the environment (1 on, 0 off, -1 back to the environment).
+void set_trace_override(int mode);
+
+}  // namespace framedsp
