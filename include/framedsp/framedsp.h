@@ -697,9 +697,17 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter
  * for a handle that is not a live converter.  Not yet available: answers DSP_E_NOTIMPL. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateMotionVectors(DSP_HANDLE hConverter, void *pParams);
 
-/* Builds up to five pyramid levels through the scaler.  E_POINTER for a null record, E_HANDLE
- * for a handle that is not a live converter (the converter's state is not used).  This release:
- * answers DSP_E_NOTIMPL for a live handle. */
+/* Builds up to five pyramid levels through the scaler.  E_POINTER for a null record (or a null
+ * level list), E_HANDLE for a handle that is not a live converter (the converter's state is not
+ * used; a reference is held for the call).  E_INVALIDARG, before any level is written, when the
+ * count is above five, the base or a listed level has a null buffer, or any of them is not
+ * format 263.  Fewer than two levels: S_OK, nothing done.  Otherwise level k (k >= 1) is made
+ * from level k - 1 by one DspScaler call with eScalerPath 1 (integer ratio), eFilter from the
+ * record, factors and scale flags 0 (each level's own region is the output size), buffer flags
+ * and options 0.  Those results are deliberately not reported: the call answers S_OK, and a
+ * level the scaler refuses (e.g. interleaved levels without a field selection) keeps its old
+ * bytes, as do the levels made from it.  Halving regions of format 263 take the integer-ratio
+ * path; any other size pair falls back to the general scaler with the same eFilter. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateMipMaps(DSP_HANDLE hConverter,
                                                         DSP_MIPMAP_PARAMS *pParams);
 

@@ -1,0 +1,225 @@
+// Mip-map pyramids: the record checks come before any level is touched, one scaler call per
+// level, level failures are not reported, and the converter's reference is given back.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "frame/guard.h"
+#include "frame/handle.h"
+#include "framedsp/framedsp.h"
+#include "framerate/converter.h"
+#include "test_util.h"
+
+namespace {
+
+using framedsp::DspFrameRateConverter;
+using framedsp_test::GuardedBuffer;
+
+std::vector<std::string> g_entered;
+void recording_hook(const char *worker) { g_entered.emplace_back(worker); }
+
+int count_entered(const char *worker) {
+  int n = 0;
+  for (const std::string &w : g_entered) n += (w == worker);
+  return n;
+}
+
+DSP_HANDLE new_converter() {
+  DSP_FRAME_RATE_CONVERTER_PARAMS p;
+  std::memset(&p, 0, sizeof p);
+  p.ulBaseCount = 1;
+  p.lWidth = 720;
+  p.lHeight = 576;
+  DSP_HANDLE h = nullptr;
+  EXPECT_EQ(DspCreateFrameRateConverter(&p, &h), DSP_S_OK);
+  return h;
+}
+
+// References held on a live converter (the probe's own reference not counted).
+int32_t references_of(DSP_HANDLE h) {
+  DspFrameRateConverter *c = framedsp::acquire_handle<DspFrameRateConverter>(h);
+  if (!c) return -1;
+  const int32_t held = c->references() - 1;
+  c->release();
+  return held;
+}
+
+void destroy(DSP_HANDLE h) {
+  DspFrameRateConverter *c = framedsp::acquire_handle<DspFrameRateConverter>(h);
+  ASSERT_NE(c, nullptr);
+  c->release();
+  EXPECT_EQ(c->release(), 0);
+}
+
+// An 8-bit plane of w x h, progressive, top-down, the whole image as region.
+void set_plane(DSP_IMAGE *image, uint8_t *memory, uint32_t w, uint32_t h) {
+  std::memset(image, 0, sizeof *image);
+  image->Buffer.pBuffer = memory;
+  image->Buffer.ulBytes = w * h;
+  image->Buffer.eBufferType = DSP_BUFFER_TYPE_FRAME;
+  image->Buffer.Region.ulWidth = w;
+  image->Buffer.Region.ulHeight = h;
+  image->ulWidth = w;
+  image->ulHeight = h;
+  image->ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
+  image->eInterlace = DSP_INTERLACE_PROGRESSIVE;
+  image->ulPrimaryStrideBytes = w;
+}
+
+// A five-level halving pyramid from 64 x 32, every level in its own guarded buffer.
+class MipMaps : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    framedsp::set_worker_hook(recording_hook);
+    g_entered.clear();
+    converter = new_converter();
+    uint32_t w = 64, h = 32;
+    std::memset(&levels, 0, sizeof levels);
+    levels.ulCount = DSP_MIPMAP_MAX_LEVELS;
+    for (uint32_t k = 0; k < DSP_MIPMAP_MAX_LEVELS; ++k) {
+      memory.emplace_back(new GuardedBuffer(w * h, 64, static_cast<uint8_t>(0x10 + k)));
+      set_plane(&levels.Levels[k], memory.back()->data(), w, h);
+      w /= 2;
+      h /= 2;
+    }
+    std::memset(&record, 0, sizeof record);
+    record.Base = levels.Levels[0];
+    record.pLevels = &levels;
+    record.eFilter = DSP_SCALER_FILTER_NEAREST;
+    g_entered.clear();
+  }
+  void TearDown() override {
+    framedsp::set_worker_hook(nullptr);
+    destroy(converter);
+  }
+
+  std::string level_bytes() const {
+    std::string all;
+    for (const auto &m : memory) all.append(reinterpret_cast<const char *>(m->data()), m->size());
+    return all;
+  }
+  void expect_guards_intact() const {
+    for (size_t k = 0; k < memory.size(); ++k)
+      EXPECT_TRUE(memory[k]->intact()) << "level " << k << ": " << memory[k]->damage();
+  }
+
+  DSP_HANDLE converter = nullptr;
+  std::vector<std::unique_ptr<GuardedBuffer>> memory;
+  DSP_MIPMAP_LEVELS levels;
+  DSP_MIPMAP_PARAMS record;
+};
+
+struct BadRecord {
+  const char *label;
+  void (*edit)(DSP_MIPMAP_PARAMS &, DSP_MIPMAP_LEVELS &);
+};
+
+class MipMapRecordChecks : public MipMaps, public ::testing::WithParamInterface<BadRecord> {};
+
+TEST_P(MipMapRecordChecks, InvalidArgBeforeAnyLevelIsWritten) {
+  GetParam().edit(record, levels);
+  const std::string before = level_bytes();
+  const int32_t refs = references_of(converter);
+  EXPECT_EQ(DspCreateMipMaps(converter, &record), DSP_E_INVALIDARG);
+  EXPECT_EQ(count_entered("DspScaler"), 0);
+  EXPECT_TRUE(level_bytes() == before) << "a level was written although the record was refused";
+  expect_guards_intact();
+  EXPECT_EQ(references_of(converter), refs);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Refused, MipMapRecordChecks,
+    ::testing::Values(
+        BadRecord{"count6", [](DSP_MIPMAP_PARAMS &, DSP_MIPMAP_LEVELS &l) { l.ulCount = 6; }},
+        BadRecord{"count_all_ones",
+                  [](DSP_MIPMAP_PARAMS &, DSP_MIPMAP_LEVELS &l) { l.ulCount = 0xFFFFFFFFu; }},
+        BadRecord{"base_null",
+                  [](DSP_MIPMAP_PARAMS &r, DSP_MIPMAP_LEVELS &) { r.Base.Buffer.pBuffer = nullptr; }},
+        BadRecord{"base_uyvy",
+                  [](DSP_MIPMAP_PARAMS &r, DSP_MIPMAP_LEVELS &) {
+                    r.Base.ePixelFormat = DSP_PIXEL_FORMAT_UYVY;
+                  }},
+        BadRecord{"base_luma_plane",
+                  [](DSP_MIPMAP_PARAMS &r, DSP_MIPMAP_LEVELS &) { r.Base.ePixelFormat = 261; }},
+        // The last level is the one a careless check would reach only after writing the others.
+        BadRecord{"last_level_format",
+                  [](DSP_MIPMAP_PARAMS &, DSP_MIPMAP_LEVELS &l) { l.Levels[4].ePixelFormat = 262; }},
+        BadRecord{"last_level_null",
+                  [](DSP_MIPMAP_PARAMS &, DSP_MIPMAP_LEVELS &l) {
+                    l.Levels[4].Buffer.pBuffer = nullptr;
+                  }},
+        BadRecord{"first_level_null",
+                  [](DSP_MIPMAP_PARAMS &, DSP_MIPMAP_LEVELS &l) {
+                    l.Levels[0].Buffer.pBuffer = nullptr;
+                  }}),
+    [](const ::testing::TestParamInfo<BadRecord> &info) { return std::string(info.param.label); });
+
+TEST_F(MipMaps, LevelsPastTheCountAreNotChecked) {
+  levels.ulCount = 2;
+  levels.Levels[2].ePixelFormat = DSP_PIXEL_FORMAT_UYVY;
+  levels.Levels[3].Buffer.pBuffer = nullptr;
+  EXPECT_EQ(DspCreateMipMaps(converter, &record), DSP_S_OK);
+  EXPECT_EQ(count_entered("DspScaler"), 1);
+}
+
+TEST_F(MipMaps, NullLevelListIsEPointer) {
+  record.pLevels = nullptr;
+  EXPECT_EQ(DspCreateMipMaps(converter, &record), DSP_E_POINTER);
+  EXPECT_EQ(references_of(converter), 1);
+}
+
+TEST_F(MipMaps, FewerThanTwoLevelsDoNothing) {
+  for (uint32_t count : {0u, 1u}) {
+    g_entered.clear();
+    levels.ulCount = count;
+    const std::string before = level_bytes();
+    EXPECT_EQ(DspCreateMipMaps(converter, &record), DSP_S_OK) << count;
+    EXPECT_EQ(count_entered("DspScaler"), 0) << count;
+    EXPECT_TRUE(level_bytes() == before);
+  }
+}
+
+TEST_F(MipMaps, OneScalerCallPerLevel) {
+  for (uint32_t count = 2; count <= DSP_MIPMAP_MAX_LEVELS; ++count) {
+    g_entered.clear();
+    levels.ulCount = count;
+    EXPECT_EQ(DspCreateMipMaps(converter, &record), DSP_S_OK) << count;
+    ASSERT_FALSE(g_entered.empty());
+    EXPECT_EQ(g_entered.front(), "DspCreateMipMaps");
+    EXPECT_EQ(count_entered("DspScaler"), static_cast<int>(count - 1)) << count;
+    expect_guards_intact();
+    EXPECT_EQ(references_of(converter), 1);
+  }
+}
+
+// Interleaved levels without a field selection fail the scaler's own checks at every level; the
+// pyramid still answers S_OK and nothing is written.
+TEST_F(MipMaps, FailedLevelsAreNotReported) {
+  for (uint32_t k = 0; k < DSP_MIPMAP_MAX_LEVELS; ++k)
+    levels.Levels[k].eInterlace = DSP_INTERLACE_INTERLEAVED;
+  const std::string before = level_bytes();
+  EXPECT_EQ(DspCreateMipMaps(converter, &record), DSP_S_OK);
+  EXPECT_EQ(count_entered("DspCreateMipMaps"), 1);
+  EXPECT_TRUE(level_bytes() == before);
+  expect_guards_intact();
+}
+
+class NotAConverter : public framedsp::HandleObject {};
+
+TEST_F(MipMaps, OtherHandleObjectsAndStaleHandlesAreEHandle) {
+  auto *other = new NotAConverter();
+  const std::string before = level_bytes();
+  EXPECT_EQ(DspCreateMipMaps(other->handle(), &record), DSP_E_HANDLE);
+  EXPECT_EQ(other->references(), 1);
+  DSP_HANDLE stale = other->handle();
+  EXPECT_EQ(other->release(), 0);
+  EXPECT_EQ(DspCreateMipMaps(stale, &record), DSP_E_HANDLE);
+  EXPECT_TRUE(level_bytes() == before);
+  EXPECT_TRUE(g_entered.empty());
+}
+
+}  // namespace
