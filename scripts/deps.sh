@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what building and testing framedsp needs, when it is missing (Debian packages).
-# Quiet when everything is present.  Optional extras (32-bit multilib, libyuv for the peer
-# benchmarks) are tried but never required.
+# Quiet when everything is present.  Optional extras are tried but never required; name them in
+# FRAMEDSP_OPTIONAL_DEPS, e.g. "g++-mingw-w64-i686" (the 32-bit Windows DLL, `make windows`),
+# "wine wine32:i386" (running its smoke test), "libyuv-dev" (peer benchmarks).
 set -u
 need=()
 have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
@@ -24,6 +25,10 @@ fi
 SUDO=""
 if [ "$(id -u)" != 0 ]; then SUDO="sudo"; fi
 echo "deps: installing ${need[*]} ${optional[*]}" >&2
+# 32-bit packages (wine32:i386 for running the Windows DLL's smoke test) need the i386 architecture.
+case " ${optional[*]} " in
+  *:i386*) dpkg --print-foreign-architectures | grep -qx i386 || $SUDO dpkg --add-architecture i386 ;;
+esac
 $SUDO apt-get update -qq >/dev/null 2>&1 || true
 if [ ${#need[@]} -gt 0 ]; then
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${need[@]}" >/dev/null || {

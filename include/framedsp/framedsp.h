@@ -24,7 +24,9 @@
  * Calling convention
  * ------------------
  * On 32-bit Windows every export is __stdcall with an undecorated name (the DLL ships a .def
- * file).  Elsewhere the platform's default convention is used.
+ * file).  Elsewhere the platform's default convention is used.  The import library of the
+ * mingw-w64 build (libframedsp.dll.a) holds the name@bytes symbols that a __stdcall caller
+ * compiled against this header references, each importing the plain name.
  *
  * Status values
  * -------------
@@ -40,6 +42,15 @@
  *  3. Otherwise the operation runs and its status is returned unchanged.
  *  4. Any C++ exception raised inside the library (an allocation failure included) is turned into
  *     DSP_E_UNEXPECTED.  Processor faults (a bad image address, say) are not caught.
+ *
+ * Rejection diagnostics: when the environment variable FRAMEDSP_TRACE is set to anything but ""
+ * or "0" (read once per process), each refusal prints one line to stderr naming the export and
+ * the first failed condition with its values, e.g.
+ *   DspFilter: refused: input width 721 is odd for format 21 (4:2:2 formats need even widths)
+ * This covers the quiet refusals of step 2, the E_INVALIDARG answers of DspFilter's settings and
+ * of DspCreateFrameRateConverter, and the E_HANDLE answers of the handle exports (null, the
+ * invalid-handle value, a released or foreign object).  Null pointers (DSP_E_POINTER) print
+ * nothing.  Statuses and outputs are the same with and without the variable.
  *
  * The library never writes outside the output region of the output image, never changes the
  * caller's records except the documented result fields, starts no threads, takes no locks and

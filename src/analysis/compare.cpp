@@ -7,6 +7,7 @@
 #include "frame/cpu.h"
 #include "frame/guard.h"
 #include "frame/pixel_format.h"
+#include "frame/trace.h"
 
 namespace framedsp {
 
@@ -48,7 +49,10 @@ void *advance(void *base, size_t bytes) { return static_cast<uint8_t *>(base) + 
 }  // namespace
 
 HRESULT compare_validate(const DSP_COMPARE_PARAMS *params) {
-  return compare_format(params->ePixelFormat) ? kOk : kInvalidArg;
+  if (compare_format(params->ePixelFormat)) return kOk;
+  refuse("DspCompare", "pixel format %u is not one the comparison takes (0, 1, 5, 21, 25, 28, 30, 261)",
+         params->ePixelFormat);
+  return kInvalidArg;
 }
 
 HRESULT compare_worker(DSP_COMPARE_PARAMS *params) {

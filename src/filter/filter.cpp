@@ -3,6 +3,7 @@
 #include "frame/guard.h"
 #include "frame/buffer_rules.h"
 #include "frame/pixel_format.h"
+#include "frame/trace.h"
 #include "frame/work_memory.h"
 #include "filter/filter_planes.h"
 #include "lines/smart_copy.h"
@@ -12,16 +13,27 @@ namespace framedsp {
 HRESULT filter_validate(const DSP_FILTER_PARAMS *params) {
   const DSP_IMAGE &in = params->Buffer.In;
   const DSP_IMAGE &out = params->Buffer.Out;
-  if (!copy_formats_ok(in, out)) return kInvalidArg;
-  if (interleaved_frame_into_progressive(in, out)) return kInvalidArg;
-  if (in.Buffer.Region.ulWidth != out.Buffer.Region.ulWidth) return kInvalidArg;
+  constexpr const char *kExport = "DspFilter";
+  if (!copy_formats_pass(kExport, in, out)) return kInvalidArg;
+  if (!interlace_pair_passes(kExport, in, out)) return kInvalidArg;
+  if (in.Buffer.Region.ulWidth != out.Buffer.Region.ulWidth) {
+    refuse(kExport, "input region width %u differs from output region width %u (the filter does not scale)",
+           in.Buffer.Region.ulWidth, out.Buffer.Region.ulWidth);
+    return kInvalidArg;
+  }
   // In doubles, so that an odd frame height against a field can never compare equal.
-  if (static_cast<double>(out.Buffer.Region.ulHeight) * region_height_factor(in, out) !=
+  const double factor = region_height_factor(in, out);
+  if (static_cast<double>(out.Buffer.Region.ulHeight) * factor !=
       static_cast<double>(in.Buffer.Region.ulHeight)) {
+    refuse(kExport, "input region height %u does not match output region height %u (%s)",
+           in.Buffer.Region.ulHeight, out.Buffer.Region.ulHeight,
+           factor > 1.0   ? "a frame into a field needs twice the field's lines"
+           : factor < 1.0 ? "a field into a frame needs half the frame's lines"
+                          : "they must be equal");
     return kInvalidArg;
   }
   if (has_full_chroma(in.ePixelFormat)) return kOk;
-  return integer_widths_even(in, out) ? kOk : kInvalidArg;
+  return integer_widths_pass(kExport, in, out) ? kOk : kInvalidArg;
 }
 
 namespace {
@@ -133,13 +145,25 @@ HRESULT filter_worker(const DSP_FILTER_PARAMS *params, const DSP_BUFFER *buffer,
   FilterPlan plan{false, nullptr, nullptr, 0, 0, 1, 1};
   bool horz_on = false, vert_on = false;
   if (params->eFilterType == DSP_FILTER_TYPE_FIR) {
-    if (!params->pSettings) return kInvalidArg;
+    if (!params->pSettings) {
+      refuse("DspFilter", "FIR filter without settings (pSettings is null)");
+      return kInvalidArg;
+    }
     const DSP_FIR_SETTINGS &s = *static_cast<const DSP_FIR_SETTINGS *>(params->pSettings);
-    if (s.ulHorzCutoff > kFirCutoffOff || s.ulVertCutoff > kFirCutoffOff) return kInvalidArg;
+    if (s.ulHorzCutoff > kFirCutoffOff || s.ulVertCutoff > kFirCutoffOff) {
+      refuse("DspFilter", "FIR %s cut-off %u is above %u (%u turns the direction off)",
+             s.ulHorzCutoff > kFirCutoffOff ? "horizontal" : "vertical",
+             s.ulHorzCutoff > kFirCutoffOff ? s.ulHorzCutoff : s.ulVertCutoff, kFirCutoffOff,
+             kFirCutoffOff);
+      return kInvalidArg;
+    }
     horz_on = s.ulHorzCutoff != kFirCutoffOff;
     vert_on = s.ulVertCutoff != kFirCutoffOff;
     const auto taps_ok = [](uint32_t t) { return t >= kFirMinTaps && t <= kFirMaxTaps; };
     if ((horz_on && !taps_ok(s.ulHorzTaps)) || (vert_on && !taps_ok(s.ulVertTaps))) {
+      const bool horz_bad = horz_on && !taps_ok(s.ulHorzTaps);
+      refuse("DspFilter", "FIR %s taps %u are outside %d..%d", horz_bad ? "horizontal" : "vertical",
+             horz_bad ? s.ulHorzTaps : s.ulVertTaps, kFirMinTaps, kFirMaxTaps);
       return kInvalidArg;
     }
     plan.fir = true;
@@ -154,15 +178,23 @@ HRESULT filter_worker(const DSP_FILTER_PARAMS *params, const DSP_BUFFER *buffer,
       if (!plan.vert) return kFail;
     }
   } else if (params->eFilterType == DSP_FILTER_TYPE_BOX) {
-    if (!params->pSettings) return kInvalidArg;
+    if (!params->pSettings) {
+      refuse("DspFilter", "box filter without settings (pSettings is null)");
+      return kInvalidArg;
+    }
     const DSP_BOX_SETTINGS &s = *static_cast<const DSP_BOX_SETTINGS *>(params->pSettings);
-    if (s.ulHorzSize > 256 || s.ulVertSize > 256) return kInvalidArg;
+    if (s.ulHorzSize > 256 || s.ulVertSize > 256) {
+      refuse("DspFilter", "box %s size %u is above 256", s.ulHorzSize > 256 ? "horizontal" : "vertical",
+             s.ulHorzSize > 256 ? s.ulHorzSize : s.ulVertSize);
+      return kInvalidArg;
+    }
     // A size of 1 averages one sample: the direction is on but leaves that direction as it is.
     horz_on = s.ulHorzSize != 0;
     vert_on = s.ulVertSize != 0;
     plan.horz_size = horz_on ? s.ulHorzSize : 1;
     plan.vert_size = vert_on ? s.ulVertSize : 1;
   } else {
+    refuse("DspFilter", "filter type %u is neither 1 (FIR) nor 2 (box)", params->eFilterType);
     return kInvalidArg;
   }
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "frame/pixel_format.h"
+#include "frame/trace.h"
 
 namespace framedsp {
 
@@ -38,6 +39,57 @@ inline bool odd(uint32_t value) { return (value & 1u) != 0; }
 inline bool integer_widths_even(const DSP_IMAGE &in, const DSP_IMAGE &out) {
   return !(odd(in.ulWidth) || odd(in.Buffer.Region.ulWidth) || odd(out.ulWidth) ||
            odd(out.Buffer.Region.ulWidth));
+}
+
+// The same rules for the copy and the filter, naming the first one that fails through refuse()
+// (one line on stderr when tracing is on, nothing otherwise).  Each returns whether the record
+// passes.
+inline bool copy_formats_pass(const char *export_name, const DSP_IMAGE &in, const DSP_IMAGE &out) {
+  if (!copy_filter_format(in.ePixelFormat)) {
+    return refuse(export_name,
+                  "input format %u is not one this operation takes "
+                  "(0, 1, 5, 21..25, 28, 30, 31, 129, 261, 262)",
+                  in.ePixelFormat);
+  }
+  if (out.ePixelFormat != in.ePixelFormat) {
+    return refuse(export_name, "output format %u differs from input format %u (no format conversion)",
+                  out.ePixelFormat, in.ePixelFormat);
+  }
+  return true;
+}
+
+inline bool interlace_pair_passes(const char *export_name, const DSP_IMAGE &in, const DSP_IMAGE &out) {
+  if (!interleaved_frame_into_progressive(in, out)) return true;
+  return refuse(export_name,
+                "input frame has interleaved fields (interlace 0) and the output frame is "
+                "progressive (interlace 2); that pair is not taken");
+}
+
+inline const char *even_width_reason(uint32_t format) {
+  switch (format) {
+    case 21: case 22: case 24: case 25: case 28: case 29: case 30:
+      return "4:2:2 formats need even widths";
+    default:
+      return "only formats 0, 1, 5 and 27 take odd widths";
+  }
+}
+
+// Subsampled formats only (the caller skips full-chroma ones): every width even.
+inline bool integer_widths_pass(const char *export_name, const DSP_IMAGE &in, const DSP_IMAGE &out) {
+  const struct {
+    const char *what;
+    uint32_t value;
+  } widths[] = {{"input width", in.ulWidth},
+                {"input region width", in.Buffer.Region.ulWidth},
+                {"output width", out.ulWidth},
+                {"output region width", out.Buffer.Region.ulWidth}};
+  for (const auto &w : widths) {
+    if (odd(w.value)) {
+      return refuse(export_name, "%s %u is odd for format %u (%s)", w.what, w.value,
+                    in.ePixelFormat, even_width_reason(in.ePixelFormat));
+    }
+  }
+  return true;
 }
 
 }  // namespace framedsp

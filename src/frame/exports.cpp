@@ -6,6 +6,8 @@
 #include "filter/filter.h"
 #include "filter/subpixel_filter.h"
 #include "frame/guard.h"
+#include "frame/handle.h"
+#include "frame/trace.h"
 #include "framerate/converter.h"
 #include "lines/smart_copy.h"
 #include "scale/mipmap.h"
@@ -20,6 +22,24 @@ constexpr uint32_t kCallFlagFiltered = 0x2;  // bit 1 of a scaler record's call 
 
 FilterSubRecord filter_sub_record(const uint32_t *filter_type, const void *settings) {
   return FilterSubRecord{filter_type, settings};
+}
+
+// A handle export's refusal, named when tracing is on.  The second lookup only picks the words.
+HRESULT handle_refused(const char *export_name, DSP_HANDLE handle) {
+  if (trace_enabled()) {
+    const uintptr_t value = reinterpret_cast<uintptr_t>(handle);
+    const unsigned long long shown = value;
+    if (value == 0) {
+      refuse(export_name, "handle is null");
+    } else if (value == 0xFFFFFFFFu || value == ~uintptr_t{0}) {
+      refuse(export_name, "handle 0x%llX is the invalid-handle value", shown);
+    } else if (HandleObject::lookup(handle)) {
+      refuse(export_name, "handle 0x%llX names an object that is not a frame-rate converter", shown);
+    } else {
+      refuse(export_name, "handle 0x%llX is not a live object (released, or never a handle)", shown);
+    }
+  }
+  return kHandle;
 }
 
 }  // namespace
@@ -125,7 +145,7 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter
   // No null check of the record here: the handle is checked first and the conversion owns the
   // record.  The reference is dropped on every path, exceptions included.
   HandleRef<DspFrameRateConverter> converter(hConverter);
-  if (!converter) return kHandle;
+  if (!converter) return handle_refused("DspFrameRateConvert", hConverter);
   return converter.get()->Convert(pParams);
   FRAMEDSP_GUARD_END
 }
@@ -135,7 +155,7 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateMotionVectors(DSP_HANDLE hConver
   if (!pParams) return kPointer;
   // The converter must be live for the call, but the operation does not use its state.
   HandleRef<DspFrameRateConverter> converter(hConverter);
-  if (!converter) return kHandle;
+  if (!converter) return handle_refused("DspCreateMotionVectors", hConverter);
   return create_motion_vectors(pParams);
   FRAMEDSP_GUARD_END
 }
@@ -145,7 +165,7 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateMipMaps(DSP_HANDLE hConverter,
   FRAMEDSP_GUARD_BEGIN
   if (!pParams) return kPointer;
   HandleRef<DspFrameRateConverter> converter(hConverter);
-  if (!converter) return kHandle;
+  if (!converter) return handle_refused("DspCreateMipMaps", hConverter);
   return create_mipmaps(pParams);
   FRAMEDSP_GUARD_END
 }

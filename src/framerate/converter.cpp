@@ -6,6 +6,7 @@
 #include <new>
 
 #include "frame/guard.h"
+#include "frame/trace.h"
 
 namespace framedsp {
 
@@ -29,6 +30,18 @@ std::atomic<bool> g_fail_next_allocation{false};
 uint32_t or_default(uint32_t value, uint32_t fallback) { return value ? value : fallback; }
 
 bool block_in_range(uint32_t block) { return block >= kMinBlock && block <= kMaxBlock; }
+
+constexpr const char *kCreate = "DspCreateFrameRateConverter";
+
+bool block_passes(const char *what, uint32_t block) {
+  if (block_in_range(block)) return true;
+  return refuse(kCreate, "%s %u is outside %u..%u", what, block, kMinBlock, kMaxBlock);
+}
+
+bool level_block_passes(const char *what, uint32_t level, uint32_t block) {
+  if (block_in_range(block)) return true;
+  return refuse(kCreate, "level %u %s %u is outside %u..%u", level, what, block, kMinBlock, kMaxBlock);
+}
 
 // Range bound of one axis: the extent divided by 4 as signed integers (toward zero), then
 // compared as unsigned, so a negative extent bounds nothing.
@@ -66,8 +79,14 @@ DspFrameRateConverter::DspFrameRateConverter() {
 DspFrameRateConverter::~DspFrameRateConverter() = default;
 
 HRESULT DspFrameRateConverter::Initialise(const DSP_FRAME_RATE_CONVERTER_PARAMS &params) {
-  if (params.ulBaseCount == 0) return kInvalidArg;
-  if (params.bDeriveCount && params.ulDerivedCount == 0) return kInvalidArg;
+  if (params.ulBaseCount == 0) {
+    refuse(kCreate, "base count is 0");
+    return kInvalidArg;
+  }
+  if (params.bDeriveCount && params.ulDerivedCount == 0) {
+    refuse(kCreate, "derive-count flag %u is set and the derived count is 0", params.bDeriveCount);
+    return kInvalidArg;
+  }
 
   settings_ = params;
   DSP_FRAME_RATE_CONVERTER_PARAMS &s = settings_;
@@ -90,16 +109,32 @@ HRESULT DspFrameRateConverter::Initialise(const DSP_FRAME_RATE_CONVERTER_PARAMS 
     s.ulDerivedCount = static_cast<uint32_t>(s.ulBaseCount * ulRateRatioBAQ14) >> 14;
   }
 
-  if (s.ulLevels > kLevelCount) return kInvalidArg;
-  if (!block_in_range(s.ulBlockA) || !block_in_range(s.ulBlockB)) return kInvalidArg;
+  if (s.ulLevels > kLevelCount) {
+    refuse(kCreate, "level count %u is above %u", s.ulLevels, kLevelCount);
+    return kInvalidArg;
+  }
+  if (!block_passes("block A", s.ulBlockA) || !block_passes("block B", s.ulBlockB)) return kInvalidArg;
   const uint32_t max_range_x = range_bound(s.lWidth);
   const uint32_t max_range_y = range_bound(s.lHeight);
   for (uint32_t i = 0; i < kLevelCount; ++i) {
-    if (!block_in_range(s.ulLevelBlockA[i]) || !block_in_range(s.ulLevelBlockB[i])) {
+    if (!level_block_passes("block A", i, s.ulLevelBlockA[i]) ||
+        !level_block_passes("block B", i, s.ulLevelBlockB[i])) {
       return kInvalidArg;
     }
-    if (s.ulLevelRangeX[i] > max_range_x || s.ulLevelRangeY[i] > max_range_y) return kInvalidArg;
-    if (s.ulLevelThreshold[i] > kMaxThreshold) return kInvalidArg;
+    if (s.ulLevelRangeX[i] > max_range_x) {
+      refuse(kCreate, "level %u search range x %u is above width %d / 4 = %u", i, s.ulLevelRangeX[i],
+             s.lWidth, max_range_x);
+      return kInvalidArg;
+    }
+    if (s.ulLevelRangeY[i] > max_range_y) {
+      refuse(kCreate, "level %u search range y %u is above height %d / 4 = %u", i, s.ulLevelRangeY[i],
+             s.lHeight, max_range_y);
+      return kInvalidArg;
+    }
+    if (s.ulLevelThreshold[i] > kMaxThreshold) {
+      refuse(kCreate, "level %u threshold %u is above %u", i, s.ulLevelThreshold[i], kMaxThreshold);
+      return kInvalidArg;
+    }
   }
   return kOk;
 }

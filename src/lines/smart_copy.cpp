@@ -16,10 +16,11 @@ namespace framedsp {
 HRESULT smart_copy_validate(const DSP_BUFFER *buffer) {
   const DSP_IMAGE &in = buffer->In;
   const DSP_IMAGE &out = buffer->Out;
-  if (!copy_formats_ok(in, out)) return kInvalidArg;
-  if (interleaved_frame_into_progressive(in, out)) return kInvalidArg;
+  constexpr const char *kExport = "DspBufferSmartCopy";
+  if (!copy_formats_pass(kExport, in, out)) return kInvalidArg;
+  if (!interlace_pair_passes(kExport, in, out)) return kInvalidArg;
   if (has_full_chroma(in.ePixelFormat)) return kOk;
-  return integer_widths_even(in, out) ? kOk : kInvalidArg;
+  return integer_widths_pass(kExport, in, out) ? kOk : kInvalidArg;
 }
 
 namespace {

@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Checks the cross-built 32-bit framedsp.dll:
+#   - a PE32 i386 DLL whose export table holds exactly the thirteen plain names;
+#   - it imports only system DLLs (no compiler runtime DLL to ship beside it);
+#   - the import library's name@bytes list matches the __stdcall symbols the compiler produced.
+# Usage: check_dll.sh <win32 build dir> <source dir>
+set -euo pipefail
+BUILD=$1 SRC=$2
+DLL=$BUILD/framedsp.dll
+OBJDUMP=$(command -v i686-w64-mingw32-objdump || command -v objdump)
+NM=$(command -v i686-w64-mingw32-nm || command -v nm)
+fail() { echo "check_dll: $*" >&2; exit 1; }
+[ -f "$DLL" ] || fail "$DLL not built"
+
+"$OBJDUMP" -f "$DLL" | grep -q 'file format pei-i386' || fail "not a PE32 i386 image"
+dump=$("$OBJDUMP" -p "$DLL")
+
+# The export names: the lines of the [Ordinal/Name Pointer] table.
+names=$(awk '/^\[Ordinal\/Name Pointer\] Table/ {on = 1; next} on && /^$/ {exit}
+             on {print $NF}' <<<"$dump" | sort)
+expected=$(printf '%s\n' DspBufferSmartCopy DspCompare DspCreateFrameRateConverter DspCreateMipMaps \
+  DspCreateMotionVectors DspFilter DspFrameRateConvert DspNonUniformScaler DspScaler \
+  DspScalerHelper DspSubPixelFilter DspSubPixelScaler DspSubPixelScalerHelper | sort)
+[ "$names" = "$expected" ] || fail "exports differ:
+got:
+$names
+expected:
+$expected"
+# The .def file lists the same names.
+def_names=$(awk '/^EXPORTS/ {on = 1; next} on && NF {print $1}' "$SRC/src/framedsp.def" | sort)
+[ "$def_names" = "$expected" ] || fail "src/framedsp.def lists other names"
+
+imports=$(awk '/DLL Name:/ {print toupper($3)}' <<<"$dump" | sort -u)
+for dll in $imports; do
+  case "$dll" in
+    KERNEL32.DLL | ADVAPI32.DLL | USER32.DLL | MSVCRT.DLL) ;;
+    *) fail "imports $dll, which is not a system DLL" ;;
+  esac
+done
+
+# Every export's __stdcall decoration as compiled, against the import library's list.
+compiled=$(find "$BUILD" -name 'exports.cpp.obj' -exec "$NM" {} \; |
+           awk '$2 == "T" && $3 ~ /^_Dsp[A-Za-z]*@[0-9]+$/ {sub(/^_/, "", $3); print $3}' | sort)
+listed=$(awk '/^EXPORTS/ {on = 1; next} on && NF {print $1}' "$SRC/cmake/framedsp-stdcall.def" | sort)
+[ "$(wc -l <<<"$compiled")" = 13 ] || fail "expected 13 __stdcall exports in exports.cpp.obj, got: $compiled"
+[ "$compiled" = "$listed" ] || fail "cmake/framedsp-stdcall.def differs from the compiled names:
+$compiled"
+echo "check_dll: framedsp.dll exports the 13 plain __stdcall names, imports only: $(echo $imports)"
