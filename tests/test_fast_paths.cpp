@@ -602,7 +602,7 @@ TEST_P(LineKernel, SimdMatchesScalarEveryLengthAndLead) {
   const KernelEntry e = GetParam();
   std::mt19937 rng(framedsp_test::test_seed() + 7);
   const FixedLineKernel sc = pick(scalar_), sv = pick(simd_);
-  if (e.hd || e.ratio == kRatioHalf || e.ratio == kRatioDouble || e.ratio == kRatioHalfLinear) {
+  {
     if (e.slot != kFixedRgb || e.hd) {
       if (cpu_flags() & (e.hd ? kCpuSSSE3 : kCpuSSE2)) {
         EXPECT_NE(sc, sv) << "no SIMD entry";

@@ -1,4 +1,4 @@
-// SSE2 steps of the integer-ratio kernels (half and double nearest, half linear) for formats 0,
+// SSE2 steps of the integer-ratio kernels (every ratio, nearest, and half linear) for formats 0,
 // 21, 25 and 261 / 263, and the table override.  Heads and tails are the scalar range routines of
 // fixed_ratio_kernels.h, so every split gives the scalar bytes.
 #include <emmintrin.h>
@@ -93,30 +93,94 @@ struct HalfLinearStep {
   }
 };
 
+// The two output groups of a double step for one source group (4-byte formats) or the byte pair
+// (planes), as (lo, hi) halves of 16 source bytes.
+template <int kSlot>
+inline void double_halves(__m128i v, __m128i *lo, __m128i *hi) {
+  if (kSlot == kFixedUyvy) {  // U Y0 V Y0 | U Y1 V Y1
+    *lo = pick(v, 0x00FFFFFFu, _mm_slli_epi32(v, 16), 0xFF000000u);
+    *hi = pick(v, 0xFFFF00FFu, _mm_srli_epi32(v, 16), 0x0000FF00u);
+  } else if (kSlot == kFixedYuyv) {  // Y0 U Y0 V | Y1 U Y1 V
+    *lo = pick(v, 0xFF00FFFFu, _mm_slli_epi32(v, 16), 0x00FF0000u);
+    *hi = pick(v, 0xFFFFFF00u, _mm_srli_epi32(v, 16), 0x000000FFu);
+  } else {
+    *lo = v;
+    *hi = v;
+  }
+}
+
 // Thirty-two output bytes of the double kernels from 16 source bytes.
 template <int kSlot>
 struct DoubleStep {
   static constexpr size_t kOut = 32;
   static void run(const uint8_t *a, const uint8_t *, uint8_t *d) {
     const __m128i v = ld(a);
-    __m128i lo, hi;
     if (kSlot == kFixedPlane) {
       st(d, _mm_unpacklo_epi8(v, v));
       st(d + 16, _mm_unpackhi_epi8(v, v));
       return;
     }
-    if (kSlot == kFixedUyvy) {  // U Y0 V Y0 | U Y1 V Y1
-      lo = pick(v, 0x00FFFFFFu, _mm_slli_epi32(v, 16), 0xFF000000u);
-      hi = pick(v, 0xFFFF00FFu, _mm_srli_epi32(v, 16), 0x0000FF00u);
-    } else if (kSlot == kFixedYuyv) {  // Y0 U Y0 V | Y1 U Y1 V
-      lo = pick(v, 0xFF00FFFFu, _mm_slli_epi32(v, 16), 0x00FF0000u);
-      hi = pick(v, 0xFFFFFF00u, _mm_srli_epi32(v, 16), 0x000000FFu);
-    } else {
-      lo = v;
-      hi = v;
-    }
+    __m128i lo, hi;
+    double_halves<kSlot>(v, &lo, &hi);
     st(d, _mm_unpacklo_epi32(lo, hi));
     st(d + 16, _mm_unpackhi_epi32(lo, hi));
+  }
+};
+
+// Sixteen output bytes of the quarter kernels from 64 source bytes: the half step on the even
+// groups of the even groups.
+template <int kSlot>
+struct QuarterStep {
+  static constexpr size_t kOut = 16;
+  static void run(const uint8_t *a, const uint8_t *, uint8_t *d) {
+    if (kSlot == kFixedPlane) {
+      const __m128i m = _mm_set1_epi32(0xFF);
+      const __m128i lo = _mm_packs_epi32(_mm_and_si128(ld(a), m), _mm_and_si128(ld(a + 16), m));
+      const __m128i hi = _mm_packs_epi32(_mm_and_si128(ld(a + 32), m), _mm_and_si128(ld(a + 48), m));
+      st(d, _mm_packus_epi16(lo, hi));
+      return;
+    }
+    __m128i e1, e2, o, e, p, q;
+    split_dwords(a, &e1, &o);
+    split_dwords(a + 32, &e2, &o);
+    const __m128 x = _mm_castsi128_ps(e1), y = _mm_castsi128_ps(e2);
+    e = _mm_castps_si128(_mm_shuffle_ps(x, y, _MM_SHUFFLE(2, 0, 2, 0)));
+    o = _mm_castps_si128(_mm_shuffle_ps(x, y, _MM_SHUFFLE(3, 1, 3, 1)));
+    pair_dwords<kSlot>(e, o, &p, &q);
+    st(d, p);
+  }
+};
+
+// Sixty-four output bytes of the quadruple kernels from 16 source bytes: each group of the
+// double step written twice.
+template <int kSlot>
+struct QuadrupleStep {
+  static constexpr size_t kOut = 64;
+  static void run(const uint8_t *a, const uint8_t *, uint8_t *d) {
+    const __m128i v = ld(a);
+    if (kSlot == kFixedPlane) {
+      const __m128i l = _mm_unpacklo_epi8(v, v), h = _mm_unpackhi_epi8(v, v);
+      st(d, _mm_unpacklo_epi16(l, l));
+      st(d + 16, _mm_unpackhi_epi16(l, l));
+      st(d + 32, _mm_unpacklo_epi16(h, h));
+      st(d + 48, _mm_unpackhi_epi16(h, h));
+      return;
+    }
+    __m128i lo, hi;
+    double_halves<kSlot>(v, &lo, &hi);
+    if (kSlot == kFixedArgb) {  // each pixel four times
+      const __m128i x = _mm_unpacklo_epi32(v, v), y = _mm_unpackhi_epi32(v, v);
+      st(d, _mm_unpacklo_epi32(x, x));
+      st(d + 16, _mm_unpackhi_epi32(x, x));
+      st(d + 32, _mm_unpacklo_epi32(y, y));
+      st(d + 48, _mm_unpackhi_epi32(y, y));
+      return;
+    }
+    // 4:2:2: groups lo0 lo0 hi0 hi0 lo1 lo1 hi1 hi1 ...
+    st(d, _mm_unpacklo_epi64(_mm_unpacklo_epi32(lo, lo), _mm_unpacklo_epi32(hi, hi)));
+    st(d + 16, _mm_unpackhi_epi64(_mm_unpacklo_epi32(lo, lo), _mm_unpacklo_epi32(hi, hi)));
+    st(d + 32, _mm_unpacklo_epi64(_mm_unpackhi_epi32(lo, lo), _mm_unpackhi_epi32(hi, hi)));
+    st(d + 48, _mm_unpackhi_epi64(_mm_unpackhi_epi32(lo, lo), _mm_unpackhi_epi32(hi, hi)));
   }
 };
 
@@ -126,7 +190,9 @@ struct DoubleStep {
 template <class Step, int kRatio, int kSlot>
 void ratio_kernel_sse2(const uint8_t *a, const uint8_t *b, uint8_t *dst, size_t n) {
   const size_t group = fixed_group_bytes(kSlot);
-  const size_t unit = kRatio == kRatioDouble ? 2 * group : group;
+  const size_t unit = kRatio == kRatioDouble      ? 2 * group
+                     : kRatio == kRatioQuadruple ? 4 * group
+                                                 : group;
   const size_t head = head_bytes(dst, unit, n);
   auto range = [&](size_t begin, size_t end) {
     if (kRatio == kRatioHalfLinear) {
@@ -138,7 +204,10 @@ void ratio_kernel_sse2(const uint8_t *a, const uint8_t *b, uint8_t *dst, size_t 
   range(0, head);
   size_t p = head;
   for (; p + Step::kOut <= n; p += Step::kOut) {
-    const size_t s = kRatio == kRatioDouble ? p / 2 : 2 * p;
+    const size_t s = kRatio == kRatioDouble      ? p / 2
+                     : kRatio == kRatioQuadruple ? p / 4
+                     : kRatio == kRatioQuarter   ? 4 * p
+                                                 : 2 * p;
     Step::run(a + s, b + s, dst + p);
   }
   range(p, n);
@@ -150,6 +219,9 @@ void set_slot(FixedRatioTable *t) {
   t->ratio[kRatioHalfLinear][kSlot] =
       &ratio_kernel_sse2<HalfLinearStep<kSlot>, kRatioHalfLinear, kSlot>;
   t->ratio[kRatioDouble][kSlot] = &ratio_kernel_sse2<DoubleStep<kSlot>, kRatioDouble, kSlot>;
+  t->ratio[kRatioQuarter][kSlot] = &ratio_kernel_sse2<QuarterStep<kSlot>, kRatioQuarter, kSlot>;
+  t->ratio[kRatioQuadruple][kSlot] =
+      &ratio_kernel_sse2<QuadrupleStep<kSlot>, kRatioQuadruple, kSlot>;
 }
 
 }  // namespace
