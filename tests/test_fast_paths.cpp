@@ -567,6 +567,8 @@ class LineKernel : public ::testing::TestWithParam<KernelEntry> {
   void SetUp() override {
     set_cpu_mask(0);
     fixed_ratio_table_init(&scalar_, cpu_flags());
+    set_cpu_mask(kCpuSSE2 | kCpuSSSE3);  // the 16-byte steps even where AVX2 replaces some
+    fixed_ratio_table_init(&sse_, cpu_flags());
     set_cpu_mask(~0u);
     fixed_ratio_table_init(&simd_, cpu_flags());
   }
@@ -575,7 +577,7 @@ class LineKernel : public ::testing::TestWithParam<KernelEntry> {
     const KernelEntry &e = GetParam();
     return e.hd ? t.hd[e.ratio][e.slot] : t.ratio[e.ratio][e.slot];
   }
-  FixedRatioTable scalar_{}, simd_{};
+  FixedRatioTable scalar_{}, sse_{}, simd_{};
 };
 
 TEST_P(LineKernel, ScalarMatchesModel) {
@@ -601,7 +603,7 @@ TEST_P(LineKernel, ScalarMatchesModel) {
 TEST_P(LineKernel, SimdMatchesScalarEveryLengthAndLead) {
   const KernelEntry e = GetParam();
   std::mt19937 rng(framedsp_test::test_seed() + 7);
-  const FixedLineKernel sc = pick(scalar_), sv = pick(simd_);
+  const FixedLineKernel sc = pick(scalar_), sv = pick(simd_), ss = pick(sse_);
   {
     if (e.slot != kFixedRgb || e.hd) {
       if (cpu_flags() & (e.hd ? kCpuSSSE3 : kCpuSSE2)) {
@@ -627,6 +629,13 @@ TEST_P(LineKernel, SimdMatchesScalarEveryLengthAndLead) {
       uint8_t *dw = base_w + ((16 - (reinterpret_cast<uintptr_t>(base_w) & 15)) & 15) + lead;
       uint8_t *dg = base_g + ((16 - (reinterpret_cast<uintptr_t>(base_g) & 15)) & 15) + lead;
       sc(a, b, dw, nout);
+      if (ss != sv) {  // the 16-byte steps first, then the widest
+        ss(a, b, dg, nout);
+        ASSERT_EQ(0, std::memcmp(dw, dg, nout)) << entry_name(e) << " (SSE) units " << units
+                                                << " lead " << lead << "\n"
+                                                << framedsp_test::hex_diff(dw, dg, nout);
+        std::memset(dg, 0xA5, nout);
+      }
       sv(a, b, dg, nout);
       const size_t off_w = static_cast<size_t>(dw - want.data());
       const size_t off_g = static_cast<size_t>(dg - got.data());

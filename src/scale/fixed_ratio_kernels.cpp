@@ -50,6 +50,7 @@ void fixed_ratio_table_init(FixedRatioTable *table, uint32_t cpu_flags) {
 #if defined(FRAMEDSP_HAVE_X86)
   if (cpu_flags & kCpuSSE2) fixed_ratio_init_sse2(table);
   if (cpu_flags & kCpuSSSE3) hd_width_init_ssse3(table);
+  if (cpu_flags & kCpuAVX2) fixed_ratio_init_avx2(table);
 #else
   (void)cpu_flags;
 #endif

@@ -57,6 +57,7 @@ void fixed_ratio_table_init(FixedRatioTable *table, uint32_t cpu_flags);
 #if defined(FRAMEDSP_HAVE_X86)
 void fixed_ratio_init_sse2(FixedRatioTable *table);
 void hd_width_init_ssse3(FixedRatioTable *table);
+void fixed_ratio_init_avx2(FixedRatioTable *table);
 #endif
 
 namespace fixed_detail {
