@@ -397,6 +397,38 @@ typedef struct DSP_SUBPIXEL_FILTER_PARAMS {
 #define DSP_SCALER_OPTION_STAGED 0x01u   /* scale into a private image, then copy */
 #define DSP_SCALER_OPTION_FILTERED 0x02u /* scale and FIR-filter in one pass      */
 
+/* The fixed-ratio fast paths (eScalerPath 1 and 2).  Taken only when their eligibility rule
+ * passes (frames on both sides, progressive or interleaved with a field selection, same format);
+ * otherwise the general path runs.  What they do where the general path would differ:
+ *
+ *  - Integer ratios (a quarter, a half, double, four times): both axes are scaled by the ratio of
+ *    the region widths; the output region height only has to be within 0.1 of that ratio.  The
+ *    nearest kernels keep sample phase 0: output sample j of each component (luma, U, V of the
+ *    4:2:2 formats, each byte of a 0/1 pixel, each 261/263 byte) is source sample 2j, 4j, j/2 or
+ *    j/4, and output line k is source line 2k, 4k, k/2 or k/4 of its field; this is what the
+ *    general nearest kernels give for the same ratio.  The half LINEAR kernel is a 2x2 box:
+ *    out = (a + b + c + d + 2) >> 2 over source samples 2j and 2j + 1 of the same component on
+ *    source lines 2k and 2k + 1 (a mip-map level, unlike the general linear kernel, which at
+ *    exactly one half would pick sample 2j alone).  A source line past the last line of the
+ *    region (odd heights, or an output taller than the ratio) repeats the last line of the same
+ *    field.  Format 263 is an 8-bit plane (one byte a pixel) for the half and double kernels;
+ *    the quarter and quadruple kernels have no routine for it (DSP_E_INVALIDARG).
+ *  - HD widths: the kernel fixes the output width (1440 or 960 -> x4/3, 1280 -> x3/2 for 1920 out
+ *    or x3/4, 1920 -> x3/4 for 1440 out or x2/3); an output region of any other width is
+ *    DSP_E_INVALIDARG.  Per component the phases are 0, 3/4, 3/2, 9/4 (x4/3); 0, 3/4, 5/4 (x3/2);
+ *    0, 5/4, 11/4 (x3/4); 0, 3/2 (x2/3) source samples, each the nearest quarter of the exact
+ *    position, mixed as a, (3a + b) >> 2, (a + b) >> 1 or (a + 3b) >> 2, truncated.  In the last
+ *    group of a line the last output pixel (the last 4-byte word for 21 and 25) repeats the one
+ *    before it.  eFilter is not read.  Vertically the lines are picked like the general nearest
+ *    kernel does, field by field: output line k of a field takes source line
+ *    (k * ((S << 14) / D)) >> 14 of the same field (S, D: the field's source and output lines),
+ *    so equal heights copy lines one for one.
+ *  - Interleaved frames with DSP_BUFFER_PROCESS_FIELDA / FIELDB scale the selected field(s) into
+ *    the same field of the output and leave the other field's lines untouched.  Bands
+ *    (ulSliceCount / ulSliceNumber) cut the output as in every other operation.
+ *  - Two-plane formats (5, 28, 30) run the main picture and then the plane with the same region,
+ *    the plane's lines ulSecondaryStrideBytes apart.  Only the output region is written and only
+ *    the input image is read. */
 /* DspScaler's (and DspNonUniformScaler's) record.  ILP32: the filter sub-record at 20, Buffer at
  * 32, ulOptions at 180, 184 bytes.  LP64: pSettings at 24, Buffer at 40, ulOptions at 200. */
 typedef struct DSP_SCALER_PARAMS {

@@ -1,12 +1,279 @@
-// The fixed-ratio fast paths.  Not built yet: nothing is eligible, so every call takes the
-// general path.
+// The two fixed-ratio fast paths of DspScaler.  Both walk the LCtrl runs of the call (one run a
+// field when a field is selected out of an interleaved frame, else one progressive run), so a
+// field is scaled into a field; the output band of the call is LCtrl's.  Per output line k of a
+// run the source line is picked by the path's own vertical rule (fast_paths.h / framedsp.h) and
+// clamped to the run's lines inside the source region, keeping the field.
 #include "scale/fast_paths.h"
+
+#include <cmath>
+#include <cstring>
+
+#include "frame/cpu.h"
+#include "frame/pixel_format.h"
+#include "lines/lctrl.h"
+#include "scale/fixed_ratio_kernels.h"
 
 namespace framedsp {
 
-bool integer_ratio_eligible(const FastPathCall &) { return false; }
-HRESULT integer_ratio_scale(const FastPathCall &) { return kNotImpl; }
-bool hd_width_eligible(const FastPathCall &) { return false; }
-HRESULT hd_width_scale(const FastPathCall &) { return kNotImpl; }
+namespace {
+
+constexpr uint32_t kFieldSelect = DSP_BUFFER_PROCESS_FIELDA | DSP_BUFFER_PROCESS_FIELDB;
+
+bool fast_format(uint32_t f) {
+  switch (f) {
+    case 0: case 1: case 5: case 21: case 25: case 28: case 30: case 261: case 263: return true;
+    default: return false;
+  }
+}
+
+// Shared part of the two eligibility rules: formats, buffer types, interlace and fields.
+bool common_eligible(const DSP_BUFFER &b) {
+  const uint32_t f = b.In.ePixelFormat;
+  if (!fast_format(f) || b.Out.ePixelFormat != f) return false;
+  if (b.In.Buffer.eBufferType != DSP_BUFFER_TYPE_FRAME ||
+      b.Out.Buffer.eBufferType != DSP_BUFFER_TYPE_FRAME) return false;
+  const uint32_t il = b.In.eInterlace;
+  if ((il != DSP_INTERLACE_INTERLEAVED && il != DSP_INTERLACE_PROGRESSIVE) || b.Out.eInterlace != il) {
+    return false;
+  }
+  if (b.ulFlags & kFieldSelect) return il == DSP_INTERLACE_INTERLEAVED;
+  return il != 0 && b.Out.eInterlace != 0;
+}
+
+uint32_t pixel_group(uint32_t f) {
+  switch (f) {
+    case 21: case 24: case 25: case 28: case 30: case 32: case 33: case 34: return 2;
+    default: return 1;
+  }
+}
+
+// Source line of output line k of a run, in the run's own lines (0 = the run's first line).
+enum class VerticalRule { kDecimate2, kDecimate4, kRepeat2, kRepeat4, kNearest };
+
+struct PlaneJob {
+  FixedLineKernel kernel;
+  VerticalRule rule;
+  bool two_lines;      // the half-linear box reads line 2m and 2m + 1
+  uint64_t num, den;   // output bytes = source bytes * num / den, in whole groups of `group`
+  size_t group;
+};
+
+int64_t run_source_line(const PlaneJob &job, int64_t k, int64_t src_lines, int64_t dst_lines) {
+  switch (job.rule) {
+    case VerticalRule::kDecimate2: return 2 * k;
+    case VerticalRule::kDecimate4: return 4 * k;
+    case VerticalRule::kRepeat2: return k / 2;
+    case VerticalRule::kRepeat4: return k / 4;
+    default:
+      // The general nearest rule: position k * step, step = source / output lines, truncated.
+      return dst_lines > 0 ? (k * ((src_lines << 14) / dst_lines)) >> 14 : 0;
+  }
+}
+
+// Picture-order line L of the source region, pulled back inside [0, height) in steps of `step`
+// (the field's line distance) so that a clamped line stays in its field.
+int64_t clamp_in_field(int64_t line, int64_t height, int64_t step) {
+  if (line > height - 1) line -= ((line - (height - 1) + step - 1) / step) * step;
+  if (line < 0) line += ((-line + step - 1) / step) * step;
+  if (line > height - 1) line = height - 1;
+  if (line < 0) line = 0;
+  return line;
+}
+
+// Scales one plane (formats already set to the plane's) with the job's kernel.
+void run_plane(const DSP_BUFFER &plane, const PlaneJob &job) {
+  DSP_BUFFER b = plane;
+  // 263 is an 8-bit plane: its line geometry is that of 261 (one byte a pixel).
+  if (b.In.ePixelFormat == 263) b.In.ePixelFormat = 261;
+  if (b.Out.ePixelFormat == 263) b.Out.ePixelFormat = 261;
+  LCtrl c;
+  lctrl_fill(b, &c);
+  if (c.src_width <= 0 || c.dst_width <= 0 || c.src_height <= 0) return;
+  uint64_t out_bytes = static_cast<uint64_t>(c.dst_width);
+  const uint64_t from_source = static_cast<uint64_t>(c.src_width) * job.num / job.den;
+  if (from_source < out_bytes) out_bytes = from_source;
+  out_bytes -= out_bytes % job.group;
+  if (out_bytes == 0) return;
+
+  const int64_t stride = static_cast<int64_t>(b.In.ulPrimaryStrideBytes);
+  const bool bottom_up = b.In.eImageOrientation == DSP_ORIENTATION_BOTTOM_UP;
+  const int64_t sign = bottom_up ? -1 : 1;
+  const intptr_t first_line = reinterpret_cast<intptr_t>(b.In.Buffer.pBuffer) + c.src_column_start;
+  // The region's picture-top line (memory-order top for top-down, bottom for bottom-up).
+  const intptr_t base =
+      first_line + static_cast<intptr_t>((bottom_up ? int64_t{c.src_line_start} + c.src_height - 1
+                                                     : int64_t{c.src_line_start}) * stride);
+  const int64_t height = c.src_height;
+  const int64_t step = c.src_line_increment > 0 ? c.src_line_increment : 1;
+
+  for (int32_t run = c.field; run < c.field + c.number_of_runs; ++run) {
+    lctrl_setup_run(b, &c, run);
+    const LineSpan span = lctrl_run_span(b, c, run);
+    if (span.first >= span.end) continue;
+    // The run's first source line in picture order, from LCtrl's address of line `first`.
+    int64_t p0 = 0;
+    if (stride != 0) p0 = (static_cast<int64_t>(span.src - base) / stride) * sign - span.first * step;
+    const int64_t run_src_lines = (height - p0 + step - 1) / step;
+    const int64_t run_dst_lines = (int64_t{c.dst_height} + step - 1) / step;
+    for (int32_t k = span.first; k < span.end; ++k) {
+      uint8_t *dst = clamp_line(span.dst + static_cast<intptr_t>(k - span.first) * span.dst_increment,
+                                c.dst_near_limit, c.dst_far_limit);
+      const int64_t m = run_source_line(job, k, run_src_lines, run_dst_lines);
+      const int64_t l0 = clamp_in_field(p0 + m * step, height, step);
+      const uint8_t *a = clamp_line(base + static_cast<intptr_t>(sign * l0 * stride),
+                                    c.src_near_limit, c.src_far_limit);
+      const uint8_t *second = a;
+      if (job.two_lines) {
+        const int64_t l1 = clamp_in_field(p0 + m * step + step, height, step);
+        second = clamp_line(base + static_cast<intptr_t>(sign * l1 * stride), c.src_near_limit,
+                            c.src_far_limit);
+      }
+      job.kernel(a, second, dst, static_cast<size_t>(out_bytes));
+    }
+  }
+}
+
+// Runs `make` (plane format -> job or an error) on each plane of the call: two-plane formats as
+// the general driver's two passes, main picture then plane.
+template <class Make>
+HRESULT run_planes(const DSP_BUFFER &buffer, Make make) {
+  const uint32_t f = buffer.In.ePixelFormat;
+  if (!is_two_plane(f)) {
+    PlaneJob job{};
+    const HRESULT hr = make(f, &job);
+    if (hr != kOk) return hr;
+    run_plane(buffer, job);
+    return kOk;
+  }
+  uint32_t main_format = 0, plane_format = 0;
+  split_format(f, &main_format, &plane_format);
+  PlaneJob first{}, second{};
+  HRESULT hr = make(main_format, &first);
+  if (hr != kOk) return hr;
+  hr = make(plane_format, &second);
+  if (hr != kOk) return hr;
+  DSP_BUFFER b = buffer;
+  b.In.ePixelFormat = b.Out.ePixelFormat = main_format;
+  b.In.Buffer.ulBytes = b.In.ulHeight * b.In.ulPrimaryStrideBytes;
+  b.Out.Buffer.ulBytes = b.Out.ulHeight * b.Out.ulPrimaryStrideBytes;
+  run_plane(b, first);
+  const size_t in_skip = static_cast<size_t>(buffer.In.ulHeight) * buffer.In.ulPrimaryStrideBytes;
+  const size_t out_skip = static_cast<size_t>(buffer.Out.ulHeight) * buffer.Out.ulPrimaryStrideBytes;
+  b = buffer;
+  b.In.Buffer.pBuffer = static_cast<uint8_t *>(b.In.Buffer.pBuffer) + in_skip;
+  b.Out.Buffer.pBuffer = static_cast<uint8_t *>(b.Out.Buffer.pBuffer) + out_skip;
+  b.In.Buffer.ulBytes = buffer.In.Buffer.ulBytes - static_cast<uint32_t>(in_skip);
+  b.Out.Buffer.ulBytes = buffer.Out.Buffer.ulBytes - static_cast<uint32_t>(out_skip);
+  b.In.ulPrimaryStrideBytes = buffer.In.ulSecondaryStrideBytes;
+  b.Out.ulPrimaryStrideBytes = buffer.Out.ulSecondaryStrideBytes;
+  b.In.ePixelFormat = b.Out.ePixelFormat = plane_format;
+  run_plane(b, second);
+  return kOk;
+}
+
+}  // namespace
+
+bool integer_ratio_eligible(const FastPathCall &call) {
+  const DSP_BUFFER &b = call.buffer;
+  if (!common_eligible(b)) return false;
+  const uint64_t wi = b.In.Buffer.Region.ulWidth;
+  const uint64_t wo = b.Out.Buffer.Region.ulWidth;
+  if (wi != 2 * wo && wi != 4 * wo && wo != 2 * wi && wo != 4 * wi) return false;
+  const uint32_t g = pixel_group(b.In.ePixelFormat);
+  return wi % g == 0 && wo % g == 0;
+}
+
+HRESULT integer_ratio_scale(const FastPathCall &call) {
+  const DSP_BUFFER &b = call.buffer;
+  const double wi = b.In.Buffer.Region.ulWidth;
+  const double wo = b.Out.Buffer.Region.ulWidth;
+  const double r = wo / wi;
+  const double v = static_cast<double>(b.Out.Buffer.Region.ulHeight) /
+                   (static_cast<double>(b.In.Buffer.Region.ulHeight) * call.field_factor);
+  if (std::fabs(r - v) > 0.1) return kInvalidArg;
+  if (!(r * 16 >= 4 && r * 16 < 65)) return kInvalidArg;  // also refuses NaN
+  const int code = static_cast<int>(r * 16);
+  int ratio;
+  VerticalRule rule;
+  switch (code) {
+    case 4: ratio = kRatioQuarter; rule = VerticalRule::kDecimate4; break;
+    case 8: ratio = kRatioHalf; rule = VerticalRule::kDecimate2; break;
+    case 32: ratio = kRatioDouble; rule = VerticalRule::kRepeat2; break;
+    case 64: ratio = kRatioQuadruple; rule = VerticalRule::kRepeat4; break;
+    default: return kInvalidArg;
+  }
+  const uint32_t filter = call.params ? call.params->eFilter : 0;
+  if (filter == DSP_SCALER_FILTER_LINEAR) {
+    if (ratio != kRatioHalf) return kNotImpl;
+    ratio = kRatioHalfLinear;
+  } else if (filter != DSP_SCALER_FILTER_NEAREST) {
+    return kFail;
+  }
+  FixedRatioTable table;
+  fixed_ratio_table_init(&table, cpu_flags());
+  const bool quarter_or_quad = ratio == kRatioQuarter || ratio == kRatioQuadruple;
+  return run_planes(b, [&](uint32_t format, PlaneJob *job) -> HRESULT {
+    const int slot = fixed_format_slot(format);
+    if (slot < 0 || (quarter_or_quad && format == 263)) return kInvalidArg;
+    job->kernel = table.ratio[ratio][slot];
+    job->rule = rule;
+    job->two_lines = ratio == kRatioHalfLinear;
+    const bool up = ratio == kRatioDouble || ratio == kRatioQuadruple;
+    const uint64_t n = ratio == kRatioQuarter || ratio == kRatioQuadruple ? 4 : 2;
+    job->num = up ? n : 1;
+    job->den = up ? 1 : n;
+    // Output bytes in whole source groups (up) or whole output groups (down).
+    job->group = fixed_group_bytes(slot) * (up ? n : 1);
+    return kOk;
+  });
+}
+
+bool hd_width_eligible(const FastPathCall &call) {
+  const DSP_BUFFER &b = call.buffer;
+  if (!common_eligible(b)) return false;
+  if (reinterpret_cast<uintptr_t>(b.Out.Buffer.pBuffer) & 15) return false;
+  const uint32_t wi = b.In.Buffer.Region.ulWidth;
+  const uint32_t wo = b.Out.Buffer.Region.ulWidth;
+  switch (wi) {
+    case 1440: return wo == 1920;
+    case 1920: return wo == 1440 || wo == 1280;
+    case 960: return wo == 1280;
+    case 1280: return wo == 1920 || wo == 960;
+    default: return true;  // other input widths are refused by the work, not here
+  }
+}
+
+HRESULT hd_width_scale(const FastPathCall &call) {
+  const DSP_BUFFER &b = call.buffer;
+  const uint32_t wi = b.In.Buffer.Region.ulWidth;
+  const uint32_t wo = b.Out.Buffer.Region.ulWidth;
+  int ratio;
+  switch (wi) {
+    case 1440: case 960: ratio = kHdFourThirds; break;
+    case 1280: ratio = wo == 1920 ? kHdThreeHalves : kHdThreeQuarters; break;
+    case 1920: ratio = wo == 1440 ? kHdThreeQuarters : kHdTwoThirds; break;
+    default: return kInvalidArg;
+  }
+  static constexpr uint32_t kNum[kHdRatioCount] = {4, 3, 3, 2};
+  static constexpr uint32_t kDen[kHdRatioCount] = {3, 2, 4, 3};
+  // The kernel makes exactly in * num / den pixels: any other output width is refused.
+  if (static_cast<uint64_t>(wi) * kNum[ratio] != static_cast<uint64_t>(wo) * kDen[ratio]) {
+    return kInvalidArg;
+  }
+  FixedRatioTable table;
+  fixed_ratio_table_init(&table, cpu_flags());
+  return run_planes(b, [&](uint32_t format, PlaneJob *job) -> HRESULT {
+    if (format == 263) return kInvalidArg;
+    const int slot = fixed_format_slot(format);
+    if (slot < 0) return kInvalidArg;
+    job->kernel = table.hd[ratio][slot];
+    job->rule = VerticalRule::kNearest;
+    job->two_lines = false;
+    job->num = kNum[ratio];
+    job->den = kDen[ratio];
+    job->group = hd_group_out_bytes(ratio, slot);
+    return kOk;
+  });
+}
 
 }  // namespace framedsp
