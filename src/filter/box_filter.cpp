@@ -236,43 +236,24 @@ uint32_t box_group_luma_lanes(uint32_t layout_class) {
 static inline bool luma_lane(uint32_t luma, size_t c) { return (luma >> c) & 1u; }
 static inline size_t luma_origin(uint32_t luma) { return (luma & 1u) ? 0 : 1; }
 
-// Both run once a line, so they are kept to straight loops over whole groups (a 16-byte
-// pattern stored again and again; four lanes summed side by side) that compile to vector code.
-void box_group_pad(uint32_t *sums, size_t n, uint32_t luma, const BoxWindow &w) {
+void box_group_ends(const uint32_t *sums, size_t n, uint32_t luma, uint32_t head[4], uint32_t tail[4]) {
   const size_t o = luma_origin(luma);
-  uint32_t head[4], tail[4];
   for (size_t c = 0; c < 4; ++c) {
     head[c] = luma_lane(luma, c) ? sums[o] : sums[c];
     tail[c] = luma_lane(luma, c) ? sums[n - 2 + o] : sums[n - 4 + c];
   }
-  uint32_t *left = sums - 4 * static_cast<size_t>(w.before);
-  for (int32_t k = 0; k < w.before; ++k, left += 4) {
-    for (size_t c = 0; c < 4; ++c) left[c] = head[c];
-  }
-  uint32_t *right = sums + n;
-  for (int32_t k = 0; k < w.after + 3; ++k, right += 4) {
-    for (size_t c = 0; c < 4; ++c) right[c] = tail[c];
-  }
 }
 
-// Group 0's window: the `before` positions left of the line all hold the first sample of the
-// component; the rest are read, from the right padding where the window passes the line's end.
-// Luma: the lane of luma sample 1 has the window of sample 0 moved on by one.
-void box_group_start(const uint32_t *sums, uint32_t luma, const BoxWindow &w, uint32_t out[4]) {
-  const uint32_t before = static_cast<uint32_t>(w.before);
-  uint32_t part[4] = {0, 0, 0, 0};
-  for (int32_t j = 0; j <= w.after; ++j) {
-    for (size_t c = 0; c < 4; ++c) part[c] += sums[4 * static_cast<size_t>(j) + c];
-  }
-  for (size_t c = 0; c < 4; ++c) out[c] = part[c] + before * sums[c];
-  if (luma != 0) {
-    const size_t o = luma_origin(luma);
-    uint32_t y = before * sums[o];  // luma samples j = -before .. after, sample j at 2j + o
-    for (int32_t j = 0; j <= w.after; ++j) y += sums[2 * static_cast<size_t>(j) + o];
-    const uint32_t y1 = y - sums[o] + sums[2 * (static_cast<size_t>(w.after) + 1) + o];
-    out[o] = y;
-    out[o + 2] = y1;
-  }
+// Luma samples j = -before .. after, sample j at element 2j + o: the `before` samples left of
+// the line all hold sample 0, the rest are read (from the right padding where the window passes
+// the line's end).  The lane of luma sample 1 has that window moved on by one.
+void box_group_luma_start(const uint32_t *sums, uint32_t luma, const BoxWindow &w, uint32_t out[4]) {
+  if (luma == 0) return;
+  const size_t o = luma_origin(luma);
+  uint32_t y = static_cast<uint32_t>(w.before) * sums[o];
+  for (int32_t j = 0; j <= w.after; ++j) y += sums[2 * static_cast<size_t>(j) + o];
+  out[o] = y;
+  out[o + 2] = y - sums[o] + sums[2 * (static_cast<size_t>(w.after) + 1) + o];
 }
 
 BoxHorzKernel box_horz_kernel(uint32_t layout_class) {

@@ -66,12 +66,14 @@ constexpr size_t kBoxPad = 544;  // >= 4 * (kBoxMaxSize / 2 + 3), a multiple of 
 
 // The four-sample-group classes (0, 2, 3, 5) seen as four lanes a group: lanes whose bit is set
 // in `luma_lanes` hold luma samples two apart (the 4:2:2 classes), the others a component four
-// apart.  box_group_pad writes the padding a SIMD group kernel reads (4 * before elements on the
-// left, 4 * (after + 3) on the right); box_group_start gives the window sums of group 0.  Lines
-// of whole groups only (n % 4 == 0, n > 0).
+// apart.  A SIMD group kernel pads the line with the repeated end samples, 4 * before elements
+// on the left and 4 * (after + 3) on the right, each group of the padding equal to the `head`
+// or `tail` pattern of box_group_ends.  box_group_luma_start gives the window sums of group 0's
+// luma lanes from the padded line (the other lanes are summed by the kernels).  Lines of whole
+// groups only (n % 4 == 0, n > 0).
 uint32_t box_group_luma_lanes(uint32_t layout_class);
-void box_group_pad(uint32_t *sums, size_t n, uint32_t luma_lanes, const BoxWindow &w);
-void box_group_start(const uint32_t *sums, uint32_t luma_lanes, const BoxWindow &w, uint32_t out[4]);
+void box_group_ends(const uint32_t *sums, size_t n, uint32_t luma_lanes, uint32_t head[4], uint32_t tail[4]);
+void box_group_luma_start(const uint32_t *sums, uint32_t luma_lanes, const BoxWindow &w, uint32_t out[4]);
 // The scalar kernel (the reference); null for an empty entry (class >= kBoxClasses).
 BoxHorzKernel box_horz_kernel(uint32_t layout_class);
 // The kernel `cpu_flags` allows: a SIMD one where one is built for the class (byte-identical to

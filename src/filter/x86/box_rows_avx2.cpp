@@ -83,12 +83,20 @@ void box_row_sub_u16_avx2(uint32_t *acc, const uint8_t *row, size_t n) { rows_u1
 
 // Horizontal pass of the four-sample-group classes (0, 2, 3, 5).  Group g's window sums sit in
 // four 32-bit lanes (see the SSE2 kernel for the lane rules); a register holds groups g and
-// g + 1, and the change from one pair to the next is delta(g) + delta(g + 1), each loaded for
-// both groups of a pair at once.  The ends are padded first, so no clamping.  Scaling keeps the
+// g + 1, and the change from one pair to the next is delta(g) + delta(g + 1), the deltas loaded
+// for two groups at once.  The ends are padded first, so no clamping.  Scaling keeps the
 // low 32 bits of sum * R per lane (the scalar uint32_t product), adds 2^22, shifts by 23 and
 // saturates to 255 in the packs; four pairs (32 bytes) are packed together and put back in
 // group order with one lane permute.
 inline __m128i load4(const uint32_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
+
+// `groups` copies of a four-lane pattern from p on.
+inline void pad(uint32_t *p, __m128i pattern, int32_t groups) {
+  const __m256i two = _mm256_broadcastsi128_si256(pattern);
+  int32_t k = 0;
+  for (; k + 2 <= groups; k += 2) store8(p + 4 * k, two);
+  if (k < groups) _mm_storeu_si128(reinterpret_cast<__m128i *>(p + 4 * k), pattern);
+}
 
 template <uint32_t kLuma>
 void box_h_group_avx2(uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w) {
@@ -98,14 +106,26 @@ void box_h_group_avx2(uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w
     box_horz_kernel(kClass)(sums, dst, n, w);
     return;
   }
-  box_group_pad(sums, n, kLuma, w);
+  alignas(16) uint32_t ends[2][4];
+  box_group_ends(sums, n, kLuma, ends[0], ends[1]);
+  const __m128i head = load4(ends[0]), tail = load4(ends[1]);
+  const int32_t before = w.before, right = w.after + 3;
+  pad(sums - 4 * static_cast<size_t>(before), head, before);
+  pad(sums + n, tail, right);
+  // Group 0's window: `before` copies of the head, then groups 0 .. after (padding included),
+  // two groups a load.
+  __m256i first2 = _mm256_setzero_si256();
+  int32_t j = 0;
+  for (; j + 1 <= w.after; j += 2) first2 = _mm256_add_epi32(first2, load8(sums + 4 * j));
+  __m128i first = _mm_add_epi32(_mm256_castsi256_si128(first2), _mm256_extracti128_si256(first2, 1));
+  if (j == w.after) first = _mm_add_epi32(first, load4(sums + 4 * j));
+  first = _mm_add_epi32(first, _mm_mullo_epi32(head, _mm_set1_epi32(before)));
   alignas(16) uint32_t start[4];
-  box_group_start(sums, kLuma, w, start);
+  _mm_store_si128(reinterpret_cast<__m128i *>(start), first);
+  box_group_luma_start(sums, kLuma, w, start);
   const size_t groups = n / 4;
   const __m256i recip = _mm256_set1_epi32(static_cast<int>(w.recip));
   const __m256i round = _mm256_set1_epi32(static_cast<int>(kBoxRound));
-  const int l0 = kLuma & 1 ? -1 : 0, l1 = kLuma & 2 ? -1 : 0, l2 = kLuma & 4 ? -1 : 0, l3 = kLuma & 8 ? -1 : 0;
-  const __m256i luma = _mm256_setr_epi32(l0, l1, l2, l3, l0, l1, l2, l3);
   const ptrdiff_t a = w.after, b = w.before;
   const uint32_t *const enter4 = sums + 4 * (a + 1);  // group g: + 4g
   const uint32_t *const leave4 = sums - 4 * b;
@@ -119,32 +139,36 @@ void box_h_group_avx2(uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w
     if (kLuma != 0) {
       const __m256i in2 = _mm256_add_epi32(load8(enter2 + at), load8(enter2 + at + 2));
       const __m256i out2 = _mm256_add_epi32(load8(leave2 + at), load8(leave2 + at + 2));
-      d = _mm256_blendv_epi8(d, _mm256_sub_epi32(in2, out2), luma);
+      d = _mm256_blend_epi32(d, _mm256_sub_epi32(in2, out2), static_cast<int>(kLuma | (kLuma << 4)));
     }
     return d;
   };
-  auto step = [&](size_t g) { return _mm256_add_epi32(delta(g), delta(g + 1)); };
   auto scale = [&](__m256i s) {
     return _mm256_srli_epi32(_mm256_add_epi32(_mm256_mullo_epi32(s, recip), round), static_cast<int>(kBoxShift));
   };
+  // From pair (g, g + 1) to pair (g + 2, g + 3): delta(g) + delta(g + 1) and delta(g + 1) +
+  // delta(g + 2); the middle register is put together from the loaded ones.
+  __m256i dcur = delta(0);
+  __m256i pair;
+  auto advance = [&](size_t g) {
+    const __m256i dnext = delta(g + 2);
+    pair = _mm256_add_epi32(pair, _mm256_add_epi32(dcur, _mm256_permute2x128_si256(dcur, dnext, 0x21)));
+    dcur = dnext;
+  };
 
   const __m128i s0 = load4(start);
-  // Group 1's sums from group 0's, with the 128-bit form of delta(0).
-  __m128i d0 = _mm_sub_epi32(load4(enter4), load4(leave4));
-  if (kLuma != 0) {
-    const __m128i in2 = _mm_add_epi32(load4(enter2), load4(enter2 + 2));
-    const __m128i out2 = _mm_add_epi32(load4(leave2), load4(leave2 + 2));
-    d0 = _mm_blendv_epi8(d0, _mm_sub_epi32(in2, out2), _mm256_castsi256_si128(luma));
-  }
-  __m256i pair = _mm256_inserti128_si256(_mm256_castsi128_si256(s0), _mm_add_epi32(s0, d0), 1);
+  pair = _mm256_inserti128_si256(_mm256_castsi128_si256(s0), _mm_add_epi32(s0, _mm256_castsi256_si128(dcur)), 1);
   const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
   size_t g = 0;
   for (; g + 8 <= groups; g += 8) {
     const __m256i p0 = pair;
-    const __m256i p1 = pair = _mm256_add_epi32(pair, step(g));
-    const __m256i p2 = pair = _mm256_add_epi32(pair, step(g + 2));
-    const __m256i p3 = pair = _mm256_add_epi32(pair, step(g + 4));
-    if (g + 8 < groups) pair = _mm256_add_epi32(pair, step(g + 6));
+    advance(g);
+    const __m256i p1 = pair;
+    advance(g + 2);
+    const __m256i p2 = pair;
+    advance(g + 4);
+    const __m256i p3 = pair;
+    if (g + 8 < groups) advance(g + 6);
     // packs: [g0 g2 | g1 g3] and [g4 g6 | g5 g7]; packus: groups 0 2 4 6 1 3 5 7 in dwords.
     const __m256i x = _mm256_packs_epi32(scale(p0), scale(p1));
     const __m256i y = _mm256_packs_epi32(scale(p2), scale(p3));
@@ -155,7 +179,7 @@ void box_h_group_avx2(uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w
     const __m256i v = scale(pair);
     const __m128i w16 = _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
     _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + 4 * g), _mm_packus_epi16(w16, w16));
-    if (g + 2 < groups) pair = _mm256_add_epi32(pair, step(g));
+    if (g + 2 < groups) advance(g);
   }
   if (g < groups) {
     const __m128i v = _mm256_castsi256_si128(scale(pair));

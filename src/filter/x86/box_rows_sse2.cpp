@@ -124,9 +124,19 @@ void box_h_group_sse2(uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w
     box_horz_kernel(kClass)(sums, dst, n, w);
     return;
   }
-  box_group_pad(sums, n, kLuma, w);
+  alignas(16) uint32_t ends[2][4];
+  box_group_ends(sums, n, kLuma, ends[0], ends[1]);
+  const __m128i head = load4(ends[0]), tail = load4(ends[1]);
+  uint32_t *const left = sums - 4 * static_cast<size_t>(w.before);
+  for (int32_t k = 0; k < w.before; ++k) _mm_storeu_si128(reinterpret_cast<__m128i *>(left + 4 * k), head);
+  for (int32_t k = 0; k < w.after + 3; ++k) _mm_storeu_si128(reinterpret_cast<__m128i *>(sums + n + 4 * k), tail);
+  // Group 0's window: `before` copies of the head, then groups 0 .. after (padding included).
+  __m128i first = _mm_setzero_si128();
+  for (int32_t j = 0; j <= w.after; ++j) first = _mm_add_epi32(first, load4(sums + 4 * j));
+  for (int32_t k = 0; k < w.before; ++k) first = _mm_add_epi32(first, head);
   alignas(16) uint32_t start[4];
-  box_group_start(sums, kLuma, w, start);
+  _mm_store_si128(reinterpret_cast<__m128i *>(start), first);
+  box_group_luma_start(sums, kLuma, w, start);
   const size_t groups = n / 4;
   const __m128i recip = _mm_set1_epi32(static_cast<int>(w.recip));
   const __m128i round = _mm_set1_epi32(static_cast<int>(kBoxRound));
