@@ -227,10 +227,6 @@ class ColumnSums {
 
 }  // namespace
 
-uint32_t box_group_luma_lanes(uint32_t layout_class) {
-  return layout_class == 0 ? 0xAu : layout_class == 2 ? 0x5u : 0u;
-}
-
 // Lane c of a group is luma when bit c of `luma` is set; the first luma sample of the line is
 // then at byte 1 (lanes 1 and 3) or 0 (lanes 0 and 2).
 static inline bool luma_lane(uint32_t luma, size_t c) { return (luma >> c) & 1u; }

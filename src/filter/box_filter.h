@@ -65,13 +65,13 @@ using BoxHorzKernel = void (*)(uint32_t *sums, uint8_t *dst, size_t n, const Box
 constexpr size_t kBoxPad = 544;  // >= 4 * (kBoxMaxSize / 2 + 3), a multiple of 8
 
 // The four-sample-group classes (0, 2, 3, 5) seen as four lanes a group: lanes whose bit is set
-// in `luma_lanes` hold luma samples two apart (the 4:2:2 classes), the others a component four
-// apart.  A SIMD group kernel pads the line with the repeated end samples, 4 * before elements
-// on the left and 4 * (after + 3) on the right, each group of the padding equal to the `head`
-// or `tail` pattern of box_group_ends.  box_group_luma_start gives the window sums of group 0's
-// luma lanes from the padded line (the other lanes are summed by the kernels).  Lines of whole
-// groups only (n % 4 == 0, n > 0).
-uint32_t box_group_luma_lanes(uint32_t layout_class);
+// in `luma_lanes` hold luma samples two apart (the 4:2:2 classes: 0xA for class 0, 0x5 for
+// class 2), the others a component four apart (0 for classes 3 and 5).  A SIMD group kernel
+// pads the line with the repeated end samples, 4 * before elements on the left and
+// 4 * (after + 3) on the right, each group of the padding equal to the `head` or `tail` pattern
+// of box_group_ends.  box_group_luma_start gives the window sums of group 0's luma lanes from
+// the padded line (the other lanes are summed by the kernels).  Lines of whole groups only
+// (n % 4 == 0, n > 0).
 void box_group_ends(const uint32_t *sums, size_t n, uint32_t luma_lanes, uint32_t head[4], uint32_t tail[4]);
 void box_group_luma_start(const uint32_t *sums, uint32_t luma_lanes, const BoxWindow &w, uint32_t out[4]);
 // The scalar kernel (the reference); null for an empty entry (class >= kBoxClasses).
