@@ -2,8 +2,10 @@
 //   fir7, fir15   FIR low-pass at cut-off 50 % in both directions, on BGRA (format 0) and UYVY
 //                 (21); beside OpenCV's GaussianBlur of the same size on CV_8UC4 (its 8-bit
 //                 fixed-point path) and sepFilter2D with the very coefficients DspFilter uses.
-//   box3 .. box255  box filter of N x N on BGRA; beside libyuv::ARGBBlur of radius (N - 1) / 2
-//                 and cv::blur of N x N.
+//   box3 .. box255  box filter of N x N on BGRA and on UYVY; beside libyuv::ARGBBlur of radius
+//                 (N - 1) / 2 and cv::blur of N x N.  ARGBBlur knows 4-byte pixels only, so the UYVY
+//                 row gives it the same bytes as a 960 x 1080 ARGB frame: the same memory traffic
+//                 and sample count, the peer's cost for that work.
 //   copy          memcpy of the BGRA frame, the floor of any pass over it.
 // Bytes/s count the output bytes; "pixels/s" the output pixels.  The edge rules differ between
 // the routes (the peers use their own border modes), so only speed is compared here.
@@ -116,9 +118,9 @@ void BM_Fir(benchmark::State &state, const Case &c, uint32_t taps) {
   run_dsp_filter(state, c, DSP_FILTER_TYPE_FIR, &fir);
 }
 
-void BM_Box(benchmark::State &state, uint32_t size) {
+void BM_Box(benchmark::State &state, const Case &c, uint32_t size) {
   const DSP_BOX_SETTINGS box{size, 0, size};
-  run_dsp_filter(state, kBgra, DSP_FILTER_TYPE_BOX, &box);
+  run_dsp_filter(state, c, DSP_FILTER_TYPE_BOX, &box);
 }
 
 void BM_Memcpy(benchmark::State &state) {
@@ -141,15 +143,19 @@ FIR_CASE(7, uyvy, kUyvy);
 FIR_CASE(15, bgra, kBgra);
 FIR_CASE(15, uyvy, kUyvy);
 
-#define BOX_CASE(n)                                                              \
-  BENCHMARK_CAPTURE(BM_Box, box##n, n)                                           \
-      ->Name("box" #n "/bgra_1080p/framedsp")                                    \
+#define BOX_CASE(n, name, c)                                                     \
+  BENCHMARK_CAPTURE(BM_Box, box##n##_##name, c, n)                               \
+      ->Name("box" #n "/" #name "_1080p/framedsp")                               \
       ->Unit(benchmark::kMillisecond)
 
-BOX_CASE(3);
-BOX_CASE(15);
-BOX_CASE(63);
-BOX_CASE(255);
+BOX_CASE(3, bgra, kBgra);
+BOX_CASE(15, bgra, kBgra);
+BOX_CASE(63, bgra, kBgra);
+BOX_CASE(255, bgra, kBgra);
+BOX_CASE(3, uyvy, kUyvy);
+BOX_CASE(15, uyvy, kUyvy);
+BOX_CASE(63, uyvy, kUyvy);
+BOX_CASE(255, uyvy, kUyvy);
 
 BENCHMARK(BM_Memcpy)->Name("copy/bgra_1080p/memcpy")->Unit(benchmark::kMillisecond);
 
@@ -227,15 +233,16 @@ BENCHMARK_CAPTURE(BM_CvBlur, b255, 255)
 #if defined(FRAMEDSP_BENCH_LIBYUV)
 // ARGBBlur keeps a ring of 2 * radius + 2 rows of cumulative sums (width * 4 int32 a row); it is
 // given the full width * (height + 1) * 16 bytes its header asks for.
-void BM_YuvBlur(benchmark::State &state, int size) {
-  Frames f(kBgra);
+void BM_YuvBlur(benchmark::State &state, const Case &c, int size) {
+  Frames f(c);
   const int radius = (size - 1) / 2;
-  std::vector<int32_t> cumsum(size_t{kWidth} * 4 * (kHeight + 1) + 4);
+  const int width = static_cast<int>(f.stride / 4);  // 4-byte pixels over the same bytes
+  std::vector<int32_t> cumsum(size_t(width) * 4 * (kHeight + 1) + 4);
   int32_t *sums = cumsum.data();
   while (reinterpret_cast<uintptr_t>(sums) % 16 != 0) ++sums;
   auto blur = [&] {
     return libyuv::ARGBBlur(f.src, static_cast<int>(f.stride), f.dst, static_cast<int>(f.stride),
-                            sums, kWidth * 4, kWidth, kHeight, radius);
+                            sums, width * 4, width, kHeight, radius);
   };
   if (blur() != 0) {
     state.SkipWithError("ARGBBlur failed");
@@ -248,12 +255,19 @@ void BM_YuvBlur(benchmark::State &state, int size) {
   set_rates(state, f.bytes);
 }
 
-BENCHMARK_CAPTURE(BM_YuvBlur, y3, 3)->Name("box3/bgra_1080p/libyuv_blur")->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_YuvBlur, y15, 15)->Name("box15/bgra_1080p/libyuv_blur")->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_YuvBlur, y63, 63)->Name("box63/bgra_1080p/libyuv_blur")->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_YuvBlur, y255, 255)
-    ->Name("box255/bgra_1080p/libyuv_blur")
-    ->Unit(benchmark::kMillisecond);
+#define YUV_CASE(n, name, c)                                                     \
+  BENCHMARK_CAPTURE(BM_YuvBlur, y##n##_##name, c, n)                             \
+      ->Name("box" #n "/" #name "_1080p/libyuv_blur")                            \
+      ->Unit(benchmark::kMillisecond)
+
+YUV_CASE(3, bgra, kBgra);
+YUV_CASE(15, bgra, kBgra);
+YUV_CASE(63, bgra, kBgra);
+YUV_CASE(255, bgra, kBgra);
+YUV_CASE(3, uyvy, kUyvy);
+YUV_CASE(15, uyvy, kUyvy);
+YUV_CASE(63, uyvy, kUyvy);
+YUV_CASE(255, uyvy, kUyvy);
 #endif
 
 }  // namespace

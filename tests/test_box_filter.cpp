@@ -7,6 +7,8 @@
 #include <cstring>
 #include <memory>
 #include <random>
+#include <string>
+#include <tuple>
 #include <vector>
 
 #include "filter/box_filter.h"
@@ -357,7 +359,8 @@ TEST(BoxFilter, WorkMemoryIsReleasedOnEveryPath) {
   auto after = framedsp::work_memory_stats();
   EXPECT_GT(after.allocations, before.allocations);
   EXPECT_EQ(after.allocations - before.allocations, after.releases - before.releases);
-  for (uint64_t k = 1; k <= 2; ++k) {
+  const uint64_t taken = after.allocations - before.allocations;
+  for (uint64_t k = 1; k <= taken; ++k) {
     Images fresh(p, 4);
     const auto b0 = framedsp::work_memory_stats();
     framedsp::work_memory_fail_at(k);
@@ -402,61 +405,88 @@ TEST(BoxFilterKernels, WideClassesAverageWholeWordsAndClamp) {
   EXPECT_EQ(framedsp::box_horz_kernel(12), nullptr);
 }
 
-// Every SIMD row step against its scalar twin: lengths 0..100 and a few long ones, row offsets
-// 0..15, random and all-255 rows, the row ending against the protected page.
-TEST(BoxFilterKernels, SimdRowStepsMatchScalar) {
-  framedsp::BoxRowKernels c{}, simd{};
-  framedsp::box_row_table_init(&c, 0);
-  framedsp::box_row_table_init(&simd, framedsp::cpu_flags());
-  if ((framedsp::box_isas_built() & framedsp::kCpuSSE2) && (framedsp::cpu_flags() & framedsp::kCpuSSE2)) {
-    ASSERT_NE(simd.add_u8, c.add_u8) << "no SSE2 row step ran";
+// The ISAs whose kernels a test compares with the scalar ones: each mask selects that ISA's
+// kernels over the narrower ones.  Only ISAs both built and present are returned.
+struct Isa {
+  const char *name;
+  uint32_t mask;
+};
+std::vector<Isa> simd_isas() {
+  std::vector<Isa> out;
+  const uint32_t have = framedsp::box_isas_built() & framedsp::cpu_flags();
+  if (have & framedsp::kCpuSSE2) out.push_back({"sse2", framedsp::kCpuSSE2});
+  if ((have & framedsp::kCpuSSE2) && (have & framedsp::kCpuAVX2)) {
+    out.push_back({"avx2", framedsp::kCpuSSE2 | framedsp::kCpuAVX2});
   }
-  struct Entry {
-    const char *name;
-    framedsp::BoxRowKernel c, simd;
-    size_t bytes;
-  } entries[] = {{"add_u8", c.add_u8, simd.add_u8, 1}, {"sub_u8", c.sub_u8, simd.sub_u8, 1},
-                 {"add_u16", c.add_u16, simd.add_u16, 2}, {"sub_u16", c.sub_u16, simd.sub_u16, 2}};
+  return out;
+}
+
+// Every SIMD row step of every ISA against its scalar twin: lengths 0..300 and a few long ones,
+// row offsets 0..15, random, all-0 and all-255 rows, the row ending against the protected page.
+TEST(BoxFilterKernels, SimdRowStepsMatchScalar) {
+  framedsp::BoxRowKernels c{};
+  framedsp::box_row_table_init(&c, 0);
   std::mt19937 rng(framedsp_test::test_seed());
   std::vector<size_t> lengths;
-  for (size_t n = 0; n <= 100; ++n) lengths.push_back(n);
+  for (size_t n = 0; n <= 300; ++n) lengths.push_back(n);
   for (size_t n : {1023u, 1920u, 4096u, 4099u}) lengths.push_back(n);
-  for (const Entry &e : entries) {
-    for (size_t n : lengths) {
-      for (size_t off = 0; off < 16; off += (n > 100 ? 5 : 1)) {
-        for (int flat = 0; flat < 2; ++flat) {
-          GuardedBuffer row(n * e.bytes + off, 0);
-          if (flat) {
-            std::memset(row.data(), 255, row.size());
-          } else {
-            framedsp_test::fill_random(row.data(), row.size(), rng);
+  for (const Isa &isa : simd_isas()) {
+    framedsp::BoxRowKernels simd{}, narrower{};
+    framedsp::box_row_table_init(&simd, isa.mask);
+    framedsp::box_row_table_init(&narrower, isa.mask == framedsp::kCpuSSE2 ? 0u : framedsp::kCpuSSE2);
+    ASSERT_NE(simd.add_u8, narrower.add_u8) << "no " << isa.name << " row step selected";
+    ASSERT_NE(simd.add_u16, narrower.add_u16) << "no " << isa.name << " row step selected";
+    struct Entry {
+      const char *name;
+      framedsp::BoxRowKernel c, simd;
+      size_t bytes;
+    } entries[] = {{"add_u8", c.add_u8, simd.add_u8, 1}, {"sub_u8", c.sub_u8, simd.sub_u8, 1},
+                   {"add_u16", c.add_u16, simd.add_u16, 2}, {"sub_u16", c.sub_u16, simd.sub_u16, 2}};
+    for (const Entry &e : entries) {
+      for (size_t n : lengths) {
+        GuardedBuffer row(n * e.bytes + 15, 0);  // the row ends against the protected page
+        for (size_t off = 0; off < 16; off += (n > 64 ? 5 : 1)) {
+          for (int kind = 0; kind < 3; ++kind) {
+            if (kind == 0) {
+              framedsp_test::fill_random(row.data(), row.size(), rng);
+            } else {
+              std::memset(row.data(), kind == 1 ? 255 : 0, row.size());
+            }
+            std::vector<uint32_t> a(n + 1), b;
+            for (uint32_t &v : a) v = kind == 1 ? 0xFFFF0000u : kind == 2 ? 0xFFFFFFFFu : rng();
+            b = a;
+            const uint8_t *at = row.data() + (15 - off);  // offset 0 ends at the page
+            e.c(a.data(), at, n);
+            e.simd(b.data(), at, n);
+            ASSERT_EQ(a, b) << isa.name << " " << e.name << " len " << n << " offset " << off << " kind "
+                            << kind << " seed " << framedsp_test::test_seed();
           }
-          std::vector<uint32_t> a(n + 1), b;
-          for (uint32_t &v : a) v = flat ? 0xFFFF0000u : rng();
-          b = a;
-          e.c(a.data(), row.data() + off, n);
-          e.simd(b.data(), row.data() + off, n);
-          ASSERT_EQ(a, b) << e.name << " len " << n << " offset " << off << " seed "
-                          << framedsp_test::test_seed();
         }
       }
     }
   }
 }
 
-// Whole planes with the scalar row steps equal the SIMD ones.
-TEST(BoxFilterKernels, ScalarAndSimdPlanesAgree) {
-  for (uint32_t format : {21u, 1u, 22u, 129u}) {
-    Plane p = plane(format, 53, 31, 3, 2, 49, 27);
-    p.orientation = format & 1;
-    Images a(p, format), b(p, format);
-    framedsp::set_cpu_mask(0);
-    const DSP_HRESULT ra = framedsp::box_filter_plane(a.record(), 6, 13);
-    framedsp::set_cpu_mask(~0u);
-    ASSERT_EQ(ra, DSP_S_OK);
-    ASSERT_EQ(framedsp::box_filter_plane(b.record(), 6, 13), DSP_S_OK);
-    EXPECT_EQ(0, std::memcmp(a.dst(), b.dst(), a.bytes())) << format;
+// Whole planes under every ISA mask (scalar, SSE2, AVX2) against the brute-force average: every
+// group class with SIMD kernels plus the others, windows narrower and wider than the region.
+TEST(BoxFilterKernels, PlanesMatchTheReferenceUnderEveryIsa) {
+  std::vector<uint32_t> masks = {0u};
+  for (const Isa &isa : simd_isas()) masks.push_back(isa.mask);
+  const uint32_t sizes[][2] = {{6, 13}, {1, 2}, {256, 3}, {2, 256}, {77, 5}};
+  for (uint32_t mask : masks) {
+    framedsp::set_cpu_mask(mask);
+    for (uint32_t format : {21u, 25u, 17u, 0u, 1u, 24u, 22u, 129u}) {
+      for (const auto &sz : sizes) {
+        SCOPED_TRACE(::testing::Message() << "mask " << mask << " format " << format);
+        Plane p = plane(format, 58, 31, 4, 2, 52, 27);
+        p.orientation = format & 1;
+        expect_box(p, sz[0], sz[1], format * 7 + sz[0]);
+        Plane whole = plane(format, 96, 9, 0, 0, 96, 9);  // region = whole lines: direct stores
+        expect_box(whole, sz[0], sz[1], format * 11 + sz[1]);
+      }
+    }
   }
+  framedsp::set_cpu_mask(~0u);
 }
 
 TEST(BoxFilterKernels, ReciprocalRounding) {
@@ -566,33 +596,37 @@ TEST(BoxFilterExport, TwoPlaneFormatFiltersBothPlanes) {
 // The combined row move (acc - leaving row + entering row) of every ISA against the scalar one,
 // and the scalar move against a subtract followed by an add; sums may wrap.
 TEST(BoxFilterKernels, RowMoveMatchesScalarAndSubtractThenAdd) {
-  framedsp::BoxRowKernels c{}, simd{};
+  framedsp::BoxRowKernels c{};
   framedsp::box_row_table_init(&c, 0);
-  framedsp::box_row_table_init(&simd, framedsp::cpu_flags());
-  if ((framedsp::box_isas_built() & framedsp::kCpuSSE2) && (framedsp::cpu_flags() & framedsp::kCpuSSE2)) {
-    ASSERT_NE(simd.move_u8, c.move_u8) << "no SSE2 move step ran";
-  }
   std::mt19937 rng(framedsp_test::test_seed() + 77);
+  for (const Isa &isa : simd_isas())
   for (int wide = 0; wide < 2; ++wide) {
+    framedsp::BoxRowKernels simd{}, narrower{};
+    framedsp::box_row_table_init(&simd, isa.mask);
+    framedsp::box_row_table_init(&narrower, isa.mask == framedsp::kCpuSSE2 ? 0u : framedsp::kCpuSSE2);
+    ASSERT_NE(wide ? simd.move_u16 : simd.move_u8, wide ? narrower.move_u16 : narrower.move_u8)
+        << "no " << isa.name << " move step selected";
     const auto move_c = wide ? c.move_u16 : c.move_u8;
     const auto move_s = wide ? simd.move_u16 : simd.move_u8;
     for (size_t n = 0; n <= 300; ++n) {
+      const size_t bytes = n * (wide ? 2 : 1) + 15;
+      GuardedBuffer leave_mem(bytes, 0), enter_mem(bytes, 0);  // both end against a protected page
       for (size_t off = 0; off < 16; off += (n > 40 ? 5 : 1)) {
         for (int kind = 0; kind < 3; ++kind) {
-          const size_t bytes = n * (wide ? 2 : 1) + off;
-          GuardedBuffer leave(bytes, 0), enter(bytes, 0);  // both end against a protected page
-          for (size_t i = 0; i < bytes; ++i) {
+          uint8_t *const leave = leave_mem.data() + (15 - off);  // offset 0 ends at the page
+          uint8_t *const enter = enter_mem.data() + (15 - off);
+          for (size_t i = 0; i < bytes - 15; ++i) {
             leave[i] = kind == 1 ? 255 : kind == 2 ? 0 : static_cast<uint8_t>(rng());
             enter[i] = kind == 1 ? 0 : kind == 2 ? 255 : static_cast<uint8_t>(rng());
           }
           std::vector<uint32_t> a(n + 1);
           for (uint32_t &v : a) v = kind ? ((rng() & 1) ? 0u : 0xFFFFFFFFu) : rng();
           std::vector<uint32_t> b = a, r = a;
-          move_c(a.data(), leave.data() + off, enter.data() + off, n);
-          move_s(b.data(), leave.data() + off, enter.data() + off, n);
-          ASSERT_EQ(a, b) << (wide ? "u16" : "u8") << " n " << n << " off " << off << " kind " << kind;
-          (wide ? c.sub_u16 : c.sub_u8)(r.data(), leave.data() + off, n);
-          (wide ? c.add_u16 : c.add_u8)(r.data(), enter.data() + off, n);
+          move_c(a.data(), leave, enter, n);
+          move_s(b.data(), leave, enter, n);
+          ASSERT_EQ(a, b) << isa.name << (wide ? " u16" : " u8") << " n " << n << " off " << off << " kind " << kind;
+          (wide ? c.sub_u16 : c.sub_u8)(r.data(), leave, n);
+          (wide ? c.add_u16 : c.add_u8)(r.data(), enter, n);
           ASSERT_EQ(a, r) << "move differs from subtract then add, n " << n;
         }
       }
@@ -600,39 +634,75 @@ TEST(BoxFilterKernels, RowMoveMatchesScalarAndSubtractThenAdd) {
   }
 }
 
-// The SSE2 horizontal pass of the 4-byte-pixel classes against the scalar kernel: every length
-// 0..300, source offsets 0..3, random (wrapping) sums, full-scale sums and small windows.
-TEST(BoxFilterKernels, QuadHorizontalPassMatchesScalar) {
-  if (!((framedsp::box_isas_built() & framedsp::kCpuSSE2) && (framedsp::cpu_flags() & framedsp::kCpuSSE2))) {
-    GTEST_SKIP() << "no SSE2 horizontal pass on this machine or build";
-  }
-  std::mt19937 rng(framedsp_test::test_seed() + 5);
-  for (uint32_t cls : {3u, 5u}) {
-    const framedsp::BoxHorzKernel c = framedsp::box_horz_kernel(cls);
-    const framedsp::BoxHorzKernel s = framedsp::box_horz_kernel(cls, framedsp::kCpuSSE2);
-    ASSERT_NE(c, s) << "class " << cls << ": no SSE2 kernel selected";
-    ASSERT_EQ(c, framedsp::box_horz_kernel(cls, 0)) << "a zero mask must give the scalar kernel";
-    for (size_t n = 0; n <= 300; ++n) {
-      for (size_t off = 0; off < 4; ++off) {
-        for (int mode = 0; mode < 3; ++mode) {
-          uint32_t nh = 1 + rng() % 256, nv = 1 + rng() % 256;
-          if (mode == 2) {
-            nh = 1 + rng() % 8;
-            nv = 1 + rng() % 4;
-          }
-          const framedsp::BoxWindow w{framedsp::box_before(nh), framedsp::box_after(nh),
-                                      framedsp::box_reciprocal(nh, nv)};
-          std::vector<uint32_t> sums(n + off + 4);
-          for (uint32_t &v : sums) v = mode == 0 ? rng() : mode == 1 ? 255u * nv : (rng() % 256) * nv;
-          GuardedBuffer a(n + off, 16, 0xAB), b(n + off, 16, 0xAB);
-          c(sums.data() + off, a.data() + off, n, w);
-          s(sums.data() + off, b.data() + off, n, w);
-          ASSERT_TRUE(n == 0 || std::memcmp(a.data(), b.data(), n + off) == 0)
-              << "class " << cls << " n " << n << " off " << off << " nh " << nh << " nv " << nv
-              << "\n" << framedsp_test::hex_diff(a.data(), b.data(), n + off);
-          ASSERT_TRUE(b.intact()) << b.damage();
+// The SIMD horizontal passes of the four-sample-group classes (0, 2, 3, 5), each ISA against the
+// scalar kernel of the class: every line length 0..300 and long lines, every lead 0..15 (sums and
+// destination both shifted), random windows 1..256 with wrapping random sums, full-scale sums
+// under the largest windows, small windows, and alternating 0 / full-scale columns.  The sums are
+// only read (their padding may be written), the destination's bytes outside the line keep their
+// fill, and the sums' buffer ends against a protected page.
+class BoxHorzSimd : public ::testing::TestWithParam<std::tuple<uint32_t, int>> {};
+
+TEST_P(BoxHorzSimd, MatchesScalarOnEveryLengthLeadAndWindow) {
+  const uint32_t cls = std::get<0>(GetParam());
+  const std::vector<Isa> isas = simd_isas();
+  const size_t which = static_cast<size_t>(std::get<1>(GetParam()));
+  if (which >= isas.size()) GTEST_SKIP() << "ISA not built or not present";
+  const Isa isa = isas[which];
+  const framedsp::BoxHorzKernel c = framedsp::box_horz_kernel(cls);
+  const framedsp::BoxHorzKernel s = framedsp::box_horz_kernel(cls, isa.mask);
+  const framedsp::BoxHorzKernel narrower =
+      framedsp::box_horz_kernel(cls, isa.mask == framedsp::kCpuSSE2 ? 0u : framedsp::kCpuSSE2);
+  ASSERT_NE(s, narrower) << "class " << cls << ": no " << isa.name << " kernel selected";
+  ASSERT_EQ(c, framedsp::box_horz_kernel(cls, 0)) << "a zero mask must give the scalar kernel";
+
+  std::mt19937 rng(framedsp_test::test_seed() + 5 + cls);
+  std::vector<size_t> lengths;
+  for (size_t n = 0; n <= 300; ++n) lengths.push_back(n);
+  for (size_t n : {1024u, 3840u, 7680u, 7683u}) lengths.push_back(n);
+  const size_t pad = framedsp::kBoxPad;
+  for (size_t n : lengths) {
+    // One set of buffers per length, for the largest lead: the sums' padding ends against the
+    // protected page, the destinations carry canaries.
+    const size_t words = 2 * pad + 15 + n;
+    GuardedBuffer sums_mem(words * 4, 16, 0x5C);
+    GuardedBuffer a(n + 15, 16, 0xAB), b(n + 15, 16, 0xAB);
+    for (size_t lead = 0; lead < 16; lead += (n > 300 ? 7 : 1)) {
+      for (int mode = 0; mode < 4; ++mode) {
+        uint32_t nh = 1 + rng() % 256, nv = 1 + rng() % 256;
+        if (mode == 1) nh = 256 - rng() % 8;
+        if (mode == 2) {
+          nh = 1 + rng() % 8;
+          nv = 1 + rng() % 4;
         }
+        const framedsp::BoxWindow w{framedsp::box_before(nh), framedsp::box_after(nh),
+                                    framedsp::box_reciprocal(nh, nv)};
+        uint32_t *const sums = reinterpret_cast<uint32_t *>(sums_mem.data()) + pad + lead;
+        for (size_t i = 0; i < n; ++i) {
+          const uint32_t full = 255u * nv;
+          sums[i] = mode == 0 ? rng() : mode == 1 ? full : mode == 2 ? (rng() % 256) * nv
+                                                                     : ((rng() & 1) ? full : 0u);
+        }
+        const std::vector<uint32_t> before(sums, sums + n);
+        std::memset(a.data(), 0xAB, a.size());
+        std::memset(b.data(), 0xAB, b.size());
+        c(sums, a.data() + lead, n, w);
+        s(sums, b.data() + lead, n, w);
+        ASSERT_TRUE(std::memcmp(a.data(), b.data(), a.size()) == 0)
+            << isa.name << " class " << cls << " n " << n << " lead " << lead << " nh " << nh << " nv " << nv
+            << " mode " << mode << "\n" << framedsp_test::hex_diff(a.data(), b.data(), a.size());
+        ASSERT_TRUE(b.intact()) << b.damage();
+        ASSERT_TRUE(sums_mem.intact()) << sums_mem.damage();
+        ASSERT_TRUE(std::equal(before.begin(), before.end(), sums)) << "sums changed, n " << n;
+        for (size_t i = 0; i < lead; ++i) ASSERT_EQ(b[i], 0xAB) << "lead byte " << i << " written";
+        for (size_t i = lead + n; i < b.size(); ++i) ASSERT_EQ(b[i], 0xAB) << "byte " << i << " past the line written";
       }
     }
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(GroupClasses, BoxHorzSimd,
+                         ::testing::Combine(::testing::Values(0u, 2u, 3u, 5u), ::testing::Values(0, 1)),
+                         [](const ::testing::TestParamInfo<std::tuple<uint32_t, int>> &info) {
+                           return "class" + std::to_string(std::get<0>(info.param)) +
+                                  (std::get<1>(info.param) == 0 ? "_sse2" : "_avx2");
+                         });

@@ -52,6 +52,7 @@ void box_row_table_init(BoxRowKernels *table, uint32_t cpu_flags) {
   table->move_u16 = box_row_move_u16_c;
 #if defined(FRAMEDSP_HAVE_X86)
   if (cpu_flags & kCpuSSE2) box_row_init_sse2(table);
+  if (cpu_flags & kCpuAVX2) box_row_init_avx2(table);
 #else
   (void)cpu_flags;
 #endif
@@ -59,7 +60,7 @@ void box_row_table_init(BoxRowKernels *table, uint32_t cpu_flags) {
 
 uint32_t box_isas_built() {
 #if defined(FRAMEDSP_HAVE_X86)
-  return kCpuSSE2;
+  return kCpuSSE2 | kCpuAVX2;
 #else
   return 0;
 #endif
@@ -126,7 +127,7 @@ void box_component(const uint32_t *sums, uint8_t *dst, size_t n, const P &pos,
 // Components of a class as (start, distance) pairs in samples; the 16-bit classes use the
 // layout of their 8-bit twin on words.
 template <class S, size_t... Pairs>
-void strided_kernel(const uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w) {
+void strided_kernel(uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w) {
   constexpr size_t p[] = {Pairs...};
   for (size_t k = 0; k + 1 < sizeof...(Pairs); k += 2) {
     box_component<S>(sums, dst, n, Strided{p[k], p[k + 1]}, w);
@@ -134,7 +135,7 @@ void strided_kernel(const uint32_t *sums, uint8_t *dst, size_t n, const BoxWindo
 }
 
 // Class 1: chroma bytes 0 and 1 of each group four apart, the two luma bytes as one sequence.
-void box_h_class1_c(const uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w) {
+void box_h_class1_c(uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w) {
   box_component<Byte>(sums, dst, n, Strided{0, 4}, w);
   box_component<Byte>(sums, dst, n, Strided{1, 4}, w);
   box_component<Byte>(sums, dst, n, PairedLuma{}, w);
@@ -226,12 +227,40 @@ class ColumnSums {
 
 }  // namespace
 
+// Lane c of a group is luma when bit c of `luma` is set; the first luma sample of the line is
+// then at byte 1 (lanes 1 and 3) or 0 (lanes 0 and 2).
+static inline bool luma_lane(uint32_t luma, size_t c) { return (luma >> c) & 1u; }
+static inline size_t luma_origin(uint32_t luma) { return (luma & 1u) ? 0 : 1; }
+
+void box_group_ends(const uint32_t *sums, size_t n, uint32_t luma, uint32_t head[4], uint32_t tail[4]) {
+  const size_t o = luma_origin(luma);
+  for (size_t c = 0; c < 4; ++c) {
+    head[c] = luma_lane(luma, c) ? sums[o] : sums[c];
+    tail[c] = luma_lane(luma, c) ? sums[n - 2 + o] : sums[n - 4 + c];
+  }
+}
+
+// Luma samples j = -before .. after, sample j at element 2j + o: the `before` samples left of
+// the line all hold sample 0, the rest are read (from the right padding where the window passes
+// the line's end).  The lane of luma sample 1 has that window moved on by one.
+void box_group_luma_start(const uint32_t *sums, uint32_t luma, const BoxWindow &w, uint32_t out[4]) {
+  if (luma == 0) return;
+  const size_t o = luma_origin(luma);
+  uint32_t y = static_cast<uint32_t>(w.before) * sums[o];
+  for (int32_t j = 0; j <= w.after; ++j) y += sums[2 * static_cast<size_t>(j) + o];
+  out[o] = y;
+  out[o + 2] = y - sums[o] + sums[2 * (static_cast<size_t>(w.after) + 1) + o];
+}
+
 BoxHorzKernel box_horz_kernel(uint32_t layout_class) {
   return layout_class < kBoxClasses ? kBoxHorz[layout_class] : nullptr;
 }
 
 BoxHorzKernel box_horz_kernel(uint32_t layout_class, uint32_t cpu_flags) {
 #if defined(FRAMEDSP_HAVE_X86)
+  if (cpu_flags & kCpuAVX2) {
+    if (const BoxHorzKernel k = box_horz_kernel_avx2(layout_class)) return k;
+  }
   if (cpu_flags & kCpuSSE2) {
     if (const BoxHorzKernel k = box_horz_kernel_sse2(layout_class)) return k;
   }
@@ -258,13 +287,17 @@ HRESULT box_filter_plane(const DSP_BUFFER &buffer, uint32_t horz_size, uint32_t 
   const size_t move = std::min(samples * sample_bytes, static_cast<size_t>(std::max(c.dst_width, 0)));
   if (samples == 0 || move == 0) return kOk;
 
+  // The horizontal kernels write exactly the line's bytes, so they store straight into the
+  // destination line when the region takes the whole line; otherwise through a line buffer.
+  const bool direct = move == samples * sample_bytes;
   WorkBlock sums_block;  // both released by their destructors on every path
   WorkLine out_line;
-  if (!sums_block.allocate(samples * sizeof(uint32_t) + 16) || !out_line.allocate(samples * sample_bytes)) {
+  if (!sums_block.allocate((samples + 2 * kBoxPad) * sizeof(uint32_t) + 32) ||
+      (!direct && !out_line.allocate(samples * sample_bytes))) {
     return kOutOfMemory;
   }
-  uint32_t *const sums = reinterpret_cast<uint32_t *>(sums_block.aligned());
-  uint8_t *const out = out_line.data();
+  uint32_t *const sums = reinterpret_cast<uint32_t *>(sums_block.aligned()) + kBoxPad;
+  uint8_t *const out = direct ? nullptr : out_line.data();
 
   BoxWindow h{box_before(horz_size), box_after(horz_size), box_reciprocal(horz_size, vert_size)};
   const BoxWindow v{box_before(vert_size), box_after(vert_size), h.recip};
@@ -285,8 +318,13 @@ HRESULT box_filter_plane(const DSP_BUFFER &buffer, uint32_t horz_size, uint32_t 
       const uint8_t *line = clamp_line(src, c.src_near_limit, c.src_far_limit);
       const int32_t row = stride != 0 ? static_cast<int32_t>((line - base) / stride) : 0;
       columns.move_to(row, row_range(buffer.In, row, down));
-      kernel(sums, out, samples, h);
-      std::memmove(clamp_line(dst, c.dst_near_limit, c.dst_far_limit), out, move);
+      uint8_t *const line_out = clamp_line(dst, c.dst_near_limit, c.dst_far_limit);
+      if (direct) {
+        kernel(sums, line_out, samples, h);
+      } else {
+        kernel(sums, out, samples, h);
+        std::memmove(line_out, out, move);
+      }
       src += span.src_increment;
       dst += span.dst_increment;
     }

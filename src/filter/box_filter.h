@@ -47,24 +47,42 @@ void box_row_table_init(BoxRowKernels *table, uint32_t cpu_flags);
 uint32_t box_isas_built();
 
 #if defined(FRAMEDSP_HAVE_X86)
-// Built with the SSE2 flag; only box_row_table_init calls it, after checking the flag.
+// Built with the SSE2 / AVX2 flags; only box_row_table_init calls them, after checking the flag.
 void box_row_init_sse2(BoxRowKernels *table);
+void box_row_init_avx2(BoxRowKernels *table);
 #endif
 
 // Horizontal pass of one layout class along a line of `n` column sums (one per sample: per byte
-// for classes 0..6, per 16-bit word for 7..11), writing the line's n samples to dst.  Each
-// component is averaged with its own samples only; positions beyond either end of the line
-// repeat the end sample.  8-bit classes store min(255, (S * R + 2^22) >> 23); 16-bit classes
-// store min(65535, the same value computed in 64 bits) as a little-endian word.
-using BoxHorzKernel = void (*)(const uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w);
+// for classes 0..6, per 16-bit word for 7..11), writing the line's n samples to dst and nothing
+// else.  Each component is averaged with its own samples only; positions beyond either end of
+// the line repeat the end sample.  8-bit classes store min(255, (S * R + 2^22) >> 23); 16-bit
+// classes store min(65535, the same value computed in 64 bits) as a little-endian word.
+//
+// The line of sums must have kBoxPad writable elements before sums[0] and after sums[n - 1]:
+// the SIMD kernels write the repeated end samples there so that their inner loops need no
+// clamping (the scalar kernels leave them alone).  The sums themselves are only read.
+using BoxHorzKernel = void (*)(uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w);
+constexpr size_t kBoxPad = 544;  // >= 4 * (kBoxMaxSize / 2 + 3), a multiple of 8
+
+// The four-sample-group classes (0, 2, 3, 5) seen as four lanes a group: lanes whose bit is set
+// in `luma_lanes` hold luma samples two apart (the 4:2:2 classes: 0xA for class 0, 0x5 for
+// class 2), the others a component four apart (0 for classes 3 and 5).  A SIMD group kernel
+// pads the line with the repeated end samples, 4 * before elements on the left and
+// 4 * (after + 3) on the right, each group of the padding equal to the `head` or `tail` pattern
+// of box_group_ends.  box_group_luma_start gives the window sums of group 0's luma lanes from
+// the padded line (the other lanes are summed by the kernels).  Lines of whole groups only
+// (n % 4 == 0, n > 0).
+void box_group_ends(const uint32_t *sums, size_t n, uint32_t luma_lanes, uint32_t head[4], uint32_t tail[4]);
+void box_group_luma_start(const uint32_t *sums, uint32_t luma_lanes, const BoxWindow &w, uint32_t out[4]);
 // The scalar kernel (the reference); null for an empty entry (class >= kBoxClasses).
 BoxHorzKernel box_horz_kernel(uint32_t layout_class);
 // The kernel `cpu_flags` allows: a SIMD one where one is built for the class (byte-identical to
 // the scalar one), else box_horz_kernel(layout_class).
 BoxHorzKernel box_horz_kernel(uint32_t layout_class, uint32_t cpu_flags);
 #if defined(FRAMEDSP_HAVE_X86)
-// Built with the SSE2 flag; null for a class without an SSE2 kernel.
+// Built with the SSE2 / AVX2 flags; null for a class without a kernel of that ISA.
 BoxHorzKernel box_horz_kernel_sse2(uint32_t layout_class);
+BoxHorzKernel box_horz_kernel_avx2(uint32_t layout_class);
 #endif
 
 // Bytes per sample of a layout class: 1 for 0..6, 2 for 7..11.

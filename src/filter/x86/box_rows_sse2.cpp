@@ -1,5 +1,5 @@
 // SSE2 kernels of the box filter.  Column-sum steps: 16 byte samples or 8 word samples a step,
-// the rest by the scalar twins.  Horizontal pass: the four-channel 8-bit classes.
+// the rest by the scalar twins.  Horizontal pass: the four-sample-group 8-bit classes.
 // Unaligned loads and stores throughout (rows and lines are caller memory).
 #include <emmintrin.h>
 
@@ -95,17 +95,18 @@ void box_row_sub_u8_sse2(uint32_t *acc, const uint8_t *row, size_t n) { rows_u8<
 void box_row_add_u16_sse2(uint32_t *acc, const uint8_t *row, size_t n) { rows_u16<true>(acc, row, n); }
 void box_row_sub_u16_sse2(uint32_t *acc, const uint8_t *row, size_t n) { rows_u16<false>(acc, row, n); }
 
-// Horizontal pass of the four-channel classes (3 and 5): the running sums of a pixel's four
-// components sit in the four 32-bit lanes of one register, and a whole pixel's column sums
-// (16 bytes) enter or leave the window at a time.  The lanes wrap modulo 2^32 exactly as the
-// scalar sums do.  Scaling forms the low 32 bits of sum * R in each lane with two widening
-// multiplies (even and odd lanes), which is the scalar uint32_t product whatever its size, then
-// adds 2^22, shifts by 23 and saturates to 255 while packing (values are below 2^9 after the
-// shift, so the signed 32-to-16 pack is exact).  A line whose length is not a whole number of
-// pixels gives its components different lengths and goes to the scalar kernel.
-inline __m128i load_pixel(const uint32_t *sums, size_t p) {
-  return _mm_loadu_si128(reinterpret_cast<const __m128i *>(sums + 4 * p));
-}
+// Horizontal pass of the four-sample-group classes (0, 2, 3, 5): the running sums of one group's
+// four samples sit in the four 32-bit lanes of a register, one group (16 bytes of sums) a step.
+// A component four apart enters and leaves one sample a group; a luma lane (4:2:2 classes)
+// moves two luma samples a group, so it adds the two entering and takes out the two leaving
+// ones.  The ends of the line are padded with the repeated end samples first, so the loop needs
+// no clamping.  The lanes wrap modulo 2^32 exactly as the scalar sums do.  Scaling forms the low
+// 32 bits of sum * R in each lane with two widening multiplies (even and odd lanes), which is the
+// scalar uint32_t product whatever its size, then adds 2^22, shifts by 23 and saturates to 255
+// while packing (values are below 2^9 after the shift, so the signed 32-to-16 pack is exact).  A
+// line that is not a whole number of groups gives its components different lengths and goes to
+// the scalar kernel.
+inline __m128i load4(const uint32_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
 
 inline __m128i scale(__m128i sum, __m128i recip, __m128i round) {
   const __m128i even = _mm_mul_epu32(sum, recip);
@@ -115,55 +116,64 @@ inline __m128i scale(__m128i sum, __m128i recip, __m128i round) {
   return _mm_srli_epi32(_mm_add_epi32(lo, round), static_cast<int>(kBoxShift));
 }
 
-void box_h_quad_sse2(const uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w) {
+template <uint32_t kLuma>
+void box_h_group_sse2(uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w) {
+  constexpr uint32_t kClass = kLuma == 0xA ? 0 : kLuma == 0x5 ? 2 : 5;
+  if (n == 0) return;
   if (n % 4 != 0) {
-    box_horz_kernel(5)(sums, dst, n, w);
+    box_horz_kernel(kClass)(sums, dst, n, w);
     return;
   }
-  const size_t count = n / 4;
-  if (count == 0) return;
-  const ptrdiff_t last = static_cast<ptrdiff_t>(count) - 1;
-  auto clamp = [last](ptrdiff_t j) { return static_cast<size_t>(j < 0 ? 0 : (j > last ? last : j)); };
+  alignas(16) uint32_t ends[2][4];
+  box_group_ends(sums, n, kLuma, ends[0], ends[1]);
+  const __m128i head = load4(ends[0]), tail = load4(ends[1]);
+  uint32_t *const left = sums - 4 * static_cast<size_t>(w.before);
+  for (int32_t k = 0; k < w.before; ++k) _mm_storeu_si128(reinterpret_cast<__m128i *>(left + 4 * k), head);
+  for (int32_t k = 0; k < w.after + 3; ++k) _mm_storeu_si128(reinterpret_cast<__m128i *>(sums + n + 4 * k), tail);
+  // Group 0's window: `before` copies of the head, then groups 0 .. after (padding included).
+  __m128i first = _mm_setzero_si128();
+  for (int32_t j = 0; j <= w.after; ++j) first = _mm_add_epi32(first, load4(sums + 4 * j));
+  for (int32_t k = 0; k < w.before; ++k) first = _mm_add_epi32(first, head);
+  alignas(16) uint32_t start[4];
+  _mm_store_si128(reinterpret_cast<__m128i *>(start), first);
+  box_group_luma_start(sums, kLuma, w, start);
+  const size_t groups = n / 4;
   const __m128i recip = _mm_set1_epi32(static_cast<int>(w.recip));
   const __m128i round = _mm_set1_epi32(static_cast<int>(kBoxRound));
-  __m128i sum = _mm_setzero_si128();
-  for (ptrdiff_t j = -w.before; j <= w.after; ++j) sum = _mm_add_epi32(sum, load_pixel(sums, clamp(j)));
-
-  // Four pixels a step: their sums are taken one after the other, then scaled and packed into
-  // one 16-byte store.  Entering and leaving positions are clamped to the line only in the steps
-  // that reach past either end.
-  size_t i = 0;
-  const ptrdiff_t after1 = static_cast<ptrdiff_t>(w.after) + 1;
-  const ptrdiff_t before = w.before;
-  __m128i s[4];
-  for (; i + 4 <= count; i += 4) {
-    const ptrdiff_t at = static_cast<ptrdiff_t>(i);
-    if (at - before >= 0 && at + 3 + after1 <= last) {
-      const uint32_t *enter = sums + 4 * static_cast<size_t>(at + after1);
-      const uint32_t *leave = sums + 4 * static_cast<size_t>(at - before);
-      for (size_t k = 0; k < 4; ++k) {
-        s[k] = sum;
-        sum = _mm_add_epi32(sum, load_pixel(enter, k));
-        sum = _mm_sub_epi32(sum, load_pixel(leave, k));
-      }
-    } else {
-      for (ptrdiff_t k = 0; k < 4; ++k) {
-        s[k] = sum;
-        sum = _mm_add_epi32(sum, load_pixel(sums, clamp(at + k + after1)));
-        sum = _mm_sub_epi32(sum, load_pixel(sums, clamp(at + k - before)));
-      }
+  const __m128i luma = _mm_set_epi32(kLuma & 8 ? -1 : 0, kLuma & 4 ? -1 : 0, kLuma & 2 ? -1 : 0, kLuma & 1 ? -1 : 0);
+  const ptrdiff_t a = w.after, b = w.before;
+  const uint32_t *const enter4 = sums + 4 * (a + 1);  // group g: + 4g
+  const uint32_t *const leave4 = sums - 4 * b;
+  const uint32_t *const enter2 = sums + 2 * a + 2;    // luma pair of group g: + 4g and + 4g + 2
+  const uint32_t *const leave2 = sums - 2 * b;
+  // Change of the window sums from group g to group g + 1.
+  auto delta = [&](size_t g) {
+    const size_t at = 4 * g;
+    __m128i d = _mm_sub_epi32(load4(enter4 + at), load4(leave4 + at));
+    if (kLuma != 0) {
+      const __m128i in2 = _mm_add_epi32(load4(enter2 + at), load4(enter2 + at + 2));
+      const __m128i out2 = _mm_add_epi32(load4(leave2 + at), load4(leave2 + at + 2));
+      d = _mm_or_si128(_mm_andnot_si128(luma, d), _mm_and_si128(luma, _mm_sub_epi32(in2, out2)));
+    }
+    return d;
+  };
+  __m128i sum = load4(start);
+  size_t g = 0;
+  for (; g + 4 <= groups; g += 4) {
+    __m128i s[4];
+    for (size_t k = 0; k < 4; ++k) {
+      s[k] = sum;
+      sum = _mm_add_epi32(sum, delta(g + k));
     }
     const __m128i lo = _mm_packs_epi32(scale(s[0], recip, round), scale(s[1], recip, round));
     const __m128i hi = _mm_packs_epi32(scale(s[2], recip, round), scale(s[3], recip, round));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 4 * i), _mm_packus_epi16(lo, hi));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 4 * g), _mm_packus_epi16(lo, hi));
   }
-  for (; i < count; ++i) {
-    const ptrdiff_t at = static_cast<ptrdiff_t>(i);
+  for (; g < groups; ++g) {
     const __m128i v = _mm_packs_epi32(scale(sum, recip, round), _mm_setzero_si128());
     const int32_t px = _mm_cvtsi128_si32(_mm_packus_epi16(v, v));
-    std::memcpy(dst + 4 * i, &px, 4);
-    sum = _mm_add_epi32(sum, load_pixel(sums, clamp(at + after1)));
-    sum = _mm_sub_epi32(sum, load_pixel(sums, clamp(at - before)));
+    std::memcpy(dst + 4 * g, &px, 4);
+    sum = _mm_add_epi32(sum, delta(g));
   }
 }
 
@@ -179,7 +189,13 @@ void box_row_init_sse2(BoxRowKernels *table) {
 }
 
 BoxHorzKernel box_horz_kernel_sse2(uint32_t layout_class) {
-  return layout_class == 3 || layout_class == 5 ? box_h_quad_sse2 : nullptr;
+  switch (layout_class) {
+    case 0: return box_h_group_sse2<0xA>;
+    case 2: return box_h_group_sse2<0x5>;
+    case 3:
+    case 5: return box_h_group_sse2<0>;
+    default: return nullptr;
+  }
 }
 
 }  // namespace framedsp
