@@ -1,12 +1,23 @@
 # The two commands of a fresh machine: `make run` (build, then the demo on the built-in clip) and
-# `make test` (build and pass every test: release, ASan+UBSan, and the 32-bit layout check).
+# `make test` (build and pass every test: release, ASan+UBSan, the 32-bit layout check, the fuzz
+# corpus replay and the ThreadSanitizer stress tests; the last two say SKIPPED without clang's
+# libFuzzer or TSan).
+
+SHELL := /bin/bash
 
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE ?= cmake
 BUILD ?= build
 ASAN_BUILD ?= build-asan
+FUZZ_BUILD ?= build-fuzz
+TSAN_BUILD ?= build-tsan
+FUZZ_CXX ?= clang++
+FUZZ_CC ?= clang
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS := copy filter compare handles
 
-.PHONY: all deps build run test test-release test-asan layout32 windows windows-test windows-check bench clean
+.PHONY: all deps build run test test-release test-asan layout32 windows windows-test windows-check bench clean \
+        fuzz fuzz-build fuzz-corpus tsan
 
 all: build
 
@@ -22,7 +33,7 @@ build: deps $(BUILD)/CMakeCache.txt
 run: build
 	./$(BUILD)/tools/framedsp demo --out out
 
-test: test-release test-asan layout32 windows-check
+test: test-release test-asan layout32 windows-check fuzz-corpus tsan
 	@echo "make test: all suites passed"
 
 test-release: build
@@ -82,5 +93,47 @@ windows-check:
 bench: build
 	./$(BUILD)/bench/framedsp_bench --benchmark_counters_tabular=true
 
+# libFuzzer targets (clang with -fsanitize=fuzzer).  `make fuzz` runs each for FUZZ_SECONDS with
+# its committed corpus as the seed; `make fuzz-corpus` (part of `make test`) replays the corpus only.
+FUZZ_PROBE = echo 'extern "C" int LLVMFuzzerTestOneInput(const unsigned char *, unsigned long) { return 0; }' | \
+  $(FUZZ_CXX) -fsanitize=fuzzer,address,undefined -x c++ - -o /dev/null >/dev/null 2>&1
+
+$(FUZZ_BUILD)/CMakeCache.txt:
+	CC=$(FUZZ_CC) CXX=$(FUZZ_CXX) $(CMAKE) -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DFRAMEDSP_FUZZ=ON -DFRAMEDSP_TESTS=OFF -DFRAMEDSP_BENCH=OFF -DFRAMEDSP_TOOLS=OFF
+
+fuzz-build: $(FUZZ_BUILD)/CMakeCache.txt
+	$(CMAKE) --build $(FUZZ_BUILD) -j $(JOBS)
+
+fuzz:
+	@if ! $(FUZZ_PROBE); then echo "fuzz: SKIPPED ($(FUZZ_CXX) has no libFuzzer)"; exit 0; fi; \
+	$(MAKE) fuzz-build && mkdir -p $(FUZZ_BUILD)/corpus && \
+	for t in $(FUZZ_TARGETS); do \
+	  mkdir -p $(FUZZ_BUILD)/corpus/$$t && \
+	  ./$(FUZZ_BUILD)/fuzz/fuzz_$$t $(FUZZ_BUILD)/corpus/$$t fuzz/corpus/$$t -max_total_time=$(FUZZ_SECONDS) \
+	    -print_final_stats=1 -artifact_prefix=$(FUZZ_BUILD)/$$t- 2>&1 | \
+	    grep -E 'stat::number_of_executed_units|ERROR|fuzz check|runtime error' ; \
+	  test $${PIPESTATUS[0]} -eq 0 || exit 1; \
+	done
+
+fuzz-corpus:
+	@if ! $(FUZZ_PROBE); then echo "fuzz-corpus: SKIPPED ($(FUZZ_CXX) has no libFuzzer)"; exit 0; fi; \
+	$(MAKE) fuzz-build && \
+	for t in $(FUZZ_TARGETS); do \
+	  ./$(FUZZ_BUILD)/fuzz/fuzz_$$t fuzz/corpus/$$t/* >$(FUZZ_BUILD)/corpus-$$t.log 2>&1 || \
+	    { tail -40 $(FUZZ_BUILD)/corpus-$$t.log; exit 1; }; \
+	  echo "fuzz-corpus: $$t: $$(ls fuzz/corpus/$$t | wc -l) inputs replayed"; \
+	done
+
+# The band and handle stress tests under ThreadSanitizer.
+TSAN_FILTER = *StressBands*:HandleStress*
+tsan:
+	@if ! echo 'int main(){}' | $(CXX) -fsanitize=thread -x c++ - -o /dev/null >/dev/null 2>&1; then \
+	  echo "tsan: SKIPPED ($(CXX) has no ThreadSanitizer)"; exit 0; fi; \
+	test -f $(TSAN_BUILD)/CMakeCache.txt || $(CMAKE) -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DFRAMEDSP_TSAN=ON -DFRAMEDSP_BENCH=OFF -DFRAMEDSP_TOOLS=OFF; \
+	$(CMAKE) --build $(TSAN_BUILD) -j $(JOBS) --target framedsp_tests && \
+	TSAN_OPTIONS=halt_on_error=1 ./$(TSAN_BUILD)/tests/framedsp_tests --gtest_filter='$(TSAN_FILTER)'
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(WIN_BUILD) out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(WIN_BUILD) $(FUZZ_BUILD) $(TSAN_BUILD) out

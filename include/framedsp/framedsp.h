@@ -274,6 +274,9 @@ typedef struct DSP_IMAGE {
  * n * h), counted from the picture's top whatever the orientation, with h = ho / c (integer
  * division; ho = output region height) rounded down to even when fields are taken apart
  * (frame -> frame from In 0/1, frame -> field A into Out 0/1, frame -> field B from In 0/1).
+ * A region reaching past the top or bottom of its image is first cut to the image: ho is the
+ * height of what remains, and region lines (for bands and for the field parities of the line
+ * map above) count from its first line inside the image.
  * The last band also takes line n * h (lines n * h and n * h + 1 when fields are taken apart)
  * when ho is odd; no band passes Out.ulHeight.  0 in either field is taken as 1.  A band holds
  * the lines of both fields in its range, so bands never overlap, and one band always covers the

@@ -1,0 +1,238 @@
+// Handle abuse under contention, through the handle exports: many threads take and drop
+// references to one converter while others present garbage, stale, unmapped and protected
+// handles; concurrent creation draws distinct identities; and two processes creating converters
+// at the same time never share an identity.  Run under ThreadSanitizer by `make tsan`.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <random>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "frame/handle.h"
+#include "framedsp/framedsp.h"
+#include "test_util.h"
+
+namespace {
+
+constexpr int kUsers = 6;        // threads using the live converter
+constexpr int kAbusers = 6;      // threads presenting bad handles
+constexpr int kIterations = 3000;  // calls per thread and export
+
+DSP_HANDLE create_converter() {
+  DSP_FRAME_RATE_CONVERTER_PARAMS p{};
+  p.ulBaseCount = 2;
+  p.lWidth = 64;
+  p.lHeight = 64;
+  DSP_HANDLE h = nullptr;
+  EXPECT_EQ(DspCreateFrameRateConverter(&p, &h), DSP_S_OK);
+  return h;
+}
+
+// Every handle export once; the count of answers that differ from `want`.
+int use(DSP_HANDLE h, DSP_HRESULT want) {
+  DSP_FRAME_RATE_CONVERT_PARAMS convert{};
+  uint32_t motion[16] = {};
+  DSP_MIPMAP_PARAMS mip{};
+  int wrong = 0;
+  wrong += DspFrameRateConvert(h, &convert, 0) != want;
+  wrong += DspCreateMotionVectors(h, motion) != want;
+  wrong += DspCreateMipMaps(h, &mip) != want;
+  return wrong;
+}
+
+TEST(HandleStress, OneConverterUnderContentionWithBadHandles) {
+  const int64_t live_before = framedsp::live_handle_objects();
+  DSP_HANDLE live = create_converter();
+  ASSERT_NE(live, nullptr);
+  framedsp::HandleObject *object = framedsp::HandleObject::lookup(live);
+  ASSERT_NE(object, nullptr);
+
+  // A stale handle: a converter whose last reference is gone.  Nothing is created while the
+  // threads run, so its memory cannot come back as a live converter.
+  DSP_HANDLE stale = create_converter();
+  ASSERT_EQ(framedsp::HandleObject::lookup(stale)->release(), 0);
+
+  // An unmapped page and a page without read access, each holding a self word that would pass.
+  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  auto *gone = static_cast<uintptr_t *>(
+      mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  auto *locked = static_cast<uintptr_t *>(
+      mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  ASSERT_NE(gone, MAP_FAILED);
+  ASSERT_NE(locked, MAP_FAILED);
+  gone[1] = reinterpret_cast<uintptr_t>(gone);
+  locked[1] = reinterpret_cast<uintptr_t>(locked);
+  ASSERT_EQ(munmap(gone, page), 0);
+  ASSERT_EQ(mprotect(locked, page, PROT_NONE), 0);
+
+  // A foreign block shaped like an object whose self word names another address.
+  std::vector<uintptr_t> foreign(8, 0);
+  foreign[1] = reinterpret_cast<uintptr_t>(live);
+
+  std::atomic<int> ready{0};
+  std::atomic<int> wrong_live{0}, wrong_bad{0};
+  std::vector<std::thread> pool;
+  for (int t = 0; t < kUsers; ++t) {
+    pool.emplace_back([&] {
+      ready.fetch_add(1);
+      while (ready.load() < kUsers + kAbusers) std::this_thread::yield();
+      int wrong = 0;
+      for (int i = 0; i < kIterations; ++i) wrong += use(live, DSP_E_NOTIMPL);
+      wrong_live.fetch_add(wrong);
+    });
+  }
+  for (int t = 0; t < kAbusers; ++t) {
+    pool.emplace_back([&, t] {
+      std::mt19937_64 rng(framedsp_test::test_seed() + static_cast<uint64_t>(t));
+      const DSP_HANDLE fixed[] = {nullptr,
+                                  reinterpret_cast<DSP_HANDLE>(~uintptr_t{0}),
+                                  reinterpret_cast<DSP_HANDLE>(uintptr_t{0xFFFFFFFFu}),
+                                  stale,
+                                  gone,
+                                  locked,
+                                  foreign.data(),
+                                  static_cast<uint8_t *>(live) + 8,
+                                  static_cast<uint8_t *>(live) + 1};
+      ready.fetch_add(1);
+      while (ready.load() < kUsers + kAbusers) std::this_thread::yield();
+      int wrong = 0;
+      for (int i = 0; i < kIterations; ++i) {
+        DSP_HANDLE h = fixed[i % (sizeof fixed / sizeof fixed[0])];
+        if (i % 3 == 2) {
+          uintptr_t v = static_cast<uintptr_t>(rng());
+          if (t % 2) v &= 0x0000FFFFFFFFFFF8ull;  // canonical, aligned addresses
+          h = reinterpret_cast<DSP_HANDLE>(v);
+          if (h == live) continue;
+        }
+        wrong += use(h, DSP_E_HANDLE);
+      }
+      wrong_bad.fetch_add(wrong);
+    });
+  }
+  for (std::thread &t : pool) t.join();
+
+  EXPECT_EQ(wrong_live.load(), 0) << "a live converter was refused";
+  EXPECT_EQ(wrong_bad.load(), 0) << "a bad handle was accepted";
+  EXPECT_EQ(object->references(), 1) << "references not restored";
+  EXPECT_EQ(framedsp::HandleObject::lookup(live), object);
+  munmap(locked, page);
+  // The converter has no destroy export; the test drops the creation reference itself.
+  EXPECT_EQ(object->release(), 0);
+  EXPECT_EQ(framedsp::HandleObject::lookup(live), nullptr);
+  EXPECT_EQ(framedsp::live_handle_objects(), live_before) << "a converter leaked";
+}
+
+TEST(HandleStress, ConcurrentCreationDrawsDistinctIdentities) {
+  constexpr int kThreads = 8;
+  constexpr int kEach = 200;
+  const int64_t live_before = framedsp::live_handle_objects();
+  std::vector<std::vector<DSP_HANDLE>> made(kThreads);
+  std::atomic<int> ready{0};
+  std::vector<std::thread> pool;
+  for (int t = 0; t < kThreads; ++t) {
+    pool.emplace_back([&, t] {
+      ready.fetch_add(1);
+      while (ready.load() < kThreads) std::this_thread::yield();
+      for (int i = 0; i < kEach; ++i) {
+        DSP_HANDLE h = create_converter();
+        if (h) made[t].push_back(h);
+        EXPECT_EQ(use(h, DSP_E_NOTIMPL), 0);
+      }
+    });
+  }
+  for (std::thread &t : pool) t.join();
+  std::set<uint32_t> ids;
+  std::set<DSP_HANDLE> handles;
+  size_t total = 0;
+  for (const auto &list : made) {
+    for (DSP_HANDLE h : list) {
+      framedsp::HandleObject *o = framedsp::HandleObject::lookup(h);
+      ASSERT_NE(o, nullptr);
+      EXPECT_NE(o->id(), 0u);
+      ids.insert(o->id());
+      handles.insert(h);
+      ++total;
+    }
+  }
+  EXPECT_EQ(total, size_t{kThreads} * kEach);
+  EXPECT_EQ(ids.size(), total) << "two converters share an identity";
+  EXPECT_EQ(handles.size(), total);
+  EXPECT_EQ(framedsp::live_handle_objects(), live_before + static_cast<int64_t>(total));
+  for (DSP_HANDLE h : handles) EXPECT_EQ(framedsp::HandleObject::lookup(h)->release(), 0);
+  EXPECT_EQ(framedsp::live_handle_objects(), live_before);
+}
+
+// Two processes create converters through the export at the same time; their identities, drawn
+// from the machine-wide counter, never coincide.
+TEST(HandleStress, IdentityStaysUniqueAcrossTwoProcesses) {
+  if (access("/dev/shm", W_OK | X_OK) != 0) GTEST_SKIP() << "/dev/shm is unavailable: ids are process-local";
+  constexpr int kEach = 500;
+  int go[2], out[2];
+  ASSERT_EQ(pipe(go), 0);
+  ASSERT_EQ(pipe(out), 0);
+  const pid_t pid = fork();
+  ASSERT_GE(pid, 0);
+  auto create_ids = [&] {
+    std::vector<uint32_t> ids;
+    for (int i = 0; i < kEach; ++i) {
+      DSP_FRAME_RATE_CONVERTER_PARAMS p{};
+      p.ulBaseCount = 1;
+      p.lWidth = p.lHeight = 16;  // the default range of 1 needs extents of 4 or more
+      DSP_HANDLE h = nullptr;
+      if (DspCreateFrameRateConverter(&p, &h) != DSP_S_OK) return std::vector<uint32_t>{};
+      framedsp::HandleObject *o = framedsp::HandleObject::lookup(h);
+      ids.push_back(o->id());
+      o->release();
+    }
+    return ids;
+  };
+  if (pid == 0) {
+    close(go[1]);
+    close(out[0]);
+    char byte;
+    if (read(go[0], &byte, 1) != 0) _exit(4);
+    const std::vector<uint32_t> ids = create_ids();
+    if (ids.size() != kEach) _exit(3);
+    const char *p = reinterpret_cast<const char *>(ids.data());
+    size_t left = ids.size() * sizeof(uint32_t);
+    while (left > 0) {
+      const ssize_t n = write(out[1], p, left);
+      if (n <= 0) _exit(5);
+      p += n;
+      left -= static_cast<size_t>(n);
+    }
+    _exit(0);
+  }
+  close(go[0]);
+  close(out[1]);
+  close(go[1]);  // both start now
+  const std::vector<uint32_t> mine = create_ids();
+  std::vector<uint32_t> theirs(kEach);
+  char *p = reinterpret_cast<char *>(theirs.data());
+  size_t left = theirs.size() * sizeof(uint32_t);
+  while (left > 0) {
+    const ssize_t n = read(out[0], p, left);
+    if (n <= 0) break;
+    p += n;
+    left -= static_cast<size_t>(n);
+  }
+  close(out[0]);
+  int status = 0;
+  ASSERT_EQ(waitpid(pid, &status, 0), pid);
+  ASSERT_TRUE(WIFEXITED(status));
+  ASSERT_EQ(WEXITSTATUS(status), 0);
+  ASSERT_EQ(left, 0u);
+  ASSERT_EQ(mine.size(), size_t{kEach});
+  std::set<uint32_t> all(mine.begin(), mine.end());
+  all.insert(theirs.begin(), theirs.end());
+  EXPECT_EQ(all.size(), 2u * kEach) << "an identity appeared in both processes";
+  EXPECT_EQ(all.count(0u), 0u);
+}
+
+}  // namespace
