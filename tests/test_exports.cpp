@@ -241,7 +241,7 @@ const std::vector<ExportCase> &export_cases() {
         {"null_out", [](Rig &r) { return DspScalerHelper(&r.helper_in, nullptr); }, kPtr},
         {"both_null", [](Rig &) { return DspScalerHelper(nullptr, nullptr); }, kPtr}},
        [](Rig &r) { r.helper_in.ulDstAspectDenominator = 0; },
-       [](Rig &r) { return DspScalerHelper(&r.helper_in, &r.helper_out); }, kNotImpl, true},
+       [](Rig &r) { return DspScalerHelper(&r.helper_in, &r.helper_out); }, DSP_S_OK, true},
       {"DspSubPixelScalerHelper", "DspSubPixelScalerHelper",
        {{"null_in", [](Rig &r) { return DspSubPixelScalerHelper(nullptr, r.subpixel_helper_out); },
          kPtr},
@@ -625,7 +625,7 @@ TEST_P(HelperValidation, Verdict) {
   Rig rig;
   GetParam().edit(rig.helper_in);
   expect_verdict(rig, [](Rig &r) { return DspScalerHelper(&r.helper_in, &r.helper_out); },
-                 "DspScalerHelper", GetParam().accepted);
+                 "DspScalerHelper", GetParam().accepted, DSP_S_OK);
 }
 
 void fill(DSP_SCALER_HELPER_IN &in, uint32_t w, uint32_t h) {

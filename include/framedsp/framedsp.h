@@ -50,11 +50,11 @@
  *
  * Availability in this release
  * ----------------------------
- * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspCreateFrameRateConverter, and the handle
- * checks of DspFrameRateConvert, DspCreateMotionVectors and DspCreateMipMaps.
+ * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspScalerHelper, DspCreateFrameRateConverter,
+ * and the handle checks of DspFrameRateConvert, DspCreateMotionVectors and DspCreateMipMaps.
  * Declared with their complete call frame (null checks and validation as documented) but whose
  * operation returns DSP_E_NOTIMPL for an accepted record until it lands: DspSubPixelFilter,
- * DspScaler, DspScalerHelper, DspCreateMipMaps.
+ * DspScaler, DspCreateMipMaps.
  * Not yet available (their algorithms are still open; the frame and handle checks are final and
  * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler, DspSubPixelScaler,
  * DspSubPixelScalerHelper, DspCreateMotionVectors and the conversion behind DspFrameRateConvert.
@@ -671,7 +671,21 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScaler(const DSP_SUBPIXEL_SCAL
 /* Computes the sizes and factors that map a source onto a destination without distorting the
  * picture.  E_POINTER when either pointer is null; S_OK with the result untouched when the record
  * is refused (any aspect term or full size 0; fill mode with a source region other than the whole
- * source).  This release: accepted records answer DSP_E_NOTIMPL. */
+ * source, 0 included).  Every other record gives S_OK and a written result.
+ *
+ * All arithmetic is in double precision.  sW x sH is the source region (0 = the full size), dW x
+ * dH the destination region.  The pixel shapes come from the FULL sizes:
+ *   sPAR = (ulSrcHeight * ulSrcAspectNumerator) / (ulSrcWidth * ulSrcAspectDenominator), dPAR alike.
+ * trunc() is truncation toward zero to a 64-bit integer of which the low 32 bits are kept; a value
+ * no 64-bit integer holds gives 0 (the factor that divides by it is then +infinity).
+ *   fit to height (no flag):  v = dH / sH, w = trunc(sPAR * sW * v / dPAR)  -> (w, dH, w / sW, v)
+ *   fit to width (bit 0):     h = dW / sW, o = trunc(dPAR * sH * h / sPAR)  -> (dW, o, h, o / sH)
+ *   fill (bit 1):             h = dW / sW, n = trunc(dH * sPAR / (h * dPAR)); if sH >= n:
+ *                             (sW, n, h, dH / n); else v = dH / sH, m = trunc(dPAR * dW / (sPAR * v));
+ *                             if sW >= m: (m, sH, dW / m, v); else (sW, sH, dW / sW, dH / sH).
+ * The factors are rounded to float last; they reproduce the sizes through the scaler's
+ * floor(size * factor + 0.5).  Example: 720x486 at 4:3 fitted to the height of 1920x1080 at 16:9
+ * gives 1440x1080 with factors 2.0 and 1080 / 486.  Other flag bits are ignored. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspScalerHelper(const DSP_SCALER_HELPER_IN *pIn,
                                                        DSP_SCALER_HELPER_OUT *pOut);
 
