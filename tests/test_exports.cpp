@@ -221,7 +221,7 @@ const std::vector<ExportCase> &export_cases() {
        [](Rig &r) { return DspFilter(&r.filter); }, DSP_S_OK, true},
       {"DspSubPixelFilter", "DspSubPixelFilter", FRAMEDSP_NULL_RECORD(DspSubPixelFilter),
        [](Rig &r) { r.subpixel_filter.Buffer.Out.Buffer.Region.ulWidth = kWidth + 0.5; },
-       [](Rig &r) { return DspSubPixelFilter(&r.subpixel_filter); }, kNotImpl, true},
+       [](Rig &r) { return DspSubPixelFilter(&r.subpixel_filter); }, DSP_S_OK, true},
       {"DspScaler_plain", "DspScaler", FRAMEDSP_NULL_RECORD(DspScaler), nullptr,
        [](Rig &r) { return DspScaler(&r.scaler); }, kNotImpl, true, 0},
       {"DspScaler_filtered", "DspScaler", FRAMEDSP_NULL_RECORD(DspScaler), nullptr,
@@ -585,7 +585,7 @@ TEST_P(SubPixelValidation, Verdict) {
   Rig rig;
   GetParam().edit(rig.subpixel_filter.Buffer);
   expect_verdict(rig, [](Rig &r) { return DspSubPixelFilter(&r.subpixel_filter); },
-                 "DspSubPixelFilter", GetParam().accepted);
+                 "DspSubPixelFilter", GetParam().accepted, DSP_S_OK);
 }
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
