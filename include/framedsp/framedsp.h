@@ -50,11 +50,12 @@
  *
  * Availability in this release
  * ----------------------------
- * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspScalerHelper, DspCreateFrameRateConverter,
- * and the handle checks of DspFrameRateConvert, DspCreateMotionVectors and DspCreateMipMaps.
+ * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspSubPixelFilter, DspScalerHelper,
+ * DspCreateFrameRateConverter, and the handle checks of DspFrameRateConvert,
+ * DspCreateMotionVectors and DspCreateMipMaps.
  * Declared with their complete call frame (null checks and validation as documented) but whose
- * operation returns DSP_E_NOTIMPL for an accepted record until it lands: DspSubPixelFilter,
- * DspScaler, DspCreateMipMaps.
+ * operation returns DSP_E_NOTIMPL for an accepted record until it lands: DspScaler,
+ * DspCreateMipMaps.
  * Not yet available (their algorithms are still open; the frame and handle checks are final and
  * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler, DspSubPixelScaler,
  * DspSubPixelScalerHelper, DspCreateMotionVectors and the conversion behind DspFrameRateConvert.
@@ -651,9 +652,28 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCompare(DSP_COMPARE_PARAMS *pParams);
  * empty and nothing is written. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFilter(const DSP_FILTER_PARAMS *pParams);
 
-/* The filter for fractional regions: as DspFilter, with widths compared as doubles and the
- * integer part of region widths required even in subsampled formats.  This release: accepted
- * records answer DSP_E_NOTIMPL. */
+/* The filter for fractional regions: DspFilter's filter types, settings, settings errors, option
+ * bit and plane handling on a record whose regions are doubles.
+ *
+ * Validation (a refusal is S_OK with nothing written): the formats and field rules of DspFilter;
+ * the input and output region widths equal as doubles (720.0 and 720.5 are refused); the output
+ * region height times the field factor (2 frame -> field, 1/2 field -> frame, else 1) equal to the
+ * input region height as doubles; in 4:2:2 formats the image widths and the whole parts of both
+ * region widths even (721.5 is refused, 720.5 accepted).
+ *
+ * In this release no sample is weighted by a fraction: each region value (origin and size) is
+ * truncated toward zero to a 64-bit integer of which the low 32 bits are used (NaN, infinities and
+ * values no 64-bit integer holds count as 0), and the call works on those whole rows, columns and
+ * bytes.  The record has no band fields: every call produces the whole region.
+ *
+ * Box settings, a FIR with only the horizontal direction on, and every copy (both directions off;
+ * with the colour-space conversion of DspBufferSmartCopy where the spaces differ) give exactly
+ * DspFilter's bytes for the truncated record.  FIR vertical taps differ at the picture's edges:
+ * tap k of centre row r reads rows max(r - k*s, 0) and min(r + k*s, H - s) (H the plane's rows, or
+ * a half's rows for eInterlace 3; s = 2 when an interleaved frame is walked field by field, else
+ * 1), so rows are clamped to the absolute first and last rows, and near the top and bottom of a
+ * field walk a tap may read a row of the other field.  Rows whose taps all stay inside come out as
+ * DspFilter's.  The vertical pass filters every byte, as DspFilter's does. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelFilter(const DSP_SUBPIXEL_FILTER_PARAMS *pParams);
 
 /* Resizes the input region into the output region.  No quiet refusal: settings errors are
