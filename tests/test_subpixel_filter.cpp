@@ -661,4 +661,88 @@ TEST(SubPixelFilter, WorkMemoryReleased) {
   }
 }
 
+// Random fractional records, regions reaching outside the images included: every call stays inside
+// its output (guards), and wherever DspFilter accepts the truncated record as well, the bytes are
+// DspFilter's (box and horizontal-only FIR share every kernel).
+TEST(SubPixelFilter, RandomRecordsMatchTheTruncatedWholePixelRecord) {
+  const uint32_t seed = framedsp_test::test_seed();
+  std::mt19937 rng(seed);
+  const uint32_t formats[] = {0, 1, 21, 24, 25, 261, 28, 22};
+  const uint32_t types[] = {0, 1, 2, 2};
+  int compared = 0;
+  for (int i = 0; i < 400; ++i) {
+    const uint32_t format = formats[rng() % 8];
+    const uint32_t w = 2 * (1 + rng() % 12), hi = 2 + rng() % 10, ho = 2 + rng() % 10;
+    Img in(format, w, hi), out(format, w, ho), out_whole(format, w, ho);
+    framedsp_test::fill_random(in.data(), in.bytes(), rng);
+    std::memset(out.data(), 0x3C, out.bytes());
+    std::memset(out_whole.data(), 0x3C, out_whole.bytes());
+    const uint32_t in_type = types[rng() % 4], out_type = types[rng() % 4];
+    DSP_BUFFER whole{};
+    whole.In = in.image(in_type, rng() % 4, rng() % 2);
+    whole.Out = out_whole.image(out_type, rng() % 4, rng() % 2);
+    whole.ulFlags = rng() % 32;
+    DSP_SUBPIXEL_FILTER_PARAMS sub{};
+    sub.Buffer.In = fractional(whole.In, 0, 0, 0, 0);
+    sub.Buffer.Out = fractional(out.image(out_type, whole.Out.eInterlace,
+                                          whole.Out.eImageOrientation), 0, 0, 0, 0);
+    sub.Buffer.ulFlags = whole.ulFlags;
+    const auto value = [&](double lo, double hi_) {
+      return lo + (hi_ - lo) * static_cast<double>(rng() % 10000) / 10000.0;
+    };
+    const double width = value(-4, w + 6), x_in = value(-5, w), x_out = value(-5, w);
+    const double h_out = value(-2, ho + 4);
+    const double factor = in_type == 2 && out_type != 2 ? 2.0 : (out_type == 2 && in_type != 2 ? 0.5 : 1.0);
+    DSP_SUBPIXEL_REGION &ri = sub.Buffer.In.Buffer.Region, &ro = sub.Buffer.Out.Buffer.Region;
+    ri = {{x_in, value(-3, hi)}, width, h_out * factor};
+    ro = {{x_out, value(-3, ho)}, width, h_out};
+    // The truncated record for DspFilter.
+    for (int side = 0; side < 2; ++side) {
+      const DSP_SUBPIXEL_REGION &r = side ? ro : ri;
+      DSP_REGION &d = side ? whole.Out.Buffer.Region : whole.In.Buffer.Region;
+      d.ptOffset.x = static_cast<int32_t>(static_cast<int64_t>(r.ptOffset.x));
+      d.ptOffset.y = static_cast<int32_t>(static_cast<int64_t>(r.ptOffset.y));
+      d.ulWidth = static_cast<uint32_t>(static_cast<int64_t>(r.ulWidth));
+      d.ulHeight = static_cast<uint32_t>(static_cast<int64_t>(r.ulHeight));
+    }
+    const bool box = rng() % 2;
+    const uint32_t box_w = static_cast<uint32_t>(rng() % 6), box_h = static_cast<uint32_t>(rng() % 6);
+    const uint32_t taps = static_cast<uint32_t>(3 + rng() % 13);
+    const uint32_t cutoff = rng() % 2 ? 30u : 100u;
+    DSP_BOX_SETTINGS box_settings{box_w, 0, box_h};
+    DSP_FIR_SETTINGS fir_settings{taps, cutoff, 0, 3, 100};
+    sub.eFilterType = box ? DSP_FILTER_TYPE_BOX : DSP_FILTER_TYPE_FIR;
+    sub.pSettings = box ? static_cast<const void *>(&box_settings) : &fir_settings;
+    sub.ulOptions = rng() % 2;
+    DSP_FILTER_PARAMS p{};
+    p.eFilterType = sub.eFilterType;
+    p.pSettings = sub.pSettings;
+    p.Buffer = whole;
+    p.ulOptions = sub.ulOptions;
+    const DSP_HRESULT got = DspSubPixelFilter(&sub);
+    ASSERT_TRUE(out.mem->intact()) << "case " << i << " seed " << seed << " " << out.mem->damage();
+    // The temporary frame is sized from the truncated region as given (a negative width reads as
+    // a huge unsigned one), as DspFilter sizes it: work memory can then not be had.
+    ASSERT_TRUE(got == DSP_S_OK || (sub.ulOptions == 1 && got == DSP_E_OUTOFMEMORY))
+        << "case " << i << " status " << got;
+    // Accepted by DspFilter's rules: exact equal widths are kept by truncation; heights may not be.
+    const bool whole_accepts = whole.In.Buffer.Region.ulWidth == whole.Out.Buffer.Region.ulWidth &&
+                               double(whole.Out.Buffer.Region.ulHeight) * factor ==
+                                   double(whole.In.Buffer.Region.ulHeight);
+    const bool sub_accepts = !(in_type == 2 && whole.In.eInterlace == 0 && out_type == 2 &&
+                               whole.Out.eInterlace == 2) &&
+                             (format == 0 || format == 1 ||
+                              ((static_cast<int64_t>(width) & 1) == 0));
+    if (whole_accepts && sub_accepts) {
+      ASSERT_EQ(got, DspFilter(&p)) << "case " << i << " seed " << seed;
+      ASSERT_TRUE(out_whole.mem->intact());
+      ASSERT_EQ(0, std::memcmp(out.data(), out_whole.data(), out.bytes()))
+          << "case " << i << " seed " << seed << "\n"
+          << framedsp_test::hex_diff(out_whole.data(), out.data(), out.bytes());
+      ++compared;
+    }
+  }
+  EXPECT_GT(compared, 40);
+}
+
 }  // namespace
