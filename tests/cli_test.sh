@@ -526,6 +526,64 @@ run help filter
 expect_status 0 "help filter"
 expect_in "$T/out" "examples:" "help filter"
 
+# ---- fit
+# fit_expect MODE SW SH SN SD DW DH DN DD: the output size the tool must print, computed here in
+# awk's doubles in the same order of operations (pixel shape = H * N / (W * D)).
+fit_expect() {
+  awk -v m="$1" -v sw="$2" -v sh="$3" -v sn="$4" -v sd="$5" -v dw="$6" -v dh="$7" -v dn="$8" \
+    -v dd="$9" 'BEGIN {
+    sp = (sh * sn) / (sw * sd); dp = (dh * dn) / (dw * dd)
+    if (m == "width") { h = dw / sw; printf "%dx%d\n", dw, int(dp * sh * h / sp) }
+    else { v = dh / sh; printf "%dx%d\n", int(sp * sw * v / dp), dh }
+  }'
+}
+run fit --src 720x486 --src-aspect 4:3 --dst 1920x1080 --dst-aspect 16:9
+expect_status 0 "fit 720x486 4:3 to the height of 1920x1080 16:9"
+expect_in "$T/out" "output: 1440x1080" "fit to height"
+expect_in "$T/out" "scale: --to 1440x1080" "fit to height"
+expect_in "$T/out" "mode: height" "fit to height"
+factors=$(sed -n 's/^factors: //p' "$T/out")
+awk -v f="$factors" 'BEGIN { split(f, a, " "); d = a[2] - 1080 / 486; if (d < 0) d = -d;
+  exit !(a[1] == 2 && d < 1e-6) }' || fail "fit to height: factors '$factors', expected 2 and 1080/486"
+for c in "width 720 486 4 3 1920 1080 16 9" "height 640 480 4 3 1280 720 16 9" \
+  "width 1920 1080 16 9 720 576 4 3" "height 1920 1080 16 9 720 480 4 3" \
+  "height 352 288 4 3 1024 768 4 3" "width 1000 999 37 29 333 777 5 11"; do
+  set -- $c
+  want=$(fit_expect "$@")
+  run fit --mode "$1" --src "$2x$3" --src-aspect "$4:$5" --dst "$6x$7" --dst-aspect "$8:$9"
+  expect_status 0 "fit $c"
+  expect_in "$T/out" "output: $want" "fit $c"
+  expect_in "$T/out" "scale: --to $want" "fit $c"
+done
+# Square pixels by default: a 2:1 picture fitted to the width of a 100x100 square is 100x50.
+run fit --src 200x100 --dst 100x100 --mode width
+expect_status 0 "fit with square pixels"
+expect_in "$T/out" "output: 100x50" "fit with square pixels"
+expect_in "$T/out" "factors: 0.5 0.5" "fit with square pixels"
+# Fill: 16:9 HD covering 4:3 PAL crops the width to 1440 and keeps all 1080 lines.
+run fit --src 1920x1080 --src-aspect 16:9 --dst 720x576 --dst-aspect 4:3 --mode fill
+expect_status 0 "fit fill"
+expect_in "$T/out" "crop: 1440x1080+240+0" "fit fill"
+expect_in "$T/out" "output: 720x576" "fit fill"
+expect_in "$T/out" "factors: 0.5 " "fit fill"
+# A destination region replaces the destination size.
+run fit --src 720x486 --src-aspect 4:3 --dst 1920x1080 --dst-aspect 16:9 --dst-region 960x540
+expect_status 0 "fit into a region"
+expect_in "$T/out" "output: 720x540" "fit into a region"
+for bad in "--src 720x486" "--dst 720x486" "--src 0x486 --dst 720x486" \
+  "--src 720x486 --dst 720x486 --src-aspect 4:0" "--src 720x486 --dst 720x486 --src-aspect 43" \
+  "--src 720x486 --dst 720x486 --mode fit" "--src 720x486 --dst 720x486 --mode fill --src-region 10x10" \
+  "--src 720x486 --dst 720x486 --src-region 800x10" "--src 720x486 --dst 720x486 extra"; do
+  run fit $bad
+  expect_status 2 "fit $bad"
+  expect_in "$T/err" "Try 'framedsp help fit'" "fit $bad"
+done
+run fit --src 720x486 --src-aspect 4:3 --dst 720x486 --dst-aspect 999999999:1
+expect_status 1 "fit to an empty picture"
+run fit --help
+expect_status 0 "fit --help"
+expect_in "$T/out" "--mode fill|width|height" "fit --help"
+
 # ---- demo
 run demo --out "$T/demo" -s 64x32 --frames 3
 expect_status 0 "demo"

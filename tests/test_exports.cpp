@@ -221,7 +221,7 @@ const std::vector<ExportCase> &export_cases() {
        [](Rig &r) { return DspFilter(&r.filter); }, DSP_S_OK, true},
       {"DspSubPixelFilter", "DspSubPixelFilter", FRAMEDSP_NULL_RECORD(DspSubPixelFilter),
        [](Rig &r) { r.subpixel_filter.Buffer.Out.Buffer.Region.ulWidth = kWidth + 0.5; },
-       [](Rig &r) { return DspSubPixelFilter(&r.subpixel_filter); }, kNotImpl, true},
+       [](Rig &r) { return DspSubPixelFilter(&r.subpixel_filter); }, DSP_S_OK, true},
       {"DspScaler_plain", "DspScaler", FRAMEDSP_NULL_RECORD(DspScaler), nullptr,
        [](Rig &r) { return DspScaler(&r.scaler); }, kNotImpl, true, 0},
       {"DspScaler_filtered", "DspScaler", FRAMEDSP_NULL_RECORD(DspScaler), nullptr,
@@ -241,7 +241,7 @@ const std::vector<ExportCase> &export_cases() {
         {"null_out", [](Rig &r) { return DspScalerHelper(&r.helper_in, nullptr); }, kPtr},
         {"both_null", [](Rig &) { return DspScalerHelper(nullptr, nullptr); }, kPtr}},
        [](Rig &r) { r.helper_in.ulDstAspectDenominator = 0; },
-       [](Rig &r) { return DspScalerHelper(&r.helper_in, &r.helper_out); }, kNotImpl, true},
+       [](Rig &r) { return DspScalerHelper(&r.helper_in, &r.helper_out); }, DSP_S_OK, true},
       {"DspSubPixelScalerHelper", "DspSubPixelScalerHelper",
        {{"null_in", [](Rig &r) { return DspSubPixelScalerHelper(nullptr, r.subpixel_helper_out); },
          kPtr},
@@ -588,7 +588,7 @@ TEST_P(SubPixelValidation, Verdict) {
   Rig rig;
   GetParam().edit(rig.subpixel_filter.Buffer);
   expect_verdict(rig, [](Rig &r) { return DspSubPixelFilter(&r.subpixel_filter); },
-                 "DspSubPixelFilter", GetParam().accepted);
+                 "DspSubPixelFilter", GetParam().accepted, DSP_S_OK);
 }
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -628,7 +628,7 @@ TEST_P(HelperValidation, Verdict) {
   Rig rig;
   GetParam().edit(rig.helper_in);
   expect_verdict(rig, [](Rig &r) { return DspScalerHelper(&r.helper_in, &r.helper_out); },
-                 "DspScalerHelper", GetParam().accepted);
+                 "DspScalerHelper", GetParam().accepted, DSP_S_OK);
 }
 
 void fill(DSP_SCALER_HELPER_IN &in, uint32_t w, uint32_t h) {

@@ -11,6 +11,7 @@
 #include "copy_command.h"
 #include "demo.h"
 #include "filter_command.h"
+#include "fit_command.h"
 #include "formats.h"
 #include "frame/pixel_format.h"
 #include "png_writer.h"
@@ -32,6 +33,7 @@ const char kMainHelp[] =
     "  compare    MSE and PSNR per channel between two raw video files; difference images\n"
     "  copy       copy frames, regions and fields; flip; change field dominance or BT.601/709\n"
     "  filter     FIR low-pass or box-blur frames, per direction\n"
+    "  fit        output size and scale factors that keep the picture's aspect ratio\n"
     "  generate   write the built-in test clip as a raw uyvy422 file\n"
     "  demo       run the library's operations on the test clip: PNG previews and a report\n"
     "  help       help on one command, e.g. 'framedsp help compare'\n"
@@ -305,6 +307,7 @@ const Command kCommands[] = {
     {"compare", kCompareHelp, cmd_compare},
     {"copy", kCopyHelp, cmd_copy},
     {"filter", kFilterHelp, cmd_filter},
+    {"fit", kFitHelp, cmd_fit},
     {"generate", kGenerateHelp, cmd_generate},
     {"demo", kDemoHelp, cmd_demo},
     {"help", kHelpHelp, cmd_help},
@@ -322,7 +325,7 @@ std::string unknown_command(const std::string &name) {
   for (const Command &c : kCommands) {
     if (edit_distance(name, c.name) <= 2) return message + "; did you mean '" + c.name + "'?";
   }
-  return message + " (commands: formats, compare, copy, filter, generate, demo, help)";
+  return message + " (commands: formats, compare, copy, filter, fit, generate, demo, help)";
 }
 
 int cmd_help(const std::vector<std::string> &args) {

@@ -61,11 +61,12 @@
  *
  * Availability in this release
  * ----------------------------
- * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspCreateFrameRateConverter, and the handle
- * checks of DspFrameRateConvert, DspCreateMotionVectors and DspCreateMipMaps.
+ * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspSubPixelFilter, DspScalerHelper,
+ * DspCreateFrameRateConverter, and the handle checks of DspFrameRateConvert,
+ * DspCreateMotionVectors and DspCreateMipMaps.
  * Declared with their complete call frame (null checks and validation as documented) but whose
- * operation returns DSP_E_NOTIMPL for an accepted record until it lands: DspSubPixelFilter,
- * DspScaler, DspScalerHelper, DspCreateMipMaps.
+ * operation returns DSP_E_NOTIMPL for an accepted record until it lands: DspScaler,
+ * DspCreateMipMaps.
  * Not yet available (their algorithms are still open; the frame and handle checks are final and
  * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler, DspSubPixelScaler,
  * DspSubPixelScalerHelper, DspCreateMotionVectors and the conversion behind DspFrameRateConvert.
@@ -697,9 +698,28 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCompare(DSP_COMPARE_PARAMS *pParams);
  * empty and nothing is written. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFilter(const DSP_FILTER_PARAMS *pParams);
 
-/* The filter for fractional regions: as DspFilter, with widths compared as doubles and the
- * integer part of region widths required even in subsampled formats.  This release: accepted
- * records answer DSP_E_NOTIMPL. */
+/* The filter for fractional regions: DspFilter's filter types, settings, settings errors, option
+ * bit and plane handling on a record whose regions are doubles.
+ *
+ * Validation (a refusal is S_OK with nothing written): the formats and field rules of DspFilter;
+ * the input and output region widths equal as doubles (720.0 and 720.5 are refused); the output
+ * region height times the field factor (2 frame -> field, 1/2 field -> frame, else 1) equal to the
+ * input region height as doubles; in 4:2:2 formats the image widths and the whole parts of both
+ * region widths even (721.5 is refused, 720.5 accepted).
+ *
+ * In this release no sample is weighted by a fraction: each region value (origin and size) is
+ * truncated toward zero to a 64-bit integer of which the low 32 bits are used (NaN, infinities and
+ * values no 64-bit integer holds count as 0), and the call works on those whole rows, columns and
+ * bytes.  The record has no band fields: every call produces the whole region.
+ *
+ * Box settings, a FIR with only the horizontal direction on, and every copy (both directions off;
+ * with the colour-space conversion of DspBufferSmartCopy where the spaces differ) give exactly
+ * DspFilter's bytes for the truncated record.  FIR vertical taps differ at the picture's edges:
+ * tap k of centre row r reads rows max(r - k*s, 0) and min(r + k*s, H - s) (H the plane's rows, or
+ * a half's rows for eInterlace 3; s = 2 when an interleaved frame is walked field by field, else
+ * 1), so rows are clamped to the absolute first and last rows, and near the top and bottom of a
+ * field walk a tap may read a row of the other field.  Rows whose taps all stay inside come out as
+ * DspFilter's.  The vertical pass filters every byte, as DspFilter's does. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelFilter(const DSP_SUBPIXEL_FILTER_PARAMS *pParams);
 
 /* Resizes the input region into the output region.  No quiet refusal: settings errors are
@@ -717,7 +737,21 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScaler(const DSP_SUBPIXEL_SCAL
 /* Computes the sizes and factors that map a source onto a destination without distorting the
  * picture.  E_POINTER when either pointer is null; S_OK with the result untouched when the record
  * is refused (any aspect term or full size 0; fill mode with a source region other than the whole
- * source).  This release: accepted records answer DSP_E_NOTIMPL. */
+ * source, 0 included).  Every other record gives S_OK and a written result.
+ *
+ * All arithmetic is in double precision.  sW x sH is the source region (0 = the full size), dW x
+ * dH the destination region.  The pixel shapes come from the FULL sizes:
+ *   sPAR = (ulSrcHeight * ulSrcAspectNumerator) / (ulSrcWidth * ulSrcAspectDenominator), dPAR alike.
+ * trunc() is truncation toward zero to a 64-bit integer of which the low 32 bits are kept; a value
+ * no 64-bit integer holds gives 0 (the factor that divides by it is then +infinity).
+ *   fit to height (no flag):  v = dH / sH, w = trunc(sPAR * sW * v / dPAR)  -> (w, dH, w / sW, v)
+ *   fit to width (bit 0):     h = dW / sW, o = trunc(dPAR * sH * h / sPAR)  -> (dW, o, h, o / sH)
+ *   fill (bit 1):             h = dW / sW, n = trunc(dH * sPAR / (h * dPAR)); if sH >= n:
+ *                             (sW, n, h, dH / n); else v = dH / sH, m = trunc(dPAR * dW / (sPAR * v));
+ *                             if sW >= m: (m, sH, dW / m, v); else (sW, sH, dW / sW, dH / sH).
+ * The factors are rounded to float last; they reproduce the sizes through the scaler's
+ * floor(size * factor + 0.5).  Example: 720x486 at 4:3 fitted to the height of 1920x1080 at 16:9
+ * gives 1440x1080 with factors 2.0 and 1080 / 486.  Other flag bits are ignored. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspScalerHelper(const DSP_SCALER_HELPER_IN *pIn,
                                                        DSP_SCALER_HELPER_OUT *pOut);
 

@@ -132,4 +132,8 @@ void fir_init_avx2(FirKernelTable *table) {
   fir_fill_v<FirVStepAvx2>(table, std::make_index_sequence<kFirTableCount>{});
 }
 
+void fir_sub_init_avx2(FirSubKernelTable *table) {
+  fir_fill_sv<FirVStepAvx2>(table, std::make_index_sequence<kFirTableCount>{});
+}
+
 }  // namespace framedsp

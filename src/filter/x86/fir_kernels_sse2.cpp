@@ -156,4 +156,8 @@ void fir_init_sse2(FirKernelTable *table) {
   fir_fill_v<FirVStepSse2>(table, std::make_index_sequence<kFirTableCount>{});
 }
 
+void fir_sub_init_sse2(FirSubKernelTable *table) {
+  fir_fill_sv<FirVStepSse2>(table, std::make_index_sequence<kFirTableCount>{});
+}
+
 }  // namespace framedsp
