@@ -209,7 +209,7 @@ HRESULT scaler_worker(const DSP_SCALER_PARAMS *params, const DSP_BUFFER *buffer,
 
   if (s.mode == kScaleModeNone) {
     // Nothing to scale: the format copy (colour-converting when the spaces differ), staged or not.
-    return smart_copy(&s.raw) == kOk ? kOk : kFail;
+    return smart_copy_unchecked(&s.raw) == kOk ? kOk : kFail;
   }
   const uint32_t format = s.norm.Out.ePixelFormat;
   if (is_two_plane(format)) {
