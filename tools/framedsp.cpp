@@ -11,6 +11,7 @@
 #include "copy_command.h"
 #include "demo.h"
 #include "filter_command.h"
+#include "scale_command.h"
 #include "formats.h"
 #include "frame/pixel_format.h"
 #include "png_writer.h"
@@ -305,6 +306,7 @@ const Command kCommands[] = {
     {"compare", kCompareHelp, cmd_compare},
     {"copy", kCopyHelp, cmd_copy},
     {"filter", kFilterHelp, cmd_filter},
+    {"scale", kScaleHelp, cmd_scale},
     {"generate", kGenerateHelp, cmd_generate},
     {"demo", kDemoHelp, cmd_demo},
     {"help", kHelpHelp, cmd_help},
@@ -322,7 +324,7 @@ std::string unknown_command(const std::string &name) {
   for (const Command &c : kCommands) {
     if (edit_distance(name, c.name) <= 2) return message + "; did you mean '" + c.name + "'?";
   }
-  return message + " (commands: formats, compare, copy, filter, generate, demo, help)";
+  return message + " (commands: formats, compare, copy, filter, scale, generate, demo, help)";
 }
 
 int cmd_help(const std::vector<std::string> &args) {
