@@ -141,6 +141,7 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
   scale_line_table_init(&lines, cpu_flags());
   const uint32_t cls = format_class(format);
   const ScaleResampler resample = kLinear ? lines.linear[cls] : lines.nearest[cls];
+  const ScalePlannedResampler planned = kLinear ? lines.planned_linear[cls] : lines.planned_nearest[cls];
   ScaleColorCoefficients coefficients;
   ScaleColorConverter convert = nullptr;
   if (kConvert && scale_color_coefficients(b.In.eColorSpace, b.Out.eColorSpace, &coefficients)) {
@@ -165,11 +166,19 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
 
   // Work memory: two resampled lines, one finished line, the source-line and fraction tables.
   WorkLine line_a, line_b, line_out;
-  WorkBlock index_table, fraction_table;
+  WorkBlock index_table, fraction_table, plan_block;
   const size_t table_bytes = size_t(max_lines) * 4 + 16;
   if (!line_a.allocate(dst_bytes) || !line_b.allocate(dst_bytes) || !line_out.allocate(dst_bytes) ||
       !index_table.allocate(table_bytes) || (kLinear && !fraction_table.allocate(table_bytes))) {
     return kOutOfMemory;
+  }
+  // Horizontal positions once per call for the 8-bit classes.
+  const size_t plan_entries = planned && resampled ? scale_plan_entries(cls, dst_bytes) : 0;
+  ScalePlanEntry *positions = nullptr;
+  if (plan_entries) {
+    if (!plan_block.allocate(plan_entries * sizeof(ScalePlanEntry) + 16)) return kOutOfMemory;
+    positions = reinterpret_cast<ScalePlanEntry *>(plan_block.aligned());
+    scale_plan_build(cls, hstep, src_bytes, dst_bytes, positions);
   }
   int32_t *const index = reinterpret_cast<int32_t *>(index_table.aligned());
   int32_t *const fraction = kLinear ? reinterpret_cast<int32_t *>(fraction_table.aligned()) : nullptr;
@@ -194,7 +203,11 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
     cache.reset();
     auto fill = [&](int32_t i, uint8_t *to) {
       const uint8_t *src = src_side.line(run.src.first + i * run.src.step);
-      resample(src, to, hstep, src_bytes, dst_bytes);
+      if (positions && src_bytes) {
+        planned(src, to, positions, plan_entries);
+      } else {
+        resample(src, to, hstep, src_bytes, dst_bytes);
+      }
     };
     auto source = [&](int32_t i, int32_t keep) -> const uint8_t * {
       if (!resampled) return src_side.line(run.src.first + i * run.src.step);

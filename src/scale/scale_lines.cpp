@@ -140,6 +140,32 @@ void resample_16(const uint8_t *src, uint8_t *dst, uint32_t step, size_t src_byt
     resample_stream<Stream<kGroup, 1, 6, 0, 2>, kGroup, 1, kLinear>(src, dst, step, src_bytes, dst_bytes);
 }
 
+// Bytes a unit of the planned class: the pixel in classes 3..6, one byte in classes 0..2.
+size_t plan_unit(uint32_t cls) {
+  switch (cls) {
+    case 0: case 1: case 2: return 1;
+    case 3: case 5: return 4;
+    case 4: return 3;
+    case 6: return 1;
+    default: return 0;
+  }
+}
+
+template <int K>
+void planned_nearest(const uint8_t *src, uint8_t *dst, const ScalePlanEntry *plan, size_t entries) {
+  for (size_t j = 0; j < entries; ++j, dst += K) std::memcpy(dst, src + plan[j].a, K);
+}
+
+template <int K>
+void planned_linear(const uint8_t *src, uint8_t *dst, const ScalePlanEntry *plan, size_t entries) {
+  for (size_t j = 0; j < entries; ++j, dst += K) {
+    const uint8_t *a = src + plan[j].a;
+    const uint8_t *b = src + plan[j].b;
+    const uint32_t f = plan[j].f, g = kScaleOne - f;
+    for (int c = 0; c < K; ++c) dst[c] = static_cast<uint8_t>((a[c] * g + b[c] * f + 8192) >> 14);
+  }
+}
+
 inline uint8_t clamp_u8(int v) { return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v)); }
 inline int sat16(int v) { return v < -32768 ? -32768 : (v > 32767 ? 32767 : v); }
 
@@ -175,6 +201,50 @@ void scale_blend_c(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t we
   }
   for (size_t i = 0; i < bytes; ++i) {
     dst[i] = static_cast<uint8_t>((a[i] * weight_a + b[i] * weight_b + 8192) >> 14);
+  }
+}
+
+void scale_planned_linear4_c(const uint8_t *src, uint8_t *dst, const ScalePlanEntry *plan, size_t entries) {
+  planned_linear<4>(src, dst, plan, entries);
+}
+
+size_t scale_plan_entries(uint32_t cls, size_t dst_bytes) {
+  const size_t unit = plan_unit(cls);
+  if (unit == 0) return 0;
+  const size_t group = cls <= 2 ? 4 : unit;
+  return dst_bytes / group * group / unit;
+}
+
+void scale_plan_build(uint32_t cls, uint32_t step, size_t src_bytes, size_t dst_bytes, ScalePlanEntry *plan) {
+  const size_t unit = plan_unit(cls);
+  if (unit == 0) return;
+  auto entry = [step](uint64_t j, uint64_t count, auto at) {
+    const uint64_t acc = j * step;
+    const uint64_t last = count - 1;
+    const uint64_t i = std::min<uint64_t>(acc >> kScaleFractionBits, last);
+    return ScalePlanEntry{static_cast<uint32_t>(at(i)), static_cast<uint32_t>(at(std::min(i + 1, last))),
+                          static_cast<uint32_t>(acc & kScaleFractionMask)};
+  };
+  if (cls > 2) {
+    const size_t src_count = src_bytes / unit, dst_count = dst_bytes / unit;
+    if (src_count == 0) return;
+    for (size_t j = 0; j < dst_count; ++j) plan[j] = entry(j, src_count, [unit](uint64_t i) { return i * unit; });
+    return;
+  }
+  // 4:2:2: byte positions of the two luma samples and the two chroma samples in a group.
+  static const int kLayout[3][4] = {{1, 3, 0, 2}, {2, 3, 0, 1}, {0, 2, 1, 3}};  // Y0 Y1 Cb Cr
+  const int *l = kLayout[cls];
+  const size_t src_groups = src_bytes / 4, dst_groups = dst_bytes / 4;
+  if (src_groups == 0) return;
+  auto luma = [l](uint64_t i) { return (i >> 1) * 4 + static_cast<uint64_t>((i & 1) ? l[1] : l[0]); };
+  for (size_t g = 0; g < dst_groups; ++g) {
+    ScalePlanEntry *e = plan + 4 * g;
+    e[l[0]] = entry(2 * g, src_groups * 2, luma);
+    e[l[1]] = entry(2 * g + 1, src_groups * 2, luma);
+    for (int c = 2; c < 4; ++c) {
+      const uint64_t offset = static_cast<uint64_t>(l[c]);
+      e[l[c]] = entry(g, src_groups, [offset](uint64_t i) { return i * 4 + offset; });
+    }
   }
 }
 
@@ -246,6 +316,17 @@ void scale_line_table_init(ScaleLineTable *t, uint32_t cpu_flags) {
   t->nearest[11] = resample_16<1, false>;
   t->linear[11] = resample_16<1, true>;
   for (auto &c : t->convert) c = nullptr;
+  for (int c = 0; c < kScaleClasses; ++c) t->planned_nearest[c] = t->planned_linear[c] = nullptr;
+  for (int c = 0; c <= 2; ++c) {
+    t->planned_nearest[c] = planned_nearest<1>;
+    t->planned_linear[c] = planned_linear<1>;
+  }
+  t->planned_nearest[3] = t->planned_nearest[5] = planned_nearest<4>;
+  t->planned_linear[3] = t->planned_linear[5] = planned_linear<4>;
+  t->planned_nearest[4] = planned_nearest<3>;
+  t->planned_linear[4] = planned_linear<3>;
+  t->planned_nearest[6] = planned_nearest<1>;
+  t->planned_linear[6] = planned_linear<1>;
   t->convert[0] = convert_422<1, 3, 0, 2>;
   t->convert[1] = convert_422<2, 3, 0, 1>;
   t->convert[2] = convert_422<0, 2, 1, 3>;

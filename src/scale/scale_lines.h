@@ -71,7 +71,26 @@ using ScaleColorConverter = void (*)(uint8_t *line, size_t bytes, const ScaleCol
 // without a conversion.
 bool scale_color_coefficients(uint32_t in_space, uint32_t out_space, ScaleColorCoefficients *k);
 
+// A prepared resampler for the 8-bit classes (0..6): one entry per output unit (a whole pixel in
+// classes 3..6, a byte in the 4:2:2 classes 0..2) holding the byte offsets of the two source units
+// and the fraction, so that a frame kernel computes the positions once per call instead of once
+// per line.  Entries cover whole output groups only, in output order; the bytes produced are the
+// resampler's own.
+struct ScalePlanEntry {
+  uint32_t a;  // byte offset of the sample at acc >> 14
+  uint32_t b;  // byte offset of the next sample of the same kind (clamped)
+  uint32_t f;  // acc & 0x3FFF
+};
+// Entries a plan of `dst_bytes` output bytes needs (0 for the classes without plans: 7..11).
+size_t scale_plan_entries(uint32_t cls, size_t dst_bytes);
+void scale_plan_build(uint32_t cls, uint32_t step, size_t src_bytes, size_t dst_bytes,
+                      ScalePlanEntry *plan);
+using ScalePlannedResampler = void (*)(const uint8_t *src, uint8_t *dst, const ScalePlanEntry *plan,
+                                       size_t entries);
+
 struct ScaleLineTable {
+  ScalePlannedResampler planned_nearest[kScaleClasses];  // null for classes 7..11
+  ScalePlannedResampler planned_linear[kScaleClasses];
   ScaleResampler nearest[kScaleClasses];
   ScaleResampler linear[kScaleClasses];
   // Null for the classes that are never converted (full-chroma, key and 16-bit classes).
@@ -83,6 +102,7 @@ struct ScaleLineTable {
 void scale_line_table_init(ScaleLineTable *table, uint32_t cpu_flags);
 
 // The scalar twins, for the differential tests.
+void scale_planned_linear4_c(const uint8_t *src, uint8_t *dst, const ScalePlanEntry *plan, size_t entries);
 void scale_blend_c(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weight_b,
                    uint32_t weight_a, size_t bytes);
 
