@@ -246,3 +246,76 @@ TEST(ScaleColor, ConverterFollowsItsFormulaInEveryLayout) {
 }
 
 }  // namespace
+
+namespace {
+
+// ---- prepared resamplers ---------------------------------------------------------------------
+
+TEST(ScalePlanned, SameBytesAsTheLineResamplersInEveryEightBitClass) {
+  framedsp::ScaleLineTable t;
+  framedsp::scale_line_table_init(&t, framedsp::cpu_flags());
+  std::mt19937 rng(framedsp_test::test_seed() + 77);
+  for (const RefLayout &l : layouts()) {
+    const size_t entries_unit = l.cls <= 2 ? 1 : size_t(l.group);
+    if (l.cls > 6) {
+      EXPECT_EQ(framedsp::scale_plan_entries(l.cls, 64), 0u);
+      EXPECT_EQ(t.planned_linear[l.cls], nullptr);
+      continue;
+    }
+    for (int trial = 0; trial < 60; ++trial) {
+      const size_t sg = 1 + rng() % 40, dg = 1 + rng() % 40;
+      const size_t sb = sg * l.group, db = dg * l.group + (trial & 1 ? l.group - 1 : 0);
+      const size_t pixels_s = sb / l.group * l.streams[0].per, pixels_d = db / l.group * l.streams[0].per;
+      const uint32_t step = uint32_t((uint64_t(pixels_s) << 14) / pixels_d);
+      const size_t n = framedsp::scale_plan_entries(l.cls, db);
+      ASSERT_EQ(n, db / l.group * l.group / entries_unit);
+      std::vector<framedsp::ScalePlanEntry> plan(n);
+      framedsp::scale_plan_build(l.cls, step, sb, db, plan.data());
+      GuardedBuffer src(sb, 0);
+      framedsp_test::fill_random(src.data(), sb, rng);
+      for (int linear = 0; linear < 2; ++linear) {
+        GuardedBuffer a(db, 16, 0x11), b(db, 16, 0x11);
+        (linear ? t.linear : t.nearest)[l.cls](src.data(), a.data(), step, sb, db);
+        (linear ? t.planned_linear : t.planned_nearest)[l.cls](src.data(), b.data(), plan.data(), n);
+        ASSERT_TRUE(a.intact() && b.intact());
+        ASSERT_EQ(0, std::memcmp(a.data(), b.data(), db))
+            << "format " << l.format << " linear " << linear << " " << sb << " -> " << db;
+      }
+    }
+  }
+}
+
+TEST(ScalePlanned, SimdFourBytePixelsEqualScalarOnEveryLengthAndLead) {
+  framedsp::ScaleLineTable t;
+  framedsp::scale_line_table_init(&t, framedsp::cpu_flags());
+  if (t.planned_linear[5] == framedsp::scale_planned_linear4_c) GTEST_SKIP() << "no SIMD resampler here";
+  std::mt19937 rng(framedsp_test::test_seed() + 5);
+  const size_t src_pixels = 97;
+  GuardedBuffer src(src_pixels * 4, 0);
+  framedsp_test::fill_random(src.data(), src.size(), rng);
+  for (size_t n = 0; n <= 300; ++n) {
+    std::vector<framedsp::ScalePlanEntry> plan(n);
+    for (auto &e : plan) {
+      const uint32_t i = rng() % src_pixels;
+      e = {i * 4, (rng() % 4 ? std::min<uint32_t>(i + 1, src_pixels - 1) : i) * 4,
+           uint32_t(rng() % 3 ? rng() % 16384 : (rng() % 2 ? 0 : 16383))};
+    }
+    for (size_t lead = 0; lead < 16; ++lead) {
+      GuardedBuffer a(lead + 4 * n, 16, 0x22), b(lead + 4 * n, 16, 0x22);
+      t.planned_linear[5](src.data(), a.data() + lead, plan.data(), n);
+      framedsp::scale_planned_linear4_c(src.data(), b.data() + lead, plan.data(), n);
+      ASSERT_TRUE(a.intact() && b.intact());
+      for (size_t j = 0; j < n; ++j) {
+        for (int c = 0; c < 4; ++c) {
+          const uint32_t f = plan[j].f;
+          const uint8_t want = uint8_t((src[plan[j].a + c] * (16384 - f) + src[plan[j].b + c] * f + 8192) >> 14);
+          ASSERT_EQ(a[lead + 4 * j + c], want) << n << " " << lead << " " << j;
+          ASSERT_EQ(b[lead + 4 * j + c], want);
+        }
+      }
+      for (size_t i = 0; i < lead; ++i) ASSERT_EQ(a[i], 0x22);
+    }
+  }
+}
+
+}  // namespace
