@@ -411,6 +411,8 @@ const ErrorCase kErrors[] = {
     {"NegativeInputOffset", [](DSP_SCALER_PARAMS *p) { p->Buffer.In.Buffer.Region.ptOffset.x = -2; }, DSP_E_INVALIDARG},
     {"OutputRegionPastTheRoom", [](DSP_SCALER_PARAMS *p) { p->Buffer.Out.Buffer.Region.ptOffset.y = 2; }, DSP_E_INVALIDARG},
     {"OutputOriginOutside", [](DSP_SCALER_PARAMS *p) { p->Buffer.Out.Buffer.Region.ptOffset.x = 100; }, DSP_E_INVALIDARG},
+    {"NullInputMemory", [](DSP_SCALER_PARAMS *p) { p->Buffer.In.Buffer.pBuffer = nullptr; }, DSP_E_INVALIDARG},
+    {"NullOutputMemory", [](DSP_SCALER_PARAMS *p) { p->Buffer.Out.Buffer.pBuffer = nullptr; }, DSP_E_INVALIDARG},
     {"FilteredPathNotYet", [](DSP_SCALER_PARAMS *p) { p->ulOptions = DSP_SCALER_OPTION_FILTERED; }, DSP_E_NOTIMPL},
 };
 

@@ -672,10 +672,11 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelFilter(const DSP_SUBPIXEL_FILT
  * scaled picture, never a line read from outside the input region.  No scaling at all: the call
  * is the format copy (DspBufferSmartCopy's rules, colour-converting when the spaces differ).
  *
- * Validation: formats 0, 1, 5, 21..25, 28, 30, 31, 129, 261..263, output format equal; even widths
- * except 0, 1, 5; not an interleaved frame (interlace 0) into a progressive frame; with
- * DSP_BUFFER_PROCESS_FIELDA/B set the input's eInterlace is 0 or the output's is; without, both
- * are nonzero (interlace 1 is the usual interleaved frame for a full-frame call).
+ * Validation: both pBuffer set; formats 0, 1, 5, 21..25, 28, 30, 31, 129, 261..263, output
+ * format equal; even widths except 0, 1, 5; not an interleaved frame (interlace 0) into a
+ * progressive frame; with DSP_BUFFER_PROCESS_FIELDA/B set the input's eInterlace is 0 or the
+ * output's is; without, both are nonzero (interlace 1 is the usual interleaved frame for a
+ * full-frame call).
  *
  * Arithmetic (14 fraction bits).  Horizontal step = src_pixels * 16384 / dst_pixels (integer
  * division); output sample j of each component reads position j * step, index truncated and

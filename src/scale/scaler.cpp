@@ -175,6 +175,10 @@ HRESULT scale_validate(const DSP_SCALER_PARAMS &params, const DSP_BUFFER &b) {
            b.In.Buffer.Region.ulWidth, b.Out.ulWidth, b.Out.Buffer.Region.ulWidth);
     return kInvalidArg;
   }
+  if (!b.In.Buffer.pBuffer || !b.Out.Buffer.pBuffer) {
+    refuse(kExport, "an image has no memory (pBuffer is null)");
+    return kInvalidArg;
+  }
   const bool selects = (b.ulFlags & (DSP_BUFFER_PROCESS_FIELDA | DSP_BUFFER_PROCESS_FIELDB)) != 0;
   if (selects) {
     if (b.In.eInterlace != 0 && b.Out.eInterlace != 0) {
