@@ -238,7 +238,7 @@ TEST(ScaleColor, ConverterFollowsItsFormulaInEveryLayout) {
         }
         t.convert[l.cls](line.data(), bytes, kk);
         ASSERT_TRUE(line.intact());
-        ASSERT_EQ(0, std::memcmp(want.data(), line.data(), bytes)) << "class " << l.cls << " bytes " << bytes;
+        ASSERT_TRUE(bytes == 0 || std::memcmp(want.data(), line.data(), bytes) == 0) << "class " << l.cls << " bytes " << bytes;
       }
     }
   }
