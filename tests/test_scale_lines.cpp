@@ -55,7 +55,7 @@ TEST_P(ResamplerTest, MatchesPerSampleFormula) {
       reference(l, linear, src.data(), sb, expected.data(), db, step);
       f(src.data(), dst.data(), step, sb, db);
       ASSERT_TRUE(dst.intact()) << dst.damage();
-      ASSERT_EQ(0, std::memcmp(expected.data(), dst.data(), db))
+      ASSERT_TRUE(db == 0 || std::memcmp(expected.data(), dst.data(), db) == 0)
           << "format " << l.format << " " << sb << " -> " << db << "\n"
           << framedsp_test::hex_diff(expected.data(), dst.data(), db);
     }
