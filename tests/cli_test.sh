@@ -583,6 +583,86 @@ expect_status 1 "fit to an empty picture"
 run fit --help
 expect_status 0 "fit --help"
 expect_in "$T/out" "--mode fill|width|height" "fit --help"
+# ---- scale
+# resampled LINE... : one gray line (decimal bytes) resized to N samples by the library's rule:
+# step = in * 16384 / out, index = acc >> 14 clamped, linear ((b - a) * f + a * 16384 + 8192) >> 14.
+resampled() {  # N LINEAR BYTES...
+  n=$1; lin=$2; shift 2
+  echo "$*" | awk -v n="$n" -v lin="$lin" '{
+    m = NF; step = int(m * 16384 / n)
+    for (j = 0; j < n; j++) {
+      acc = j * step; i = int(acc / 16384); if (i > m - 1) i = m - 1
+      a = $(i + 1); k = i + 1 < m ? i + 1 : m - 1; b = $(k + 1); f = acc % 16384
+      v = lin ? int(((b - a) * f + a * 16384 + 8192) / 16384) : a
+      if ((b - a) * f + a * 16384 + 8192 < 0) v = -1
+      printf "%s%d", j ? " " : "", v
+    }
+  }'
+}
+printf '\000\144\310\372' >"$T/ramp.gray"   # 0 100 200 250
+for mode in nearest linear; do
+  lin=0; [ "$mode" = linear ] && lin=1
+  for to in 8 6 2 4; do
+    run scale "$T/ramp.gray" "$T/ramp_$to.gray" -s 4x1 -f gray --to "${to}x1" --filter "$mode"
+    expect_status 0 "scale gray 4 -> $to $mode"
+    expected=$(resampled "$to" "$lin" 0 100 200 250)
+    got=$(byte_list "$T/ramp_$to.gray")
+    [ "$got" = "$expected" ] || fail "scale gray 4 -> $to $mode: got '$got', expected '$expected'"
+  done
+done
+# Vertical: a column of 3 lines to 5, linear (2 pixels a line, both the same).
+printf '\012\012\120\120\360\360' >"$T/col.gray"   # 10 80 240
+run scale "$T/col.gray" "$T/col5.gray" -s 2x3 -f gray --to 2x5 --filter linear
+expect_status 0 "scale gray 2x3 -> 2x5"
+expected=$(resampled 5 1 10 80 240 | awk '{ for (i = 1; i <= NF; i++) printf "%s%d %d", (i > 1) ? " " : "", $i, $i }')
+got=$(byte_list "$T/col5.gray")
+[ "$got" = "$expected" ] || fail "scale vertical linear: got '$got', expected '$expected'"
+# 1080 -> 720 uyvy, staged equals direct, factors and --fit give the sizes they promise.
+run generate "$T/clip.uyvy" -s 192x108 --frames 2
+expect_status 0 "generate for scale"
+run scale "$T/clip.uyvy" "$T/s720.uyvy" -s 192x108 --format uyvy422 --to 128x72 --filter linear
+expect_status 0 "scale uyvy 192x108 -> 128x72"
+[ "$(wc -c <"$T/s720.uyvy")" -eq $((128 * 72 * 2 * 2)) ] || fail "scale: output size"
+run scale "$T/clip.uyvy" "$T/s720s.uyvy" -s 192x108 --format uyvy422 --to 128x72 --filter linear --staged
+expect_status 0 "scale --staged"
+cmp -s "$T/s720.uyvy" "$T/s720s.uyvy" || fail "scale --staged differs from the direct path"
+run scale "$T/clip.uyvy" "$T/half.uyvy" -s 192x108 -f uyvy422 --factor 0.5
+expect_status 0 "scale --factor 0.5"
+[ "$(wc -c <"$T/half.uyvy")" -eq $((96 * 54 * 2 * 2)) ] || fail "scale --factor 0.5: output size"
+run scale "$T/clip.uyvy" "$T/fit.uyvy" -s 192x108 -f uyvy422 --factor 0.5 --fit --to 128x72
+expect_status 0 "scale --fit --to"
+run scale "$T/clip.uyvy" "$T/fa.uyvy" -s 192x108 -f uyvy422 --field a --to 128x36
+expect_status 0 "scale --field a"
+[ "$(wc -c <"$T/fa.uyvy")" -eq $((128 * 36 * 2 * 2)) ] || fail "scale --field a: output size"
+run scale "$T/clip.uyvy" "$T/up.uyvy" -s 192x108 -f uyvy422 --to 256x144 --interlaced --colorspace 601:709
+expect_status 0 "scale --interlaced --colorspace"
+# Interleaved fields of 200 and 16 stay apart with --interlaced (each field is flat).
+awk 'BEGIN { for (y = 0; y < 8; y++) for (x = 0; x < 4; x++) printf "%c%c", 128, y % 2 ? 16 : 200 }' \
+  | LC_ALL=C cat >"$T/sfields.uyvy"
+run scale "$T/sfields.uyvy" "$T/sfields_i.uyvy" -s 4x8 -f uyvy422 --to 6x12 --interlaced
+expect_status 0 "scale --interlaced fields"
+expected=$(awk 'BEGIN { for (y = 0; y < 12; y++) for (x = 0; x < 6; x++) printf "%s128 %d", (y || x) ? " " : "", y % 2 ? 16 : 200 }')
+got=$(byte_list "$T/sfields_i.uyvy")
+[ "$got" = "$expected" ] || fail "scale --interlaced mixed the fields: got '$got'"
+run scale "$T/sfields.uyvy" "$T/sfields_p.uyvy" -s 4x8 -f uyvy422 --to 6x12
+expect_status 0 "scale progressive fields"
+cmp -s "$T/sfields_i.uyvy" "$T/sfields_p.uyvy" && fail "scale: progressive result equals the by-field one"
+# Bad usage: exit 2; runtime errors: exit 1.
+for bad in "" "--to 5x4" "--to 8x4 --filter cubic" "--factor 0" "--factor x" "--fit" "--to 8" \
+  "--to 8x4 --field c" "--to 8x4 --field a --interlaced" "--to 8x4 --colorspace 1:2"; do
+  # shellcheck disable=SC2086
+  run scale "$T/fin.uyvy" "$T/bad.uyvy" -s 12x4 -f uyvy422 $bad
+  expect_status 2 "scale $bad"
+done
+run scale "$T/fin.uyvy" "$T/fin.uyvy" -s 12x4 -f uyvy422 --to 8x4
+expect_status 2 "scale onto its input"
+run scale "$T/missing.uyvy" "$T/bad.uyvy" -s 12x4 -f uyvy422 --to 8x4
+expect_status 1 "scale a missing file"
+run scale --help
+expect_status 0 "scale --help"
+expect_in "$T/out" "--factor" "scale --help"
+run help scale
+expect_status 0 "help scale"
 
 # ---- demo
 run demo --out "$T/demo" -s 64x32 --frames 3
@@ -604,6 +684,11 @@ if [ "$filter_works" -eq 1 ]; then
 else
   expect_in "$T/demo/report.txt" "skipped: DspFilter is not available" "demo filter steps"
 fi
+
+for f in scaled_720.png scaled_sd.png scaled_sd_hd.png; do
+  [ -s "$T/demo/$f" ] || fail "demo: $f missing"
+done
+expect_in "$T/demo/report.txt" "DspScaler" "demo scale steps"
 
 echo "cli_test: $checks runs, $failures failure(s)"
 [ "$failures" -eq 0 ]

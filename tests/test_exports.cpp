@@ -223,7 +223,7 @@ const std::vector<ExportCase> &export_cases() {
        [](Rig &r) { r.subpixel_filter.Buffer.Out.Buffer.Region.ulWidth = kWidth + 0.5; },
        [](Rig &r) { return DspSubPixelFilter(&r.subpixel_filter); }, DSP_S_OK, true},
       {"DspScaler_plain", "DspScaler", FRAMEDSP_NULL_RECORD(DspScaler), nullptr,
-       [](Rig &r) { return DspScaler(&r.scaler); }, kNotImpl, true, 0},
+       [](Rig &r) { return DspScaler(&r.scaler); }, 0, true, 0},
       {"DspScaler_filtered", "DspScaler", FRAMEDSP_NULL_RECORD(DspScaler), nullptr,
        [](Rig &r) { return DspScaler(&r.scaler); }, kNotImpl, true, 3},
       {"DspNonUniformScaler_plain", "DspNonUniformScaler",

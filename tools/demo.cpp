@@ -16,6 +16,7 @@
 #include "formats.h"
 #include "framedsp/framedsp.h"
 #include "png_writer.h"
+#include "scale_command.h"
 
 namespace framedsp {
 namespace cli {
@@ -384,12 +385,71 @@ bool step_box(Demo &demo, StepReport *report, std::string *error) {
   return filter_step(demo, choice, "box9x9", "its 9x9 box blur", report, error);
 }
 
+// ---- scaling
+
+RawLayout demo_layout(uint32_t width, uint32_t height, std::string *error) {
+  RawLayout l;
+  make_layout(DSP_PIXEL_FORMAT_UYVY, width, height, 0, 0, &l, error);
+  return l;
+}
+
+// The clip (1080 lines by default) to two thirds of its size (720p), field by field.
+bool step_scale_720(Demo &demo, StepReport *report, std::string *error) {
+  const RawLayout &l = demo.layout;
+  const uint32_t w = std::max(2u, (l.width * 2 / 3) & ~1u), h = std::max(2u, (l.height * 2 / 3) & ~1u);
+  const RawLayout o = demo_layout(w, h, error);
+  if (o.width == 0) return false;
+  std::vector<uint8_t> out(o.frame_bytes, 0);
+  ScaleChoice choice;
+  choice.interlaced = true;
+  const auto start = Clock::now();
+  const DSP_HRESULT status = scale_frame(l, demo.frames[0].data(), o, out.data(), choice);
+  const double ms = ms_since(start);
+  if (status != DSP_S_OK) {
+    *error = scale_status_text(status);
+    return false;
+  }
+  report->entries.push_back({frame_png(0), "before: frame 0", {}, -1});
+  if (!save_png(demo, "scaled_720.png", preview(o, out.data()), error)) return false;
+  report->entries.push_back({"scaled_720.png", "DspScaler: frame 0 to " + std::to_string(w) + "x" +
+                                                   std::to_string(h) + ", linear, field by field",
+                             {}, ms});
+  return true;
+}
+
+// A standard-definition frame (720x486 from 1920x1080) scaled up to the clip's size again and
+// compared with the original.
+bool step_scale_sd_hd(Demo &demo, StepReport *report, std::string *error) {
+  const RawLayout &l = demo.layout;
+  const uint32_t w = std::max(2u, (l.width * 3 / 8) & ~1u), h = std::max(2u, (l.height * 9 / 20) & ~1u);
+  const RawLayout sd = demo_layout(w, h, error);
+  if (sd.width == 0) return false;
+  std::vector<uint8_t> small(sd.frame_bytes, 0), big(l.frame_bytes, 0);
+  ScaleChoice choice;
+  choice.interlaced = true;
+  DSP_HRESULT status = scale_frame(l, demo.frames[0].data(), sd, small.data(), choice);
+  const auto start = Clock::now();
+  if (status == DSP_S_OK) status = scale_frame(sd, small.data(), l, big.data(), choice);
+  const double ms = ms_since(start);
+  if (status != DSP_S_OK) {
+    *error = scale_status_text(status);
+    return false;
+  }
+  if (!save_png(demo, "scaled_sd.png", preview(sd, small.data()), error)) return false;
+  report->entries.push_back({"scaled_sd.png", "frame 0 at standard definition " + std::to_string(w) + "x" +
+                                                  std::to_string(h), {}, -1});
+  if (!save_png(demo, "scaled_sd_hd.png", preview(l, big.data()), error)) return false;
+  report->entries.push_back({"scaled_sd_hd.png", "DspScaler: that frame up to " + std::to_string(l.width) + "x" +
+                                                     std::to_string(l.height) + ", linear", {}, ms});
+  return compare_entry(demo, l, demo.frames[0].data(), big.data(), "diff_sd_hd.png",
+                       "frame 0 against its trip through standard definition", report, error);
+}
+
 struct Step {
   const char *title;
   bool (*run)(Demo &, StepReport *, std::string *);
 };
 
-// Later operations (filter, scale) join as further entries.
 const Step kSteps[] = {
     {"Clip frames", step_previews},
     {"DspCompare: consecutive frames", step_consecutive},
@@ -400,6 +460,8 @@ const Step kSteps[] = {
     {"DspBufferSmartCopy: BT.601 -> BT.709 -> BT.601", step_colorspace},
     {"DspFilter: 7-tap FIR low-pass at 50 %", step_fir},
     {"DspFilter: 9x9 box blur", step_box},
+    {"DspScaler: frame 0 to 720p", step_scale_720},
+    {"DspScaler: standard definition up to the clip size", step_scale_sd_hd},
 };
 
 // ---- report

@@ -12,6 +12,7 @@
 #include "demo.h"
 #include "filter_command.h"
 #include "fit_command.h"
+#include "scale_command.h"
 #include "formats.h"
 #include "frame/pixel_format.h"
 #include "png_writer.h"
@@ -307,6 +308,7 @@ const Command kCommands[] = {
     {"compare", kCompareHelp, cmd_compare},
     {"copy", kCopyHelp, cmd_copy},
     {"filter", kFilterHelp, cmd_filter},
+    {"scale", kScaleHelp, cmd_scale},
     {"fit", kFitHelp, cmd_fit},
     {"generate", kGenerateHelp, cmd_generate},
     {"demo", kDemoHelp, cmd_demo},
@@ -325,7 +327,7 @@ std::string unknown_command(const std::string &name) {
   for (const Command &c : kCommands) {
     if (edit_distance(name, c.name) <= 2) return message + "; did you mean '" + c.name + "'?";
   }
-  return message + " (commands: formats, compare, copy, filter, fit, generate, demo, help)";
+  return message + " (commands: formats, compare, copy, filter, scale, fit, generate, demo, help)";
 }
 
 int cmd_help(const std::vector<std::string> &args) {

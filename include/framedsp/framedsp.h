@@ -722,9 +722,53 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFilter(const DSP_FILTER_PARAMS *pParam
  * DspFilter's.  The vertical pass filters every byte, as DspFilter's does. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelFilter(const DSP_SUBPIXEL_FILTER_PARAMS *pParams);
 
-/* Resizes the input region into the output region.  No quiet refusal: settings errors are
- * returned (E_INVALIDARG).  ulOptions bit 1 selects the filtered path.  This release: answers
- * DSP_E_NOTIMPL for a non-null record. */
+/* Resizes the input region into the output region (same pixel format), nearest sample or linear,
+ * a field into a field and a frame into a frame.  No quiet refusal: settings errors are returned
+ * (DSP_E_INVALIDARG).  ulOptions bit 1 selects the filtered path, which this release answers with
+ * DSP_E_NOTIMPL; eFilter 2 answers DSP_E_NOTIMPL from every kernel.
+ *
+ * Geometry.  field factor f = 2 (field -> frame), 0.5 (frame -> field), else 1.  With
+ * DSP_SCALE_FLAG_DERIVE_SIZE the output region becomes floor(w * fHorizontalScale + 0.5) by
+ * floor(h * f * fVerticalScale + 0.5) (double precision, low 32 bits), each clamped to the room
+ * right of and below the output origin; without it a region past the room is refused.  Region
+ * origins count from the picture's top-left whatever the orientation, must not be negative, and
+ * the input region must lie inside its image.  An odd derived height on a frame output grows by
+ * one line (a frame keeps line pairs), or shrinks by one when the room ends there; the scale mode
+ * (none, horizontal, vertical, both) is decided after that, so the extra line is part of the
+ * scaled picture, never a line read from outside the input region.  No scaling at all: the call
+ * is the format copy (DspBufferSmartCopy's rules, colour-converting when the spaces differ).
+ *
+ * Validation: both pBuffer set; formats 0, 1, 5, 21..25, 28, 30, 31, 129, 261..263, output
+ * format equal; even widths except 0, 1, 5; not an interleaved frame (interlace 0) into a
+ * progressive frame; with DSP_BUFFER_PROCESS_FIELDA/B set the input's eInterlace is 0 or the
+ * output's is; without, both are nonzero (interlace 1 is the usual interleaved frame for a
+ * full-frame call).
+ *
+ * Arithmetic (14 fraction bits).  Horizontal step = src_pixels * 16384 / dst_pixels (integer
+ * division); output sample j of each component reads position j * step, index truncated and
+ * clamped to the last whole sample (pixel pair in 4:2:2 layouts, whose chroma steps by pairs).
+ * Linear: ((b - a) * frac + a * 16384 + 8192) >> 14 with b the next sample of the component
+ * (clamped).  Vertically each run (one field, or the whole frame) maps output line k of the run to
+ * source line (k * vstep) >> 14 of the same run, clamped to its last line, with
+ * vstep = (hi * 16384 << s) / (ho << d) (hi, ho region heights; s = 1 field -> frame, d = 1
+ * frame -> field): a field is never blended with the other field.  Linear lines with a nonzero
+ * fraction are (A * (16384 - frac) + B * frac + 8192) >> 14 of the two horizontally resampled
+ * lines, byte by byte; fraction 0 copies A.  16-bit formats (22, 23, 31, 129, 262) move and
+ * interpolate whole little-endian 16-bit samples.  The scaler addresses formats 31, 262, 263 as
+ * 4, 2, 2 bytes a pixel.  Fields are read as DspBufferSmartCopy reads them; the dominance bits
+ * (0..2) do not shift scaled output.  Bands (ulSliceCount/ulSliceNumber) cover the same output
+ * lines as the copy's.
+ *
+ * Colour: when In.eColorSpace and Out.eColorSpace differ (601 <-> 709) in the 8-bit 4:2:2
+ * layouts (21, 24, 25, 28, 30, 263), each finished line is converted with the copy's matrix
+ * rounded to six fraction bits: Y' = sat(64 Y + a cb + b cr + 32) >> 6, C' = 128 +
+ * (sat(c cb + d cr + 32) >> 6), cb = Cb - 128, cr = Cr - 128, results clamped to 0..255 (the
+ * intermediate to 16 bits).  Other formats scale unchanged.
+ *
+ * Two-plane formats scale both planes with the same geometry.  ulOptions bit 0 (staged, not for
+ * two-plane formats or format 1) scales into a private image with 16-byte-padded rows and then
+ * moves exactly the lines it wrote into the output: the same bytes as a direct call.  Work memory
+ * is released on every path; a refused allocation gives DSP_E_OUTOFMEMORY. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspScaler(const DSP_SCALER_PARAMS *pParams);
 
 /* Not yet available: the frame (E_POINTER for null, worker chosen by ulOptions bit 1) is final;

@@ -102,6 +102,10 @@ void move_to_plane(DSP_IMAGE *image) {
 
 HRESULT smart_copy(const DSP_BUFFER *buffer) {
   worker_entry("DspBufferSmartCopy");
+  return smart_copy_unchecked(buffer);
+}
+
+HRESULT smart_copy_unchecked(const DSP_BUFFER *buffer) {
   DSP_BUFFER copy = *buffer;
   normalise_orientation(&copy);
   if (copy.ulSliceCount == 0) copy.ulSliceCount = 1;

@@ -1,17 +1,240 @@
-// The scaler workers.  The export frame has already picked plain or filtered by the call flags;
-// every path of this release answers E_NOTIMPL once the worker is entered.
+// The scaler workers.  The export frame has already picked plain or filtered by the call flags.
+// DspScaler's general driver: geometry step, fast-path choice, validation, plane split, staged
+// mode, no-scaling copy and kernel dispatch.  The filtered path and the other two scalers answer
+// E_NOTIMPL in this release.
 #include "scale/scaler.h"
 
+#include <algorithm>
+#include <cmath>
+#include <initializer_list>
+
+#include "frame/buffer_rules.h"
+#include "frame/cpu.h"
 #include "frame/guard.h"
+#include "frame/pixel_format.h"
+#include "frame/trace.h"
+#include "frame/work_memory.h"
+#include "lines/smart_copy.h"
+#include "scale/fast_paths.h"
+#include "scale/scale_kernels.h"
+#include "scale/scale_lines.h"
 
 namespace framedsp {
 
+namespace {
+
+constexpr const char *kExport = "DspScaler";
+
+bool in_list(uint32_t v, std::initializer_list<uint32_t> list) {
+  for (uint32_t x : list) {
+    if (x == v) return true;
+  }
+  return false;
+}
+
+// floor(x + 0.5) of a double, truncated to 32 bits (NaN gives 0).
+uint32_t derived_size(double x) {
+  double v = std::floor(x + 0.5);
+  if (!(v == v)) return 0;
+  v = std::fmod(v, 4294967296.0);
+  if (v < 0) v += 4294967296.0;
+  return static_cast<uint32_t>(v);
+}
+
+bool converts_color(const DSP_BUFFER &b) {
+  return b.In.eColorSpace != b.Out.eColorSpace && !has_full_chroma(b.In.ePixelFormat);
+}
+
+HRESULT run_kernel(const ScaleSetup &s, const DSP_BUFFER &norm, uint32_t flags) {
+  const ScaleFrameKernel *table = converts_color(norm) ? scale_color_kernels() : scale_plain_kernels();
+  if (s.mode == kScaleModeNone) return kInvalidArg;
+  const ScaleFrameKernel kernel = table[s.mode + 3 * static_cast<int>(s.filter)];
+  if (!kernel) return kInvalidArg;
+  return kernel(&norm, flags);
+}
+
+// Staged mode: scale into a private top-down image shaped like the output region (rows padded to
+// 16 bytes), then move the lines the scale wrote into the real output.
+HRESULT run_staged(const ScaleSetup &s, const DSP_BUFFER &norm, uint32_t flags) {
+  const DSP_IMAGE &out = norm.Out;
+  const uint32_t width = out.Buffer.Region.ulWidth;
+  const uint32_t height = out.Buffer.Region.ulHeight;
+  const uint64_t line = uint64_t{scale_bytes_per_pixel(out.ePixelFormat)} * width;
+  const uint64_t stride = (line + 15) & ~uint64_t{15};
+  if (stride > 0x7FFFFFF0u) return kOutOfMemory;
+  WorkBlock image;
+  const uint64_t bytes = stride * height;
+  if (bytes > (uint64_t{1} << 40) || !image.allocate(static_cast<size_t>(bytes ? bytes : 16))) {
+    return kOutOfMemory;
+  }
+  DSP_BUFFER stage = norm;
+  DSP_IMAGE &p = stage.Out;
+  p.Buffer.pBuffer = image.data();
+  p.Buffer.ulBytes = static_cast<uint32_t>(bytes);
+  p.Buffer.Region.ptOffset.x = 0;
+  p.Buffer.Region.ptOffset.y = 0;
+  p.ulWidth = width;
+  p.ulHeight = height;
+  p.eImageOrientation = DSP_ORIENTATION_TOP_DOWN;
+  p.ulPrimaryStrideBytes = static_cast<uint32_t>(stride);
+  p.ulSecondaryStrideBytes = 0;
+  const HRESULT hr = run_kernel(s, stage, flags);
+  if (hr != kOk) return hr;
+  scale_copy_back(p, norm);
+  image.release();
+  return kOk;
+}
+
+void move_to_plane(DSP_IMAGE *image, uint32_t format) {
+  const uint64_t main = uint64_t{image->ulHeight} * image->ulPrimaryStrideBytes;
+  image->Buffer.pBuffer = static_cast<uint8_t *>(image->Buffer.pBuffer) + main;
+  image->Buffer.ulBytes = image->Buffer.ulBytes > main ? static_cast<uint32_t>(image->Buffer.ulBytes - main) : 0;
+  image->ulPrimaryStrideBytes = image->ulSecondaryStrideBytes;
+  image->ePixelFormat = format;
+}
+
+}  // namespace
+
+HRESULT scale_geometry(const DSP_SCALER_PARAMS &params, const DSP_BUFFER &caller, ScaleSetup *s) {
+  s->filter = params.eFilter;
+  if (params.eFilter > 2) return refuse(kExport, "eFilter %u is not 0, 1 or 2", params.eFilter), kInvalidArg;
+  DSP_BUFFER raw = caller;
+  const DSP_IMAGE &in = raw.In;
+  DSP_IMAGE &out = raw.Out;
+  const bool in_frame = in.Buffer.eBufferType == DSP_BUFFER_TYPE_FRAME;
+  const bool in_field = in.Buffer.eBufferType <= 1;
+  const bool out_frame = out.Buffer.eBufferType == DSP_BUFFER_TYPE_FRAME;
+  const bool out_field = out.Buffer.eBufferType <= 1;
+  s->field_factor = (in_field && out_frame) ? 2.0f : ((in_frame && out_field) ? 0.5f : 1.0f);
+
+  const int64_t in_x = in.Buffer.Region.ptOffset.x, in_y = in.Buffer.Region.ptOffset.y;
+  if (in_x < 0 || in_y < 0 || int64_t{in.Buffer.Region.ulWidth} + in_x > in.ulWidth) {
+    refuse(kExport, "input region (x %lld, width %u) does not fit the image width %u",
+           static_cast<long long>(in_x), in.Buffer.Region.ulWidth, in.ulWidth);
+    return kInvalidArg;
+  }
+  if (int64_t{in.Buffer.Region.ulHeight} + in_y > in.ulHeight) {
+    refuse(kExport, "input region (y %lld, height %u) does not fit the image height %u",
+           static_cast<long long>(in_y), in.Buffer.Region.ulHeight, in.ulHeight);
+    return kInvalidArg;
+  }
+  const int64_t out_x = out.Buffer.Region.ptOffset.x, out_y = out.Buffer.Region.ptOffset.y;
+  if (out_x < 0 || out_y < 0 || out_x > out.ulWidth || out_y > out.ulHeight) {
+    refuse(kExport, "output region origin (%lld, %lld) lies outside the output image",
+           static_cast<long long>(out_x), static_cast<long long>(out_y));
+    return kInvalidArg;
+  }
+  const uint32_t room_w = out.ulWidth - static_cast<uint32_t>(out_x);
+  const uint32_t room_h = out.ulHeight - static_cast<uint32_t>(out_y);
+  const bool derive = (params.ulScaleFlags & DSP_SCALE_FLAG_DERIVE_SIZE) != 0;
+  if (derive) {
+    const double w = static_cast<double>(in.Buffer.Region.ulWidth) * static_cast<double>(params.fHorizontalScale);
+    const double h = static_cast<double>(in.Buffer.Region.ulHeight) * static_cast<double>(s->field_factor) *
+                     static_cast<double>(params.fVerticalScale);
+    out.Buffer.Region.ulWidth = std::min(derived_size(w), room_w);
+    out.Buffer.Region.ulHeight = std::min(derived_size(h), room_h);
+    // A frame keeps whole line pairs: an odd derived height grows by one line (or, with no room
+    // below, shrinks by one).
+    if (out_frame && odd(out.Buffer.Region.ulHeight)) {
+      out.Buffer.Region.ulHeight += out.Buffer.Region.ulHeight < room_h ? 1 : -1;
+    }
+  } else if (out.Buffer.Region.ulWidth > room_w || out.Buffer.Region.ulHeight > room_h) {
+    refuse(kExport, "output region %ux%u is larger than the room %ux%u", out.Buffer.Region.ulWidth,
+           out.Buffer.Region.ulHeight, room_w, room_h);
+    return kInvalidArg;
+  }
+  const bool width_differs = out.Buffer.Region.ulWidth != in.Buffer.Region.ulWidth;
+  const bool height_differs =
+      static_cast<double>(out.Buffer.Region.ulHeight) !=
+      static_cast<double>(in.Buffer.Region.ulHeight) * static_cast<double>(s->field_factor);
+  s->mode = width_differs ? (height_differs ? kScaleModeBoth : kScaleModeHorizontal)
+                          : (height_differs ? kScaleModeVertical : kScaleModeNone);
+  s->raw = raw;
+  s->norm = raw;
+  normalise_orientation(&s->norm);
+  return kOk;
+}
+
+HRESULT scale_validate(const DSP_SCALER_PARAMS &params, const DSP_BUFFER &b) {
+  if (params.eFilter > 2) return refuse(kExport, "eFilter %u is not 0, 1 or 2", params.eFilter), kInvalidArg;
+  const uint32_t format = b.In.ePixelFormat;
+  if (!in_list(format, {0, 1, 5, 21, 22, 23, 24, 25, 28, 30, 31, 129, 261, 262, 263})) {
+    refuse(kExport, "pixel format %u cannot be scaled", format);
+    return kInvalidArg;
+  }
+  if (b.Out.ePixelFormat != format) {
+    refuse(kExport, "output format %u differs from the input format %u", b.Out.ePixelFormat, format);
+    return kInvalidArg;
+  }
+  if (interleaved_frame_into_progressive(b.In, b.Out)) {
+    refuse(kExport, "a frame with interleaved fields (interlace 0) cannot become a progressive frame");
+    return kInvalidArg;
+  }
+  if (!in_list(format, {0, 1, 5, 27}) && !integer_widths_even(b.In, b.Out)) {
+    refuse(kExport, "format %u needs even image and region widths (in %u/%u, out %u/%u)", format, b.In.ulWidth,
+           b.In.Buffer.Region.ulWidth, b.Out.ulWidth, b.Out.Buffer.Region.ulWidth);
+    return kInvalidArg;
+  }
+  if (!b.In.Buffer.pBuffer || !b.Out.Buffer.pBuffer) {
+    refuse(kExport, "an image has no memory (pBuffer is null)");
+    return kInvalidArg;
+  }
+  const bool selects = (b.ulFlags & (DSP_BUFFER_PROCESS_FIELDA | DSP_BUFFER_PROCESS_FIELDB)) != 0;
+  if (selects) {
+    if (b.In.eInterlace != 0 && b.Out.eInterlace != 0) {
+      refuse(kExport, "field selection needs input interlace 0, or output interlace 0 (in %u, out %u)",
+             b.In.eInterlace, b.Out.eInterlace);
+      return kInvalidArg;
+    }
+  } else if (b.In.eInterlace == 0 || b.Out.eInterlace == 0) {
+    refuse(kExport, "interlace 0 needs DSP_BUFFER_PROCESS_FIELDA or FIELDB (in %u, out %u)", b.In.eInterlace,
+           b.Out.eInterlace);
+    return kInvalidArg;
+  }
+  return kOk;
+}
+
 HRESULT scaler_worker(const DSP_SCALER_PARAMS *params, const DSP_BUFFER *buffer, uint32_t flags) {
   worker_entry("DspScaler");
-  (void)params;
-  (void)buffer;
-  (void)flags;
-  return kNotImpl;
+  const uint32_t kernel_flags = (cpu_flags() << 1) | 1u;
+  ScaleSetup s;
+  HRESULT hr = scale_geometry(*params, *buffer, &s);
+  if (hr != kOk) return hr;
+
+  const FastPathCall call{params, s.norm, s.field_factor, params->ulScaleFlags};
+  if (params->eScalerPath == DSP_SCALER_PATH_INTEGER_RATIO && integer_ratio_eligible(call)) {
+    return integer_ratio_scale(call);
+  }
+  if (params->eScalerPath == DSP_SCALER_PATH_HD_WIDTH && hd_width_eligible(call)) {
+    return hd_width_scale(call);
+  }
+  hr = scale_validate(*params, s.norm);
+  if (hr != kOk) return hr;
+
+  if (s.mode == kScaleModeNone) {
+    // Nothing to scale: the format copy (colour-converting when the spaces differ), staged or not.
+    return smart_copy_unchecked(&s.raw) == kOk ? kOk : kFail;
+  }
+  const uint32_t format = s.norm.Out.ePixelFormat;
+  if (is_two_plane(format)) {
+    uint32_t main_format = format, plane_format = format;
+    split_format(format, &main_format, &plane_format);
+    DSP_BUFFER plane = s.norm;
+    plane.In.ePixelFormat = plane.Out.ePixelFormat = main_format;
+    plane.In.Buffer.ulBytes = static_cast<uint32_t>(uint64_t{plane.In.ulHeight} * plane.In.ulPrimaryStrideBytes);
+    plane.Out.Buffer.ulBytes =
+        static_cast<uint32_t>(uint64_t{plane.Out.ulHeight} * plane.Out.ulPrimaryStrideBytes);
+    hr = run_kernel(s, plane, params->ulScaleFlags);
+    if (hr != kOk) return hr;
+    plane = s.norm;
+    move_to_plane(&plane.In, plane_format);
+    move_to_plane(&plane.Out, plane_format);
+    return run_kernel(s, plane, params->ulScaleFlags);
+  }
+  if ((flags & DSP_SCALER_OPTION_STAGED) && format != DSP_PIXEL_FORMAT_BGR24) {
+    return run_staged(s, s.norm, params->ulScaleFlags);
+  }
+  return run_kernel(s, s.norm, kernel_flags);
 }
 
 HRESULT filtered_scaler_worker(const DSP_SCALER_PARAMS *params, FilterSubRecord filter,

@@ -17,6 +17,23 @@ HRESULT scaler_worker(const DSP_SCALER_PARAMS *params, const DSP_BUFFER *buffer,
 HRESULT filtered_scaler_worker(const DSP_SCALER_PARAMS *params, FilterSubRecord filter,
                                const DSP_BUFFER *buffer, uint32_t flags);
 
+// What the geometry step leaves for the rest of DspScaler (shared by the general and the filtered
+// path): the record with the output region size final, as the caller gave it (`raw`, for the
+// copy, which re-measures bottom-up regions itself) and normalised (`norm`, for the kernels).
+struct ScaleSetup {
+  DSP_BUFFER raw;
+  DSP_BUFFER norm;
+  float field_factor;  // 2 field -> frame, 0.5 frame -> field, else 1
+  int mode;            // kScaleMode* (scale/scale_kernels.h)
+  uint32_t filter;     // eFilter
+};
+
+// eFilter, input region inside its image, output size (derived when ulScaleFlags bit 0 is set,
+// else checked against the room), scale mode.  E_INVALIDARG with a trace line on refusal.
+HRESULT scale_geometry(const DSP_SCALER_PARAMS &params, const DSP_BUFFER &caller, ScaleSetup *setup);
+// The general validation (formats, interlace and field selection, even widths).
+HRESULT scale_validate(const DSP_SCALER_PARAMS &params, const DSP_BUFFER &buffer);
+
 HRESULT nonuniform_scaler_worker(const DSP_SCALER_PARAMS *params, const DSP_BUFFER *buffer,
                                  uint32_t flags);
 HRESULT filtered_nonuniform_scaler_worker(const DSP_SCALER_PARAMS *params, FilterSubRecord filter,

@@ -1,0 +1,119 @@
+// Line kernels of the scaler: per-class horizontal resamplers (nearest, linear), the line blender
+// and the colour-space line converter.
+//
+// Positions are 32-bit fixed point with 14 fraction bits: sample index = acc >> 14, fraction
+// f = acc & 0x3FFF.  Output sample j of a stream reads acc = j * step; the index is truncated
+// (never rounded) and clamped to the last whole sample of the stream.
+//   nearest: out = s[idx]
+//   linear:  a = s[idx], b = s[min(idx + 1, last)], out = ((b - a) * f + a * 16384 + 8192) >> 14
+// Every class is a set of sample streams inside repeating groups of bytes; a line of n bytes
+// holds n / group whole groups, and bytes after the last whole group are neither read nor
+// written.  Streams (byte offset in the group, spacing of the samples inside one group):
+//
+//   class  formats        group  streams
+//   0      21, others     4      luma at 1 and 3; Cb at 0; Cr at 2                  (8-bit)
+//   1      24             4      luma at 2 and 3; Cb at 0; Cr at 1                  (8-bit)
+//   2      25             4      luma at 0 and 2; Cb at 1; Cr at 3                  (8-bit)
+//   3      17             4      one pixel of 4 bytes, each byte a stream           (8-bit)
+//   4      1              3      one pixel of 3 bytes                               (8-bit)
+//   5      0              4      one pixel of 4 bytes                               (8-bit)
+//   6      261            1      one sample                                         (8-bit)
+//   7      22             8      luma at 2 and 6; Cb at 0; Cr at 4                  (16-bit)
+//   8      31             8      luma at 0 and 4; Cb at 2; Cr at 6                  (16-bit)
+//   9      23             6      three components at 0, 2, 4                        (16-bit)
+//   10     129            8      four components at 0, 2, 4, 6                      (16-bit)
+//   11     262            2      one sample                                         (16-bit)
+//
+// The luma streams run at pixel rate (two samples a group in the 4:2:2 classes), the chroma
+// streams at group rate; all of them use the same step, pixels (or groups) of source per output
+// pixel (or group).  16-bit classes move and interpolate whole little-endian 16-bit samples: the
+// linear formula above on values 0..65535 (a choice of this library; nothing is narrowed).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace framedsp {
+
+constexpr int kScaleFractionBits = 14;
+constexpr uint32_t kScaleOne = 1u << kScaleFractionBits;  // 16384
+constexpr uint32_t kScaleFractionMask = kScaleOne - 1;    // 0x3FFF
+constexpr int kScaleClasses = 12;
+
+// src and dst are lines of src_bytes and dst_bytes bytes of the same class.
+using ScaleResampler = void (*)(const uint8_t *src, uint8_t *dst, uint32_t step, size_t src_bytes,
+                                size_t dst_bytes);
+
+// out[i] = (a[i] * weight_a + b[i] * weight_b + 8192) >> 14 for i < bytes (weight_a + weight_b
+// = 16384, each 0..16384); weight_a 0 copies b.  dst may equal a or b.
+using ScaleBlender = void (*)(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weight_b,
+                              uint32_t weight_a, size_t bytes);
+
+// Six 64-bit words of four 16-bit coefficients each, six fraction bits:
+//   words 0..2: rows for Y, Cb, Cr: (weight of the sample itself (Y row only), weight of cb',
+//               weight of cr', 0)
+//   word 3:     (0, 128, 128, 32): the output offsets of the rows and the rounding term
+//   words 4, 5: zero
+// With cb' = Cb - 128, cr' = Cr - 128 and sat16 a clamp to -32768..32767:
+//   Y'  = clamp(sat16(w[0][0] * Y + w[0][1] * cb' + w[0][2] * cr' + 32) >> 6, 0, 255)
+//   Cb' = clamp(128 + (sat16(w[1][1] * cb' + w[1][2] * cr' + 32) >> 6), 0, 255)
+//   Cr' = clamp(128 + (sat16(w[2][1] * cb' + w[2][2] * cr' + 32) >> 6), 0, 255)
+// (>> arithmetic).  Both luma samples of a group share the group's chroma.
+struct ScaleColorCoefficients {
+  int16_t w[6][4];
+};
+
+// Converts a line of `bytes` bytes in place (whole 4-byte groups; a partial group is left alone).
+using ScaleColorConverter = void (*)(uint8_t *line, size_t bytes, const ScaleColorCoefficients *k);
+
+// The coefficient block for the colour-space pair (DSP_COLOR_SPACE_*): the copy's 14-bit
+// BT.601 <-> BT.709 weights rounded to six fraction bits.  False (block untouched) for a pair
+// without a conversion.
+bool scale_color_coefficients(uint32_t in_space, uint32_t out_space, ScaleColorCoefficients *k);
+
+// A prepared resampler for the 8-bit classes (0..6): one entry per output unit (a whole pixel in
+// classes 3..6, a byte in the 4:2:2 classes 0..2) holding the byte offsets of the two source units
+// and the fraction, so that a frame kernel computes the positions once per call instead of once
+// per line.  Entries cover whole output groups only, in output order; the bytes produced are the
+// resampler's own.
+struct ScalePlanEntry {
+  uint32_t a;  // byte offset of the sample at acc >> 14
+  uint32_t b;  // byte offset of the next sample of the same kind (clamped)
+  uint32_t f;  // acc & 0x3FFF
+};
+// Entries a plan of `dst_bytes` output bytes needs (0 for the classes without plans: 7..11).
+size_t scale_plan_entries(uint32_t cls, size_t dst_bytes);
+void scale_plan_build(uint32_t cls, uint32_t step, size_t src_bytes, size_t dst_bytes,
+                      ScalePlanEntry *plan);
+using ScalePlannedResampler = void (*)(const uint8_t *src, uint8_t *dst, const ScalePlanEntry *plan,
+                                       size_t entries);
+
+struct ScaleLineTable {
+  ScalePlannedResampler planned_nearest[kScaleClasses];  // null for classes 7..11
+  ScalePlannedResampler planned_linear[kScaleClasses];
+  ScaleResampler nearest[kScaleClasses];
+  ScaleResampler linear[kScaleClasses];
+  // Null for the classes that are never converted (full-chroma, key and 16-bit classes).
+  ScaleColorConverter convert[kScaleClasses];
+  ScaleBlender blend;
+};
+
+// Scalar kernels, then the SIMD ones `cpu_flags` allows.
+void scale_line_table_init(ScaleLineTable *table, uint32_t cpu_flags);
+
+// The scalar twins, for the differential tests.
+void scale_planned_linear4_c(const uint8_t *src, uint8_t *dst, const ScalePlanEntry *plan, size_t entries);
+void scale_blend_c(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weight_b,
+                   uint32_t weight_a, size_t bytes);
+
+// Bytes per pixel as the scaler addresses a line (the format table's value, and 2, 4 and 2 for
+// formats 262, 31 and 263, which the table leaves unaddressable); 0 for formats it cannot scale.
+uint32_t scale_bytes_per_pixel(uint32_t format);
+// Pixels per group (2 for 4:2:2 layouts, else 1): region edges and widths round down to it.
+uint32_t scale_group_pixels(uint32_t format);
+
+#if defined(FRAMEDSP_HAVE_X86)
+void scale_lines_init_sse2(ScaleLineTable *table);
+#endif
+
+}  // namespace framedsp

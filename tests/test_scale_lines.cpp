@@ -1,0 +1,321 @@
+// Scaler line kernels: every class's nearest and linear resampler against per-sample formulas
+// written here from the byte layouts, the SSE2 blender against the scalar one on every length and
+// alignment, and the colour-space line converter against its formula.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "frame/cpu.h"
+#include "frame/pixel_format.h"
+#include "framedsp/framedsp.h"
+#include "lines/color_kernels.h"
+#include "scale/scale_lines.h"
+#include "scale_reference.h"
+#include "test_util.h"
+
+namespace {
+
+using framedsp_test::GuardedBuffer;
+using namespace scale_ref;
+
+struct ResampleCase {
+  size_t layout;
+  bool linear;
+};
+
+class ResamplerTest : public ::testing::TestWithParam<ResampleCase> {};
+
+TEST_P(ResamplerTest, MatchesPerSampleFormula) {
+  const RefLayout l = layouts()[GetParam().layout];
+  const bool linear = GetParam().linear;
+  framedsp::ScaleLineTable t;
+  framedsp::scale_line_table_init(&t, framedsp::cpu_flags());
+  ASSERT_EQ(framedsp::format_class(l.format), l.cls);
+  const framedsp::ScaleResampler f = linear ? t.linear[l.cls] : t.nearest[l.cls];
+  std::mt19937 rng(framedsp_test::test_seed() + GetParam().layout * 2 + linear);
+  // Sizes in groups: down, up, equal, 1 group, odd ratios; a partial group on each side.
+  const int sizes[][2] = {{1, 1}, {1, 7}, {7, 1}, {2, 3}, {3, 2}, {10, 10}, {16, 9}, {9, 16}, {40, 17},
+                          {17, 40}, {64, 128}, {128, 64}, {33, 100}, {5, 0}, {0, 5}};
+  for (const auto &sz : sizes) {
+    for (int partial = 0; partial < 2; ++partial) {
+      const size_t extra = partial ? size_t(l.group > 1 ? l.group - 1 : 0) : 0;
+      const size_t sb = size_t(sz[0]) * l.group + extra;
+      const size_t db = size_t(sz[1]) * l.group + extra;
+      // Units of the step: samples of the pixel-rate stream per output sample.
+      const size_t sp = sb / l.group * l.streams[0].per, dp = db / l.group * l.streams[0].per;
+      const uint32_t step = dp ? uint32_t((uint64_t(sp) << 14) / dp) : 16384;
+      GuardedBuffer src(sb, 0);  // the source ends against the protected page
+      framedsp_test::fill_random(src.data(), sb, rng);
+      GuardedBuffer dst(db, 32, 0x5A);
+      std::vector<uint8_t> expected(db, 0x5A);
+      reference(l, linear, src.data(), sb, expected.data(), db, step);
+      f(src.data(), dst.data(), step, sb, db);
+      ASSERT_TRUE(dst.intact()) << dst.damage();
+      ASSERT_TRUE(db == 0 || std::memcmp(expected.data(), dst.data(), db) == 0)
+          << "format " << l.format << " " << sb << " -> " << db << "\n"
+          << framedsp_test::hex_diff(expected.data(), dst.data(), db);
+    }
+  }
+}
+
+std::vector<ResampleCase> resample_cases() {
+  std::vector<ResampleCase> v;
+  for (size_t i = 0; i < layouts().size(); ++i) {
+    v.push_back({i, false});
+    v.push_back({i, true});
+  }
+  return v;
+}
+INSTANTIATE_TEST_SUITE_P(AllClasses, ResamplerTest, ::testing::ValuesIn(resample_cases()));
+
+TEST(ScaleResampler, EqualWidthNearestIsACopyAndDoublingUsesEachSampleTwice) {
+  framedsp::ScaleLineTable t;
+  framedsp::scale_line_table_init(&t, framedsp::cpu_flags());
+  uint8_t src[8] = {10, 20, 30, 40, 50, 60, 70, 80};  // UYVY, 4 pixels
+  uint8_t dst[16] = {};
+  t.nearest[0](src, dst, 16384, 8, 8);
+  EXPECT_EQ(0, std::memcmp(src, dst, 8));
+  GuardedBuffer s(4, 0);  // format 0: one pixel, ends against the protected page
+  for (int i = 0; i < 4; ++i) s[i] = uint8_t(i + 1);
+  uint8_t two[8] = {};
+  t.nearest[5](s.data(), two, 8192, 4, 8);
+  const uint8_t want[8] = {1, 2, 3, 4, 1, 2, 3, 4};
+  EXPECT_EQ(0, std::memcmp(want, two, 8));
+  // Luma 20 40 60 80 up by 2 (step 8192): 20 20 40 40 60 60 80 80; chroma pairs twice each.
+  uint8_t up[16] = {};
+  t.nearest[0](src, up, 8192, 8, 16);
+  const uint8_t want_up[16] = {10, 20, 30, 20, 10, 40, 30, 40, 50, 60, 70, 60, 50, 80, 70, 80};
+  EXPECT_EQ(0, std::memcmp(want_up, up, 16));
+}
+
+TEST(ScaleResampler, SixteenBitLinearInterpolatesWholeSamples) {
+  framedsp::ScaleLineTable t;
+  framedsp::scale_line_table_init(&t, framedsp::cpu_flags());
+  // Format 262: samples 0x00FF and 0x0101; half way is (0xFF + 0x101 + 1) / 2 = 0x100, which a
+  // byte-wise blend (0x80, 0x80 -> 0x8080) would not give.
+  const uint8_t src[4] = {0xFF, 0x00, 0x01, 0x01};
+  uint8_t dst[4] = {};
+  t.linear[11](src, dst, 8192, 4, 4);
+  EXPECT_EQ(dst[0], 0xFF);
+  EXPECT_EQ(dst[1], 0x00);
+  EXPECT_EQ(dst[2], 0x00);
+  EXPECT_EQ(dst[3], 0x01);
+}
+
+// ---- blender -------------------------------------------------------------------------------
+
+uint8_t blend_ref(uint8_t a, uint8_t b, uint32_t wa, uint32_t wb) {
+  return uint8_t((uint32_t(a) * wa + uint32_t(b) * wb + 8192) >> 14);
+}
+
+TEST(ScaleBlender, HalfOf255And0RoundsUp) {
+  framedsp::ScaleLineTable t;
+  framedsp::scale_line_table_init(&t, framedsp::cpu_flags());
+  std::vector<uint8_t> a(40, 255), b(40, 0), d(40, 1);
+  t.blend(a.data(), b.data(), d.data(), 8192, 8192, 40);
+  for (uint8_t v : d) EXPECT_EQ(v, 128);
+}
+
+TEST(ScaleBlender, SimdEqualsScalarOnEveryLengthAndLead) {
+  framedsp::ScaleLineTable simd;
+  framedsp::scale_line_table_init(&simd, framedsp::cpu_flags());
+  if (simd.blend == framedsp::scale_blend_c) GTEST_SKIP() << "no SIMD blender on this machine";
+  std::mt19937 rng(framedsp_test::test_seed());
+  const uint32_t weights[] = {0, 1, 8192, 16383, 16384, 5000};
+  for (size_t len = 0; len <= 300; ++len) {
+    for (size_t lead = 0; lead < 16; ++lead) {
+      const uint32_t wb = (len + lead) % 7 < 6 ? weights[(len + lead) % 6] : rng() % 16385;
+      const uint32_t wa = 16384 - wb;
+      GuardedBuffer a(lead + len, 16), b(lead + len, 16), d1(lead + len, 16, 0x33), d2(lead + len, 16, 0x33);
+      framedsp_test::fill_random(a.data(), lead + len, rng);
+      framedsp_test::fill_random(b.data(), lead + len, rng);
+      simd.blend(a.data() + lead, b.data() + lead, d1.data() + lead, wb, wa, len);
+      framedsp::scale_blend_c(a.data() + lead, b.data() + lead, d2.data() + lead, wb, wa, len);
+      ASSERT_TRUE(d1.intact() && d2.intact()) << len << " " << lead;
+      for (size_t i = 0; i < lead; ++i) ASSERT_EQ(d1[i], 0x33);
+      for (size_t i = 0; i < len; ++i) {
+        const uint8_t want = wa == 0 ? b[lead + i] : blend_ref(a[lead + i], b[lead + i], wa, wb);
+        ASSERT_EQ(d1[lead + i], want) << "len " << len << " lead " << lead << " i " << i << " wb " << wb;
+        ASSERT_EQ(d2[lead + i], want);
+      }
+    }
+  }
+}
+
+// ---- colour-space converter ------------------------------------------------------------------
+
+// Six-fraction-bit weights of the exact studio-range conversion (Y scaled 219, chroma 224).
+void exact_weights(double kr_in, double kb_in, double kr_out, double kb_out, double w[3][2]) {
+  // RGB from Y'CbCr of the input space (normalised), then Y'CbCr of the output space; the luma
+  // row keeps Y itself with weight 1.
+  const double kg_in = 1 - kr_in - kb_in, kg_out = 1 - kr_out - kb_out;
+  // R = Y + 2(1-kr) cr, B = Y + 2(1-kb) cb, G = (Y - kr R - kb B) / kg
+  const double r_cr = 2 * (1 - kr_in), b_cb = 2 * (1 - kb_in);
+  const double g_cb = -kb_in * b_cb / kg_in, g_cr = -kr_in * r_cr / kg_in;
+  // Y' = kr R + kg G + kb B -> Y + (..) cb + (..) cr   (Y and chroma in 219 / 224 units)
+  const double ycb = (kg_out * g_cb + kb_out * b_cb) * 219.0 / 224.0;  // chroma in 224 units
+  const double ycr = (kr_out * r_cr + kg_out * g_cr) * 219.0 / 224.0;
+  // Cb' = (B - Y') / (2(1-kb_out)), Cr' = (R - Y') / (2(1-kr_out)), in chroma units.
+  const double cb_cb = (b_cb - (kg_out * g_cb + kb_out * b_cb)) / (2 * (1 - kb_out));
+  const double cb_cr = (0 - (kr_out * r_cr + kg_out * g_cr)) / (2 * (1 - kb_out));
+  const double cr_cb = (0 - (kg_out * g_cb + kb_out * b_cb)) / (2 * (1 - kr_out));
+  const double cr_cr = (r_cr - (kr_out * r_cr + kg_out * g_cr)) / (2 * (1 - kr_out));
+  w[0][0] = ycb * 64;
+  w[0][1] = ycr * 64;
+  w[1][0] = cb_cb * 64;
+  w[1][1] = cb_cr * 64;
+  w[2][0] = cr_cb * 64;
+  w[2][1] = cr_cr * 64;
+}
+
+TEST(ScaleColor, CoefficientsAreTheStudioRangeConversionInSixBits) {
+  framedsp::ScaleColorCoefficients k;
+  ASSERT_FALSE(framedsp::scale_color_coefficients(DSP_COLOR_SPACE_BT709, DSP_COLOR_SPACE_BT709, &k));
+  ASSERT_FALSE(framedsp::scale_color_coefficients(DSP_COLOR_SPACE_UNSPECIFIED, DSP_COLOR_SPACE_BT709, &k));
+  struct Pair {
+    uint32_t in, out;
+    double kr_in, kb_in, kr_out, kb_out;
+  } pairs[] = {{DSP_COLOR_SPACE_BT601, DSP_COLOR_SPACE_BT709, 0.299, 0.114, 0.2126, 0.0722},
+               {DSP_COLOR_SPACE_BT709, DSP_COLOR_SPACE_BT601, 0.2126, 0.0722, 0.299, 0.114}};
+  for (const Pair &p : pairs) {
+    ASSERT_TRUE(framedsp::scale_color_coefficients(p.in, p.out, &k));
+    double w[3][2];
+    exact_weights(p.kr_in, p.kb_in, p.kr_out, p.kb_out, w);
+    EXPECT_EQ(k.w[0][0], 64);
+    for (int r = 0; r < 3; ++r) {
+      for (int c = 0; c < 2; ++c) EXPECT_NEAR(k.w[r][c + 1], w[r][c], 1.0) << r << " " << c;
+      EXPECT_EQ(k.w[r][3], 0);
+    }
+    EXPECT_EQ(k.w[3][0], 0);
+    EXPECT_EQ(k.w[3][1], 128);
+    EXPECT_EQ(k.w[3][2], 128);
+    EXPECT_EQ(k.w[3][3], 32);
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(k.w[4][i] | k.w[5][i], 0);
+  }
+}
+
+int sat16(int v) { return std::max(-32768, std::min(32767, v)); }
+uint8_t c8(int v) { return uint8_t(std::max(0, std::min(255, v))); }
+
+TEST(ScaleColor, ConverterFollowsItsFormulaInEveryLayout) {
+  framedsp::ScaleLineTable t;
+  framedsp::scale_line_table_init(&t, framedsp::cpu_flags());
+  framedsp::ScaleColorCoefficients k;
+  ASSERT_TRUE(framedsp::scale_color_coefficients(DSP_COLOR_SPACE_BT601, DSP_COLOR_SPACE_BT709, &k));
+  // Extreme coefficients too, so that the 16-bit saturation is reached.
+  framedsp::ScaleColorCoefficients big = k;
+  big.w[0][1] = 300;
+  big.w[1][1] = -300;
+  big.w[2][2] = 300;
+  struct L {
+    uint32_t cls;
+    int y0, y1, cb, cr;
+  } ls[] = {{0, 1, 3, 0, 2}, {1, 2, 3, 0, 1}, {2, 0, 2, 1, 3}};
+  std::mt19937 rng(framedsp_test::test_seed());
+  for (const auto *kk : {&k, &big}) {
+    for (const L &l : ls) {
+      ASSERT_NE(t.convert[l.cls], nullptr);
+      for (size_t bytes : {0, 3, 4, 8, 62, 64, 258}) {
+        GuardedBuffer line(bytes, 16);
+        framedsp_test::fill_random(line.data(), bytes, rng);
+        std::vector<uint8_t> want(line.data(), line.data() + bytes);
+        for (size_t g = 0; g + 4 <= bytes; g += 4) {
+          uint8_t *p = want.data() + g;
+          const int cb = p[l.cb] - 128, cr = p[l.cr] - 128;
+          const auto &w = kk->w;
+          const int y0 = c8(sat16(64 * p[l.y0] + w[0][1] * cb + w[0][2] * cr + 32) >> 6);
+          const int y1 = c8(sat16(64 * p[l.y1] + w[0][1] * cb + w[0][2] * cr + 32) >> 6);
+          const int ncb = c8(128 + (sat16(w[1][1] * cb + w[1][2] * cr + 32) >> 6));
+          const int ncr = c8(128 + (sat16(w[2][1] * cb + w[2][2] * cr + 32) >> 6));
+          p[l.y0] = uint8_t(y0);
+          p[l.y1] = uint8_t(y1);
+          p[l.cb] = uint8_t(ncb);
+          p[l.cr] = uint8_t(ncr);
+        }
+        t.convert[l.cls](line.data(), bytes, kk);
+        ASSERT_TRUE(line.intact());
+        ASSERT_TRUE(bytes == 0 || std::memcmp(want.data(), line.data(), bytes) == 0) << "class " << l.cls << " bytes " << bytes;
+      }
+    }
+  }
+  for (uint32_t cls = 3; cls < 12; ++cls) EXPECT_EQ(t.convert[cls], nullptr) << cls;
+}
+
+}  // namespace
+
+namespace {
+
+// ---- prepared resamplers ---------------------------------------------------------------------
+
+TEST(ScalePlanned, SameBytesAsTheLineResamplersInEveryEightBitClass) {
+  framedsp::ScaleLineTable t;
+  framedsp::scale_line_table_init(&t, framedsp::cpu_flags());
+  std::mt19937 rng(framedsp_test::test_seed() + 77);
+  for (const RefLayout &l : layouts()) {
+    const size_t entries_unit = l.cls <= 2 ? 1 : size_t(l.group);
+    if (l.cls > 6) {
+      EXPECT_EQ(framedsp::scale_plan_entries(l.cls, 64), 0u);
+      EXPECT_EQ(t.planned_linear[l.cls], nullptr);
+      continue;
+    }
+    for (int trial = 0; trial < 60; ++trial) {
+      const size_t sg = 1 + rng() % 40, dg = 1 + rng() % 40;
+      const size_t sb = sg * l.group, db = dg * l.group + (trial & 1 ? l.group - 1 : 0);
+      const size_t pixels_s = sb / l.group * l.streams[0].per, pixels_d = db / l.group * l.streams[0].per;
+      const uint32_t step = uint32_t((uint64_t(pixels_s) << 14) / pixels_d);
+      const size_t n = framedsp::scale_plan_entries(l.cls, db);
+      ASSERT_EQ(n, db / l.group * l.group / entries_unit);
+      std::vector<framedsp::ScalePlanEntry> plan(n);
+      framedsp::scale_plan_build(l.cls, step, sb, db, plan.data());
+      GuardedBuffer src(sb, 0);
+      framedsp_test::fill_random(src.data(), sb, rng);
+      for (int linear = 0; linear < 2; ++linear) {
+        GuardedBuffer a(db, 16, 0x11), b(db, 16, 0x11);
+        (linear ? t.linear : t.nearest)[l.cls](src.data(), a.data(), step, sb, db);
+        (linear ? t.planned_linear : t.planned_nearest)[l.cls](src.data(), b.data(), plan.data(), n);
+        ASSERT_TRUE(a.intact() && b.intact());
+        ASSERT_EQ(0, std::memcmp(a.data(), b.data(), db))
+            << "format " << l.format << " linear " << linear << " " << sb << " -> " << db;
+      }
+    }
+  }
+}
+
+TEST(ScalePlanned, SimdFourBytePixelsEqualScalarOnEveryLengthAndLead) {
+  framedsp::ScaleLineTable t;
+  framedsp::scale_line_table_init(&t, framedsp::cpu_flags());
+  if (t.planned_linear[5] == framedsp::scale_planned_linear4_c) GTEST_SKIP() << "no SIMD resampler here";
+  std::mt19937 rng(framedsp_test::test_seed() + 5);
+  const size_t src_pixels = 97;
+  GuardedBuffer src(src_pixels * 4, 0);
+  framedsp_test::fill_random(src.data(), src.size(), rng);
+  for (size_t n = 0; n <= 300; ++n) {
+    std::vector<framedsp::ScalePlanEntry> plan(n);
+    for (auto &e : plan) {
+      const uint32_t i = rng() % src_pixels;
+      e = {i * 4, (rng() % 4 ? std::min<uint32_t>(i + 1, src_pixels - 1) : i) * 4,
+           uint32_t(rng() % 3 ? rng() % 16384 : (rng() % 2 ? 0 : 16383))};
+    }
+    for (size_t lead = 0; lead < 16; ++lead) {
+      GuardedBuffer a(lead + 4 * n, 16, 0x22), b(lead + 4 * n, 16, 0x22);
+      t.planned_linear[5](src.data(), a.data() + lead, plan.data(), n);
+      framedsp::scale_planned_linear4_c(src.data(), b.data() + lead, plan.data(), n);
+      ASSERT_TRUE(a.intact() && b.intact());
+      for (size_t j = 0; j < n; ++j) {
+        for (int c = 0; c < 4; ++c) {
+          const uint32_t f = plan[j].f;
+          const uint8_t want = uint8_t((src[plan[j].a + c] * (16384 - f) + src[plan[j].b + c] * f + 8192) >> 14);
+          ASSERT_EQ(a[lead + 4 * j + c], want) << n << " " << lead << " " << j;
+          ASSERT_EQ(b[lead + 4 * j + c], want);
+        }
+      }
+      for (size_t i = 0; i < lead; ++i) ASSERT_EQ(a[i], 0x22);
+    }
+  }
+}
+
+}  // namespace
