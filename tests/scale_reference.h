@@ -66,10 +66,11 @@ inline void reference(const RefLayout &l, bool linear, const uint8_t *src, size_
 
 inline const RefLayout &layout_of(uint32_t format) {
   static const std::vector<RefLayout> all = layouts();
+  if (format == 263) format = 261;  // the pyramid's 8-bit plane: one byte a sample, like 261
   for (const RefLayout &l : all) {
     if (l.format == format) return l;
   }
-  return all[0];  // class 0: 21 and every format not listed (263)
+  return all[0];  // class 0: 21 and every format not listed
 }
 
 // Bytes per pixel of the formats the scaler takes.
@@ -77,10 +78,10 @@ inline uint32_t pixel_bytes(uint32_t format) {
   switch (format) {
     case 0: case 17: case 22: case 31: return 4;
     case 1: return 3;
-    case 21: case 24: case 25: case 262: case 263: return 2;
+    case 21: case 24: case 25: case 262: return 2;
     case 23: return 6;
     case 129: return 8;
-    case 261: return 1;
+    case 261: case 263: return 1;
     default: return 0;
   }
 }

@@ -754,13 +754,14 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelFilter(const DSP_SUBPIXEL_FILT
  * frame -> field): a field is never blended with the other field.  Linear lines with a nonzero
  * fraction are (A * (16384 - frac) + B * frac + 8192) >> 14 of the two horizontally resampled
  * lines, byte by byte; fraction 0 copies A.  16-bit formats (22, 23, 31, 129, 262) move and
- * interpolate whole little-endian 16-bit samples.  The scaler addresses formats 31, 262, 263 as
- * 4, 2, 2 bytes a pixel.  Fields are read as DspBufferSmartCopy reads them; the dominance bits
+ * interpolate whole little-endian 16-bit samples.  The scaler addresses formats 31 and 262 as
+ * 4 and 2 bytes a pixel, and 263, the mip-map pyramid's 8-bit plane, as one byte a sample like
+ * 261 (the fast paths read it the same way).  Fields are read as DspBufferSmartCopy reads them; the dominance bits
  * (0..2) do not shift scaled output.  Bands (ulSliceCount/ulSliceNumber) cover the same output
  * lines as the copy's.
  *
  * Colour: when In.eColorSpace and Out.eColorSpace differ (601 <-> 709) in the 8-bit 4:2:2
- * layouts (21, 24, 25, 28, 30, 263), each finished line is converted with the copy's matrix
+ * layouts (21, 24, 25, 28, 30), each finished line is converted with the copy's matrix
  * rounded to six fraction bits: Y' = sat(64 Y + a cb + b cr + 32) >> 6, C' = 128 +
  * (sat(c cb + d cr + 32) >> 6), cb = Cb - 128, cr = Cr - 128, results clamped to 0..255 (the
  * intermediate to 16 bits).  Other formats scale unchanged.

@@ -139,7 +139,7 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
 
   ScaleLineTable lines;
   scale_line_table_init(&lines, cpu_flags());
-  const uint32_t cls = format_class(format);
+  const uint32_t cls = scale_format_class(format);
   const ScaleResampler resample = kLinear ? lines.linear[cls] : lines.nearest[cls];
   const ScalePlannedResampler planned = kLinear ? lines.planned_linear[cls] : lines.planned_nearest[cls];
   ScaleColorCoefficients coefficients;

@@ -268,8 +268,9 @@ bool scale_color_coefficients(uint32_t in_space, uint32_t out_space, ScaleColorC
 uint32_t scale_bytes_per_pixel(uint32_t format) {
   switch (format) {
     case 262:
-    case 263:
       return 2;
+    case 263:
+      return 1;
     case 31:
       return 4;
     default:
@@ -277,8 +278,12 @@ uint32_t scale_bytes_per_pixel(uint32_t format) {
   }
 }
 
+uint32_t scale_format_class(uint32_t format) {
+  return format == DSP_PIXEL_FORMAT_MIPMAP ? 6u : format_class(format);
+}
+
 uint32_t scale_group_pixels(uint32_t format) {
-  switch (format_class(format)) {
+  switch (scale_format_class(format)) {
     case 0:
     case 1:
     case 2:
