@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -220,6 +221,79 @@ TEST_F(MipMaps, OtherHandleObjectsAndStaleHandlesAreEHandle) {
   EXPECT_EQ(DspCreateMipMaps(stale, &record), DSP_E_HANDLE);
   EXPECT_TRUE(level_bytes() == before);
   EXPECT_TRUE(g_entered.empty());
+}
+
+}  // namespace
+
+// ---- level contents ----------------------------------------------------------------------------
+
+namespace {
+
+// Level k + 1 computed here from level k: nearest keeps sample (2x, 2y); linear is the rounded
+// mean of the 2 x 2 block, which only the integer-ratio path produces (the general linear kernel
+// at an exact half lands on whole samples and would equal nearest).
+std::vector<uint8_t> halve(const std::vector<uint8_t> &src, uint32_t w, uint32_t h, bool linear) {
+  std::vector<uint8_t> out((w / 2) * (h / 2));
+  for (uint32_t y = 0; y < h / 2; ++y) {
+    for (uint32_t x = 0; x < w / 2; ++x) {
+      const uint8_t *p = &src[(2 * y) * w + 2 * x];
+      out[y * (w / 2) + x] =
+          linear ? static_cast<uint8_t>((p[0] + p[1] + p[w] + p[w + 1] + 2) >> 2) : p[0];
+    }
+  }
+  return out;
+}
+
+class MipMapLevels : public MipMaps, public ::testing::WithParamInterface<uint32_t> {};
+
+TEST_P(MipMapLevels, HalvingLevelsFollowTheIntegerRatioRule) {
+  const bool linear = GetParam() == DSP_SCALER_FILTER_LINEAR;
+  record.eFilter = GetParam();
+  std::mt19937 rng(framedsp_test::test_seed());
+  framedsp_test::fill_random(memory[0]->data(), memory[0]->size(), rng);
+  std::vector<uint8_t> expected(memory[0]->data(), memory[0]->data() + memory[0]->size());
+  ASSERT_EQ(DspCreateMipMaps(converter, &record), DSP_S_OK);
+  EXPECT_EQ(count_entered("DspScaler"), 4);
+  uint32_t w = 64, h = 32;
+  for (uint32_t k = 1; k < DSP_MIPMAP_MAX_LEVELS; ++k) {
+    expected = halve(expected, w, h, linear);
+    w /= 2;
+    h /= 2;
+    ASSERT_EQ(memory[k]->size(), expected.size());
+    EXPECT_TRUE(std::memcmp(memory[k]->data(), expected.data(), expected.size()) == 0)
+        << "level " << k << "\n"
+        << framedsp_test::hex_diff(expected.data(), memory[k]->data(), expected.size());
+  }
+  expect_guards_intact();
+  EXPECT_EQ(references_of(converter), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Filters, MipMapLevels,
+                         ::testing::Values(DSP_SCALER_FILTER_NEAREST, DSP_SCALER_FILTER_LINEAR),
+                         [](const ::testing::TestParamInfo<uint32_t> &info) {
+                           return std::string(info.param ? "linear" : "nearest");
+                         });
+
+// A level whose size is not an eligible ratio of the one before (64 x 32 -> 48 x 24) comes from
+// the general scaler: nearest samples at truncated 14-bit positions, one byte a sample.
+TEST_F(MipMaps, IneligibleLevelFallsBackToTheGeneralScaler) {
+  levels.ulCount = 2;
+  const uint32_t sw = 64, sh = 32, dw = 48, dh = 24;
+  set_plane(&levels.Levels[1], memory[1]->data(), dw, dh);
+  GuardedBuffer big(dw * dh, 64, 0x33);
+  set_plane(&levels.Levels[1], big.data(), dw, dh);
+  std::mt19937 rng(framedsp_test::test_seed() + 1);
+  framedsp_test::fill_random(memory[0]->data(), memory[0]->size(), rng);
+  ASSERT_EQ(DspCreateMipMaps(converter, &record), DSP_S_OK);
+  const uint32_t hstep = sw * 16384 / dw, vstep = sh * 16384 / dh;
+  for (uint32_t y = 0; y < dh; ++y) {
+    const uint32_t sy = (y * vstep) >> 14;
+    for (uint32_t x = 0; x < dw; ++x) {
+      const uint32_t sx = (x * hstep) >> 14;
+      ASSERT_EQ(big[y * dw + x], memory[0]->data()[sy * sw + sx]) << x << "," << y;
+    }
+  }
+  EXPECT_TRUE(big.intact()) << big.damage();
 }
 
 }  // namespace
