@@ -159,7 +159,8 @@ TEST_P(WorkMemorySweep, RefusalsAndSettingsErrorsTakeNothing) {
 void PrintTo(const Case &c, std::ostream *os) { *os << c.name; }
 
 // Blocks per call, counted from the passes: a FIR plane with both directions on takes two work
-// lines, a box plane its column sums and one output line, the temporary frame one block more,
+// lines, a box plane its column sums (results go straight into the output lines), the temporary
+// frame one block more,
 // and the converting copy one work line (the plane of a two-plane format is never converted).
 const Case kCases[] = {
     // The converting copy takes one work line; its failure is a failed pass (E_FAIL).
@@ -173,8 +174,8 @@ const Case kCases[] = {
     {"fir_uyvy_key", 28, 2, 1, 0, 0, DSP_BUFFER_TYPE_FRAME, 1, 4, DSP_E_OUTOFMEMORY},
     {"fir_temp_bgra", 0, 4, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 2, 3, DSP_E_OUTOFMEMORY},
     {"fir_temp_uyvy_to_field", 21, 2, 0, 0, 0, DSP_BUFFER_TYPE_FIELD_B, 2, 3, DSP_E_OUTOFMEMORY},
-    {"box_bgr", 1, 3, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 3, 2, DSP_E_OUTOFMEMORY},
-    {"box_temp_key", 261, 1, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 4, 3, DSP_E_OUTOFMEMORY},
+    {"box_bgr", 1, 3, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 3, 1, DSP_E_OUTOFMEMORY},
+    {"box_temp_key", 261, 1, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 4, 2, DSP_E_OUTOFMEMORY},
 };
 
 INSTANTIATE_TEST_SUITE_P(All, WorkMemorySweep, ::testing::ValuesIn(kCases),
