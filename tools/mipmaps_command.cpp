@@ -93,18 +93,23 @@ bool build_pyramid(std::vector<MipLevel> *levels, uint32_t filter, double *ms, s
     return false;
   }
   // The pyramid is tied to a frame-rate converter; its settings are not used, so the smallest
-  // valid creation record will do (the level search range of 1 needs a size of at least 4).
-  DSP_FRAME_RATE_CONVERTER_PARAMS create;
-  std::memset(&create, 0, sizeof create);
-  create.ulBaseCount = 1;
-  create.lWidth = static_cast<int32_t>(std::max<uint32_t>((*levels)[0].width, 4));
-  create.lHeight = static_cast<int32_t>(std::max<uint32_t>((*levels)[0].height, 4));
-  DSP_HANDLE converter = nullptr;
-  DSP_HRESULT status = DspCreateFrameRateConverter(&create, &converter);
-  if (status != DSP_S_OK) {
-    *error = "DspCreateFrameRateConverter returned " + hex(status);
-    return false;
+  // valid creation record will do.  The library has no call that destroys a converter (it lives
+  // until the process ends), so the process makes one and keeps its handle for every pyramid.
+  static DSP_HANDLE converter = nullptr;
+  if (!converter) {
+    DSP_FRAME_RATE_CONVERTER_PARAMS create;
+    std::memset(&create, 0, sizeof create);
+    create.ulBaseCount = 1;
+    create.lWidth = 64;  // bounds the default level search range of 1: at least 4
+    create.lHeight = 64;
+    const DSP_HRESULT created = DspCreateFrameRateConverter(&create, &converter);
+    if (created != DSP_S_OK) {
+      converter = nullptr;
+      *error = "DspCreateFrameRateConverter returned " + hex(created);
+      return false;
+    }
   }
+  DSP_HRESULT status = DSP_S_OK;
   const std::vector<uint8_t> base = (*levels)[0].samples;
   DSP_MIPMAP_LEVELS list;
   std::memset(&list, 0, sizeof list);

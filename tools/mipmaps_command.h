@@ -26,8 +26,8 @@ struct MipLevel {
 bool pyramid_sizes(uint32_t width, uint32_t height, uint32_t count, std::vector<MipLevel> *levels,
                    std::string *error);
 
-// Fills levels[1..] from levels[0] with one DspCreateMipMaps call on a converter created for the
-// purpose (eFilter = DSP_SCALER_FILTER_*).  Levels after the first are cleared to 0 beforehand.
+// Fills levels[1..] from levels[0] with one DspCreateMipMaps call (eFilter = DSP_SCALER_FILTER_*)
+// on the process's frame-rate converter, created on first use and kept.  Levels after the first are cleared to 0 beforehand.
 // *ms receives the time of the DspCreateMipMaps call.
 bool build_pyramid(std::vector<MipLevel> *levels, uint32_t filter, double *ms, std::string *error);
 
