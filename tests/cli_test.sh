@@ -690,5 +690,239 @@ for f in scaled_720.png scaled_sd.png scaled_sd_hd.png; do
 done
 expect_in "$T/demo/report.txt" "DspScaler" "demo scale steps"
 
+# ---- help texts of every command
+run --help
+expect_status 0 "--help"
+for cmd in formats compare copy filter scale fit mipmaps generate demo help; do
+  expect_in "$T/out" "  $cmd " "--help lists $cmd"
+done
+expect_in "$T/out" "--progress" "--help mentions --progress"
+expect_in "$T/out" "examples:" "--help examples"
+run -h
+expect_status 0 "-h"
+for cmd in formats compare copy filter scale fit mipmaps generate demo; do
+  run "$cmd" --help
+  expect_status 0 "$cmd --help"
+  expect_in "$T/out" "usage: framedsp $cmd" "$cmd --help usage line"
+  expect_in "$T/out" "example" "$cmd --help examples"
+  cp "$T/out" "$T/help_a"
+  run help "$cmd"
+  expect_status 0 "help $cmd"
+  cmp -s "$T/out" "$T/help_a" || fail "help $cmd differs from $cmd --help"
+  run "$cmd" -h
+  cmp -s "$T/out" "$T/help_a" || fail "$cmd -h differs from $cmd --help"
+done
+run help --help
+expect_status 0 "help --help"
+expect_in "$T/out" "usage: framedsp help" "help --help"
+run help mipmap
+expect_status 2 "help on a misspelt command"
+expect_in "$T/err" "did you mean 'mipmaps'" "help mipmap suggestion"
+
+# ---- clear errors across commands
+# A 4x2 uyvy422 frame needs 16 bytes; the short file has 10.
+run scale "$T/short.uyvy" "$T/s_out.uyvy" -s 4x2 -f uyvy422 --to 2x2
+expect_status 1 "scale: short file"
+expect_in "$T/err" "10 bytes, shorter than one frame of 16 bytes" "scale: short file sizes"
+run mipmaps "$T/short.uyvy" "$T/m.png" -s 4x2 -f uyvy422 --levels 2
+expect_status 1 "mipmaps: short file"
+expect_in "$T/err" "10 bytes, shorter than one frame of 16 bytes" "mipmaps: short file sizes"
+[ -e "$T/m.png" ] && fail "mipmaps: PNG written although the input was short"
+run filter "$T/odd.uyvy" "$T/f_out.uyvy" -s 4x2 -f uyvy422 --box 3x3
+expect_status 1 "filter: partial frame"
+expect_in "$T/err" "24 bytes, not a whole number of frames of 16 bytes" "filter: partial frame"
+expect_in "$T/err" "expected 16 or 32 bytes" "filter: partial frame, nearest sizes"
+run copy "$T/a.uyvy" "$T/c_out.uyvy" -s 4x2 -f grya
+expect_status 2 "copy: unknown format"
+expect_in "$T/err" "did you mean 'bgra', 'gray' or 'gray8'?" "copy: every name at the nearest distance"
+run mipmaps "$T/a.uyvy" "$T/m.png" -s 4x2 -f yuvy422
+expect_status 2 "mipmaps: unknown format"
+expect_in "$T/err" "did you mean 'uyvy422' or 'yuyv422'" "mipmaps: two equally near names"
+run mipmaps "$T/a.uyvy" "$T/m.png" -s 4x2 -f xyzzyplugh
+expect_status 2 "mipmaps: far-off format name"
+expect_in "$T/err" "known names: bgra bgr24" "mipmaps: list when nothing is near"
+run scale "$T/a.uyvy" "$T/s_out.uyvy" -s 5x2 -f yuyv422 --to 2x2
+expect_status 2 "scale: odd width"
+expect_in "$T/err" "yuyv422 (25) needs an even width" "scale: odd width"
+run filter "$T/a.uyvy" "$T/f_out.uyvy" -s 0x2 -f uyvy422 --box 3x3
+expect_status 2 "filter: zero width"
+expect_in "$T/err" "-s expects WxH" "filter: zero width"
+
+# ---- progress line
+fill "$T/p.uyvy" 48 128
+run copy "$T/p.uyvy" "$T/p_out.uyvy" -s 4x2 -f uyvy422 --progress
+expect_status 0 "copy --progress"
+expect_in "$T/err" "framedsp copy: frame 3/3 (100.0 %)" "copy progress line"
+expect_in "$T/err" "frame 1/3 (33.3 %)" "copy progress, first frame"
+grep -q "frame 1/3" "$T/out" && fail "progress went to stdout"
+run compare "$T/p.uyvy" "$T/p_out.uyvy" -s 4x2 -f uyvy422 --progress
+expect_status 0 "compare --progress"
+expect_in "$T/err" "framedsp compare: frame 3/3" "compare progress line"
+expect_row overall "$same $same $same" "compare with progress: figures unchanged"
+run scale "$T/p.uyvy" "$T/p_scaled.uyvy" -s 4x2 -f uyvy422 --to 2x2 --progress
+expect_status 0 "scale --progress"
+expect_in "$T/err" "framedsp scale: frame 3/3" "scale progress line"
+run copy "$T/p.uyvy" "$T/p_out.uyvy" -s 4x2 -f uyvy422
+expect_status 0 "copy without --progress"
+[ -s "$T/err" ] && fail "copy without --progress and no terminal wrote to stderr"
+
+# ---- mipmaps
+# png_info FILE: "width height bit-depth colour-type" from the IHDR chunk (bytes 16..25).
+png_info() {
+  od -An -v -tu1 -j16 -N10 "$1" | awk '{ printf "%d %d %d %d", \
+    $1 * 16777216 + $2 * 65536 + $3 * 256 + $4, $5 * 16777216 + $6 * 65536 + $7 * 256 + $8, $9, $10 }'
+}
+# A 64x32 gray frame in blocks of 16x16 of distinct values (50 + 20 * block), and a uyvy422
+# frame whose luma is the same and whose chroma is noise that must not leak into the pyramid.
+awk 'BEGIN { for (y = 0; y < 32; ++y) for (x = 0; x < 64; ++x)
+  printf "%c", 50 + 20 * (int(y / 16) * 4 + int(x / 16)) }' LC_ALL=C >"$T/blocks.gray"
+awk 'BEGIN { for (y = 0; y < 32; ++y) for (x = 0; x < 64; ++x)
+  printf "%c%c", (x * 37 + y * 11) % 256, 50 + 20 * (int(y / 16) * 4 + int(x / 16)) }' LC_ALL=C >"$T/blocks.uyvy"
+[ "$(wc -c <"$T/blocks.gray")" -eq 2048 ] || fail "test setup: blocks.gray has the wrong size"
+run mipmaps "$T/blocks.gray" "$T/m_gray.png" -s 64x32 -f gray --filter nearest
+expect_status 0 "mipmaps gray"
+expect_in "$T/out" "level 4: 4x2" "mipmaps level sizes"
+[ "$(png_info "$T/m_gray.png")" = "124 32 8 0" ] || fail "mipmaps gray: IHDR $(png_info "$T/m_gray.png"), expected 124x32 8-bit gray"
+run mipmaps "$T/blocks.uyvy" "$T/m_uyvy.png" -s 64x32 -f uyvy422 --levels 3 --filter nearest
+expect_status 0 "mipmaps uyvy422"
+[ "$(png_info "$T/m_uyvy.png")" = "112 32 8 0" ] || fail "mipmaps uyvy422: IHDR $(png_info "$T/m_uyvy.png"), expected 112x32 (64+32+16)"
+run mipmaps "$T/blocks.gray" "$T/m_263.png" -s 64x32 -f 263 --levels 2 --filter linear
+expect_status 0 "mipmaps format 263"
+[ "$(png_info "$T/m_263.png")" = "96 32 8 0" ] || fail "mipmaps 263: IHDR $(png_info "$T/m_263.png")"
+run mipmaps "$T/blocks.gray" "$T/m_lin.png" -s 64x32 -f gray --filter linear
+expect_status 0 "mipmaps gray linear"
+fill "$T/flat.gray" 2048 77
+run mipmaps "$T/flat.gray" "$T/m_flat.png" -s 64x32 -f gray --filter linear
+expect_status 0 "mipmaps flat linear"
+for bad in "--levels 6" "--levels 1" "--filter cubic" "--frame 1"; do
+  # shellcheck disable=SC2086
+  run mipmaps "$T/blocks.gray" "$T/m_bad.png" -s 64x32 -f gray $bad
+  expect_status 2 "mipmaps $bad"
+done
+run mipmaps "$T/blocks.gray" "$T/m_bad.png" -s 8x4 -f gray --levels 4
+expect_status 2 "mipmaps: frame too small for the levels"
+expect_in "$T/err" "4 levels need a frame of at least 8x8 pixels (level 3 of 8x4 would be empty)" "mipmaps: 4 levels from 8x4"
+run mipmaps "$T/a.uyvy" "$T/m_bad.png" -s 4x2 -f uyvy422 --levels 3
+expect_status 2 "mipmaps: 3 levels from 4x2"
+expect_in "$T/err" "3 levels need a frame of at least 4x4" "mipmaps: level would be empty"
+run mipmaps "$T/a.uyvy" "$T/m_bad.png" -s 2x2 -f bgra
+expect_status 2 "mipmaps: bgra"
+expect_in "$T/err" "not bgra (0)" "mipmaps: format without luma"
+run mipmaps "$T/blocks.gray" -s 64x32 -f gray
+expect_status 2 "mipmaps: no output file"
+[ -e "$T/m_bad.png" ] && fail "mipmaps: PNG written on a usage error"
+
+# Pixel checks where python3 is there to decode the PNGs: level 0 is the luma itself; with 16x16
+# blocks every level down to 4x2 is still made of whole blocks, so each level pixel (x, y) of
+# level k must be the block value at (x << k, y << k) whichever sample the halving picks; the
+# area below the smaller levels is black; a flat frame stays flat at every level.
+if command -v python3 >/dev/null 2>&1; then
+  cat >"$T/png_check.py" <<'EOF'
+import struct, sys, zlib
+
+def decode(path):
+    data = open(path, 'rb').read()
+    assert data[:8] == b'\x89PNG\r\n\x1a\n', 'not a PNG'
+    pos, idat = 8, b''
+    while pos < len(data):
+        n = struct.unpack('>I', data[pos:pos + 4])[0]
+        kind, body = data[pos + 4:pos + 8], data[pos + 8:pos + 8 + n]
+        if kind == b'IHDR':
+            w, h, depth, colour = struct.unpack('>IIBB', body[:10])
+        elif kind == b'IDAT':
+            idat += body
+        pos += 12 + n
+    bpp = {0: 1, 2: 3}[colour]
+    raw, stride, rows, prev, off = zlib.decompress(idat), w * bpp, [], bytearray(w * bpp), 0
+    for y in range(h):
+        f, line = raw[off], bytearray(raw[off + 1:off + 1 + stride])
+        off += 1 + stride
+        for i in range(stride):
+            a = line[i - bpp] if i >= bpp else 0
+            b, c = prev[i], prev[i - bpp] if i >= bpp else 0
+            if f == 1: line[i] = (line[i] + a) & 255
+            elif f == 2: line[i] = (line[i] + b) & 255
+            elif f == 3: line[i] = (line[i] + (a + b) // 2) & 255
+            elif f == 4:
+                p = a + b - c
+                pa, pb, pc = abs(p - a), abs(p - b), abs(p - c)
+                pr = a if pa <= pb and pa <= pc else (b if pb <= pc else c)
+                line[i] = (line[i] + pr) & 255
+        rows.append(line)
+        prev = line
+    return w, h, colour, rows
+
+def block(x, y):
+    return 50 + 20 * ((y // 16) * 4 + x // 16)
+
+def check_blocks(path, levels):
+    w, h, colour, rows = decode(path)
+    left, lw, lh = 0, 64, 32
+    for k in range(levels):
+        for y in range(h):
+            for x in range(lw):
+                want = block(x << k, y << k) if y < lh else 0
+                got = rows[y][left + x]
+                if got != want:
+                    sys.exit('%s: level %d pixel (%d,%d) is %d, expected %d' % (path, k, x, y, got, want))
+        left, lw, lh = left + lw, lw // 2, lh // 2
+    assert left == w, (left, w)
+
+def check_flat(path, value):
+    w, h, colour, rows = decode(path)
+    left, lw, lh = 0, 64, 32
+    while left < w:
+        for y in range(h):
+            for x in range(lw):
+                want = value if y < lh else 0
+                if rows[y][left + x] != want:
+                    sys.exit('%s: pixel (%d,%d) is %d, expected %d' % (path, left + x, y, rows[y][left + x], want))
+        left, lw, lh = left + lw, lw // 2, lh // 2
+
+def check_sheet(path, title_rgb):
+    w, h, colour, rows = decode(path)
+    assert colour == 2, 'contact sheet is not RGB'
+    top = rows[8:22]
+    found = any(tuple(r[i:i + 3]) == title_rgb for r in top for i in range(0, len(r), 3))
+    if not found:
+        sys.exit('%s: no title pixels in the top rows' % path)
+
+what = sys.argv[1]
+if what == 'blocks': check_blocks(sys.argv[2], int(sys.argv[3]))
+elif what == 'flat': check_flat(sys.argv[2], int(sys.argv[3]))
+elif what == 'sheet': check_sheet(sys.argv[2], (255, 214, 90))
+EOF
+  python3 "$T/png_check.py" blocks "$T/m_gray.png" 5 || fail "mipmaps gray: pixels"
+  python3 "$T/png_check.py" blocks "$T/m_uyvy.png" 3 || fail "mipmaps uyvy422 luma: pixels"
+  python3 "$T/png_check.py" flat "$T/m_flat.png" 77 || fail "mipmaps flat: pixels"
+  python3 "$T/png_check.py" blocks "$T/m_lin.png" 5 || fail "mipmaps gray linear: pixels"
+  # The checker itself must notice a wrong pyramid: the flat strip is no block strip.
+  python3 "$T/png_check.py" blocks "$T/m_flat.png" 5 2>/dev/null && fail "png check accepts a wrong strip"
+else
+  echo "cli_test: python3 not found, mipmap pixel checks skipped" >&2
+fi
+
+# ---- demo: contact sheet, fit and pyramid steps, HTML
+for f in contact_sheet.png fit.png mipmaps.png; do
+  [ -s "$T/demo/$f" ] || fail "demo: $f missing"
+done
+expect_in "$T/demo/index.html" "<img src=\"contact_sheet.png\"" "demo index shows the contact sheet"
+expect_in "$T/demo/index.html" "mipmaps.png" "demo index: pyramid"
+expect_in "$T/demo/index.html" "fit.png" "demo index: fit"
+expect_in "$T/demo/index.html" " ms)" "demo index: timings"
+expect_in "$T/demo/index.html" "PSNR dB" "demo index: PSNR"
+expect_in "$T/demo/report.txt" "DspCreateMipMaps: luma of frame 0, 5 levels (64x32, 32x16, 16x8, 8x4, 4x2)" "demo pyramid"
+# 64x32 at 4:3 fitted to the height of a 113x64 16:9 frame: 64 * (32*4)/(64*3) * 2 / PAR_dst.
+expect_in "$T/demo/report.txt" "fitted to the height of 112x64 at 16:9" "demo fit"
+# Sheet layout: 4 columns of 320-pixel tiles with 8-pixel gaps; rows of 222 under a 30-pixel title.
+info=$(png_info "$T/demo/contact_sheet.png")
+set -- $info
+[ "$1" = 1320 ] || fail "contact sheet width $1, expected 1320"
+[ "$3 $4" = "8 2" ] || fail "contact sheet is not 8-bit RGB ($3 $4)"
+[ "$2" -gt 30 ] && [ $(( ($2 - 30) % 222 )) -eq 0 ] || fail "contact sheet height $2 is not 30 + rows * 222"
+if command -v python3 >/dev/null 2>&1; then
+  python3 "$T/png_check.py" sheet "$T/demo/contact_sheet.png" || fail "contact sheet: title"
+fi
+
 echo "cli_test: $checks runs, $failures failure(s)"
 [ "$failures" -eq 0 ]

@@ -23,6 +23,10 @@ Parsed parse(const std::vector<std::string> &args, const std::vector<OptionDef> 
       parsed.help = true;
       continue;
     }
+    if (arg == "--progress") {
+      parsed.progress = true;
+      continue;
+    }
     std::string name = arg, value;
     bool inline_value = false;
     const size_t eq = arg.find('=');

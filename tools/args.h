@@ -32,6 +32,7 @@ struct Parsed {
   std::vector<std::string> positional;
   std::map<std::string, std::string> options;  // by long name
   bool help = false;
+  bool progress = false;  // --progress, accepted by every command
   bool has(const char *name) const { return options.count(name) != 0; }
   std::string get(const char *name) const {
     auto it = options.find(name);
@@ -40,6 +41,7 @@ struct Parsed {
 };
 
 // Options may come anywhere; "--" ends them; --name=value works for options with values.
+// --help/-h and --progress are understood by every command.
 Parsed parse(const std::vector<std::string> &args, const std::vector<OptionDef> &defs);
 
 // A decimal number of at most 9 digits, at least `minimum`.

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "args.h"
+#include "progress.h"
 #include "formats.h"
 #include "frame/pixel_format.h"
 
@@ -258,6 +259,7 @@ int cmd_copy(const std::vector<std::string> &args) {
   std::vector<uint8_t> source(in.layout.frame_bytes), target(out.layout.frame_bytes);
   in.pixels = source.data();
   out.pixels = target.data();
+  Progress progress("copy", frames, parsed.progress);
   for (uint64_t f = 0; f < frames; ++f) {
     if (!reader.read(f, source.data(), &error)) throw RuntimeError(error);
     if (existing.empty()) {
@@ -268,7 +270,9 @@ int cmd_copy(const std::vector<std::string> &args) {
     const DSP_HRESULT status = copy_buffer(in, out, flags);
     if (status != DSP_S_OK) throw RuntimeError(copy_status_text(status));
     if (!writer.write(target.data(), target.size(), &error)) throw RuntimeError(error);
+    progress.update(f + 1);
   }
+  progress.finish();
   if (!writer.close(&error)) throw RuntimeError(error);
   std::printf("IN:  %s: %s; %llu frame%s\nOUT: %s: %s (%s%s%s)\n", in_path.c_str(),
               describe_layout(in.layout).c_str(), static_cast<unsigned long long>(frames),

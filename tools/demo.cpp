@@ -9,11 +9,14 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <map>
 
 #include "clip.h"
+#include "contact_sheet.h"
 #include "copy_command.h"
 #include "filter_command.h"
 #include "formats.h"
+#include "mipmaps_command.h"
 #include "framedsp/framedsp.h"
 #include "png_writer.h"
 #include "scale_command.h"
@@ -60,10 +63,12 @@ struct Demo {
   std::filesystem::path dir;
   RawLayout layout;  // the clip's, uyvy422
   std::vector<std::vector<uint8_t>> frames;
+  std::map<std::string, Picture> pictures;  // every image written, by file name (contact sheet)
 };
 
-bool save_png(const Demo &demo, const std::string &name, const Picture &picture,
+bool save_png(Demo &demo, const std::string &name, const Picture &picture,
               std::string *error) {
+  demo.pictures[name] = picture;
   return write_png((demo.dir / name).string(), picture, error);
 }
 
@@ -78,7 +83,7 @@ std::vector<Figure> figures_of(uint32_t format, const double results[8]) {
 }
 
 // Compares a against b, writes the difference image and records the figures.
-bool compare_entry(const Demo &demo, const RawLayout &layout, const uint8_t *a, const uint8_t *b,
+bool compare_entry(Demo &demo, const RawLayout &layout, const uint8_t *a, const uint8_t *b,
                    const std::string &image, const std::string &caption, StepReport *report,
                    std::string *error) {
   std::vector<uint8_t> diff(layout.frame_bytes, 128);
@@ -445,6 +450,90 @@ bool step_scale_sd_hd(Demo &demo, StepReport *report, std::string *error) {
                        "frame 0 against its trip through standard definition", report, error);
 }
 
+// The clip taken as a 4:3 picture (non-square pixels) fitted to the height of a 16:9 frame of
+// twice its height with DspScalerHelper, then scaled with the factors it gives.
+bool step_fit(Demo &demo, StepReport *report, std::string *error) {
+  const RawLayout &l = demo.layout;
+  DSP_SCALER_HELPER_IN in;
+  std::memset(&in, 0, sizeof in);
+  in.ulSrcAspectNumerator = 4;
+  in.ulSrcAspectDenominator = 3;
+  in.ulSrcWidth = l.width;
+  in.ulSrcHeight = l.height;
+  in.ulDstAspectNumerator = 16;
+  in.ulDstAspectDenominator = 9;
+  in.ulDstHeight = l.height * 2;
+  in.ulDstWidth = static_cast<uint32_t>(uint64_t(in.ulDstHeight) * 16 / 9) & ~1u;
+  DSP_SCALER_HELPER_OUT out;
+  std::memset(&out, 0, sizeof out);
+  auto start = Clock::now();
+  DSP_HRESULT status = DspScalerHelper(&in, &out);
+  const double helper_ms = ms_since(start);
+  if (status != DSP_S_OK) {
+    *error = "DspScalerHelper returned " + hex_status(status);
+    return false;
+  }
+  const uint32_t w = out.ulWidth & ~1u, h = out.ulHeight;
+  if (w == 0 || h == 0) {
+    *error = "DspScalerHelper left no picture (" + std::to_string(out.ulWidth) + "x" +
+             std::to_string(out.ulHeight) + ")";
+    return false;
+  }
+  const RawLayout o = demo_layout(w, h, error);
+  if (o.width == 0) return false;
+  std::vector<uint8_t> pixels(o.frame_bytes, 0);
+  ScaleChoice choice;
+  choice.factor_x = out.fHorizontalScale;
+  choice.factor_y = out.fVerticalScale;
+  start = Clock::now();
+  status = scale_frame(l, demo.frames[0].data(), o, pixels.data(), choice);
+  const double ms = ms_since(start);
+  if (status != DSP_S_OK) {
+    *error = scale_status_text(status);
+    return false;
+  }
+  char text[200];
+  std::snprintf(text, sizeof text,
+                "DspScalerHelper (%.3f ms): %ux%u at 4:3 fitted to the height of %ux%u at 16:9 "
+                "gives %ux%u, factors %.6g x %.6g; DspScaler with them",
+                helper_ms, l.width, l.height, in.ulDstWidth, in.ulDstHeight, out.ulWidth,
+                out.ulHeight, out.fHorizontalScale, out.fVerticalScale);
+  report->status = "ok: " + std::to_string(out.ulWidth) + "x" + std::to_string(out.ulHeight);
+  if (!save_png(demo, "fit.png", preview(o, pixels.data()), error)) return false;
+  report->entries.push_back({"fit.png", text, {}, ms});
+  return true;
+}
+
+// A five-level pyramid of frame 0's luma (fewer levels for a small clip).
+bool step_mipmaps(Demo &demo, StepReport *report, std::string *error) {
+  const RawLayout &l = demo.layout;
+  uint32_t count = DSP_MIPMAP_MAX_LEVELS;
+  while (count > 2 && ((l.width >> (count - 1)) == 0 || (l.height >> (count - 1)) == 0)) --count;
+  std::vector<MipLevel> levels;
+  if (!pyramid_sizes(l.width, l.height, count, &levels, error)) return false;
+  levels[0].samples = luma_of(l.format, l.width, l.height, l.stride, demo.frames[0].data());
+  double ms = 0;
+  if (!build_pyramid(&levels, DSP_SCALER_FILTER_LINEAR, &ms, error)) return false;
+  // The clip has no black luma, so an all-zero level is one the library did not write.
+  for (size_t k = 1; k < levels.size(); ++k) {
+    if (std::all_of(levels[k].samples.begin(), levels[k].samples.end(),
+                    [](uint8_t v) { return v == 0; })) {
+      *error = "level " + std::to_string(k) + " was not written";
+      return false;
+    }
+  }
+  if (!save_png(demo, "mipmaps.png", mipmap_strip(levels), error)) return false;
+  std::string sizes;
+  for (const MipLevel &m : levels) {
+    sizes += (sizes.empty() ? "" : ", ") + std::to_string(m.width) + "x" + std::to_string(m.height);
+  }
+  report->entries.push_back({"mipmaps.png", "DspCreateMipMaps: luma of frame 0, " +
+                                                std::to_string(count) + " levels (" + sizes +
+                                                "), linear",
+                             {}, ms});
+  return true;
+}
+
 struct Step {
   const char *title;
   bool (*run)(Demo &, StepReport *, std::string *);
@@ -462,6 +551,8 @@ const Step kSteps[] = {
     {"DspFilter: 9x9 box blur", step_box},
     {"DspScaler: frame 0 to 720p", step_scale_720},
     {"DspScaler: standard definition up to the clip size", step_scale_sd_hd},
+    {"DspScalerHelper: 4:3 fitted into 16:9, then DspScaler", step_fit},
+    {"DspCreateMipMaps: pyramid of frame 0's luma", step_mipmaps},
 };
 
 // ---- report
@@ -548,7 +639,10 @@ bool write_html_report(const Demo &demo, const std::vector<StepReport> &steps, s
          "margin:0 1em 1em 0;vertical-align:top}img{max-width:640px;border:1px solid #888}"
          "td,th{padding:0 .6em;text-align:right}.failed{color:#b00}</style></head><body>\n"
       << "<h1>" << html_escape(header_text(demo)) << "</h1>\n<pre>" << html_escape(kNotes)
-      << "</pre>\n";
+      << "</pre>\n<h2>Contact sheet</h2>\n<p>One tile per operation: PSNR of the result "
+         "against its source where it has one, time of the library call.</p>\n"
+      << "<p><a href=\"contact_sheet.png\"><img src=\"contact_sheet.png\" "
+         "alt=\"contact sheet\" style=\"max-width:100%\"></a></p>\n";
   char number[64];
   for (size_t i = 0; i < steps.size(); ++i) {
     const StepReport &s = steps[i];
@@ -581,6 +675,51 @@ bool write_html_report(const Demo &demo, const std::vector<StepReport> &steps, s
     return false;
   }
   return true;
+}
+
+// The operations' results, one tile each: the source frame, every image a library call made,
+// and two compare difference images.  A tile whose next entry compares it with its source
+// shows that entry's PSNR.
+std::vector<SheetTile> sheet_tiles(const Demo &demo, const std::vector<StepReport> &steps) {
+  std::vector<SheetTile> tiles;
+  std::vector<std::string> used;
+  char text[160];
+  for (const StepReport &s : steps) {
+    for (size_t i = 0; i < s.entries.size(); ++i) {
+      const Entry &e = s.entries[i];
+      const bool source = e.image == frame_png(0);
+      const bool compare_shown = e.image == "diff_0_altered.png" || e.image == "diff_key.png";
+      if (!source && !compare_shown && (e.call_ms < 0 || e.image.compare(0, 5, "diff_") == 0)) {
+        continue;
+      }
+      if (std::find(used.begin(), used.end(), e.image) != used.end()) continue;
+      const auto picture = demo.pictures.find(e.image);
+      if (picture == demo.pictures.end()) continue;
+      used.push_back(e.image);
+      SheetTile tile;
+      tile.picture = picture->second;
+      tile.lines.push_back(source ? "SOURCE: " + e.image : e.image);
+      tile.lines.push_back(source ? describe_layout(demo.layout) : s.title);
+      const Entry *figures = &e;
+      if (e.figures.empty() && i + 1 < s.entries.size() &&
+          s.entries[i + 1].image.compare(0, 5, "diff_") == 0) {
+        figures = &s.entries[i + 1];
+      }
+      std::string line;
+      if (!figures->figures.empty()) {
+        const Figure &f = figures->figures[0];
+        std::snprintf(text, sizeof text, "PSNR %s %.2f DB  ", f.channel.c_str(), f.psnr);
+        line += text;
+      }
+      if (e.call_ms >= 0) {
+        std::snprintf(text, sizeof text, "%.2f MS", e.call_ms);
+        line += text;
+      }
+      tile.lines.push_back(line);
+      tiles.push_back(tile);
+    }
+  }
+  return tiles;
 }
 
 }  // namespace
@@ -659,6 +798,13 @@ int run_demo(const DemoOptions &options) {
                 report.entries.size(), report.entries.size() == 1 ? "" : "s", report.ms);
     steps.push_back(report);
   }
+  const Picture sheet = contact_sheet(header_text(demo), sheet_tiles(demo, steps));
+  if (!write_png((demo.dir / "contact_sheet.png").string(), sheet, &error)) {
+    std::fprintf(stderr, "framedsp demo: %s\n", error.c_str());
+    return 1;
+  }
+  std::printf("contact sheet: %s (%ux%u)\n", (demo.dir / "contact_sheet.png").string().c_str(),
+              sheet.width, sheet.height);
   if (!write_text_report(demo, steps, &error) || !write_html_report(demo, steps, &error)) {
     std::fprintf(stderr, "framedsp demo: %s\n", error.c_str());
     return 1;

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "args.h"
+#include "progress.h"
 #include "formats.h"
 #include "frame/pixel_format.h"
 
@@ -198,6 +199,7 @@ int cmd_filter(const std::vector<std::string> &args) {
   RawWriter writer;
   if (!writer.open(out_path, &error)) throw RuntimeError(error);
   std::vector<uint8_t> source(layout.frame_bytes), target(layout.frame_bytes);
+  Progress progress("filter", reader.frames(), parsed.progress);
   for (uint64_t f = 0; f < reader.frames(); ++f) {
     if (!reader.read(f, source.data(), &error)) throw RuntimeError(error);
     std::fill(target.begin(), target.end(), 0);
@@ -206,7 +208,9 @@ int cmd_filter(const std::vector<std::string> &args) {
       throw RuntimeError(filter_status_text(status) + " on frame " + std::to_string(f));
     }
     if (!writer.write(target.data(), target.size(), &error)) throw RuntimeError(error);
+    progress.update(f + 1);
   }
+  progress.finish();
   if (!writer.close(&error)) throw RuntimeError(error);
   const uint64_t frames = reader.frames();
   std::printf("IN:  %s: %s; %llu frame%s\nOUT: %s (%s)\n", in_path.c_str(),

@@ -14,8 +14,10 @@
 #include "fit_command.h"
 #include "scale_command.h"
 #include "formats.h"
+#include "mipmaps_command.h"
 #include "frame/pixel_format.h"
 #include "png_writer.h"
+#include "progress.h"
 #include "raw_io.h"
 
 using namespace framedsp::cli;
@@ -34,13 +36,28 @@ const char kMainHelp[] =
     "  compare    MSE and PSNR per channel between two raw video files; difference images\n"
     "  copy       copy frames, regions and fields; flip; change field dominance or BT.601/709\n"
     "  filter     FIR low-pass or box-blur frames, per direction\n"
+    "  scale      resize frames (nearest or linear), whole frames or field by field\n"
     "  fit        output size and scale factors that keep the picture's aspect ratio\n"
+    "  mipmaps    a pyramid of halved copies of a frame's luma, as a PNG strip\n"
     "  generate   write the built-in test clip as a raw uyvy422 file\n"
     "  demo       run the library's operations on the test clip: PNG previews and a report\n"
     "  help       help on one command, e.g. 'framedsp help compare'\n"
     "\n"
-    "Every command takes --help.  Raw files hold frames back to back with no header.\n"
-    "Exit status: 0 success, 1 runtime error (files, library calls), 2 bad usage.\n";
+    "Options follow ffmpeg's habits: -s WxH for the frame size, -f/--format for the pixel\n"
+    "format (a name or a code; misspelt names get suggestions), --name=value or --name value,\n"
+    "options before or after the files, '--' ends the options.\n"
+    "Every command takes --help.  Commands that work through many frames (compare, copy,\n"
+    "filter, scale) show a progress line on stderr when it is a terminal, or always with\n"
+    "--progress.  Raw files hold frames back to back with no header; a file must hold a\n"
+    "whole number of frames of the given size and format.\n"
+    "Exit status: 0 success, 1 runtime error (files, library calls), 2 bad usage.\n"
+    "\n"
+    "examples:\n"
+    "  framedsp generate clip.raw --frames 10\n"
+    "  framedsp scale clip.raw small.raw -s 640x360 -f uyvy422 --to 320x180 --progress\n"
+    "  framedsp compare clip.raw other.raw -s 640x360 -f uyvy422 --diff d.png\n"
+    "  framedsp mipmaps clip.raw strip.png -s 640x360 -f uyvy422\n"
+    "  framedsp demo --out out\n";
 
 const char kFormatsHelp[] =
     "usage: framedsp formats\n"
@@ -110,10 +127,14 @@ const char kDemoHelp[] =
     "the frames, DspCompare between consecutive frames, between a frame and an altered copy\n"
     "and on a two-plane frame; DspBufferSmartCopy: a plain copy, fields A and B out of a frame\n"
     "and back (checked byte for byte), BT.601 -> BT.709 -> BT.601 (largest difference shown);\n"
-    "DspFilter: a 7-tap FIR low-pass at 50 % and a 9x9 box blur, each against the original.\n"
-    "Writes the images, DIR/report.txt and DIR/index.html with the MSE/PSNR figures and the\n"
-    "time each call took.  Copy and filter steps are skipped while the library answers\n"
-    "not-implemented.\n"
+    "DspFilter: a 7-tap FIR low-pass at 50 % and a 9x9 box blur, each against the original;\n"
+    "DspScaler: frame 0 to two thirds of its size (720p from 1080p) field by field and a trip\n"
+    "through standard definition and back; DspScalerHelper: the clip as a 4:3 picture fitted\n"
+    "into 16:9, then scaled; DspCreateMipMaps: a pyramid of frame 0's luma.\n"
+    "Writes the images, DIR/contact_sheet.png (one labelled tile per operation with the PSNR\n"
+    "against its source and the time of the call), DIR/report.txt and DIR/index.html with the\n"
+    "MSE/PSNR figures and the time each call took.  Copy and filter steps are skipped while\n"
+    "the library answers not-implemented.\n"
     "\n"
     "  --out DIR        output directory, created if missing (default out)\n"
     "  -s, --size WxH   clip size (default 640x360)\n"
@@ -221,6 +242,7 @@ int cmd_compare(const std::vector<std::string> &args) {
   std::vector<uint8_t> frame_a(layout.frame_bytes), frame_b(layout.frame_bytes);
   std::vector<uint8_t> diff(layout.frame_bytes), shown;
   std::vector<double> mse(channels.size());
+  Progress progress("compare", a.frames(), parsed.progress);
   for (uint64_t f = 0; f < a.frames(); ++f) {
     if (!a.read(f, frame_a.data(), &error) || !b.read(f, frame_b.data(), &error)) {
       throw RuntimeError(error);
@@ -239,7 +261,9 @@ int cmd_compare(const std::vector<std::string> &args) {
     if (parsed.has("--diff-raw") && !raw_out.write(diff.data(), diff.size(), &error)) {
       throw RuntimeError(error);
     }
+    progress.update(f + 1);
   }
+  progress.finish();
   for (size_t c = 0; c < channels.size(); ++c) {
     mse[c] = channels[c].mse_sum / static_cast<double>(a.frames());
   }
@@ -310,6 +334,7 @@ const Command kCommands[] = {
     {"filter", kFilterHelp, cmd_filter},
     {"scale", kScaleHelp, cmd_scale},
     {"fit", kFitHelp, cmd_fit},
+    {"mipmaps", kMipmapsHelp, cmd_mipmaps},
     {"generate", kGenerateHelp, cmd_generate},
     {"demo", kDemoHelp, cmd_demo},
     {"help", kHelpHelp, cmd_help},
@@ -327,7 +352,7 @@ std::string unknown_command(const std::string &name) {
   for (const Command &c : kCommands) {
     if (edit_distance(name, c.name) <= 2) return message + "; did you mean '" + c.name + "'?";
   }
-  return message + " (commands: formats, compare, copy, filter, scale, fit, generate, demo, help)";
+  return message + " (commands: formats, compare, copy, filter, scale, fit, mipmaps, generate, demo, help)";
 }
 
 int cmd_help(const std::vector<std::string> &args) {

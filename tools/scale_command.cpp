@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "args.h"
+#include "progress.h"
 #include "formats.h"
 #include "frame/pixel_format.h"
 
@@ -181,13 +182,16 @@ int cmd_scale(const std::vector<std::string> &args) {
   RawWriter writer;
   if (!writer.open(out_path, &error)) throw RuntimeError(error);
   std::vector<uint8_t> source(in.frame_bytes), target(out.frame_bytes);
+  Progress progress("scale", reader.frames(), parsed.progress);
   for (uint64_t f = 0; f < reader.frames(); ++f) {
     if (!reader.read(f, source.data(), &error)) throw RuntimeError(error);
     std::fill(target.begin(), target.end(), 0);
     const DSP_HRESULT status = scale_frame(in, source.data(), out, target.data(), choice);
     if (status != DSP_S_OK) throw RuntimeError(scale_status_text(status));
     if (!writer.write(target.data(), target.size(), &error)) throw RuntimeError(error);
+    progress.update(f + 1);
   }
+  progress.finish();
   if (!writer.close(&error)) throw RuntimeError(error);
   const uint64_t frames = reader.frames();
   std::printf("IN:  %s: %s; %llu frame%s\nOUT: %s: %s (%s%s%s%s)\n", in_path.c_str(), describe_layout(in).c_str(),
