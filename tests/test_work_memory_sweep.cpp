@@ -1,4 +1,4 @@
-// Work memory on every path of the exports that allocate (copy and filter): the counting hook
+// Work memory on every path of the exports that allocate (copy, filter, scaler): the counting hook
 // shows every block released after success, after refusals and settings errors, after an
 // exception from the worker, and after an injected failure of the k-th allocation for every k up
 // to the number of allocations the call makes, with the status the operation defines for it.
@@ -62,7 +62,8 @@ Images make(uint32_t format, uint32_t bpp, uint32_t plane, uint32_t in_colour, u
 struct Case {
   const char *name;
   uint32_t format, bpp, plane, in_colour, out_colour, out_type;
-  int op;  // 0 copy, 1 FIR, 2 FIR into a temporary frame, 3 box, 4 box temporary, 5 FIR off (copy)
+  int op;  // 0 copy, 1 FIR, 2 FIR into a temporary frame, 3 box, 4 box temporary, 5 FIR off (copy),
+          // 6 linear scale, 7 staged nearest scale
   uint64_t expected_allocations;  // the blocks one call takes, counted by hand
   DSP_HRESULT failure;            // the status of an injected failure (all k)
 };
@@ -71,8 +72,23 @@ const DSP_FIR_SETTINGS kFir{5, 50, 0, 7, 30};
 const DSP_FIR_SETTINGS kFirOff{5, 100, 0, 7, 100};
 const DSP_BOX_SETTINGS kBox{4, 0, 3};
 
+bool is_scale(const Case &c) { return c.op == 6 || c.op == 7; }
+
+// The scaler reads a 24 x 16 input region into the 32 x 20 output region: both axes scaled up.
+DSP_HRESULT run_scaler(const Case &c, const DSP_BUFFER &buffer) {
+  DSP_SCALER_PARAMS p{};
+  p.eScalerPath = DSP_SCALER_PATH_GENERAL;
+  p.eFilter = c.op == 6 ? DSP_SCALER_FILTER_LINEAR : DSP_SCALER_FILTER_NEAREST;
+  p.Buffer = buffer;
+  p.Buffer.In.Buffer.Region.ulWidth = 24;
+  p.Buffer.In.Buffer.Region.ulHeight = 16;
+  p.ulOptions = c.op == 7 ? DSP_SCALER_OPTION_STAGED : 0;
+  return DspScaler(&p);
+}
+
 DSP_HRESULT run(const Case &c, const DSP_BUFFER &buffer) {
   if (c.op == 0) return DspBufferSmartCopy(&buffer);
+  if (is_scale(c)) return run_scaler(c, buffer);
   DSP_FILTER_PARAMS p{};
   p.Buffer = buffer;
   const bool box = c.op == 3 || c.op == 4;
@@ -133,9 +149,22 @@ TEST_P(WorkMemorySweep, RefusalsAndSettingsErrorsTakeNothing) {
   DSP_BUFFER refused = im.buffer;
   refused.Out.ePixelFormat = c.format == 0 ? 1 : 0;  // output format differs: refused
   const std::vector<uint8_t> out_before = im.out;
-  EXPECT_EQ(run(c, refused), DSP_S_OK);
+  // The scaler has no quiet refusal: the record error is its status.
+  EXPECT_EQ(run(c, refused), is_scale(c) ? DSP_E_INVALIDARG : DSP_S_OK);
   EXPECT_EQ(im.out, out_before);
-  if (c.op != 0) {
+  if (is_scale(c)) {
+    DSP_SCALER_PARAMS p{};
+    p.Buffer = im.buffer;
+    p.eFilter = 3;  // not a filter
+    EXPECT_EQ(DspScaler(&p), DSP_E_INVALIDARG);
+    p.eFilter = DSP_SCALER_FILTER_LINEAR;
+    p.Buffer.In.Buffer.Region.ulWidth = 40;  // past the input image
+    EXPECT_EQ(DspScaler(&p), DSP_E_INVALIDARG);
+    p.Buffer.In.Buffer.Region.ulWidth = 24;
+    p.Buffer.Out.Buffer.Region.ulHeight = 23;  // past the room below the output origin
+    EXPECT_EQ(DspScaler(&p), DSP_E_INVALIDARG);
+    EXPECT_EQ(im.out, out_before);
+  } else if (c.op != 0) {
     DSP_FILTER_PARAMS p{};
     p.Buffer = im.buffer;
     const DSP_FIR_SETTINGS bad_taps{17, 50, 0, 5, 50};
@@ -159,8 +188,8 @@ TEST_P(WorkMemorySweep, RefusalsAndSettingsErrorsTakeNothing) {
 void PrintTo(const Case &c, std::ostream *os) { *os << c.name; }
 
 // Blocks per call, counted from the passes: a FIR plane with both directions on takes two work
-// lines, a box plane its column sums (results go straight into the output lines), the temporary
-// frame one block more,
+// lines, a box plane its column sums (and one output line when it cannot write the destination
+// line directly), the temporary frame one block more,
 // and the converting copy one work line (the plane of a two-plane format is never converted).
 const Case kCases[] = {
     // The converting copy takes one work line; its failure is a failed pass (E_FAIL).
@@ -174,8 +203,19 @@ const Case kCases[] = {
     {"fir_uyvy_key", 28, 2, 1, 0, 0, DSP_BUFFER_TYPE_FRAME, 1, 4, DSP_E_OUTOFMEMORY},
     {"fir_temp_bgra", 0, 4, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 2, 3, DSP_E_OUTOFMEMORY},
     {"fir_temp_uyvy_to_field", 21, 2, 0, 0, 0, DSP_BUFFER_TYPE_FIELD_B, 2, 3, DSP_E_OUTOFMEMORY},
+    // The box writes its horizontal pass straight into the destination line when the output
+    // region takes the whole filtered line (as here): column sums only.
     {"box_bgr", 1, 3, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 3, 1, DSP_E_OUTOFMEMORY},
     {"box_temp_key", 261, 1, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 4, 2, DSP_E_OUTOFMEMORY},
+    // A scale of both axes takes three work lines (two resampled source lines, one finished
+    // line), the source-line table, the fraction table when linear, and the horizontal position
+    // plan of the 8-bit pixel classes (4:2:2, BGRA, BGR, one-byte planes).
+    {"scale_linear_bgra", 0, 4, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 6, 6, DSP_E_OUTOFMEMORY},
+    {"scale_linear_uyvy_601_to_709", 21, 2, 0, 2, 1, DSP_BUFFER_TYPE_FRAME, 6, 6, DSP_E_OUTOFMEMORY},
+    // Staged: the private image first, then the kernel's blocks (nearest: no fraction table).
+    {"scale_staged_nearest_bgra", 0, 4, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 7, 6, DSP_E_OUTOFMEMORY},
+    // Two planes, one kernel call each: the 4:2:2 picture (6), then the key plane (6).
+    {"scale_linear_uyvy_key", 28, 2, 1, 0, 0, DSP_BUFFER_TYPE_FRAME, 6, 12, DSP_E_OUTOFMEMORY},
 };
 
 INSTANTIATE_TEST_SUITE_P(All, WorkMemorySweep, ::testing::ValuesIn(kCases),

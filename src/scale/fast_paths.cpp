@@ -28,6 +28,8 @@ bool fast_format(uint32_t f) {
 
 // Shared part of the two eligibility rules: formats, buffer types, interlace and fields.
 bool common_eligible(const DSP_BUFFER &b) {
+  // A record without memory is not eligible: the general path refuses it (E_INVALIDARG).
+  if (!b.In.Buffer.pBuffer || !b.Out.Buffer.pBuffer) return false;
   const uint32_t f = b.In.ePixelFormat;
   if (!fast_format(f) || b.Out.ePixelFormat != f) return false;
   if (b.In.Buffer.eBufferType != DSP_BUFFER_TYPE_FRAME ||
