@@ -286,6 +286,27 @@ TEST(FilteredNoScaling, FilterWantedEqualsDspFilterAndNoFilterEqualsTheCopy) {
   }
 }
 
+// Format 263 is one byte a sample to the scaler; its filtered lines are those of 261 on the same
+// bytes (DspFilter itself does not take 263), and they differ from the plain scale.
+TEST(FilteredMipmapPlane, FilteredLike261) {
+  const DSP_FIR_SETTINGS fir{7, 30, 0, 5, 40};
+  for (uint32_t filter = 0; filter < 2; ++filter) {
+    std::mt19937 rng(21 + filter);
+    Pic in(261, 20, 9, false), a(261, 30, 14, false), b(261, 30, 14, false), plain(261, 30, 14, false);
+    fill(in, rng);
+    DSP_SCALER_PARAMS p = filtered_params(image_of(in, 0, 0, 20, 9, 2, 2), image_of(a, 2, 1, 26, 12, 2, 2), filter, &fir);
+    ASSERT_EQ(DspScaler(&p), DSP_S_OK);
+    p.Buffer.In.ePixelFormat = p.Buffer.Out.ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
+    p.Buffer.Out.Buffer.pBuffer = b.mem->data();
+    ASSERT_EQ(DspScaler(&p), DSP_S_OK);
+    expect_same(a, b, "263 against 261");
+    p.ulOptions = 0;
+    p.Buffer.Out.Buffer.pBuffer = plain.mem->data();
+    ASSERT_EQ(DspScaler(&p), DSP_S_OK);
+    EXPECT_NE(0, std::memcmp(plain.mem->data(), b.mem->data(), b.size())) << "263 was not filtered";
+  }
+}
+
 // ---- refusals ------------------------------------------------------------------------------------
 
 struct ErrorCase {

@@ -801,7 +801,7 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelFilter(const DSP_SUBPIXEL_FILT
  *     e.g. format 263, is DSP_E_INVALIDARG).
  *   eFilter 2 is DSP_E_NOTIMPL from the kernels of every scaled case.  Staged mode (bit 0) and
  *   two-plane formats as on the general path: each plane is scaled and filtered with its own
- *   format's FIR layout.  Work memory: a private picture of the region and two work lines per
+ *   format's FIR layout (263 with 261's: one byte a sample, as the scaler reads it).  Work memory: a private picture of the region and two work lines per
  *   plane on top of the general kernel's, released on every path. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspScaler(const DSP_SCALER_PARAMS *pParams);
 

@@ -73,8 +73,10 @@ HRESULT scale_then_filter(const DSP_BUFFER &b, uint32_t flags, const ScaleFirRow
   FirKernelTable table;
   fir_table_init(&table, cpu_flags());
   FilterBack f{nullptr, nullptr, &rows, nullptr, nullptr};
+  // Format 263 is one byte a sample to the scaler, and so to its filter: 261's layout.
+  const uint32_t layout = out.ePixelFormat == DSP_PIXEL_FORMAT_MIPMAP ? DSP_PIXEL_FORMAT_KEY8 : out.ePixelFormat;
   if (rows.horz) {
-    f.horz = table.horz[kFirTableCount * fir_layout_class(out.ePixelFormat) +
+    f.horz = table.horz[kFirTableCount * fir_layout_class(layout) +
                         fir_tap_index(static_cast<uint32_t>(rows.horz_taps))];
   }
   if (rows.vert) f.vert = table.vert[fir_tap_index(static_cast<uint32_t>(rows.vert_taps))];
