@@ -626,6 +626,13 @@ expect_status 0 "scale uyvy 192x108 -> 128x72"
 run scale "$T/clip.uyvy" "$T/s720s.uyvy" -s 192x108 --format uyvy422 --to 128x72 --filter linear --staged
 expect_status 0 "scale --staged"
 cmp -s "$T/s720.uyvy" "$T/s720s.uyvy" || fail "scale --staged differs from the direct path"
+# --fir: the filtered path gives the scaled frames filtered as 'framedsp filter' filters them.
+run scale "$T/clip.uyvy" "$T/s720f.uyvy" -s 192x108 --format uyvy422 --to 128x72 --filter linear --fir 7:40,5:60
+expect_status 0 "scale --fir"
+run filter "$T/s720.uyvy" "$T/s720sf.uyvy" -s 128x72 -f uyvy422 --fir 7:40,5:60
+expect_status 0 "filter the scaled clip"
+cmp -s "$T/s720f.uyvy" "$T/s720sf.uyvy" || fail "scale --fir differs from scale, then filter"
+cmp -s "$T/s720f.uyvy" "$T/s720.uyvy" && fail "scale --fir left the frames unfiltered"
 run scale "$T/clip.uyvy" "$T/half.uyvy" -s 192x108 -f uyvy422 --factor 0.5
 expect_status 0 "scale --factor 0.5"
 [ "$(wc -c <"$T/half.uyvy")" -eq $((96 * 54 * 2 * 2)) ] || fail "scale --factor 0.5: output size"
@@ -649,7 +656,8 @@ expect_status 0 "scale progressive fields"
 cmp -s "$T/sfields_i.uyvy" "$T/sfields_p.uyvy" && fail "scale: progressive result equals the by-field one"
 # Bad usage: exit 2; runtime errors: exit 1.
 for bad in "" "--to 5x4" "--to 8x4 --filter cubic" "--factor 0" "--factor x" "--fit" "--to 8" \
-  "--to 8x4 --field c" "--to 8x4 --field a --interlaced" "--to 8x4 --colorspace 1:2"; do
+  "--to 8x4 --field c" "--to 8x4 --field a --interlaced" "--to 8x4 --colorspace 1:2" \
+  "--to 8x4 --fir 7" "--to 8x4 --fir 7:101" "--to 8x4 --fir 2:50,5:50"; do
   # shellcheck disable=SC2086
   run scale "$T/fin.uyvy" "$T/bad.uyvy" -s 12x4 -f uyvy422 $bad
   expect_status 2 "scale $bad"

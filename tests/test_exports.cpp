@@ -225,7 +225,7 @@ const std::vector<ExportCase> &export_cases() {
       {"DspScaler_plain", "DspScaler", FRAMEDSP_NULL_RECORD(DspScaler), nullptr,
        [](Rig &r) { return DspScaler(&r.scaler); }, 0, true, 0},
       {"DspScaler_filtered", "DspScaler", FRAMEDSP_NULL_RECORD(DspScaler), nullptr,
-       [](Rig &r) { return DspScaler(&r.scaler); }, kNotImpl, true, 3},
+       [](Rig &r) { return DspScaler(&r.scaler); }, DSP_S_OK, true, 3},
       {"DspNonUniformScaler_plain", "DspNonUniformScaler",
        FRAMEDSP_NULL_RECORD(DspNonUniformScaler), nullptr,
        [](Rig &r) { return DspNonUniformScaler(&r.scaler); }, kNotImpl, true, 1},

@@ -413,7 +413,7 @@ const ErrorCase kErrors[] = {
     {"OutputOriginOutside", [](DSP_SCALER_PARAMS *p) { p->Buffer.Out.Buffer.Region.ptOffset.x = 100; }, DSP_E_INVALIDARG},
     {"NullInputMemory", [](DSP_SCALER_PARAMS *p) { p->Buffer.In.Buffer.pBuffer = nullptr; }, DSP_E_INVALIDARG},
     {"NullOutputMemory", [](DSP_SCALER_PARAMS *p) { p->Buffer.Out.Buffer.pBuffer = nullptr; }, DSP_E_INVALIDARG},
-    {"FilteredPathNotYet", [](DSP_SCALER_PARAMS *p) { p->ulOptions = DSP_SCALER_OPTION_FILTERED; }, DSP_E_NOTIMPL},
+    {"FilteredPathWithoutFirType", [](DSP_SCALER_PARAMS *p) { p->ulOptions = DSP_SCALER_OPTION_FILTERED; }, DSP_E_INVALIDARG},
 };
 
 class ScalerErrorTest : public ::testing::TestWithParam<ErrorCase> {};

@@ -7,6 +7,7 @@
 
 #include "args.h"
 #include "progress.h"
+#include "filter_command.h"
 #include "formats.h"
 #include "frame/pixel_format.h"
 
@@ -32,6 +33,9 @@ const char kScaleHelp[] =
     "  --field a|b             scale only field A (frame lines 0, 2, ...) or B of each frame;\n"
     "                          OUT holds fields of the --to size\n"
     "  --staged                scale through a private image (same bytes, other memory path)\n"
+    "  --fir HT:HC,VT:VC       scale and FIR low-pass in one pass (the filtered path): taps 3..15\n"
+    "                          and cut-off 0..99 per direction, 100 = off; a direction is only\n"
+    "                          filtered when that axis is scaled (both on for a scale of both)\n"
     "  --colorspace 601:709|709:601\n"
     "                          convert the colour matrix (4:2:2 formats)\n"
     "\n"
@@ -39,7 +43,8 @@ const char kScaleHelp[] =
     "  framedsp scale in.yuv out.yuv -s 1920x1080 --format uyvy422 --to 1280x720 --filter linear\n"
     "  framedsp scale in.yuv hd.yuv -s 720x486 -f uyvy422 --to 1920x1080 --interlaced\n"
     "  framedsp scale in.bgra half.bgra -s 640x480 -f bgra --factor 0.5\n"
-    "  framedsp scale in.yuv a.yuv -s 1920x1080 -f uyvy422 --field a --to 1280x360\n";
+    "  framedsp scale in.yuv a.yuv -s 1920x1080 -f uyvy422 --field a --to 1280x360\n"
+    "  framedsp scale in.yuv soft.yuv -s 1920x1080 -f uyvy422 --to 1280x720 --fir 7:60,5:60\n";
 
 namespace {
 
@@ -96,6 +101,11 @@ DSP_HRESULT scale_frame(const RawLayout &in, const uint8_t *in_pixels, const Raw
   p.fVerticalScale = choice.factor_y;
   p.ulScaleFlags = choice.derive ? DSP_SCALE_FLAG_DERIVE_SIZE : 0;
   p.ulOptions = choice.staged ? DSP_SCALER_OPTION_STAGED : 0;
+  if (choice.fir) {
+    p.ulOptions |= DSP_SCALER_OPTION_FILTERED;
+    p.eFilterType = DSP_FILTER_TYPE_FIR;
+    p.pSettings = &choice.fir_settings;
+  }
   const uint32_t interlace = choice.interlaced || choice.field >= 0 ? DSP_INTERLACE_INTERLEAVED_1
                                                                     : DSP_INTERLACE_PROGRESSIVE;
   p.Buffer.In = describe(in, in_pixels, DSP_BUFFER_TYPE_FRAME, interlace, choice.in_space);
@@ -121,6 +131,7 @@ int cmd_scale(const std::vector<std::string> &args) {
                                      {"--interlaced", nullptr, false},
                                      {"--field", nullptr, true},
                                      {"--staged", nullptr, false},
+                                     {"--fir", nullptr, true},
                                      {"--colorspace", nullptr, true}});
   if (parsed.help) return std::fputs(kScaleHelp, stdout), kExitOk;
   expect_positional(parsed, 2, "files: framedsp scale IN OUT -s WxH --format F --to WxH");
@@ -142,6 +153,10 @@ int cmd_scale(const std::vector<std::string> &args) {
   }
   choice.interlaced = parsed.has("--interlaced");
   choice.staged = parsed.has("--staged");
+  if (parsed.has("--fir")) {
+    choice.fir = true;
+    parse_fir(parsed.get("--fir"), &choice.fir_settings);
+  }
   if (parsed.has("--colorspace")) {
     const std::string c = parsed.get("--colorspace");
     if (c == "601:709") choice.in_space = DSP_COLOR_SPACE_BT601, choice.out_space = DSP_COLOR_SPACE_BT709;
@@ -194,11 +209,12 @@ int cmd_scale(const std::vector<std::string> &args) {
   progress.finish();
   if (!writer.close(&error)) throw RuntimeError(error);
   const uint64_t frames = reader.frames();
-  std::printf("IN:  %s: %s; %llu frame%s\nOUT: %s: %s (%s%s%s%s)\n", in_path.c_str(), describe_layout(in).c_str(),
+  std::printf("IN:  %s: %s; %llu frame%s\nOUT: %s: %s (%s%s%s%s%s)\n", in_path.c_str(), describe_layout(in).c_str(),
               static_cast<unsigned long long>(frames), frames == 1 ? "" : "s", out_path.c_str(),
               describe_layout(out).c_str(), choice.filter ? "linear" : "nearest",
               choice.field == 0 ? ", field A" : (choice.field == 1 ? ", field B" : ""),
-              choice.interlaced ? ", field by field" : "", choice.staged ? ", staged" : "");
+              choice.interlaced ? ", field by field" : "", choice.staged ? ", staged" : "",
+              choice.fir ? ", FIR on the scaled axes" : "");
   return kExitOk;
 }
 

@@ -17,6 +17,8 @@ struct ScaleChoice {
   float factor_y = 1.0f;
   bool derive = false;      // let the library derive the output size from the factors
   bool staged = false;      // ulOptions bit 0
+  bool fir = false;         // ulOptions bit 1: scale and FIR-filter the scaled axes in one pass
+  DSP_FIR_SETTINGS fir_settings{3, 100, 0, 3, 100};
   bool interlaced = false;  // frames of two interleaved fields, scaled field by field
   int field = -1;           // 0 / 1: scale only field A / B of each input frame into a field
   uint32_t in_space = DSP_COLOR_SPACE_UNSPECIFIED;

@@ -61,12 +61,11 @@
  *
  * Availability in this release
  * ----------------------------
- * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspSubPixelFilter, DspScalerHelper,
- * DspCreateFrameRateConverter, and the handle checks of DspFrameRateConvert,
- * DspCreateMotionVectors and DspCreateMipMaps.
+ * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspSubPixelFilter, DspScaler (general,
+ * fast and filtered paths), DspScalerHelper, DspCreateFrameRateConverter, and the handle checks
+ * of DspFrameRateConvert, DspCreateMotionVectors and DspCreateMipMaps.
  * Declared with their complete call frame (null checks and validation as documented) but whose
- * operation returns DSP_E_NOTIMPL for an accepted record until it lands: DspScaler,
- * DspCreateMipMaps.
+ * operation returns DSP_E_NOTIMPL for an accepted record until it lands: DspCreateMipMaps.
  * Not yet available (their algorithms are still open; the frame and handle checks are final and
  * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler, DspSubPixelScaler,
  * DspSubPixelScalerHelper, DspCreateMotionVectors and the conversion behind DspFrameRateConvert.
@@ -724,8 +723,8 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelFilter(const DSP_SUBPIXEL_FILT
 
 /* Resizes the input region into the output region (same pixel format), nearest sample or linear,
  * a field into a field and a frame into a frame.  No quiet refusal: settings errors are returned
- * (DSP_E_INVALIDARG).  ulOptions bit 1 selects the filtered path, which this release answers with
- * DSP_E_NOTIMPL; eFilter 2 answers DSP_E_NOTIMPL from every kernel.
+ * (DSP_E_INVALIDARG).  ulOptions bit 1 selects the filtered path (below); eFilter 2 answers
+ * DSP_E_NOTIMPL from every kernel.
  *
  * Geometry.  field factor f = 2 (field -> frame), 0.5 (frame -> field), else 1.  With
  * DSP_SCALE_FLAG_DERIVE_SIZE the output region becomes floor(w * fHorizontalScale + 0.5) by
@@ -769,7 +768,41 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelFilter(const DSP_SUBPIXEL_FILT
  * Two-plane formats scale both planes with the same geometry.  ulOptions bit 0 (staged, not for
  * two-plane formats or format 1) scales into a private image with 16-byte-padded rows and then
  * moves exactly the lines it wrote into the output: the same bytes as a direct call.  Work memory
- * is released on every path; a refused allocation gives DSP_E_OUTOFMEMORY. */
+ * is released on every path; a refused allocation gives DSP_E_OUTOFMEMORY.
+ *
+ * Filtered path (ulOptions bit 1, DSP_SCALER_OPTION_FILTERED).  eScalerPath is not read (no fast
+ * path).  Order: the validation above on the record as given, the geometry step, the same
+ * validation on the final sizes (a derived odd width of a 4:2:2 format is refused as on the
+ * general path); then eFilterType must be DSP_FILTER_TYPE_FIR and pSettings a DSP_FIR_SETTINGS
+ * (null: DSP_E_INVALIDARG), checked by DspFilter's rules whatever the scale mode: cut-offs at most
+ * 100, taps 3..15 on a direction whose cut-off is below 100 (DSP_E_INVALIDARG), the coefficient
+ * row of each direction that is on (DSP_E_FAIL if the tables lack it).  A direction is wanted
+ * when its cut-off is not 100.
+ *   - Something scaled, and the wanted directions match the scale mode (horizontal wanted for a
+ *     horizontal scale, vertical for a vertical one, both for a scale of both axes): "scale and
+ *     filter in one pass".  Exactly: the output region first receives what the general path
+ *     would write into a picture shaped like the region (same buffer type and interlace), then
+ *     the FIR of DspFilter runs along each scaled axis only, on the scaled lines: vertically over
+ *     the lines of the same run (one field of an interlaced output, or the whole frame), edges at
+ *     the first and last line of that run inside the output region (nothing outside the region is
+ *     read); then horizontally along each line, edges at the region's first and last byte.  Per
+ *     sample that is DspFilter's arithmetic (vertical before horizontal, (acc + 256) >> 9,
+ *     clamped).  The result equals the general DspScaler into such a picture followed by DspFilter
+ *     from it into the output region, byte for byte.  A direction asked for on an unscaled axis
+ *     is dropped (a horizontal-only scale with both directions on filters horizontally only).
+ *     Colour conversion, bands, field selection and orientation as on the general path; the
+ *     vertical taps of a band's lines read scaled lines of the neighbouring bands, so bands
+ *     together equal one whole call.
+ *   - Something scaled but the wanted directions do not match the mode (for example only the
+ *     horizontal direction on for a scale of both axes, or only the vertical one for a horizontal
+ *     scale): the general kernels alone, the filter dropped; the bytes equal the general path's.
+ *   - Nothing scaled: no direction wanted, the format copy as on the general path; otherwise
+ *     DspFilter's FIR on the two regions with DspFilter's validation (a record DspFilter refuses,
+ *     e.g. format 263, is DSP_E_INVALIDARG).
+ *   eFilter 2 is DSP_E_NOTIMPL from the kernels of every scaled case.  Staged mode (bit 0) and
+ *   two-plane formats as on the general path: each plane is scaled and filtered with its own
+ *   format's FIR layout (263 with 261's: one byte a sample, as the scaler reads it).  Work memory: a private picture of the region and two work lines per
+ *   plane on top of the general kernel's, released on every path. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspScaler(const DSP_SCALER_PARAMS *pParams);
 
 /* Not yet available: the frame (E_POINTER for null, worker chosen by ulOptions bit 1) is final;

@@ -140,8 +140,42 @@ HRESULT filter_through_temp(const DSP_BUFFER &buffer, const FilterPlan &plan) {
 
 }  // namespace
 
+HRESULT fir_rows_from_settings(const char *export_name, const DSP_FIR_SETTINGS &s, FirRows *rows) {
+  *rows = FirRows{nullptr, nullptr, 0, 0};
+  if (s.ulHorzCutoff > kFirCutoffOff || s.ulVertCutoff > kFirCutoffOff) {
+    refuse(export_name, "FIR %s cut-off %u is above %u (%u turns the direction off)",
+           s.ulHorzCutoff > kFirCutoffOff ? "horizontal" : "vertical",
+           s.ulHorzCutoff > kFirCutoffOff ? s.ulHorzCutoff : s.ulVertCutoff, kFirCutoffOff, kFirCutoffOff);
+    return kInvalidArg;
+  }
+  const bool horz_on = s.ulHorzCutoff != kFirCutoffOff;
+  const bool vert_on = s.ulVertCutoff != kFirCutoffOff;
+  const auto taps_ok = [](uint32_t t) { return t >= kFirMinTaps && t <= kFirMaxTaps; };
+  if ((horz_on && !taps_ok(s.ulHorzTaps)) || (vert_on && !taps_ok(s.ulVertTaps))) {
+    const bool horz_bad = horz_on && !taps_ok(s.ulHorzTaps);
+    refuse(export_name, "FIR %s taps %u are outside %d..%d", horz_bad ? "horizontal" : "vertical",
+           horz_bad ? s.ulHorzTaps : s.ulVertTaps, kFirMinTaps, kFirMaxTaps);
+    return kInvalidArg;
+  }
+  if (horz_on) {
+    rows->horz = fir_coefficients(s.ulHorzTaps, s.ulHorzCutoff);
+    rows->horz_taps = fir_table_taps(s.ulHorzTaps);
+    if (!rows->horz) return kFail;
+  }
+  if (vert_on) {
+    rows->vert = fir_coefficients(s.ulVertTaps, s.ulVertCutoff);
+    rows->vert_taps = fir_table_taps(s.ulVertTaps);
+    if (!rows->vert) return kFail;
+  }
+  return kOk;
+}
+
 HRESULT filter_worker(const DSP_FILTER_PARAMS *params, const DSP_BUFFER *buffer, uint32_t options) {
   worker_entry("DspFilter");
+  return filter_apply(params, buffer, options);
+}
+
+HRESULT filter_apply(const DSP_FILTER_PARAMS *params, const DSP_BUFFER *buffer, uint32_t options) {
   FilterPlan plan{false, nullptr, nullptr, 0, 0, 1, 1};
   bool horz_on = false, vert_on = false;
   if (params->eFilterType == DSP_FILTER_TYPE_FIR) {
@@ -149,34 +183,17 @@ HRESULT filter_worker(const DSP_FILTER_PARAMS *params, const DSP_BUFFER *buffer,
       refuse("DspFilter", "FIR filter without settings (pSettings is null)");
       return kInvalidArg;
     }
-    const DSP_FIR_SETTINGS &s = *static_cast<const DSP_FIR_SETTINGS *>(params->pSettings);
-    if (s.ulHorzCutoff > kFirCutoffOff || s.ulVertCutoff > kFirCutoffOff) {
-      refuse("DspFilter", "FIR %s cut-off %u is above %u (%u turns the direction off)",
-             s.ulHorzCutoff > kFirCutoffOff ? "horizontal" : "vertical",
-             s.ulHorzCutoff > kFirCutoffOff ? s.ulHorzCutoff : s.ulVertCutoff, kFirCutoffOff,
-             kFirCutoffOff);
-      return kInvalidArg;
-    }
-    horz_on = s.ulHorzCutoff != kFirCutoffOff;
-    vert_on = s.ulVertCutoff != kFirCutoffOff;
-    const auto taps_ok = [](uint32_t t) { return t >= kFirMinTaps && t <= kFirMaxTaps; };
-    if ((horz_on && !taps_ok(s.ulHorzTaps)) || (vert_on && !taps_ok(s.ulVertTaps))) {
-      const bool horz_bad = horz_on && !taps_ok(s.ulHorzTaps);
-      refuse("DspFilter", "FIR %s taps %u are outside %d..%d", horz_bad ? "horizontal" : "vertical",
-             horz_bad ? s.ulHorzTaps : s.ulVertTaps, kFirMinTaps, kFirMaxTaps);
-      return kInvalidArg;
-    }
+    FirRows rows;
+    const HRESULT hr = fir_rows_from_settings("DspFilter",
+                                              *static_cast<const DSP_FIR_SETTINGS *>(params->pSettings), &rows);
+    if (hr != kOk) return hr;
+    horz_on = rows.horz != nullptr;
+    vert_on = rows.vert != nullptr;
     plan.fir = true;
-    if (horz_on) {
-      plan.horz = fir_coefficients(s.ulHorzTaps, s.ulHorzCutoff);
-      plan.horz_taps = fir_table_taps(s.ulHorzTaps);
-      if (!plan.horz) return kFail;
-    }
-    if (vert_on) {
-      plan.vert = fir_coefficients(s.ulVertTaps, s.ulVertCutoff);
-      plan.vert_taps = fir_table_taps(s.ulVertTaps);
-      if (!plan.vert) return kFail;
-    }
+    plan.horz = rows.horz;
+    plan.vert = rows.vert;
+    plan.horz_taps = rows.horz_taps;
+    plan.vert_taps = rows.vert_taps;
   } else if (params->eFilterType == DSP_FILTER_TYPE_BOX) {
     if (!params->pSettings) {
       refuse("DspFilter", "box filter without settings (pSettings is null)");

@@ -302,7 +302,7 @@ ScalePlan scale_plan(const DSP_BUFFER &b, int32_t hi, int32_t ho) {
 const ScaleFrameKernel *scale_plain_kernels() { return kPlain; }
 const ScaleFrameKernel *scale_color_kernels() { return kColor; }
 
-void scale_copy_back(const DSP_IMAGE &from, const DSP_BUFFER &to) {
+void scale_walk_back(const DSP_IMAGE &from, const DSP_BUFFER &to, ScaleBackFn fn, void *context) {
   LCtrl c;
   lctrl_fill(to, &c);
   const uint32_t bpp = scale_bytes_per_pixel(to.Out.ePixelFormat);
@@ -320,11 +320,25 @@ void scale_copy_back(const DSP_IMAGE &from, const DSP_BUFFER &to) {
     if (plan.runs[r].src.count <= 0) continue;
     int32_t first = 0, end = 0;
     run_span(d, band, &first, &end);
-    for (int32_t k = first; k < end; ++k) {
-      const int32_t line = d.first + k * d.step;
-      std::memcpy(dst.line(line), src.line(line), bytes);
+    // The run's lines in the private image: rows d.first, d.first + d.step, ..., all inside it.
+    const int32_t rows = std::min<int32_t>(d.count, (int32_t(from.ulHeight) - d.first + d.step - 1) / d.step);
+    ScaleBackLine line;
+    line.run_first = src.line(d.first);
+    line.run_stride = static_cast<ptrdiff_t>(d.step) * static_cast<ptrdiff_t>(from.ulPrimaryStrideBytes);
+    line.run_lines = rows;
+    line.bytes = bytes;
+    for (int32_t k = first; k < end && k < rows; ++k) {
+      line.index = k;
+      line.dst = dst.line(d.first + k * d.step);
+      fn(context, line);
     }
   }
+}
+
+void scale_copy_back(const DSP_IMAGE &from, const DSP_BUFFER &to) {
+  scale_walk_back(from, to, [](void *, const ScaleBackLine &l) {
+    std::memcpy(l.dst, l.run_first + l.index * l.run_stride, l.bytes);
+  }, nullptr);
 }
 
 }  // namespace framedsp

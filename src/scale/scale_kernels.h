@@ -1,6 +1,7 @@
 // Frame kernels of the scaler and the line plan they share with the driver's staged copy-back.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "frame/status.h"
@@ -49,5 +50,21 @@ const ScaleFrameKernel *scale_color_kernels();
 // origin) wrote into the output region of `to`: the same runs and band, one row per line.
 // `to` is normalised; `from` describes the private image.
 void scale_copy_back(const DSP_IMAGE &from, const DSP_BUFFER &to);
+
+// One output line of the walk that scale_copy_back makes: where the line's run lies in the private
+// image (line 0 of the run, bytes from one run line to the next, lines of the run), the line's
+// index in its run, the output line (column start applied) and the bytes to write.
+struct ScaleBackLine {
+  const uint8_t *run_first;
+  ptrdiff_t run_stride;
+  int32_t run_lines;
+  int32_t index;
+  uint8_t *dst;
+  size_t bytes;
+};
+using ScaleBackFn = void (*)(void *context, const ScaleBackLine &line);
+// Calls `fn` for every output line of `to` (normalised; its band and field selection) that a scale
+// into `from` wrote, in run order.
+void scale_walk_back(const DSP_IMAGE &from, const DSP_BUFFER &to, ScaleBackFn fn, void *context);
 
 }  // namespace framedsp

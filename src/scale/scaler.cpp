@@ -1,7 +1,7 @@
 // The scaler workers.  The export frame has already picked plain or filtered by the call flags.
 // DspScaler's general driver: geometry step, fast-path choice, validation, plane split, staged
-// mode, no-scaling copy and kernel dispatch.  The filtered path and the other two scalers answer
-// E_NOTIMPL in this release.
+// mode, no-scaling copy and kernel dispatch; the filtered path on the same pieces.  The other two
+// scalers answer E_NOTIMPL in this release.
 #include "scale/scaler.h"
 
 #include <algorithm>
@@ -14,8 +14,10 @@
 #include "frame/pixel_format.h"
 #include "frame/trace.h"
 #include "frame/work_memory.h"
+#include "filter/filter.h"
 #include "lines/smart_copy.h"
 #include "scale/fast_paths.h"
+#include "scale/scale_filtered.h"
 #include "scale/scale_kernels.h"
 #include "scale/scale_lines.h"
 
@@ -53,9 +55,10 @@ HRESULT run_kernel(const ScaleSetup &s, const DSP_BUFFER &norm, uint32_t flags) 
   return kernel(&norm, flags);
 }
 
-// Staged mode: scale into a private top-down image shaped like the output region (rows padded to
-// 16 bytes), then move the lines the scale wrote into the real output.
-HRESULT run_staged(const ScaleSetup &s, const DSP_BUFFER &norm, uint32_t flags) {
+// Staged mode: run `kernel` into a private top-down image shaped like the output region (rows
+// padded to 16 bytes), then move the lines it wrote into the real output.
+template <class Kernel>
+HRESULT run_staged(const DSP_BUFFER &norm, Kernel &&kernel) {
   const DSP_IMAGE &out = norm.Out;
   const uint32_t width = out.Buffer.Region.ulWidth;
   const uint32_t height = out.Buffer.Region.ulHeight;
@@ -78,7 +81,7 @@ HRESULT run_staged(const ScaleSetup &s, const DSP_BUFFER &norm, uint32_t flags) 
   p.eImageOrientation = DSP_ORIENTATION_TOP_DOWN;
   p.ulPrimaryStrideBytes = static_cast<uint32_t>(stride);
   p.ulSecondaryStrideBytes = 0;
-  const HRESULT hr = run_kernel(s, stage, flags);
+  const HRESULT hr = kernel(stage);
   if (hr != kOk) return hr;
   scale_copy_back(p, norm);
   image.release();
@@ -232,7 +235,7 @@ HRESULT scaler_worker(const DSP_SCALER_PARAMS *params, const DSP_BUFFER *buffer,
     return run_kernel(s, plane, params->ulScaleFlags);
   }
   if ((flags & DSP_SCALER_OPTION_STAGED) && format != DSP_PIXEL_FORMAT_BGR24) {
-    return run_staged(s, s.norm, params->ulScaleFlags);
+    return run_staged(s.norm, [&](const DSP_BUFFER &stage) { return run_kernel(s, stage, params->ulScaleFlags); });
   }
   return run_kernel(s, s.norm, kernel_flags);
 }
@@ -240,11 +243,77 @@ HRESULT scaler_worker(const DSP_SCALER_PARAMS *params, const DSP_BUFFER *buffer,
 HRESULT filtered_scaler_worker(const DSP_SCALER_PARAMS *params, FilterSubRecord filter,
                                const DSP_BUFFER *buffer, uint32_t flags) {
   worker_entry("DspScaler");
-  (void)params;
-  (void)filter;
-  (void)buffer;
-  (void)flags;
-  return kNotImpl;
+  // General validation on the caller's record, then the geometry step, which fixes the output
+  // region; the same validation again on the final sizes (a derived width can be odd).
+  HRESULT hr = scale_validate(*params, *buffer);
+  if (hr != kOk) return hr;
+  ScaleSetup s;
+  hr = scale_geometry(*params, *buffer, &s);
+  if (hr != kOk) return hr;
+  hr = scale_validate(*params, s.norm);
+  if (hr != kOk) return hr;
+
+  if (*filter.filter_type != DSP_FILTER_TYPE_FIR) {
+    refuse(kExport, "filtered path: filter type %u is not 1 (FIR)", *filter.filter_type);
+    return kInvalidArg;
+  }
+  if (!filter.settings) {
+    refuse(kExport, "filtered path: FIR filter without settings (pSettings is null)");
+    return kInvalidArg;
+  }
+  const DSP_FIR_SETTINGS &settings = *static_cast<const DSP_FIR_SETTINGS *>(filter.settings);
+  FirRows rows;
+  hr = fir_rows_from_settings(kExport, settings, &rows);
+  if (hr != kOk) return hr;
+  const bool horz = rows.horz != nullptr;
+  const bool vert = rows.vert != nullptr;
+
+  if (s.mode == kScaleModeNone) {
+    if (!horz && !vert) return smart_copy_unchecked(&s.raw) == kOk ? kOk : kFail;
+    // Nothing scaled: DspFilter's FIR on the regions, which must agree as DspFilter wants them.
+    DSP_FILTER_PARAMS fp{};
+    fp.eFilterType = DSP_FILTER_TYPE_FIR;
+    fp.pSettings = filter.settings;
+    fp.Buffer = s.raw;
+    if (filter_validate(&fp) != kOk) {
+      refuse(kExport, "filtered path without scaling: the regions do not agree for the filter");
+      return kInvalidArg;
+    }
+    return filter_apply(&fp, &s.raw, 0);
+  }
+
+  const bool combined = (horz && s.mode == kScaleModeHorizontal) || (vert && s.mode == kScaleModeVertical) ||
+                        (horz && vert && s.mode == kScaleModeBoth);
+  ScaleFirRows fir{nullptr, nullptr, 0, 0};
+  if (s.mode != kScaleModeVertical) fir.horz = rows.horz, fir.horz_taps = rows.horz_taps;
+  if (s.mode != kScaleModeHorizontal) fir.vert = rows.vert, fir.vert_taps = rows.vert_taps;
+  const int index = s.mode + 3 * static_cast<int>(s.filter);
+  auto run = [&](const DSP_BUFFER &b) -> HRESULT {
+    if (!combined) return run_kernel(s, b, params->ulScaleFlags);
+    const ScaleFilterKernel *table = converts_color(b) ? scale_filter_color_kernels() : scale_filter_plain_kernels();
+    const ScaleFilterKernel kernel = table[index];
+    if (!kernel) return kInvalidArg;
+    return kernel(&b, params->ulOptions, fir);
+  };
+
+  const uint32_t format = s.norm.Out.ePixelFormat;
+  if (is_two_plane(format)) {
+    uint32_t main_format = format, plane_format = format;
+    split_format(format, &main_format, &plane_format);
+    DSP_BUFFER plane = s.norm;
+    plane.In.ePixelFormat = plane.Out.ePixelFormat = main_format;
+    plane.In.Buffer.ulBytes = static_cast<uint32_t>(uint64_t{plane.In.ulHeight} * plane.In.ulPrimaryStrideBytes);
+    plane.Out.Buffer.ulBytes =
+        static_cast<uint32_t>(uint64_t{plane.Out.ulHeight} * plane.Out.ulPrimaryStrideBytes);
+    hr = run(plane);
+    if (hr != kOk) return hr;
+    plane = s.norm;
+    move_to_plane(&plane.In, plane_format);
+    move_to_plane(&plane.Out, plane_format);
+    return run(plane);
+  }
+  if ((flags & DSP_SCALER_OPTION_STAGED) && format != DSP_PIXEL_FORMAT_BGR24) return run_staged(s.norm, run);
+  return run(s.norm);
 }
 
 HRESULT nonuniform_scaler_worker(const DSP_SCALER_PARAMS *params, const DSP_BUFFER *buffer,

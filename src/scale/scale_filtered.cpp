@@ -1,0 +1,113 @@
+// Scale-and-filter kernels: the frame kernel of the same index scales the whole output region into
+// a private top-down image shaped like the region (rows padded to 16 bytes), then the FIR line
+// kernels of DspFilter low-pass those lines into the output, run by run, so that a field is only
+// ever filtered with lines of the same field and the band of the call is the only part written.
+#include "scale/scale_filtered.h"
+
+#include <cstring>
+
+#include "filter/fir_kernels.h"
+#include "frame/cpu.h"
+#include "frame/work_memory.h"
+#include "scale/scale_kernels.h"
+#include "scale/scale_lines.h"
+
+namespace framedsp {
+
+namespace {
+
+struct FilterBack {
+  FirHorzKernel horz;
+  FirVertKernel vert;
+  const ScaleFirRows *rows;
+  uint8_t *line1;
+  uint8_t *line2;
+};
+
+void filter_line(void *context, const ScaleBackLine &l) {
+  const FilterBack &f = *static_cast<const FilterBack *>(context);
+  const uint8_t *centre = l.run_first + l.index * l.run_stride;
+  const uint8_t *result = centre;
+  if (f.vert) {
+    f.vert(centre, f.line1, l.run_lines, l.index, l.bytes, l.run_stride, 0, 0, 0, f.rows->vert);
+    result = f.line1;
+  }
+  if (f.horz) {
+    uint8_t *to = result == f.line1 ? f.line2 : f.line1;
+    f.horz(result, to, l.bytes, f.rows->horz, 0, 0);
+    result = to;
+  }
+  std::memcpy(l.dst, result, l.bytes);
+}
+
+HRESULT scale_then_filter(const DSP_BUFFER &b, uint32_t flags, const ScaleFirRows &rows,
+                          ScaleFrameKernel scale) {
+  if (!scale) return kInvalidArg;
+  const DSP_IMAGE &out = b.Out;
+  const uint32_t width = out.Buffer.Region.ulWidth;
+  const uint32_t height = out.Buffer.Region.ulHeight;
+  const uint64_t line = uint64_t{scale_bytes_per_pixel(out.ePixelFormat)} * width;
+  const uint64_t stride = (line + 15) & ~uint64_t{15};
+  if (stride > 0x7FFFFFF0u) return kOutOfMemory;
+  const uint64_t bytes = stride * height;
+  WorkBlock image;  // released by its destructor on every path
+  if (bytes > 0xFFFFFFF0u || !image.allocate(static_cast<size_t>(bytes ? bytes : 16))) return kOutOfMemory;
+
+  DSP_BUFFER stage = b;
+  DSP_IMAGE &p = stage.Out;
+  p.Buffer.pBuffer = image.data();
+  p.Buffer.ulBytes = static_cast<uint32_t>(bytes);
+  p.Buffer.Region.ptOffset.x = 0;
+  p.Buffer.Region.ptOffset.y = 0;
+  p.ulWidth = width;
+  p.ulHeight = height;
+  p.eImageOrientation = DSP_ORIENTATION_TOP_DOWN;
+  p.ulPrimaryStrideBytes = static_cast<uint32_t>(stride);
+  p.ulSecondaryStrideBytes = 0;
+  // The vertical taps of a band's lines reach lines of the neighbouring bands: scale them all.
+  stage.ulSliceCount = 1;
+  stage.ulSliceNumber = 1;
+  const HRESULT hr = scale(&stage, flags);
+  if (hr != kOk) return hr;
+
+  FirKernelTable table;
+  fir_table_init(&table, cpu_flags());
+  FilterBack f{nullptr, nullptr, &rows, nullptr, nullptr};
+  // Format 263 is one byte a sample to the scaler, and so to its filter: 261's layout.
+  const uint32_t layout = out.ePixelFormat == DSP_PIXEL_FORMAT_MIPMAP ? DSP_PIXEL_FORMAT_KEY8 : out.ePixelFormat;
+  if (rows.horz) {
+    f.horz = table.horz[kFirTableCount * fir_layout_class(layout) +
+                        fir_tap_index(static_cast<uint32_t>(rows.horz_taps))];
+  }
+  if (rows.vert) f.vert = table.vert[fir_tap_index(static_cast<uint32_t>(rows.vert_taps))];
+  WorkLine first, second;
+  if (line != 0 && (!first.allocate(static_cast<size_t>(line)) || !second.allocate(static_cast<size_t>(line)))) {
+    return kOutOfMemory;
+  }
+  f.line1 = first.data();
+  f.line2 = second.data();
+  scale_walk_back(p, b, filter_line, &f);
+  return kOk;
+}
+
+template <int kIndex, bool kColor>
+HRESULT filter_kernel(const DSP_BUFFER *buffer, uint32_t flags, const ScaleFirRows &rows) {
+  const ScaleFrameKernel *scale = kColor ? scale_color_kernels() : scale_plain_kernels();
+  return scale_then_filter(*buffer, flags, rows, scale[kIndex]);
+}
+
+HRESULT reserved_kernel(const DSP_BUFFER *, uint32_t, const ScaleFirRows &) { return kNotImpl; }
+
+constexpr ScaleFilterKernel kPlain[9] = {filter_kernel<0, false>, filter_kernel<1, false>, filter_kernel<2, false>,
+                                         filter_kernel<3, false>, filter_kernel<4, false>, filter_kernel<5, false>,
+                                         reserved_kernel,         reserved_kernel,         reserved_kernel};
+constexpr ScaleFilterKernel kColor[9] = {filter_kernel<0, true>, filter_kernel<1, true>, filter_kernel<2, true>,
+                                         filter_kernel<3, true>, filter_kernel<4, true>, filter_kernel<5, true>,
+                                         reserved_kernel,        reserved_kernel,        reserved_kernel};
+
+}  // namespace
+
+const ScaleFilterKernel *scale_filter_plain_kernels() { return kPlain; }
+const ScaleFilterKernel *scale_filter_color_kernels() { return kColor; }
+
+}  // namespace framedsp
