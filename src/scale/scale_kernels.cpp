@@ -175,10 +175,18 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
   // Horizontal positions once per call for the 8-bit classes.
   const size_t plan_entries = planned && resampled ? scale_plan_entries(cls, dst_bytes) : 0;
   ScalePlanEntry *positions = nullptr;
+  ScaleLinePlan line_plan{};
   if (plan_entries) {
-    if (!plan_block.allocate(plan_entries * sizeof(ScalePlanEntry) + 16)) return kOutOfMemory;
+    const uint32_t unit = scale_plan_unit(cls);
+    const size_t blocks = plan_entries * unit / 16;
+    const size_t entry_bytes = (plan_entries * sizeof(ScalePlanEntry) + 15) & ~size_t{15};
+    if (!plan_block.allocate(entry_bytes + blocks * sizeof(ScaleLineBlock) + 16)) return kOutOfMemory;
     positions = reinterpret_cast<ScalePlanEntry *>(plan_block.aligned());
     scale_plan_build(cls, hstep, src_bytes, dst_bytes, positions);
+    ScaleLineBlock *block_list = reinterpret_cast<ScaleLineBlock *>(
+        reinterpret_cast<uint8_t *>(plan_block.aligned()) + entry_bytes);
+    scale_plan_build_blocks(positions, plan_entries, unit, src_bytes, kLinear, block_list);
+    line_plan = {positions, plan_entries, unit, block_list, blocks};
   }
   int32_t *const index = reinterpret_cast<int32_t *>(index_table.aligned());
   int32_t *const fraction = kLinear ? reinterpret_cast<int32_t *>(fraction_table.aligned()) : nullptr;
@@ -204,7 +212,7 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
     auto fill = [&](int32_t i, uint8_t *to) {
       const uint8_t *src = src_side.line(run.src.first + i * run.src.step);
       if (positions && src_bytes) {
-        planned(src, to, positions, plan_entries);
+        planned(src, to, &line_plan);
       } else {
         resample(src, to, hstep, src_bytes, dst_bytes);
       }
