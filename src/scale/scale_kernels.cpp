@@ -104,6 +104,7 @@ class LineCache {
  public:
   LineCache(uint8_t *a, uint8_t *b) : buf_{a, b} {}
   void reset() { id_[0] = id_[1] = -1; }
+  bool holds(int32_t i) const { return id_[0] == i || id_[1] == i; }
   template <class Fill>
   const uint8_t *get(int32_t i, int32_t keep, Fill &&fill) {
     for (int s = 0; s < 2; ++s) {
@@ -225,6 +226,12 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
       uint8_t *dst = dst_side.line(run.dst.first + k * run.dst.step);
       const int32_t i = index[k - first];
       const int32_t f = kLinear ? fraction[k - first] : 0;
+      // A line used by this output line only is resampled straight into the output.
+      if (resampled && !convert && (!kLinear || f == 0) && !cache.holds(i) &&
+          (k + 1 == end || index[k + 1 - first] > i)) {
+        fill(i, dst);
+        continue;
+      }
       const uint8_t *a = source(i, -1);
       const uint8_t *finished = a;
       if (kLinear && f != 0) {
