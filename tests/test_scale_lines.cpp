@@ -146,6 +146,25 @@ TEST(ScaleBlender, SimdEqualsScalarOnEveryLengthAndLead) {
   }
 }
 
+TEST(ScaleBlender, WeightsThatDoNotSumToOneFollowTheFormula) {
+  framedsp::ScaleLineTable simd;
+  framedsp::scale_line_table_init(&simd, framedsp::cpu_flags());
+  std::mt19937 rng(framedsp_test::test_seed() + 9);
+  const uint32_t pairs[][2] = {{100, 200}, {16000, 300}, {1, 0}, {8192, 0}, {3000, 9000}};
+  for (const auto &w : pairs) {
+    for (size_t len : {size_t(0), size_t(15), size_t(16), size_t(47), size_t(300)}) {
+      GuardedBuffer a(len + 3, 16), b(len + 3, 16), d(len + 3, 16, 0x33);
+      framedsp_test::fill_random(a.data(), len + 3, rng);
+      framedsp_test::fill_random(b.data(), len + 3, rng);
+      simd.blend(a.data() + 3, b.data() + 3, d.data() + 3, w[1], w[0], len);
+      ASSERT_TRUE(d.intact());
+      for (size_t i = 0; i < len; ++i) {
+        ASSERT_EQ(d[3 + i], uint8_t((a[3 + i] * w[0] + b[3 + i] * w[1] + 8192) >> 14)) << w[0] << " " << i;
+      }
+    }
+  }
+}
+
 // ---- colour-space converter ------------------------------------------------------------------
 
 // Six-fraction-bit weights of the exact studio-range conversion (Y scaled 219, chroma 224).
@@ -273,10 +292,11 @@ TEST(ScalePlanned, SameBytesAsTheLineResamplersInEveryEightBitClass) {
       framedsp::scale_plan_build(l.cls, step, sb, db, plan.data());
       GuardedBuffer src(sb, 0);
       framedsp_test::fill_random(src.data(), sb, rng);
+      const framedsp::ScaleLinePlan line{plan.data(), n, framedsp::scale_plan_unit(l.cls), nullptr, 0};
       for (int linear = 0; linear < 2; ++linear) {
         GuardedBuffer a(db, 16, 0x11), b(db, 16, 0x11);
         (linear ? t.linear : t.nearest)[l.cls](src.data(), a.data(), step, sb, db);
-        (linear ? t.planned_linear : t.planned_nearest)[l.cls](src.data(), b.data(), plan.data(), n);
+        (linear ? t.planned_linear : t.planned_nearest)[l.cls](src.data(), b.data(), &line);
         ASSERT_TRUE(a.intact() && b.intact());
         ASSERT_EQ(0, std::memcmp(a.data(), b.data(), db))
             << "format " << l.format << " linear " << linear << " " << sb << " -> " << db;
@@ -288,7 +308,7 @@ TEST(ScalePlanned, SameBytesAsTheLineResamplersInEveryEightBitClass) {
 TEST(ScalePlanned, SimdFourBytePixelsEqualScalarOnEveryLengthAndLead) {
   framedsp::ScaleLineTable t;
   framedsp::scale_line_table_init(&t, framedsp::cpu_flags());
-  if (t.planned_linear[5] == framedsp::scale_planned_linear4_c) GTEST_SKIP() << "no SIMD resampler here";
+  if ((framedsp::cpu_flags() & framedsp::kCpuSSE2) == 0) GTEST_SKIP() << "no SSE2 resampler here";
   std::mt19937 rng(framedsp_test::test_seed() + 5);
   const size_t src_pixels = 97;
   GuardedBuffer src(src_pixels * 4, 0);
@@ -302,8 +322,15 @@ TEST(ScalePlanned, SimdFourBytePixelsEqualScalarOnEveryLengthAndLead) {
     }
     for (size_t lead = 0; lead < 16; ++lead) {
       GuardedBuffer a(lead + 4 * n, 16, 0x22), b(lead + 4 * n, 16, 0x22);
-      t.planned_linear[5](src.data(), a.data() + lead, plan.data(), n);
-      framedsp::scale_planned_linear4_c(src.data(), b.data() + lead, plan.data(), n);
+      const framedsp::ScaleLinePlan line{plan.data(), n, 4, nullptr, 0};
+      framedsp::scale_planned_linear4_c(src.data(), b.data() + lead, &line);
+      if (t.planned_linear[5] != framedsp::scale_planned_linear4_c) {
+        framedsp::ScaleLineTable sse2;
+        framedsp::scale_line_table_init(&sse2, framedsp::kCpuSSE2);
+        sse2.planned_linear[5](src.data(), a.data() + lead, &line);
+      } else {
+        t.planned_linear[5](src.data(), a.data() + lead, &line);
+      }
       ASSERT_TRUE(a.intact() && b.intact());
       for (size_t j = 0; j < n; ++j) {
         for (int c = 0; c < 4; ++c) {
@@ -316,6 +343,111 @@ TEST(ScalePlanned, SimdFourBytePixelsEqualScalarOnEveryLengthAndLead) {
       for (size_t i = 0; i < lead; ++i) ASSERT_EQ(a[i], 0x22);
     }
   }
+}
+
+// The block (byte-shuffle) resamplers of the 8-bit classes against the per-sample formulas and the
+// scalar byte routine: every output length 0..300 bytes at every lead 0..15 (source and
+// destination), steps that upscale, downscale, copy (16384) and go to extremes, random and 0/255
+// data, the source line ending against a protected page.
+class PlannedBlockTest : public ::testing::TestWithParam<size_t> {};
+
+TEST_P(PlannedBlockTest, SimdEqualsScalarAndFormulaOnEveryLengthAndLead) {
+  const RefLayout l = layouts()[GetParam()];
+  framedsp::ScaleLineTable simd, scalar;
+  framedsp::scale_line_table_init(&simd, framedsp::cpu_flags());
+  framedsp::scale_line_table_init(&scalar, 0);
+  const uint32_t unit = framedsp::scale_plan_unit(l.cls);
+  ASSERT_GT(unit, 0u);
+  std::mt19937 rng(framedsp_test::test_seed() + 1000 + GetParam());
+  const uint32_t steps[] = {16384, 8192, 6144, 24576, 16383, 16385, 32768, 38000, 49152, 5461, 1, 100, 1u << 20};
+  size_t blocks_fitting = 0, blocks_total = 0;
+  for (size_t len = 0; len <= 300; ++len) {
+    for (size_t lead = 0; lead < 16; ++lead) {
+      const size_t pick = len * 16 + lead;
+      const uint32_t step = steps[pick % (sizeof steps / sizeof steps[0])];
+      const size_t dp = len / l.group * l.streams[0].per;  // pixel-rate samples out
+      const uint64_t need = (uint64_t(dp) * step >> 14) + 1;
+      // Source: just long enough, one short (the last samples clamp) or a little longer.
+      const size_t per = l.streams[0].per;
+      uint64_t sp = need + (rng() % 3) - 1;
+      sp = std::max<uint64_t>(std::min<uint64_t>(sp, 20000), 1);
+      const size_t sb = size_t((sp + per - 1) / per) * l.group;
+      GuardedBuffer src(sb + lead, 0);
+      if (pick % 5 == 0) {
+        for (size_t i = 0; i < sb + lead; ++i) src[i] = (rng() % 2) ? 255 : 0;
+      } else {
+        framedsp_test::fill_random(src.data(), sb + lead, rng);
+      }
+      const uint8_t *line_src = src.data() + lead;
+      const size_t n = framedsp::scale_plan_entries(l.cls, len);
+      std::vector<framedsp::ScalePlanEntry> plan(n + 1);
+      framedsp::scale_plan_build(l.cls, step, sb, len, plan.data());
+      for (int linear = 0; linear < 2; ++linear) {
+        const framedsp::ScalePlannedResampler fs = (linear ? simd.planned_linear : simd.planned_nearest)[l.cls];
+        const framedsp::ScalePlannedResampler fc = (linear ? scalar.planned_linear : scalar.planned_nearest)[l.cls];
+        ASSERT_NE(fs, nullptr);
+        std::vector<framedsp::ScaleLineBlock> blocks(n * unit / 16 + 1);
+        framedsp::scale_plan_build_blocks(plan.data(), n, unit, sb, linear, blocks.data());
+        const framedsp::ScaleLinePlan with{plan.data(), n, unit, blocks.data(), n * unit / 16};
+        const framedsp::ScaleLinePlan without{plan.data(), n, unit, nullptr, 0};
+        for (size_t k = 0; k < with.block_count; ++k) blocks_fitting += blocks[k].fits;
+        blocks_total += with.block_count;
+
+        std::vector<uint8_t> expected(len, 0x5A);
+        reference(l, linear, line_src, sb, expected.data(), len, step);
+        GuardedBuffer d1(len + lead, 16, 0x5A), d2(len + lead, 16, 0x5A), d3(len + lead, 16, 0x5A);
+        fs(line_src, d1.data() + lead, &with);
+        fs(line_src, d2.data() + lead, &without);
+        fc(line_src, d3.data() + lead, &with);
+        ASSERT_TRUE(d1.intact() && d2.intact() && d3.intact()) << len << " " << lead;
+        for (size_t i = 0; i < lead; ++i) ASSERT_EQ(d1[i], 0x5A);
+        ASSERT_TRUE(len == 0 || std::memcmp(expected.data(), d1.data() + lead, len) == 0)
+            << "format " << l.format << " step " << step << " " << sb << " -> " << len << " lead " << lead << "\n"
+            << framedsp_test::hex_diff(expected.data(), d1.data() + lead, len);
+        ASSERT_TRUE(len == 0 || std::memcmp(expected.data(), d2.data() + lead, len) == 0) << len;
+        ASSERT_TRUE(len == 0 || std::memcmp(expected.data(), d3.data() + lead, len) == 0) << len;
+      }
+    }
+  }
+  // The shuffle path itself must have been exercised, not only the byte fallback.
+  EXPECT_GT(blocks_fitting, blocks_total / 4) << blocks_fitting << " of " << blocks_total;
+}
+
+std::vector<size_t> planned_cases() {
+  std::vector<size_t> v;
+  for (size_t i = 0; i < layouts().size(); ++i) {
+    if (layouts()[i].cls <= 6) v.push_back(i);
+  }
+  return v;
+}
+INSTANTIATE_TEST_SUITE_P(EightBitClasses, PlannedBlockTest, ::testing::ValuesIn(planned_cases()));
+
+TEST(ScalePlanned, BlockWindowsStayInsideTheLine) {
+  // 4:2:2 downscale by 1.5 of a 64-byte line: every window starts in the line and ends by its end,
+  // and the indices point at the samples of the entries.
+  const size_t sb = 64, db = 48;
+  const uint32_t step = uint32_t((uint64_t(32) << 14) / 24);
+  std::vector<framedsp::ScalePlanEntry> plan(framedsp::scale_plan_entries(0, db));
+  framedsp::scale_plan_build(0, step, sb, db, plan.data());
+  std::vector<framedsp::ScaleLineBlock> blocks(3);
+  framedsp::scale_plan_build_blocks(plan.data(), plan.size(), 1, sb, true, blocks.data());
+  for (size_t k = 0; k < 3; ++k) {
+    ASSERT_EQ(blocks[k].fits, 1u) << k;
+    for (int h = 0; h < 2; ++h) EXPECT_LE(blocks[k].base[h] + 16, sb);
+    for (int i = 0; i < 16; ++i) {
+      const size_t t = k * 16 + size_t(i);
+      const uint32_t base = blocks[k].base[i / 8];
+      EXPECT_EQ(base + (blocks[k].index_a[i] & 15u), plan[t].a);
+      EXPECT_EQ(base + (blocks[k].index_b[i] & 15u), plan[t].b);
+      EXPECT_EQ((blocks[k].index_a[i] & 0x80) != 0, i >= 8);
+      EXPECT_EQ(blocks[k].f2[i], int(2 * plan[t].f));
+    }
+  }
+  // A line shorter than a window has no shuffle blocks.
+  std::vector<framedsp::ScalePlanEntry> small(framedsp::scale_plan_entries(5, 16));
+  framedsp::scale_plan_build(5, 8192, 12, 16, small.data());
+  framedsp::scale_plan_build_blocks(small.data(), small.size(), 4, 12, true, blocks.data());
+  EXPECT_EQ(blocks[0].fits, 0u);
 }
 
 }  // namespace

@@ -104,6 +104,7 @@ class LineCache {
  public:
   LineCache(uint8_t *a, uint8_t *b) : buf_{a, b} {}
   void reset() { id_[0] = id_[1] = -1; }
+  bool holds(int32_t i) const { return id_[0] == i || id_[1] == i; }
   template <class Fill>
   const uint8_t *get(int32_t i, int32_t keep, Fill &&fill) {
     for (int s = 0; s < 2; ++s) {
@@ -175,10 +176,18 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
   // Horizontal positions once per call for the 8-bit classes.
   const size_t plan_entries = planned && resampled ? scale_plan_entries(cls, dst_bytes) : 0;
   ScalePlanEntry *positions = nullptr;
+  ScaleLinePlan line_plan{};
   if (plan_entries) {
-    if (!plan_block.allocate(plan_entries * sizeof(ScalePlanEntry) + 16)) return kOutOfMemory;
+    const uint32_t unit = scale_plan_unit(cls);
+    const size_t blocks = plan_entries * unit / 16;
+    const size_t entry_bytes = (plan_entries * sizeof(ScalePlanEntry) + 15) & ~size_t{15};
+    if (!plan_block.allocate(entry_bytes + blocks * sizeof(ScaleLineBlock) + 16)) return kOutOfMemory;
     positions = reinterpret_cast<ScalePlanEntry *>(plan_block.aligned());
     scale_plan_build(cls, hstep, src_bytes, dst_bytes, positions);
+    ScaleLineBlock *block_list = reinterpret_cast<ScaleLineBlock *>(
+        reinterpret_cast<uint8_t *>(plan_block.aligned()) + entry_bytes);
+    scale_plan_build_blocks(positions, plan_entries, unit, src_bytes, kLinear, block_list);
+    line_plan = {positions, plan_entries, unit, block_list, blocks};
   }
   int32_t *const index = reinterpret_cast<int32_t *>(index_table.aligned());
   int32_t *const fraction = kLinear ? reinterpret_cast<int32_t *>(fraction_table.aligned()) : nullptr;
@@ -204,7 +213,7 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
     auto fill = [&](int32_t i, uint8_t *to) {
       const uint8_t *src = src_side.line(run.src.first + i * run.src.step);
       if (positions && src_bytes) {
-        planned(src, to, positions, plan_entries);
+        planned(src, to, &line_plan);
       } else {
         resample(src, to, hstep, src_bytes, dst_bytes);
       }
@@ -217,6 +226,12 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
       uint8_t *dst = dst_side.line(run.dst.first + k * run.dst.step);
       const int32_t i = index[k - first];
       const int32_t f = kLinear ? fraction[k - first] : 0;
+      // A line used by this output line only is resampled straight into the output.
+      if (resampled && !convert && (!kLinear || f == 0) && !cache.holds(i) &&
+          (k + 1 == end || index[k + 1 - first] > i)) {
+        fill(i, dst);
+        continue;
+      }
       const uint8_t *a = source(i, -1);
       const uint8_t *finished = a;
       if (kLinear && f != 0) {

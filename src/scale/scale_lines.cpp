@@ -152,13 +152,15 @@ size_t plan_unit(uint32_t cls) {
 }
 
 template <int K>
-void planned_nearest(const uint8_t *src, uint8_t *dst, const ScalePlanEntry *plan, size_t entries) {
-  for (size_t j = 0; j < entries; ++j, dst += K) std::memcpy(dst, src + plan[j].a, K);
+void planned_nearest(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *p) {
+  const ScalePlanEntry *plan = p->entries;
+  for (size_t j = 0; j < p->count; ++j, dst += K) std::memcpy(dst, src + plan[j].a, K);
 }
 
 template <int K>
-void planned_linear(const uint8_t *src, uint8_t *dst, const ScalePlanEntry *plan, size_t entries) {
-  for (size_t j = 0; j < entries; ++j, dst += K) {
+void planned_linear(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *p) {
+  const ScalePlanEntry *plan = p->entries;
+  for (size_t j = 0; j < p->count; ++j, dst += K) {
     const uint8_t *a = src + plan[j].a;
     const uint8_t *b = src + plan[j].b;
     const uint32_t f = plan[j].f, g = kScaleOne - f;
@@ -204,8 +206,74 @@ void scale_blend_c(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t we
   }
 }
 
-void scale_planned_linear4_c(const uint8_t *src, uint8_t *dst, const ScalePlanEntry *plan, size_t entries) {
-  planned_linear<4>(src, dst, plan, entries);
+void scale_planned_linear4_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan) {
+  planned_linear<4>(src, dst, plan);
+}
+
+void scale_planned_bytes_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan, size_t first,
+                           size_t end, bool linear) {
+  const uint32_t unit = plan->unit;
+  for (size_t t = first; t < end; ++t) {
+    const ScalePlanEntry &e = plan->entries[t / unit];
+    const uint32_t c = static_cast<uint32_t>(t % unit);
+    const uint32_t a = src[e.a + c];
+    if (!linear) {
+      dst[t] = static_cast<uint8_t>(a);
+      continue;
+    }
+    dst[t] = static_cast<uint8_t>((a * (kScaleOne - e.f) + src[e.b + c] * e.f + 8192) >> 14);
+  }
+}
+
+void scale_planned_nearest_bytes_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan) {
+  scale_planned_bytes_c(src, dst, plan, 0, plan->count * plan->unit, false);
+}
+
+void scale_planned_linear_bytes_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan) {
+  scale_planned_bytes_c(src, dst, plan, 0, plan->count * plan->unit, true);
+}
+
+uint32_t scale_plan_unit(uint32_t cls) { return static_cast<uint32_t>(plan_unit(cls)); }
+
+void scale_plan_build_blocks(const ScalePlanEntry *plan, size_t count, uint32_t unit, size_t src_bytes,
+                             bool linear, ScaleLineBlock *blocks) {
+  const size_t block_count = count * unit / 16;
+  for (size_t k = 0; k < block_count; ++k) {
+    ScaleLineBlock &blk = blocks[k];
+    std::memset(&blk, 0, sizeof blk);
+    blk.fits = src_bytes >= 16 ? 1u : 0u;
+    for (int half = 0; half < 2; ++half) {
+      uint64_t lo = UINT64_MAX, hi = 0;
+      for (int i = 0; i < 8; ++i) {
+        const size_t t = k * 16 + size_t(half) * 8 + size_t(i);
+        const ScalePlanEntry &e = plan[t / unit];
+        const uint64_t c = t % unit;
+        lo = std::min<uint64_t>(lo, e.a + c);
+        hi = std::max<uint64_t>(hi, e.a + c);
+        if (linear) {
+          lo = std::min<uint64_t>(lo, e.b + c);
+          hi = std::max<uint64_t>(hi, e.b + c);
+        }
+      }
+      if (blk.fits == 0) break;
+      const uint64_t base = std::min<uint64_t>(lo, src_bytes - 16);
+      if (hi - base > 15) {
+        blk.fits = 0;
+        break;
+      }
+      blk.base[half] = static_cast<uint32_t>(base);
+      const uint8_t mark = half ? 0x80 : 0x00;
+      for (int i = 0; i < 8; ++i) {
+        const size_t t = k * 16 + size_t(half) * 8 + size_t(i);
+        const ScalePlanEntry &e = plan[t / unit];
+        const uint32_t c = static_cast<uint32_t>(t % unit);
+        const int slot = half * 8 + i;
+        blk.index_a[slot] = static_cast<uint8_t>(mark | (e.a + c - base));
+        blk.index_b[slot] = static_cast<uint8_t>(mark | ((linear ? e.b + c : e.a + c) - base));
+        blk.f2[slot] = static_cast<int16_t>(linear ? 2 * e.f : 0);
+      }
+    }
+  }
 }
 
 size_t scale_plan_entries(uint32_t cls, size_t dst_bytes) {
@@ -338,6 +406,7 @@ void scale_line_table_init(ScaleLineTable *t, uint32_t cpu_flags) {
   t->blend = scale_blend_c;
 #if defined(FRAMEDSP_HAVE_X86)
   if (cpu_flags & kCpuSSE2) scale_lines_init_sse2(t);
+  if (cpu_flags & kCpuSSSE3) scale_lines_init_ssse3(t);
 #else
   (void)cpu_flags;
 #endif

@@ -85,8 +85,43 @@ struct ScalePlanEntry {
 size_t scale_plan_entries(uint32_t cls, size_t dst_bytes);
 void scale_plan_build(uint32_t cls, uint32_t step, size_t src_bytes, size_t dst_bytes,
                       ScalePlanEntry *plan);
-using ScalePlannedResampler = void (*)(const uint8_t *src, uint8_t *dst, const ScalePlanEntry *plan,
-                                       size_t entries);
+
+// The same positions regrouped for byte-shuffle kernels: one block per 16 output bytes (output
+// byte t of the plan is component t % unit of entry t / unit).  Each half of a block (bytes 0..7
+// and 8..15) reads one 16-byte window of the source line starting at base[half]; index_a[t] and
+// index_b[t] are the window offsets of the two samples, with bit 7 set in the second half so that
+// a shuffle of the first window leaves those bytes zero (and a shuffle of the second window, with
+// the indices XOR 0x80, the others).  f2 = 2 * f (at most 32766, a signed 16-bit value).  A block
+// whose samples do not all fit their windows inside the line (the window never reaches past
+// src_bytes) has fits = 0 and is done byte by byte.
+struct ScaleLineBlock {
+  uint32_t base[2];
+  uint32_t fits;
+  uint32_t reserved;
+  uint8_t index_a[16];
+  uint8_t index_b[16];
+  int16_t f2[16];
+};
+
+// A prepared line: the entries (every resampler reads them) and, optionally, the blocks.
+struct ScaleLinePlan {
+  const ScalePlanEntry *entries;
+  size_t count;     // entries
+  uint32_t unit;    // output bytes an entry
+  const ScaleLineBlock *blocks;  // null: no blocks
+  size_t block_count;            // count * unit / 16
+};
+
+// Bytes an entry covers (0 for the classes without plans).
+uint32_t scale_plan_unit(uint32_t cls);
+// Fills count * unit / 16 blocks from the entries; `linear` also fits the second samples.
+void scale_plan_build_blocks(const ScalePlanEntry *plan, size_t count, uint32_t unit, size_t src_bytes,
+                             bool linear, ScaleLineBlock *blocks);
+// Output bytes [first, end) of a plan, byte by byte: the scalar formula of the planned kernels.
+void scale_planned_bytes_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan, size_t first,
+                           size_t end, bool linear);
+
+using ScalePlannedResampler = void (*)(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan);
 
 struct ScaleLineTable {
   ScalePlannedResampler planned_nearest[kScaleClasses];  // null for classes 7..11
@@ -102,7 +137,9 @@ struct ScaleLineTable {
 void scale_line_table_init(ScaleLineTable *table, uint32_t cpu_flags);
 
 // The scalar twins, for the differential tests.
-void scale_planned_linear4_c(const uint8_t *src, uint8_t *dst, const ScalePlanEntry *plan, size_t entries);
+void scale_planned_linear4_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan);
+void scale_planned_nearest_bytes_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan);
+void scale_planned_linear_bytes_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan);
 void scale_blend_c(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weight_b,
                    uint32_t weight_a, size_t bytes);
 
@@ -117,6 +154,9 @@ uint32_t scale_group_pixels(uint32_t format);
 
 #if defined(FRAMEDSP_HAVE_X86)
 void scale_lines_init_sse2(ScaleLineTable *table);
+void scale_blend_sse2(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weight_b,
+                      uint32_t weight_a, size_t bytes);
+void scale_lines_init_ssse3(ScaleLineTable *table);
 #endif
 
 }  // namespace framedsp

@@ -25,8 +25,10 @@ inline __m128i blend_half(__m128i a16, __m128i b16, __m128i weights, __m128i rou
                          _mm_srai_epi32(_mm_add_epi32(hi, round), 14));
 }
 
-void blend_sse2(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weight_b,
-                uint32_t weight_a, size_t bytes) {
+}  // namespace
+
+void scale_blend_sse2(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weight_b,
+                      uint32_t weight_a, size_t bytes) {
   if (weight_a == 0) {
     std::memmove(dst, b, bytes);
     return;
@@ -51,6 +53,8 @@ void blend_sse2(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weigh
   for (; i < bytes; ++i) dst[i] = blend_one(a[i], b[i], weight_a, weight_b);
 }
 
+namespace {
+
 inline __m128i pixel_pair(const uint8_t *a, const uint8_t *b, uint32_t f, __m128i zero, __m128i round) {
   int32_t va, vb;
   std::memcpy(&va, a, 4);
@@ -63,7 +67,9 @@ inline __m128i pixel_pair(const uint8_t *a, const uint8_t *b, uint32_t f, __m128
 
 // Prepared linear resampler of the 4-byte pixel classes: two pixels a step, each component
 // a * (16384 - f) + b * f + 8192 >> 14 from one madd (the same integers as the scalar formula).
-void planned_linear4_sse2(const uint8_t *src, uint8_t *dst, const ScalePlanEntry *plan, size_t entries) {
+void planned_linear4_sse2(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *line) {
+  const ScalePlanEntry *plan = line->entries;
+  const size_t entries = line->count;
   const __m128i zero = _mm_setzero_si128();
   const __m128i round = _mm_set1_epi32(8192);
   size_t j = 0;
@@ -72,13 +78,16 @@ void planned_linear4_sse2(const uint8_t *src, uint8_t *dst, const ScalePlanEntry
     const __m128i r1 = pixel_pair(src + plan[j + 1].a, src + plan[j + 1].b, plan[j + 1].f, zero, round);
     _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + 4 * j), _mm_packus_epi16(_mm_packs_epi32(r0, r1), zero));
   }
-  if (j < entries) scale_planned_linear4_c(src, dst + 4 * j, plan + j, entries - j);
+  if (j < entries) {
+    const ScaleLinePlan rest{plan + j, entries - j, 4, nullptr, 0};
+    scale_planned_linear4_c(src, dst + 4 * j, &rest);
+  }
 }
 
 }  // namespace
 
 void scale_lines_init_sse2(ScaleLineTable *table) {
-  table->blend = blend_sse2;
+  table->blend = scale_blend_sse2;
   table->planned_linear[3] = planned_linear4_sse2;
   table->planned_linear[5] = planned_linear4_sse2;
 }
