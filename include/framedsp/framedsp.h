@@ -62,10 +62,8 @@
  * Availability in this release
  * ----------------------------
  * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspSubPixelFilter, DspScaler (general,
- * fast and filtered paths), DspScalerHelper, DspCreateFrameRateConverter, and the handle checks
- * of DspFrameRateConvert, DspCreateMotionVectors and DspCreateMipMaps.
- * Declared with their complete call frame (null checks and validation as documented) but whose
- * operation returns DSP_E_NOTIMPL for an accepted record until it lands: DspCreateMipMaps.
+ * fast and filtered paths), DspScalerHelper, DspCreateMipMaps, DspCreateFrameRateConverter, and
+ * the handle checks of DspFrameRateConvert and DspCreateMotionVectors.
  * Not yet available (their algorithms are still open; the frame and handle checks are final and
  * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler, DspSubPixelScaler,
  * DspSubPixelScalerHelper, DspCreateMotionVectors and the conversion behind DspFrameRateConvert.
