@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <vector>
 
 namespace fuzz {
 
@@ -46,17 +48,61 @@ size_t page_size() {
   static const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   return page;
 }
+
+// Mappings of finished buffers, kept with their guard pages in place so that the next buffer of
+// the same size needs no mmap, no mprotect and no fresh page faults (which otherwise cost more
+// than the call under test).  Every user rewrites the whole inner area, so nothing carries over.
+struct CachedMapping {
+  uint8_t *base;
+  size_t mapped;
+};
+std::mutex g_cache_mutex;
+std::vector<CachedMapping> g_cache;
+constexpr size_t kCacheEntries = 16;
+constexpr size_t kCacheBytes = size_t{64} << 20;
+size_t g_cache_bytes = 0;
+
+uint8_t *take_cached_mapping(size_t mapped) {
+  std::lock_guard<std::mutex> lock(g_cache_mutex);
+  for (size_t i = 0; i < g_cache.size(); ++i) {
+    if (g_cache[i].mapped != mapped) continue;
+    uint8_t *base = g_cache[i].base;
+    g_cache[i] = g_cache.back();
+    g_cache.pop_back();
+    g_cache_bytes -= mapped;
+    return base;
+  }
+  return nullptr;
+}
+
+bool cache_mapping(uint8_t *base, size_t mapped) {
+  std::lock_guard<std::mutex> lock(g_cache_mutex);
+  if (g_cache.size() >= kCacheEntries || g_cache_bytes + mapped > kCacheBytes) {
+    if (g_cache.empty()) return false;
+    // Make room by dropping the oldest entry.
+    munmap(g_cache.front().base, g_cache.front().mapped);
+    g_cache_bytes -= g_cache.front().mapped;
+    g_cache.erase(g_cache.begin());
+    if (g_cache_bytes + mapped > kCacheBytes) return false;
+  }
+  g_cache.push_back({base, mapped});
+  g_cache_bytes += mapped;
+  return true;
+}
 }  // namespace
 
 PageBuffer::PageBuffer(size_t size, bool at_end, size_t margin) : size_(size), margin_(margin) {
   const size_t page = page_size();
   const size_t inner = (size + 2 * margin + page - 1) / page * page + (size + 2 * margin == 0 ? page : 0);
   mapped_ = inner + 2 * page;
-  void *p = mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  require(p != MAP_FAILED, "mmap");
-  base_ = static_cast<uint8_t *>(p);
-  require(mprotect(base_, page, PROT_NONE) == 0, "mprotect before");
-  require(mprotect(base_ + page + inner, page, PROT_NONE) == 0, "mprotect after");
+  base_ = take_cached_mapping(mapped_);
+  if (!base_) {
+    void *p = mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    require(p != MAP_FAILED, "mmap");
+    base_ = static_cast<uint8_t *>(p);
+    require(mprotect(base_, page, PROT_NONE) == 0, "mprotect before");
+    require(mprotect(base_ + page + inner, page, PROT_NONE) == 0, "mprotect after");
+  }
   uint8_t *first = base_ + page;
   uint8_t *last = base_ + page + inner;
   data_ = at_end ? last - margin - size : first + margin;
@@ -65,7 +111,9 @@ PageBuffer::PageBuffer(size_t size, bool at_end, size_t margin) : size_(size), m
   std::memset(data_, 0, size);
 }
 
-PageBuffer::~PageBuffer() { munmap(base_, mapped_); }
+PageBuffer::~PageBuffer() {
+  if (!cache_mapping(base_, mapped_)) munmap(base_, mapped_);
+}
 
 bool PageBuffer::margins_intact() const {
   for (size_t i = 0; i < margin_; ++i) {
