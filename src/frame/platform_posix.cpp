@@ -101,7 +101,14 @@ bool probe_with_pipe(const void *address, void *out, size_t n) {
 
 void *vm_allocate(size_t bytes) {
   if (bytes == 0) return nullptr;
-  void *p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  // Work memory is written in full right after it is taken, so its pages are committed by the
+  // mapping call itself: one trip into the kernel instead of a page fault per page, which costs a
+  // good share of a frame's time on virtualised hosts.
+  int flags = MAP_PRIVATE | MAP_ANONYMOUS;
+#if defined(MAP_POPULATE)
+  flags |= MAP_POPULATE;
+#endif
+  void *p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, flags, -1, 0);
   return p == MAP_FAILED ? nullptr : p;
 }
 
