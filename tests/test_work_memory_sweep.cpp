@@ -207,15 +207,14 @@ const Case kCases[] = {
     // region takes the whole filtered line (as here): column sums only.
     {"box_bgr", 1, 3, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 3, 1, DSP_E_OUTOFMEMORY},
     {"box_temp_key", 261, 1, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 4, 2, DSP_E_OUTOFMEMORY},
-    // A scale of both axes takes three work lines (two resampled source lines, one finished
-    // line), the source-line table, the fraction table when linear, and the horizontal position
-    // plan of the 8-bit pixel classes (4:2:2, BGRA, BGR, one-byte planes).
-    {"scale_linear_bgra", 0, 4, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 6, 6, DSP_E_OUTOFMEMORY},
-    {"scale_linear_uyvy_601_to_709", 21, 2, 0, 2, 1, DSP_BUFFER_TYPE_FRAME, 6, 6, DSP_E_OUTOFMEMORY},
-    // Staged: the private image first, then the kernel's blocks (nearest: no fraction table).
-    {"scale_staged_nearest_bgra", 0, 4, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 7, 6, DSP_E_OUTOFMEMORY},
-    // Two planes, one kernel call each: the 4:2:2 picture (6), then the key plane (6).
-    {"scale_linear_uyvy_key", 28, 2, 1, 0, 0, DSP_BUFFER_TYPE_FRAME, 6, 12, DSP_E_OUTOFMEMORY},
+    // A scale takes one block for the whole call, carved into the resampled lines, the tables
+    // and the horizontal position plan.
+    {"scale_linear_bgra", 0, 4, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 6, 1, DSP_E_OUTOFMEMORY},
+    {"scale_linear_uyvy_601_to_709", 21, 2, 0, 2, 1, DSP_BUFFER_TYPE_FRAME, 6, 1, DSP_E_OUTOFMEMORY},
+    // Staged: the private image first, then the kernel's block.
+    {"scale_staged_nearest_bgra", 0, 4, 0, 0, 0, DSP_BUFFER_TYPE_FRAME, 7, 2, DSP_E_OUTOFMEMORY},
+    // Two planes, one kernel call each: the 4:2:2 picture, then the key plane.
+    {"scale_linear_uyvy_key", 28, 2, 1, 0, 0, DSP_BUFFER_TYPE_FRAME, 6, 2, DSP_E_OUTOFMEMORY},
 };
 
 INSTANTIATE_TEST_SUITE_P(All, WorkMemorySweep, ::testing::ValuesIn(kCases),

@@ -165,34 +165,45 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
                        : 0;
   const uint64_t vstep = kMode == kScaleModeHorizontal ? kScaleOne : vstep64;
 
-  // Work memory: two resampled lines, one finished line, the source-line and fraction tables.
-  WorkLine line_a, line_b, line_out;
-  WorkBlock index_table, fraction_table, plan_block;
-  const size_t table_bytes = size_t(max_lines) * 4 + 16;
-  if (!line_a.allocate(dst_bytes) || !line_b.allocate(dst_bytes) || !line_out.allocate(dst_bytes) ||
-      !index_table.allocate(table_bytes) || (kLinear && !fraction_table.allocate(table_bytes))) {
-    return kOutOfMemory;
-  }
-  // Horizontal positions once per call for the 8-bit classes.
+  // Work memory, one block for the whole call (each block costs a map and an unmap): two
+  // resampled lines when lines are resampled, a finished line when colours are converted, the
+  // source-line and fraction tables and the horizontal plan.  Every piece starts 16-byte aligned
+  // and lines keep 16 bytes of slack.
   const size_t plan_entries = planned && resampled ? scale_plan_entries(cls, dst_bytes) : 0;
-  ScalePlanEntry *positions = nullptr;
+  const uint32_t unit = plan_entries ? scale_plan_unit(cls) : 0;
+  const size_t blocks = plan_entries * unit / 16;
+  auto pad16 = [](size_t n) { return (n + 15) & ~size_t{15}; };
+  const size_t line_bytes = pad16(dst_bytes + 16);
+  const size_t table_bytes = pad16(size_t(max_lines) * 4);
+  const size_t entry_bytes = pad16(plan_entries * sizeof(ScalePlanEntry));
+  const size_t cache_bytes = resampled ? 2 * line_bytes : 0;
+  const size_t out_bytes = convert ? line_bytes : 0;
+  const size_t fraction_bytes = kLinear ? table_bytes : 0;
+  const size_t total = cache_bytes + out_bytes + table_bytes + fraction_bytes + entry_bytes +
+                       blocks * sizeof(ScaleLineBlock);
+  WorkBlock work;
+  if (!work.allocate(total + 16)) return kOutOfMemory;
+  uint8_t *carve = work.aligned();
+  auto take = [&carve](size_t bytes) {
+    uint8_t *p = bytes ? carve : nullptr;
+    carve += bytes;
+    return p;
+  };
+  uint8_t *const line_a = take(cache_bytes ? line_bytes : 0);
+  uint8_t *const line_b = take(cache_bytes ? line_bytes : 0);
+  uint8_t *const out = take(out_bytes);
+  int32_t *const index = reinterpret_cast<int32_t *>(take(table_bytes));
+  int32_t *const fraction = reinterpret_cast<int32_t *>(take(fraction_bytes));
+  // Horizontal positions once per call for the 8-bit classes.
+  ScalePlanEntry *positions = reinterpret_cast<ScalePlanEntry *>(take(entry_bytes));
+  ScaleLineBlock *block_list = reinterpret_cast<ScaleLineBlock *>(take(blocks * sizeof(ScaleLineBlock)));
   ScaleLinePlan line_plan{};
   if (plan_entries) {
-    const uint32_t unit = scale_plan_unit(cls);
-    const size_t blocks = plan_entries * unit / 16;
-    const size_t entry_bytes = (plan_entries * sizeof(ScalePlanEntry) + 15) & ~size_t{15};
-    if (!plan_block.allocate(entry_bytes + blocks * sizeof(ScaleLineBlock) + 16)) return kOutOfMemory;
-    positions = reinterpret_cast<ScalePlanEntry *>(plan_block.aligned());
     scale_plan_build(cls, hstep, src_bytes, dst_bytes, positions);
-    ScaleLineBlock *block_list = reinterpret_cast<ScaleLineBlock *>(
-        reinterpret_cast<uint8_t *>(plan_block.aligned()) + entry_bytes);
     scale_plan_build_blocks(positions, plan_entries, unit, src_bytes, kLinear, block_list);
     line_plan = {positions, plan_entries, unit, block_list, blocks};
   }
-  int32_t *const index = reinterpret_cast<int32_t *>(index_table.aligned());
-  int32_t *const fraction = kLinear ? reinterpret_cast<int32_t *>(fraction_table.aligned()) : nullptr;
-  LineCache cache(line_a.data(), line_b.data());
-  uint8_t *const out = line_out.data();
+  LineCache cache(line_a, line_b);
 
   const SideAddress src_side = side_address(b.In, c.src_line_start, c.src_height, src_left * int32_t(bpp));
   const SideAddress dst_side = side_address(b.Out, c.dst_line_start, c.dst_height, dst_left * int32_t(bpp));
