@@ -120,10 +120,27 @@ TEST(ScaleBlender, HalfOf255And0RoundsUp) {
   for (uint8_t v : d) EXPECT_EQ(v, 128);
 }
 
+// The instruction-set levels whose kernels this machine can run: SSE2 alone, up to SSSE3, and
+// everything it has (AVX2 where present); each level's table must give the scalar bytes.
+std::vector<uint32_t> isa_levels() {
+  const uint32_t have = framedsp::cpu_flags();
+  std::vector<uint32_t> levels;
+  for (uint32_t want : {uint32_t(framedsp::kCpuSSE2), uint32_t(framedsp::kCpuSSE2 | framedsp::kCpuSSSE3), have}) {
+    const uint32_t level = want & have;
+    if (level == 0) continue;
+    bool seen = false;
+    for (uint32_t l : levels) seen = seen || l == level;
+    if (!seen) levels.push_back(level);
+  }
+  return levels;
+}
+
 TEST(ScaleBlender, SimdEqualsScalarOnEveryLengthAndLead) {
+  if (isa_levels().empty()) GTEST_SKIP() << "no SIMD blender on this machine";
+  for (const uint32_t level : isa_levels()) {
+  SCOPED_TRACE(level);
   framedsp::ScaleLineTable simd;
-  framedsp::scale_line_table_init(&simd, framedsp::cpu_flags());
-  if (simd.blend == framedsp::scale_blend_c) GTEST_SKIP() << "no SIMD blender on this machine";
+  framedsp::scale_line_table_init(&simd, level);
   std::mt19937 rng(framedsp_test::test_seed());
   const uint32_t weights[] = {0, 1, 8192, 16383, 16384, 5000};
   for (size_t len = 0; len <= 300; ++len) {
@@ -143,7 +160,7 @@ TEST(ScaleBlender, SimdEqualsScalarOnEveryLengthAndLead) {
         ASSERT_EQ(d2[lead + i], want);
       }
     }
-  }
+  }}
 }
 
 TEST(ScaleBlender, WeightsThatDoNotSumToOneFollowTheFormula) {
@@ -353,8 +370,10 @@ class PlannedBlockTest : public ::testing::TestWithParam<size_t> {};
 
 TEST_P(PlannedBlockTest, SimdEqualsScalarAndFormulaOnEveryLengthAndLead) {
   const RefLayout l = layouts()[GetParam()];
+  for (const uint32_t level : isa_levels()) {
+  SCOPED_TRACE(level);
   framedsp::ScaleLineTable simd, scalar;
-  framedsp::scale_line_table_init(&simd, framedsp::cpu_flags());
+  framedsp::scale_line_table_init(&simd, level);
   framedsp::scale_line_table_init(&scalar, 0);
   const uint32_t unit = framedsp::scale_plan_unit(l.cls);
   ASSERT_GT(unit, 0u);
@@ -411,6 +430,7 @@ TEST_P(PlannedBlockTest, SimdEqualsScalarAndFormulaOnEveryLengthAndLead) {
   }
   // The shuffle path itself must have been exercised, not only the byte fallback.
   EXPECT_GT(blocks_fitting, blocks_total / 4) << blocks_fitting << " of " << blocks_total;
+  }
 }
 
 std::vector<size_t> planned_cases() {

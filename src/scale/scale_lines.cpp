@@ -407,6 +407,7 @@ void scale_line_table_init(ScaleLineTable *t, uint32_t cpu_flags) {
 #if defined(FRAMEDSP_HAVE_X86)
   if (cpu_flags & kCpuSSE2) scale_lines_init_sse2(t);
   if (cpu_flags & kCpuSSSE3) scale_lines_init_ssse3(t);
+  if ((cpu_flags & kCpuSSSE3) && (cpu_flags & kCpuAVX2)) scale_lines_init_avx2(t);
 #else
   (void)cpu_flags;
 #endif

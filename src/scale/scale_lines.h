@@ -157,6 +157,7 @@ void scale_lines_init_sse2(ScaleLineTable *table);
 void scale_blend_sse2(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weight_b,
                       uint32_t weight_a, size_t bytes);
 void scale_lines_init_ssse3(ScaleLineTable *table);
+void scale_lines_init_avx2(ScaleLineTable *table);
 #endif
 
 }  // namespace framedsp

@@ -1,0 +1,136 @@
+// AVX2 scaler line kernels: the prepared resamplers of the 8-bit classes, two plan blocks (32
+// output bytes) a step, and the nearest resampler of the 4-byte pixel classes, eight pixels a
+// step.  Compiled with -mavx2; entered when cpu_flags() has AVX2.
+//
+// Blocks k and k + 1 go to the two 128-bit lanes: each window register holds block k's window
+// in the low lane and block k + 1's in the high lane, and vpshufb works lane by lane, so the
+// indices of the two blocks apply unchanged.  The arithmetic is the SSSE3 kernel's
+// (a + pmulhrsw(b - a, 2f), exact in 16 bits), so the bytes are the scalar formula's.  A pair with
+// a block that does not fit its windows, an odd last block and the bytes after the last whole
+// block take the SSSE3 / scalar routines.
+#include <immintrin.h>
+
+#include <cstring>
+
+#include "scale/scale_lines.h"
+
+namespace framedsp {
+namespace {
+
+inline __m128i load16(const void *p) { return _mm_loadu_si128(static_cast<const __m128i *>(p)); }
+inline __m256i load2x16(const void *lo, const void *hi) {
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(load16(lo)), load16(hi), 1);
+}
+
+inline __m256i gather2(const uint8_t *src, const ScaleLineBlock &b0, const ScaleLineBlock &b1,
+                       __m256i index, __m256i flip) {
+  const __m256i w0 = load2x16(src + b0.base[0], src + b1.base[0]);
+  const __m256i w1 = load2x16(src + b0.base[1], src + b1.base[1]);
+  return _mm256_or_si256(_mm256_shuffle_epi8(w0, index), _mm256_shuffle_epi8(w1, _mm256_xor_si256(index, flip)));
+}
+
+inline __m256i lerp_bytes(__m256i a, __m256i b, __m256i f2_lo, __m256i f2_hi) {
+  const __m256i zero = _mm256_setzero_si256();
+  const __m256i a_lo = _mm256_unpacklo_epi8(a, zero), a_hi = _mm256_unpackhi_epi8(a, zero);
+  const __m256i d_lo = _mm256_sub_epi16(_mm256_unpacklo_epi8(b, zero), a_lo);
+  const __m256i d_hi = _mm256_sub_epi16(_mm256_unpackhi_epi8(b, zero), a_hi);
+  return _mm256_packus_epi16(_mm256_add_epi16(a_lo, _mm256_mulhrs_epi16(d_lo, f2_lo)),
+                             _mm256_add_epi16(a_hi, _mm256_mulhrs_epi16(d_hi, f2_hi)));
+}
+
+// The eight words of f2 a block holds for its bytes 0..7 and 8..15, in the order the lane-wise
+// unpacks of lerp_bytes produce: the low unpack takes bytes 0..7 of each lane, the high 8..15.
+inline void block_weights(const ScaleLineBlock &b0, const ScaleLineBlock &b1, __m256i *lo, __m256i *hi) {
+  *lo = load2x16(b0.f2, b1.f2);
+  *hi = load2x16(b0.f2 + 8, b1.f2 + 8);
+}
+
+template <bool kLinear>
+void planned_blocks_avx2(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan) {
+  const size_t total = plan->count * plan->unit;
+  if (!plan->blocks) {
+    scale_planned_bytes_c(src, dst, plan, 0, total, kLinear);
+    return;
+  }
+  const __m256i flip = _mm256_set1_epi8(static_cast<char>(0x80));
+  const size_t pairs = plan->block_count / 2;
+  for (size_t p = 0; p < pairs; ++p) {
+    const ScaleLineBlock &b0 = plan->blocks[2 * p];
+    const ScaleLineBlock &b1 = plan->blocks[2 * p + 1];
+    uint8_t *d = dst + 32 * p;
+    if (!(b0.fits & b1.fits)) {
+      scale_planned_bytes_c(src, dst, plan, 32 * p, 32 * p + 32, kLinear);
+      continue;
+    }
+    const __m256i a = gather2(src, b0, b1, load2x16(b0.index_a, b1.index_a), flip);
+    if (!kLinear) {
+      _mm256_storeu_si256(reinterpret_cast<__m256i *>(d), a);
+      continue;
+    }
+    const __m256i b = gather2(src, b0, b1, load2x16(b0.index_b, b1.index_b), flip);
+    __m256i f2_lo, f2_hi;
+    block_weights(b0, b1, &f2_lo, &f2_hi);
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(d), lerp_bytes(a, b, f2_lo, f2_hi));
+  }
+  scale_planned_bytes_c(src, dst, plan, 32 * pairs, total, kLinear);
+}
+
+// Nearest for 4-byte pixels: eight loads of one pixel each, one 32-byte store.
+void planned_nearest4_avx2(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *line) {
+  const ScalePlanEntry *plan = line->entries;
+  const size_t n = line->count;
+  size_t j = 0;
+  auto quad = [&](size_t at) {
+    int32_t p0, p1, p2, p3;
+    std::memcpy(&p0, src + plan[at].a, 4);
+    std::memcpy(&p1, src + plan[at + 1].a, 4);
+    std::memcpy(&p2, src + plan[at + 2].a, 4);
+    std::memcpy(&p3, src + plan[at + 3].a, 4);
+    return _mm_unpacklo_epi64(_mm_unpacklo_epi32(_mm_cvtsi32_si128(p0), _mm_cvtsi32_si128(p1)),
+                              _mm_unpacklo_epi32(_mm_cvtsi32_si128(p2), _mm_cvtsi32_si128(p3)));
+  };
+  for (; j + 8 <= n; j += 8) {
+    const __m256i v = _mm256_inserti128_si256(_mm256_castsi128_si256(quad(j)), quad(j + 4), 1);
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + 4 * j), v);
+  }
+  for (; j < n; ++j) std::memcpy(dst + 4 * j, src + plan[j].a, 4);
+}
+
+inline uint8_t blend_one(uint8_t a, uint8_t b, uint32_t wa, uint32_t wb) {
+  return static_cast<uint8_t>((a * wa + b * wb + 8192) >> 14);
+}
+
+// Line blender for weights that sum to 16384, 32 bytes a step (the SSSE3 blender's arithmetic);
+// other weight pairs take the SSE2 blender.
+void blend_avx2(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weight_b, uint32_t weight_a,
+                size_t bytes) {
+  if (weight_a == 0 || weight_a + weight_b != kScaleOne) {
+    scale_blend_sse2(a, b, dst, weight_b, weight_a, bytes);
+    return;
+  }
+  size_t i = 0;
+  const __m256i f2 = _mm256_set1_epi16(static_cast<short>(2 * weight_b));
+  for (; i + 32 <= bytes; i += 32) {
+    const __m256i va = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(a + i));
+    const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(b + i));
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + i), lerp_bytes(va, vb, f2, f2));
+  }
+  for (; i < bytes; ++i) dst[i] = blend_one(a[i], b[i], weight_a, weight_b);
+}
+
+}  // namespace
+
+void scale_planned_nearest4_avx2(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan) {
+  planned_nearest4_avx2(src, dst, plan);
+}
+
+void scale_lines_init_avx2(ScaleLineTable *table) {
+  table->blend = blend_avx2;
+  for (int c = 0; c <= 6; ++c) {
+    table->planned_nearest[c] = planned_blocks_avx2<false>;
+    table->planned_linear[c] = planned_blocks_avx2<true>;
+  }
+  table->planned_nearest[3] = table->planned_nearest[5] = planned_nearest4_avx2;
+}
+
+}  // namespace framedsp
