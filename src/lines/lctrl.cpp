@@ -44,6 +44,9 @@ void clip_columns(const DSP_IMAGE &image, int32_t stride_pixels, bool known, boo
   }
   if (known && x + w > stride_pixels) w = stride_pixels - x;
   if (w < 0) w = 0;
+  // A region that starts past the end of its line has no columns; its start is kept at the line's
+  // end, so that the start in bytes (pixels times bytes per pixel) stays within the stride.
+  if (known && x > stride_pixels) x = stride_pixels;
   *left = static_cast<int32_t>(x);
   *width = static_cast<int32_t>(w);
 }

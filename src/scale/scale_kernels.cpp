@@ -58,6 +58,9 @@ void clip_columns(const DSP_IMAGE &image, uint32_t bpp, uint32_t group, int32_t 
   if (x + w > stride_pixels) w = stride_pixels - x;
   if (group == 2) w &= ~int64_t{1};
   if (w < 0) w = 0;
+  // A region starting past the end of its line has no columns; keep its start at the line's end
+  // so that the start in bytes stays within the stride.
+  if (x > stride_pixels) x = stride_pixels;
   *left = static_cast<int32_t>(x);
   *width = static_cast<int32_t>(w);
 }
