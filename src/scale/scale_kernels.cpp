@@ -174,7 +174,8 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
   // and lines keep 16 bytes of slack.
   const size_t plan_entries = planned && resampled ? scale_plan_entries(cls, dst_bytes) : 0;
   const uint32_t unit = plan_entries ? scale_plan_unit(cls) : 0;
-  const size_t blocks = plan_entries * unit / 16;
+  const bool with_blocks = kLinear ? lines.linear_uses_blocks[cls] : lines.nearest_uses_blocks[cls];
+  const size_t blocks = with_blocks ? plan_entries * unit / 16 : 0;
   auto pad16 = [](size_t n) { return (n + 15) & ~size_t{15}; };
   const size_t line_bytes = pad16(dst_bytes + 16);
   const size_t table_bytes = pad16(size_t(max_lines) * 4);
@@ -203,8 +204,8 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
   ScaleLinePlan line_plan{};
   if (plan_entries) {
     scale_plan_build(cls, hstep, src_bytes, dst_bytes, positions);
-    scale_plan_build_blocks(positions, plan_entries, unit, src_bytes, kLinear, block_list);
-    line_plan = {positions, plan_entries, unit, block_list, blocks};
+    if (blocks) scale_plan_build_blocks(positions, plan_entries, unit, src_bytes, kLinear, block_list);
+    line_plan = {positions, plan_entries, unit, blocks ? block_list : nullptr, blocks};
   }
   LineCache cache(line_a, line_b);
 

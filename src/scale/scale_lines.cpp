@@ -389,7 +389,10 @@ void scale_line_table_init(ScaleLineTable *t, uint32_t cpu_flags) {
   t->nearest[11] = resample_16<1, false>;
   t->linear[11] = resample_16<1, true>;
   for (auto &c : t->convert) c = nullptr;
-  for (int c = 0; c < kScaleClasses; ++c) t->planned_nearest[c] = t->planned_linear[c] = nullptr;
+  for (int c = 0; c < kScaleClasses; ++c) {
+    t->planned_nearest[c] = t->planned_linear[c] = nullptr;
+    t->nearest_uses_blocks[c] = t->linear_uses_blocks[c] = false;
+  }
   for (int c = 0; c <= 2; ++c) {
     t->planned_nearest[c] = planned_nearest<1>;
     t->planned_linear[c] = planned_linear<1>;

@@ -131,6 +131,10 @@ struct ScaleLineTable {
   // Null for the classes that are never converted (full-chroma, key and 16-bit classes).
   ScaleColorConverter convert[kScaleClasses];
   ScaleBlender blend;
+  // Whether the planned resampler of a class reads the plan's blocks (the driver builds them only
+  // then; the entries are always built).
+  bool nearest_uses_blocks[kScaleClasses];
+  bool linear_uses_blocks[kScaleClasses];
 };
 
 // Scalar kernels, then the SIMD ones `cpu_flags` allows.

@@ -1,6 +1,6 @@
 // AVX2 scaler line kernels: the prepared resamplers of the 8-bit classes, two plan blocks (32
-// output bytes) a step, and the nearest resampler of the 4-byte pixel classes, eight pixels a
-// step.  Compiled with -mavx2; entered when cpu_flags() has AVX2.
+// output bytes) a step, the line blender, and the nearest resampler of the 4-byte pixel classes,
+// eight pixels a step.  Compiled with -mavx2; entered when cpu_flags() has AVX2.
 //
 // Blocks k and k + 1 go to the two 128-bit lanes: each window register holds block k's window
 // in the low lane and block k + 1's in the high lane, and vpshufb works lane by lane, so the
@@ -75,27 +75,6 @@ void planned_blocks_avx2(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *
   scale_planned_bytes_c(src, dst, plan, 32 * pairs, total, kLinear);
 }
 
-// Nearest for 4-byte pixels: eight loads of one pixel each, one 32-byte store.
-void planned_nearest4_avx2(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *line) {
-  const ScalePlanEntry *plan = line->entries;
-  const size_t n = line->count;
-  size_t j = 0;
-  auto quad = [&](size_t at) {
-    int32_t p0, p1, p2, p3;
-    std::memcpy(&p0, src + plan[at].a, 4);
-    std::memcpy(&p1, src + plan[at + 1].a, 4);
-    std::memcpy(&p2, src + plan[at + 2].a, 4);
-    std::memcpy(&p3, src + plan[at + 3].a, 4);
-    return _mm_unpacklo_epi64(_mm_unpacklo_epi32(_mm_cvtsi32_si128(p0), _mm_cvtsi32_si128(p1)),
-                              _mm_unpacklo_epi32(_mm_cvtsi32_si128(p2), _mm_cvtsi32_si128(p3)));
-  };
-  for (; j + 8 <= n; j += 8) {
-    const __m256i v = _mm256_inserti128_si256(_mm256_castsi128_si256(quad(j)), quad(j + 4), 1);
-    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + 4 * j), v);
-  }
-  for (; j < n; ++j) std::memcpy(dst + 4 * j, src + plan[j].a, 4);
-}
-
 inline uint8_t blend_one(uint8_t a, uint8_t b, uint32_t wa, uint32_t wb) {
   return static_cast<uint8_t>((a * wa + b * wb + 8192) >> 14);
 }
@@ -118,19 +97,51 @@ void blend_avx2(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weigh
   for (; i < bytes; ++i) dst[i] = blend_one(a[i], b[i], weight_a, weight_b);
 }
 
-}  // namespace
-
-void scale_planned_nearest4_avx2(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan) {
-  planned_nearest4_avx2(src, dst, plan);
+// Nearest for 4-byte pixels without a plan: positions follow acc += step (acc = j * step, 64-bit,
+// as the scalar resampler computes them).  Output pixels up to the last one whose index needs no
+// clamp go eight a step, each index acc >> 14; the rest repeat the last source pixel.
+void nearest4_avx2(const uint8_t *src, uint8_t *dst, uint32_t step, size_t src_bytes, size_t dst_bytes) {
+  const size_t src_count = src_bytes / 4, dst_count = dst_bytes / 4;
+  if (src_count == 0 || dst_count == 0) return;
+  const uint64_t last = src_count - 1;
+  // Outputs j < unclamped have (j * step) >> 14 <= last.
+  size_t unclamped = dst_count;
+  if (step != 0) {
+    const uint64_t limit = (((last + 1) << kScaleFractionBits) - 1) / step + 1;
+    if (limit < unclamped) unclamped = static_cast<size_t>(limit);
+  }
+  uint64_t acc = 0;
+  size_t j = 0;
+  auto pixel = [&]() {
+    int32_t v;
+    std::memcpy(&v, src + 4 * (acc >> kScaleFractionBits), 4);
+    acc += step;
+    return _mm_cvtsi32_si128(v);
+  };
+  for (; j + 8 <= unclamped; j += 8) {
+    const __m128i p0 = pixel(), p1 = pixel(), p2 = pixel(), p3 = pixel();
+    const __m128i p4 = pixel(), p5 = pixel(), p6 = pixel(), p7 = pixel();
+    const __m128i lo = _mm_unpacklo_epi64(_mm_unpacklo_epi32(p0, p1), _mm_unpacklo_epi32(p2, p3));
+    const __m128i hi = _mm_unpacklo_epi64(_mm_unpacklo_epi32(p4, p5), _mm_unpacklo_epi32(p6, p7));
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + 4 * j),
+                        _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1));
+  }
+  for (; j < unclamped; ++j, acc += step) std::memcpy(dst + 4 * j, src + 4 * (acc >> kScaleFractionBits), 4);
+  for (; j < dst_count; ++j) std::memcpy(dst + 4 * j, src + 4 * last, 4);
 }
+
+}  // namespace
 
 void scale_lines_init_avx2(ScaleLineTable *table) {
   table->blend = blend_avx2;
   for (int c = 0; c <= 6; ++c) {
     table->planned_nearest[c] = planned_blocks_avx2<false>;
     table->planned_linear[c] = planned_blocks_avx2<true>;
+    table->nearest_uses_blocks[c] = table->linear_uses_blocks[c] = true;
   }
-  table->planned_nearest[3] = table->planned_nearest[5] = planned_nearest4_avx2;
+  // 4-byte pixels take nearest samples straight from the step: no plan to build or read.
+  table->planned_nearest[3] = table->planned_nearest[5] = nullptr;
+  table->nearest[3] = table->nearest[5] = nearest4_avx2;
 }
 
 }  // namespace framedsp

@@ -114,8 +114,10 @@ void scale_lines_init_ssse3(ScaleLineTable *table) {
   for (int c = 0; c <= 6; ++c) {
     table->planned_nearest[c] = planned_blocks_ssse3<false>;
     table->planned_linear[c] = planned_blocks_ssse3<true>;
+    table->nearest_uses_blocks[c] = table->linear_uses_blocks[c] = true;
   }
   table->planned_nearest[3] = table->planned_nearest[5] = planned_nearest4_ssse3;
+  table->nearest_uses_blocks[3] = table->nearest_uses_blocks[5] = false;
 }
 
 }  // namespace framedsp
