@@ -177,16 +177,20 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
   const bool with_blocks = kLinear ? lines.linear_uses_blocks[cls] : lines.nearest_uses_blocks[cls];
   const size_t blocks = with_blocks ? plan_entries * unit / 16 : 0;
   auto pad16 = [](size_t n) { return (n + 15) & ~size_t{15}; };
+  // Nearest without a colour conversion needs neither lines nor tables: each output line is
+  // resampled straight from its source line, and a line that repeats its predecessor's source
+  // line copies the finished predecessor.
+  const bool lean = !kLinear && !convert;
   const size_t line_bytes = pad16(dst_bytes + 16);
-  const size_t table_bytes = pad16(size_t(max_lines) * 4);
+  const size_t table_bytes = lean ? 0 : pad16(size_t(max_lines) * 4);
   const size_t entry_bytes = pad16(plan_entries * sizeof(ScalePlanEntry));
-  const size_t cache_bytes = resampled ? 2 * line_bytes : 0;
+  const size_t cache_bytes = resampled && !lean ? 2 * line_bytes : 0;
   const size_t out_bytes = convert ? line_bytes : 0;
   const size_t fraction_bytes = kLinear ? table_bytes : 0;
   const size_t total = cache_bytes + out_bytes + table_bytes + fraction_bytes + entry_bytes +
                        blocks * sizeof(ScaleLineBlock);
   WorkBlock work;
-  if (!work.allocate(total + 16)) return kOutOfMemory;
+  if (total && !work.allocate(total + 16)) return kOutOfMemory;
   uint8_t *carve = work.aligned();
   auto take = [&carve](size_t bytes) {
     uint8_t *p = bytes ? carve : nullptr;
@@ -219,6 +223,30 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
     int32_t first = 0, end = 0;
     run_span(run.dst, band, &first, &end);
     const int32_t last = run.src.count - 1;
+    auto source_index = [&](int32_t k) {
+      return static_cast<int32_t>(std::min<uint64_t>((uint64_t(k) * vstep) >> kScaleFractionBits, uint64_t(last)));
+    };
+    if (lean) {
+      const uint8_t *previous = nullptr;
+      int32_t previous_index = -1;
+      for (int32_t k = first; k < end; ++k) {
+        uint8_t *dst = dst_side.line(run.dst.first + k * run.dst.step);
+        const int32_t i = source_index(k);
+        const uint8_t *src = src_side.line(run.src.first + i * run.src.step);
+        if (previous && i == previous_index) {
+          std::memmove(dst, previous, dst_bytes);
+        } else if (!resampled) {
+          std::memmove(dst, src, dst_bytes);
+        } else if (positions && src_bytes) {
+          planned(src, dst, &line_plan);
+        } else {
+          resample(src, dst, hstep, src_bytes, dst_bytes);
+        }
+        previous = dst;
+        previous_index = i;
+      }
+      continue;
+    }
     for (int32_t k = first; k < end; ++k) {
       const uint64_t p = uint64_t(k) * vstep;
       index[k - first] = static_cast<int32_t>(std::min<uint64_t>(p >> kScaleFractionBits, uint64_t(last)));
