@@ -475,6 +475,60 @@ TEST_P(PlannedBlockTest, SimdEqualsScalarAndFormulaOnEveryLengthAndLead) {
   }
 }
 
+// The pair kernel (two lines resampled by one plan, then blended) against resampling each line by
+// the formula and blending by the formula: every length 0..300 at every lead, the steps above,
+// vertical weights from 1 to 16383, both lines ending against protected pages.
+TEST_P(PlannedBlockTest, PairEqualsResamplingBothLinesThenBlending) {
+  const RefLayout l = layouts()[GetParam()];
+  const uint32_t unit = framedsp::scale_plan_unit(l.cls);
+  const uint32_t steps[] = {16384, 24576, 8192, 16383, 49152, 5461, 38000, 1};
+  const uint32_t weights[] = {1, 8192, 16383, 4096, 12000, 77};
+  size_t levels_with_pairs = 0;
+  for (const uint32_t level : {0u, framedsp::cpu_flags()}) {
+    SCOPED_TRACE(level);
+    framedsp::ScaleLineTable t;
+    framedsp::scale_line_table_init(&t, level);
+    framedsp::ScalePlannedLinearPair pair = t.planned_linear_pair[l.cls];
+    if (level == 0) pair = framedsp::scale_planned_linear_pair_c;
+    if (!pair) continue;
+    ++levels_with_pairs;
+    std::mt19937 rng(framedsp_test::test_seed() + 5000 + GetParam());
+    for (size_t len = 0; len <= 300; ++len) {
+      const size_t lead = (len * 7) % 16;
+      const uint32_t step = steps[len % (sizeof steps / sizeof steps[0])];
+      const uint32_t wb = weights[len % (sizeof weights / sizeof weights[0])];
+      const size_t per = l.streams[0].per;
+      const size_t dp = len / l.group * per;
+      const uint64_t need = (uint64_t(dp) * step >> 14) + 1 + rng() % 2;
+      const size_t sb = size_t((std::min<uint64_t>(need, 20000) + per - 1) / per) * l.group;
+      GuardedBuffer sa(sb + lead, 0), sb2(sb + lead, 0);
+      framedsp_test::fill_random(sa.data(), sb + lead, rng);
+      framedsp_test::fill_random(sb2.data(), sb + lead, rng);
+      const size_t n = framedsp::scale_plan_entries(l.cls, len);
+      std::vector<framedsp::ScalePlanEntry> plan(n + 1);
+      framedsp::scale_plan_build(l.cls, step, sb, len, plan.data());
+      std::vector<framedsp::ScaleLineBlock> blocks(n * unit / 16 + 1);
+      framedsp::scale_plan_build_blocks(plan.data(), n, unit, sb, true, blocks.data());
+      const framedsp::ScaleLinePlan with{plan.data(), n, unit, blocks.data(), n * unit / 16};
+      std::vector<uint8_t> ra(len, 0), rb(len, 0), expected(len, 0x5A);
+      reference(l, true, sa.data() + lead, sb, ra.data(), len, step);
+      reference(l, true, sb2.data() + lead, sb, rb.data(), len, step);
+      const size_t covered = n * unit;  // bytes of whole groups; the rest stays untouched
+      for (size_t i = 0; i < covered; ++i) {
+        expected[i] = uint8_t((ra[i] * (16384 - wb) + rb[i] * wb + 8192) >> 14);
+      }
+      GuardedBuffer d(len + lead, 16, 0x5A);
+      pair(sa.data() + lead, sb2.data() + lead, d.data() + lead, &with, wb);
+      ASSERT_TRUE(d.intact()) << len << " " << lead;
+      for (size_t i = 0; i < lead; ++i) ASSERT_EQ(d[i], 0x5A);
+      ASSERT_TRUE(len == 0 || std::memcmp(expected.data(), d.data() + lead, len) == 0)
+          << "format " << l.format << " step " << step << " weight " << wb << " " << sb << " -> " << len << "\n"
+          << framedsp_test::hex_diff(expected.data(), d.data() + lead, len);
+    }
+  }
+  EXPECT_GT(levels_with_pairs, 0u);
+}
+
 std::vector<size_t> planned_cases() {
   std::vector<size_t> v;
   for (size_t i = 0; i < layouts().size(); ++i) {

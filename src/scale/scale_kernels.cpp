@@ -146,6 +146,7 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
   const uint32_t cls = scale_format_class(format);
   const ScaleResampler resample = kLinear ? lines.linear[cls] : lines.nearest[cls];
   const ScalePlannedResampler planned = kLinear ? lines.planned_linear[cls] : lines.planned_nearest[cls];
+  const ScalePlannedLinearPair pair = kLinear && planned ? lines.planned_linear_pair[cls] : nullptr;
   ScaleColorCoefficients coefficients;
   ScaleColorConverter convert = nullptr;
   if (kConvert && scale_color_coefficients(b.In.eColorSpace, b.Out.eColorSpace, &coefficients)) {
@@ -274,6 +275,17 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
           (k + 1 == end || index[k + 1 - first] > i)) {
         fill(i, dst);
         continue;
+      }
+      // Two source lines that no neighbouring output line shares are resampled and blended in
+      // one pass, straight into the output.
+      if (kLinear && pair && f != 0 && !convert && positions && src_bytes) {
+        const int32_t i2 = std::min(i + 1, last);
+        const bool shared = cache.holds(i) || cache.holds(i2) || (k + 1 < end && index[k + 1 - first] <= i2);
+        if (!shared) {
+          pair(src_side.line(run.src.first + i * run.src.step), src_side.line(run.src.first + i2 * run.src.step),
+               dst, &line_plan, uint32_t(f));
+          continue;
+        }
       }
       const uint8_t *a = source(i, -1);
       const uint8_t *finished = a;

@@ -225,6 +225,25 @@ void scale_planned_bytes_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan
   }
 }
 
+void scale_planned_pair_bytes_c(const uint8_t *src_a, const uint8_t *src_b, uint8_t *dst,
+                                const ScaleLinePlan *plan, uint32_t weight_b, size_t first, size_t end) {
+  const uint32_t weight_a = kScaleOne - weight_b;
+  const uint32_t unit = plan->unit;
+  for (size_t t = first; t < end; ++t) {
+    const ScalePlanEntry &e = plan->entries[t / unit];
+    const uint32_t c = static_cast<uint32_t>(t % unit);
+    const uint32_t g = kScaleOne - e.f;
+    const uint32_t a = (src_a[e.a + c] * g + src_a[e.b + c] * e.f + 8192) >> 14;
+    const uint32_t b = (src_b[e.a + c] * g + src_b[e.b + c] * e.f + 8192) >> 14;
+    dst[t] = static_cast<uint8_t>((a * weight_a + b * weight_b + 8192) >> 14);
+  }
+}
+
+void scale_planned_linear_pair_c(const uint8_t *src_a, const uint8_t *src_b, uint8_t *dst,
+                                 const ScaleLinePlan *plan, uint32_t weight_b) {
+  scale_planned_pair_bytes_c(src_a, src_b, dst, plan, weight_b, 0, plan->count * plan->unit);
+}
+
 void scale_planned_nearest_bytes_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan) {
   scale_planned_bytes_c(src, dst, plan, 0, plan->count * plan->unit, false);
 }
@@ -392,6 +411,7 @@ void scale_line_table_init(ScaleLineTable *t, uint32_t cpu_flags) {
   for (int c = 0; c < kScaleClasses; ++c) {
     t->planned_nearest[c] = t->planned_linear[c] = nullptr;
     t->nearest_uses_blocks[c] = t->linear_uses_blocks[c] = false;
+    t->planned_linear_pair[c] = nullptr;
   }
   for (int c = 0; c <= 2; ++c) {
     t->planned_nearest[c] = planned_nearest<1>;

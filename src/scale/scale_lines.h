@@ -120,8 +120,20 @@ void scale_plan_build_blocks(const ScalePlanEntry *plan, size_t count, uint32_t 
 // Output bytes [first, end) of a plan, byte by byte: the scalar formula of the planned kernels.
 void scale_planned_bytes_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan, size_t first,
                            size_t end, bool linear);
+// Output bytes [first, end) of the pair kernel, byte by byte (its scalar formula).
+void scale_planned_pair_bytes_c(const uint8_t *src_a, const uint8_t *src_b, uint8_t *dst,
+                                const ScaleLinePlan *plan, uint32_t weight_b, size_t first, size_t end);
+void scale_planned_linear_pair_c(const uint8_t *src_a, const uint8_t *src_b, uint8_t *dst,
+                                 const ScaleLinePlan *plan, uint32_t weight_b);
 
 using ScalePlannedResampler = void (*)(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan);
+
+// Two source lines resampled linearly by one plan and blended in one pass:
+//   dst[t] = (A[t] * (16384 - weight_b) + B[t] * weight_b + 8192) >> 14,
+// A and B the planned linear resampler's bytes of src_a and src_b, weight_b 1..16383: the bytes
+// of resampling both lines and blending them with the line blender.
+using ScalePlannedLinearPair = void (*)(const uint8_t *src_a, const uint8_t *src_b, uint8_t *dst,
+                                        const ScaleLinePlan *plan, uint32_t weight_b);
 
 struct ScaleLineTable {
   ScalePlannedResampler planned_nearest[kScaleClasses];  // null for classes 7..11
@@ -135,6 +147,8 @@ struct ScaleLineTable {
   // then; the entries are always built).
   bool nearest_uses_blocks[kScaleClasses];
   bool linear_uses_blocks[kScaleClasses];
+  // Null where the level has no pair kernel (the driver then resamples and blends separately).
+  ScalePlannedLinearPair planned_linear_pair[kScaleClasses];
 };
 
 // Scalar kernels, then the SIMD ones `cpu_flags` allows.

@@ -97,6 +97,52 @@ void blend_avx2(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weigh
   for (; i < bytes; ++i) dst[i] = blend_one(a[i], b[i], weight_a, weight_b);
 }
 
+// a + pmulhrsw(b - a, f2) on 16-bit values 0..255 (exact, as in lerp_bytes), without packing.
+inline __m256i lerp_words(__m256i a, __m256i b, __m256i f2) {
+  return _mm256_add_epi16(a, _mm256_mulhrs_epi16(_mm256_sub_epi16(b, a), f2));
+}
+
+// Both lines resampled with the same windows, indices and weights, then blended; the horizontal
+// results stay in 16-bit lanes (their exact byte values) until the one final pack.
+void planned_linear_pair_avx2(const uint8_t *src_a, const uint8_t *src_b, uint8_t *dst, const ScaleLinePlan *plan,
+                              uint32_t weight_b) {
+  const size_t total = plan->count * plan->unit;
+  if (!plan->blocks) {
+    scale_planned_pair_bytes_c(src_a, src_b, dst, plan, weight_b, 0, total);
+    return;
+  }
+  const __m256i flip = _mm256_set1_epi8(static_cast<char>(0x80));
+  const __m256i zero = _mm256_setzero_si256();
+  const __m256i fv = _mm256_set1_epi16(static_cast<short>(2 * weight_b));
+  const size_t pairs = plan->block_count / 2;
+  for (size_t p = 0; p < pairs; ++p) {
+    const ScaleLineBlock &b0 = plan->blocks[2 * p];
+    const ScaleLineBlock &b1 = plan->blocks[2 * p + 1];
+    if (!(b0.fits & b1.fits)) {
+      scale_planned_pair_bytes_c(src_a, src_b, dst, plan, weight_b, 32 * p, 32 * p + 32);
+      continue;
+    }
+    const __m256i ia = load2x16(b0.index_a, b1.index_a);
+    const __m256i ib = load2x16(b0.index_b, b1.index_b);
+    const __m256i ia_flip = _mm256_xor_si256(ia, flip), ib_flip = _mm256_xor_si256(ib, flip);
+    __m256i f2_lo, f2_hi;
+    block_weights(b0, b1, &f2_lo, &f2_hi);
+    __m256i lo[2], hi[2];
+    const uint8_t *lines[2] = {src_a, src_b};
+    for (int l = 0; l < 2; ++l) {
+      const __m256i w0 = load2x16(lines[l] + b0.base[0], lines[l] + b1.base[0]);
+      const __m256i w1 = load2x16(lines[l] + b0.base[1], lines[l] + b1.base[1]);
+      const __m256i a = _mm256_or_si256(_mm256_shuffle_epi8(w0, ia), _mm256_shuffle_epi8(w1, ia_flip));
+      const __m256i b = _mm256_or_si256(_mm256_shuffle_epi8(w0, ib), _mm256_shuffle_epi8(w1, ib_flip));
+      lo[l] = lerp_words(_mm256_unpacklo_epi8(a, zero), _mm256_unpacklo_epi8(b, zero), f2_lo);
+      hi[l] = lerp_words(_mm256_unpackhi_epi8(a, zero), _mm256_unpackhi_epi8(b, zero), f2_hi);
+    }
+    const __m256i out = _mm256_packus_epi16(lerp_words(lo[0], lo[1], fv), lerp_words(hi[0], hi[1], fv));
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + 32 * p), out);
+  }
+  scale_planned_pair_bytes_c(src_a, src_b, dst, plan, weight_b, 32 * pairs, total);
+}
+
 // Nearest for 4-byte pixels without a plan: positions follow acc += step (acc = j * step, 64-bit,
 // as the scalar resampler computes them).  Output pixels up to the last one whose index needs no
 // clamp go eight a step, each index acc >> 14; the rest repeat the last source pixel.
@@ -138,6 +184,7 @@ void scale_lines_init_avx2(ScaleLineTable *table) {
     table->planned_nearest[c] = planned_blocks_avx2<false>;
     table->planned_linear[c] = planned_blocks_avx2<true>;
     table->nearest_uses_blocks[c] = table->linear_uses_blocks[c] = true;
+    table->planned_linear_pair[c] = planned_linear_pair_avx2;
   }
   // 4-byte pixels take nearest samples straight from the step: no plan to build or read.
   table->planned_nearest[3] = table->planned_nearest[5] = nullptr;
