@@ -413,7 +413,9 @@ typedef struct DSP_SUBPIXEL_FILTER_PARAMS {
  *    exactly one half would pick sample 2j alone).  A source line past the last line of the
  *    region (odd heights, or an output taller than the ratio) repeats the last line of the same
  *    field.  Format 263 is an 8-bit plane (one byte a pixel) for the half and double kernels;
- *    the quarter and quadruple kernels have no routine for it (DSP_E_INVALIDARG).
+ *    the quarter and quadruple kernels have no routine for it (DSP_E_INVALIDARG).  Linear at a
+ *    ratio other than a half is DSP_E_NOTIMPL; an eFilter other than 0 and 1 (2 included) is
+ *    DSP_E_FAIL, the path having no kernel to choose.
  *  - HD widths: the kernel fixes the output width (1440 or 960 -> x4/3, 1280 -> x3/2 for 1920 out
  *    or x3/4, 1920 -> x3/4 for 1440 out or x2/3); an output region of any other width is
  *    DSP_E_INVALIDARG.  Per component the phases are 0, 3/4, 3/2, 9/4 (x4/3); 0, 3/4, 5/4 (x3/2);
