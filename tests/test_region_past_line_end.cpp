@@ -142,7 +142,9 @@ TEST_P(RegionPastLineEnd, FinishesWithoutTouchingAnythingOutside) {
   const size_t region_bytes = c.far_input ? size_t{58} * c.bpp : 0;
   for (size_t i = 0; i < out.bytes.size(); ++i) {
     const bool inside = i >= kGuard && i < kGuard + 58 * stride && (i - kGuard) % stride < region_bytes;
-    if (!inside) ASSERT_EQ(out.bytes[i], out_before[i]) << "byte " << i << " outside the output region changed";
+    if (!inside) {
+      ASSERT_EQ(out.bytes[i], out_before[i]) << "byte " << i << " outside the output region changed";
+    }
   }
 }
 

@@ -103,6 +103,41 @@ std::function<DSP_HRESULT(bool *)> fir_filter_with(DSP_FIR_SETTINGS fir, uint32_
   };
 }
 
+// The fractional filter on the same images, its regions the whole-pixel ones as doubles.
+DSP_SUBPIXEL_IMAGE fractional(const DSP_IMAGE &d) {
+  DSP_SUBPIXEL_IMAGE s{};
+  s.Buffer.pBuffer = d.Buffer.pBuffer;
+  s.Buffer.ulBytes = d.Buffer.ulBytes;
+  s.Buffer.eBufferType = d.Buffer.eBufferType;
+  s.Buffer.Region.ptOffset.x = d.Buffer.Region.ptOffset.x;
+  s.Buffer.Region.ptOffset.y = d.Buffer.Region.ptOffset.y;
+  s.Buffer.Region.ulWidth = d.Buffer.Region.ulWidth;
+  s.Buffer.Region.ulHeight = d.Buffer.Region.ulHeight;
+  s.ulWidth = d.ulWidth;
+  s.ulHeight = d.ulHeight;
+  s.ePixelFormat = d.ePixelFormat;
+  s.eInterlace = d.eInterlace;
+  s.eImageOrientation = d.eImageOrientation;
+  s.eColorSpace = d.eColorSpace;
+  s.ulPrimaryStrideBytes = d.ulPrimaryStrideBytes;
+  s.ulSecondaryStrideBytes = d.ulSecondaryStrideBytes;
+  return s;
+}
+
+std::function<DSP_HRESULT(bool *)> subpixel_filter_with(uint32_t type, const void *settings) {
+  return [type, settings](bool *untouched) {
+    Images images;
+    DSP_SUBPIXEL_FILTER_PARAMS p{};
+    p.eFilterType = type;
+    p.pSettings = settings;
+    p.Buffer.In = fractional(images.buffer.In);
+    p.Buffer.Out = fractional(images.buffer.Out);
+    const DSP_HRESULT hr = DspSubPixelFilter(&p);
+    *untouched = images.out_untouched();
+    return hr;
+  };
+}
+
 DSP_FIR_SETTINGS fir(uint32_t ht, uint32_t hc, uint32_t vt, uint32_t vc) {
   DSP_FIR_SETTINGS s{};
   s.ulHorzTaps = ht;
@@ -348,6 +383,29 @@ INSTANTIATE_TEST_SUITE_P(
                   kFilter + "box horizontal size 257 is above 256"},
         TraceCase{"box_vertical_size", box_filter_with([](DSP_BUFFER &) {}, 256, 1000), DSP_E_INVALIDARG,
                   kFilter + "box vertical size 1000 is above 256"}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+// The fractional filter's settings are checked by the same rules and traced under its own name.
+const DSP_FIR_SETTINGS kFirBadCutoff{3, 120, 0, 3, 50};
+const DSP_FIR_SETTINGS kFirBadTaps{3, 100, 0, 17, 50};
+const DSP_BOX_SETTINGS kBoxTooWide{300, 0, 3};
+const DSP_BOX_SETTINGS kBoxFine{3, 0, 3};
+const std::string kSubPixel = "DspSubPixelFilter: refused: ";
+
+INSTANTIATE_TEST_SUITE_P(
+    SubPixelFilter, TraceTest,
+    ::testing::Values(
+        TraceCase{"box_accepted", subpixel_filter_with(DSP_FILTER_TYPE_BOX, &kBoxFine), DSP_S_OK, ""},
+        TraceCase{"filter_type", subpixel_filter_with(9, &kBoxFine), DSP_E_INVALIDARG,
+                  kSubPixel + "filter type 9 is neither 1 (FIR) nor 2 (box)"},
+        TraceCase{"fir_without_settings", subpixel_filter_with(DSP_FILTER_TYPE_FIR, nullptr), DSP_E_INVALIDARG,
+                  kSubPixel + "FIR filter without settings (pSettings is null)"},
+        TraceCase{"fir_cutoff", subpixel_filter_with(DSP_FILTER_TYPE_FIR, &kFirBadCutoff), DSP_E_INVALIDARG,
+                  kSubPixel + "FIR horizontal cut-off 120 is above 100 (100 turns the direction off)"},
+        TraceCase{"fir_taps", subpixel_filter_with(DSP_FILTER_TYPE_FIR, &kFirBadTaps), DSP_E_INVALIDARG,
+                  kSubPixel + "FIR vertical taps 17 are outside 3..15"},
+        TraceCase{"box_size", subpixel_filter_with(DSP_FILTER_TYPE_BOX, &kBoxTooWide), DSP_E_INVALIDARG,
+                  kSubPixel + "box horizontal size 300 is above 256"}),
     [](const auto &info) { return std::string(info.param.name); });
 
 INSTANTIATE_TEST_SUITE_P(
