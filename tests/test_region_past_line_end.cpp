@@ -62,27 +62,6 @@ struct Case {
   bool far_input;  // the far offset on the input (else on the output)
 };
 
-DSP_SUBPIXEL_IMAGE subpixel(const DSP_IMAGE &d) {
-  DSP_SUBPIXEL_IMAGE s;
-  std::memset(&s, 0, sizeof s);
-  s.Buffer.pBuffer = d.Buffer.pBuffer;
-  s.Buffer.ulBytes = d.Buffer.ulBytes;
-  s.Buffer.eBufferType = d.Buffer.eBufferType;
-  s.Buffer.Region.ptOffset.x = d.Buffer.Region.ptOffset.x;
-  s.Buffer.Region.ptOffset.y = d.Buffer.Region.ptOffset.y;
-  s.Buffer.Region.ulWidth = d.Buffer.Region.ulWidth;
-  s.Buffer.Region.ulHeight = d.Buffer.Region.ulHeight;
-  s.ulWidth = d.ulWidth;
-  s.ulHeight = d.ulHeight;
-  s.ePixelFormat = d.ePixelFormat;
-  s.eInterlace = d.eInterlace;
-  s.eImageOrientation = d.eImageOrientation;
-  s.eColorSpace = d.eColorSpace;
-  s.ulPrimaryStrideBytes = d.ulPrimaryStrideBytes;
-  s.ulSecondaryStrideBytes = d.ulSecondaryStrideBytes;
-  return s;
-}
-
 class RegionPastLineEnd : public ::testing::TestWithParam<Case> {};
 
 TEST_P(RegionPastLineEnd, FinishesWithoutTouchingAnythingOutside) {
@@ -119,8 +98,8 @@ TEST_P(RegionPastLineEnd, FinishesWithoutTouchingAnythingOutside) {
       std::memset(&p, 0, sizeof p);
       p.eFilterType = DSP_FILTER_TYPE_FIR;
       p.pSettings = &fir;
-      p.Buffer.In = subpixel(buffer.In);
-      p.Buffer.Out = subpixel(buffer.Out);
+      p.Buffer.In = framedsp_test::fractional(buffer.In);
+      p.Buffer.Out = framedsp_test::fractional(buffer.Out);
       p.ulOptions = DSP_FILTER_OPTION_TEMP_FRAME;
       status = DspSubPixelFilter(&p);
       break;

@@ -232,29 +232,6 @@ struct Img {
   }
 };
 
-// The same image with its region as doubles, plus fractions that truncation removes.
-DSP_SUBPIXEL_IMAGE fractional(const DSP_IMAGE &d, double fx, double fy, double fw, double fh) {
-  DSP_SUBPIXEL_IMAGE s;
-  std::memset(&s, 0, sizeof s);
-  s.Buffer.pBuffer = d.Buffer.pBuffer;
-  s.Buffer.ulBytes = d.Buffer.ulBytes;
-  s.Buffer.eBufferType = d.Buffer.eBufferType;
-  s.Buffer.Region.ptOffset.x = d.Buffer.Region.ptOffset.x + fx;
-  s.Buffer.Region.ptOffset.y = d.Buffer.Region.ptOffset.y + fy;
-  s.Buffer.Region.ulWidth = d.Buffer.Region.ulWidth + fw;
-  s.Buffer.Region.ulHeight = d.Buffer.Region.ulHeight + fh;
-  s.ulWidth = d.ulWidth;
-  s.ulHeight = d.ulHeight;
-  s.ePixelFormat = d.ePixelFormat;
-  s.eInterlace = d.eInterlace;
-  s.eImageOrientation = d.eImageOrientation;
-  s.eColorSpace = d.eColorSpace;
-  s.ulPrimaryStrideBytes = d.ulPrimaryStrideBytes;
-  s.ulSecondaryStrideBytes = d.ulSecondaryStrideBytes;
-  s.ulFlags = d.ulFlags;
-  return s;
-}
-
 struct Geometry {
   const char *label;
   uint32_t in_type, in_interlace, in_h;
@@ -342,8 +319,8 @@ Outcome with_fractional(const SameCase &c, double fraction) {
     // The same fraction on both sides keeps the widths equal and the heights in ratio.
     const double fh_in = b.In.Buffer.eBufferType == 2 && b.Out.Buffer.eBufferType != 2 ? 2 * f : f;
     const double fh_out = b.Out.Buffer.eBufferType == 2 && b.In.Buffer.eBufferType != 2 ? 2 * f : f;
-    p.Buffer.In = fractional(b.In, f, f, f, fh_in);
-    p.Buffer.Out = fractional(b.Out, f, f, f, fh_out);
+    p.Buffer.In = framedsp_test::fractional(b.In, f, f, f, fh_in);
+    p.Buffer.Out = framedsp_test::fractional(b.Out, f, f, f, fh_out);
     p.Buffer.ulFlags = b.ulFlags;
     p.ulOptions = c.options;
     return DspSubPixelFilter(&p);
@@ -474,8 +451,8 @@ TEST(SubPixelFilterFir, RandomImagesMatchReference) {
             DSP_SUBPIXEL_FILTER_PARAMS p{};
             p.eFilterType = DSP_FILTER_TYPE_FIR;
             p.pSettings = &fir;
-            p.Buffer.In = fractional(in.image(2, il, bottom_up), 0, 0, 0.5, 0.5);
-            p.Buffer.Out = fractional(out.image(2, il, bottom_up), 0, 0, 0.5, 0.5);
+            p.Buffer.In = framedsp_test::fractional(in.image(2, il, bottom_up), 0, 0, 0.5, 0.5);
+            p.Buffer.Out = framedsp_test::fractional(out.image(2, il, bottom_up), 0, 0, 0.5, 0.5);
             ASSERT_EQ(DSP_S_OK, DspSubPixelFilter(&p));
             ASSERT_TRUE(out.mem->intact()) << out.mem->damage();
             std::vector<std::vector<uint8_t>> rows(h);
@@ -521,8 +498,8 @@ TEST(SubPixelFilterFir, InteriorRowsEqualTheWholePixelFilter) {
   DSP_SUBPIXEL_FILTER_PARAMS sub{};
   sub.eFilterType = DSP_FILTER_TYPE_FIR;
   sub.pSettings = &fir;
-  sub.Buffer.In = fractional(in.image(2, 2, 0), 0, 0, 0, 0);
-  sub.Buffer.Out = fractional(b.image(2, 2, 0), 0, 0, 0, 0);
+  sub.Buffer.In = framedsp_test::fractional(in.image(2, 2, 0), 0, 0, 0, 0);
+  sub.Buffer.Out = framedsp_test::fractional(b.image(2, 2, 0), 0, 0, 0, 0);
   ASSERT_EQ(DSP_S_OK, DspSubPixelFilter(&sub));
   int differing = 0;
   for (uint32_t y = 0; y < h; ++y) {
@@ -541,8 +518,8 @@ DSP_SUBPIXEL_FILTER_PARAMS record(Img &in, Img &out, const void *settings, uint3
   DSP_SUBPIXEL_FILTER_PARAMS p{};
   p.eFilterType = type;
   p.pSettings = settings;
-  p.Buffer.In = fractional(in.image(2, 2, 0), 0, 0, 0, 0);
-  p.Buffer.Out = fractional(out.image(2, 2, 0), 0, 0, 0, 0);
+  p.Buffer.In = framedsp_test::fractional(in.image(2, 2, 0), 0, 0, 0, 0);
+  p.Buffer.Out = framedsp_test::fractional(out.image(2, 2, 0), 0, 0, 0, 0);
   return p;
 }
 
@@ -683,8 +660,8 @@ TEST(SubPixelFilter, RandomRecordsMatchTheTruncatedWholePixelRecord) {
     whole.Out = out_whole.image(out_type, rng() % 4, rng() % 2);
     whole.ulFlags = rng() % 32;
     DSP_SUBPIXEL_FILTER_PARAMS sub{};
-    sub.Buffer.In = fractional(whole.In, 0, 0, 0, 0);
-    sub.Buffer.Out = fractional(out.image(out_type, whole.Out.eInterlace,
+    sub.Buffer.In = framedsp_test::fractional(whole.In, 0, 0, 0, 0);
+    sub.Buffer.Out = framedsp_test::fractional(out.image(out_type, whole.Out.eInterlace,
                                           whole.Out.eImageOrientation), 0, 0, 0, 0);
     sub.Buffer.ulFlags = whole.ulFlags;
     const auto value = [&](double lo, double hi_) {

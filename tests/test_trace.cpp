@@ -14,6 +14,7 @@
 #include "frame/handle.h"
 #include "frame/trace.h"
 #include "framedsp/framedsp.h"
+#include "test_util.h"
 
 namespace {
 
@@ -104,34 +105,14 @@ std::function<DSP_HRESULT(bool *)> fir_filter_with(DSP_FIR_SETTINGS fir, uint32_
 }
 
 // The fractional filter on the same images, its regions the whole-pixel ones as doubles.
-DSP_SUBPIXEL_IMAGE fractional(const DSP_IMAGE &d) {
-  DSP_SUBPIXEL_IMAGE s{};
-  s.Buffer.pBuffer = d.Buffer.pBuffer;
-  s.Buffer.ulBytes = d.Buffer.ulBytes;
-  s.Buffer.eBufferType = d.Buffer.eBufferType;
-  s.Buffer.Region.ptOffset.x = d.Buffer.Region.ptOffset.x;
-  s.Buffer.Region.ptOffset.y = d.Buffer.Region.ptOffset.y;
-  s.Buffer.Region.ulWidth = d.Buffer.Region.ulWidth;
-  s.Buffer.Region.ulHeight = d.Buffer.Region.ulHeight;
-  s.ulWidth = d.ulWidth;
-  s.ulHeight = d.ulHeight;
-  s.ePixelFormat = d.ePixelFormat;
-  s.eInterlace = d.eInterlace;
-  s.eImageOrientation = d.eImageOrientation;
-  s.eColorSpace = d.eColorSpace;
-  s.ulPrimaryStrideBytes = d.ulPrimaryStrideBytes;
-  s.ulSecondaryStrideBytes = d.ulSecondaryStrideBytes;
-  return s;
-}
-
 std::function<DSP_HRESULT(bool *)> subpixel_filter_with(uint32_t type, const void *settings) {
   return [type, settings](bool *untouched) {
     Images images;
     DSP_SUBPIXEL_FILTER_PARAMS p{};
     p.eFilterType = type;
     p.pSettings = settings;
-    p.Buffer.In = fractional(images.buffer.In);
-    p.Buffer.Out = fractional(images.buffer.Out);
+    p.Buffer.In = framedsp_test::fractional(images.buffer.In);
+    p.Buffer.Out = framedsp_test::fractional(images.buffer.Out);
     const DSP_HRESULT hr = DspSubPixelFilter(&p);
     *untouched = images.out_untouched();
     return hr;

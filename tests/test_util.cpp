@@ -65,4 +65,26 @@ std::string hex_diff(const uint8_t *expected, const uint8_t *got, size_t n, size
   return out;
 }
 
+DSP_SUBPIXEL_IMAGE fractional(const DSP_IMAGE &d, double fx, double fy, double fw, double fh) {
+  DSP_SUBPIXEL_IMAGE s;
+  std::memset(&s, 0, sizeof s);
+  s.Buffer.pBuffer = d.Buffer.pBuffer;
+  s.Buffer.ulBytes = d.Buffer.ulBytes;
+  s.Buffer.eBufferType = d.Buffer.eBufferType;
+  s.Buffer.Region.ptOffset.x = d.Buffer.Region.ptOffset.x + fx;
+  s.Buffer.Region.ptOffset.y = d.Buffer.Region.ptOffset.y + fy;
+  s.Buffer.Region.ulWidth = d.Buffer.Region.ulWidth + fw;
+  s.Buffer.Region.ulHeight = d.Buffer.Region.ulHeight + fh;
+  s.ulWidth = d.ulWidth;
+  s.ulHeight = d.ulHeight;
+  s.ePixelFormat = d.ePixelFormat;
+  s.eInterlace = d.eInterlace;
+  s.eImageOrientation = d.eImageOrientation;
+  s.eColorSpace = d.eColorSpace;
+  s.ulPrimaryStrideBytes = d.ulPrimaryStrideBytes;
+  s.ulSecondaryStrideBytes = d.ulSecondaryStrideBytes;
+  s.ulFlags = d.ulFlags;
+  return s;
+}
+
 }  // namespace framedsp_test

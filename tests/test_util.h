@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "framedsp/framedsp.h"
+
 namespace framedsp_test {
 
 // A buffer whose bytes [0, size) are the usable region, surrounded by `margin` canary bytes on
@@ -50,5 +52,9 @@ inline void fill_random(uint8_t *p, size_t n, std::mt19937 &rng) {
 
 // "offset: expected xx got yy" for the first few differing bytes.
 std::string hex_diff(const uint8_t *expected, const uint8_t *got, size_t n, size_t max_rows = 8);
+
+// The same image for DspSubPixelFilter: its region as doubles, plus fractions (fx, fy, fw, fh)
+// that the filter's truncation removes.
+DSP_SUBPIXEL_IMAGE fractional(const DSP_IMAGE &d, double fx = 0, double fy = 0, double fw = 0, double fh = 0);
 
 }  // namespace framedsp_test
