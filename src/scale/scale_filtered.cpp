@@ -44,26 +44,11 @@ HRESULT scale_then_filter(const DSP_BUFFER &b, uint32_t flags, const ScaleFirRow
                           ScaleFrameKernel scale) {
   if (!scale) return kInvalidArg;
   const DSP_IMAGE &out = b.Out;
-  const uint32_t width = out.Buffer.Region.ulWidth;
-  const uint32_t height = out.Buffer.Region.ulHeight;
-  const uint64_t line = uint64_t{scale_bytes_per_pixel(out.ePixelFormat)} * width;
-  const uint64_t stride = (line + 15) & ~uint64_t{15};
-  if (stride > 0x7FFFFFF0u) return kOutOfMemory;
-  const uint64_t bytes = stride * height;
   WorkBlock image;  // released by its destructor on every path
-  if (bytes > 0xFFFFFFF0u || !image.allocate(static_cast<size_t>(bytes ? bytes : 16))) return kOutOfMemory;
-
   DSP_BUFFER stage = b;
   DSP_IMAGE &p = stage.Out;
-  p.Buffer.pBuffer = image.data();
-  p.Buffer.ulBytes = static_cast<uint32_t>(bytes);
-  p.Buffer.Region.ptOffset.x = 0;
-  p.Buffer.Region.ptOffset.y = 0;
-  p.ulWidth = width;
-  p.ulHeight = height;
-  p.eImageOrientation = DSP_ORIENTATION_TOP_DOWN;
-  p.ulPrimaryStrideBytes = static_cast<uint32_t>(stride);
-  p.ulSecondaryStrideBytes = 0;
+  const HRESULT made = scale_private_image(out, 0xFFFFFFF0u, &image, &p);
+  if (made != kOk) return made;
   // The vertical taps of a band's lines reach lines of the neighbouring bands: scale them all.
   stage.ulSliceCount = 1;
   stage.ulSliceNumber = 1;
@@ -80,6 +65,7 @@ HRESULT scale_then_filter(const DSP_BUFFER &b, uint32_t flags, const ScaleFirRow
                         fir_tap_index(static_cast<uint32_t>(rows.horz_taps))];
   }
   if (rows.vert) f.vert = table.vert[fir_tap_index(static_cast<uint32_t>(rows.vert_taps))];
+  const uint64_t line = uint64_t{scale_bytes_per_pixel(out.ePixelFormat)} * out.Buffer.Region.ulWidth;
   WorkLine first, second;
   if (line != 0 && (!first.allocate(static_cast<size_t>(line)) || !second.allocate(static_cast<size_t>(line)))) {
     return kOutOfMemory;

@@ -249,9 +249,8 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
       continue;
     }
     for (int32_t k = first; k < end; ++k) {
-      const uint64_t p = uint64_t(k) * vstep;
-      index[k - first] = static_cast<int32_t>(std::min<uint64_t>(p >> kScaleFractionBits, uint64_t(last)));
-      if (kLinear) fraction[k - first] = static_cast<int32_t>(p & kScaleFractionMask);
+      index[k - first] = source_index(k);
+      if (kLinear) fraction[k - first] = static_cast<int32_t>((uint64_t(k) * vstep) & kScaleFractionMask);
     }
     cache.reset();
     auto fill = [&](int32_t i, uint8_t *to) {
@@ -403,6 +402,27 @@ void scale_walk_back(const DSP_IMAGE &from, const DSP_BUFFER &to, ScaleBackFn fn
       fn(context, line);
     }
   }
+}
+
+HRESULT scale_private_image(const DSP_IMAGE &out, uint64_t max_bytes, WorkBlock *block, DSP_IMAGE *image) {
+  const uint32_t width = out.Buffer.Region.ulWidth;
+  const uint32_t height = out.Buffer.Region.ulHeight;
+  const uint64_t line = uint64_t{scale_bytes_per_pixel(out.ePixelFormat)} * width;
+  const uint64_t stride = (line + 15) & ~uint64_t{15};
+  if (stride > 0x7FFFFFF0u) return kOutOfMemory;
+  const uint64_t bytes = stride * height;
+  if (bytes > max_bytes || !block->allocate(static_cast<size_t>(bytes ? bytes : 16))) return kOutOfMemory;
+  *image = out;
+  image->Buffer.pBuffer = block->data();
+  image->Buffer.ulBytes = static_cast<uint32_t>(bytes);
+  image->Buffer.Region.ptOffset.x = 0;
+  image->Buffer.Region.ptOffset.y = 0;
+  image->ulWidth = width;
+  image->ulHeight = height;
+  image->eImageOrientation = DSP_ORIENTATION_TOP_DOWN;
+  image->ulPrimaryStrideBytes = static_cast<uint32_t>(stride);
+  image->ulSecondaryStrideBytes = 0;
+  return kOk;
 }
 
 void scale_copy_back(const DSP_IMAGE &from, const DSP_BUFFER &to) {

@@ -51,6 +51,12 @@ const ScaleFrameKernel *scale_color_kernels();
 // `to` is normalised; `from` describes the private image.
 void scale_copy_back(const DSP_IMAGE &from, const DSP_BUFFER &to);
 
+class WorkBlock;
+// The private picture a staged or filtered call scales into: the output region's width and height,
+// top-down, one plane, rows padded to 16 bytes, in a block of work memory.  E_OUTOFMEMORY when a
+// row or the whole picture is too large (more than max_bytes) or the block cannot be had.
+HRESULT scale_private_image(const DSP_IMAGE &out, uint64_t max_bytes, WorkBlock *block, DSP_IMAGE *image);
+
 // One output line of the walk that scale_copy_back makes: where the line's run lies in the private
 // image (line 0 of the run, bytes from one run line to the next, lines of the run), the line's
 // index in its run, the output line (column start applied) and the bytes to write.

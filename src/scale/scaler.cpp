@@ -59,28 +59,11 @@ HRESULT run_kernel(const ScaleSetup &s, const DSP_BUFFER &norm, uint32_t flags) 
 // padded to 16 bytes), then move the lines it wrote into the real output.
 template <class Kernel>
 HRESULT run_staged(const DSP_BUFFER &norm, Kernel &&kernel) {
-  const DSP_IMAGE &out = norm.Out;
-  const uint32_t width = out.Buffer.Region.ulWidth;
-  const uint32_t height = out.Buffer.Region.ulHeight;
-  const uint64_t line = uint64_t{scale_bytes_per_pixel(out.ePixelFormat)} * width;
-  const uint64_t stride = (line + 15) & ~uint64_t{15};
-  if (stride > 0x7FFFFFF0u) return kOutOfMemory;
   WorkBlock image;
-  const uint64_t bytes = stride * height;
-  if (bytes > (uint64_t{1} << 40) || !image.allocate(static_cast<size_t>(bytes ? bytes : 16))) {
-    return kOutOfMemory;
-  }
   DSP_BUFFER stage = norm;
   DSP_IMAGE &p = stage.Out;
-  p.Buffer.pBuffer = image.data();
-  p.Buffer.ulBytes = static_cast<uint32_t>(bytes);
-  p.Buffer.Region.ptOffset.x = 0;
-  p.Buffer.Region.ptOffset.y = 0;
-  p.ulWidth = width;
-  p.ulHeight = height;
-  p.eImageOrientation = DSP_ORIENTATION_TOP_DOWN;
-  p.ulPrimaryStrideBytes = static_cast<uint32_t>(stride);
-  p.ulSecondaryStrideBytes = 0;
+  const HRESULT made = scale_private_image(norm.Out, uint64_t{1} << 40, &image, &p);
+  if (made != kOk) return made;
   const HRESULT hr = kernel(stage);
   if (hr != kOk) return hr;
   scale_copy_back(p, norm);
