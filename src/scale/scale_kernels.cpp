@@ -227,21 +227,26 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
     auto source_index = [&](int32_t k) {
       return static_cast<int32_t>(std::min<uint64_t>((uint64_t(k) * vstep) >> kScaleFractionBits, uint64_t(last)));
     };
+    auto fill = [&](int32_t i, uint8_t *to) {
+      const uint8_t *src = src_side.line(run.src.first + i * run.src.step);
+      if (positions && src_bytes) {
+        planned(src, to, &line_plan);
+      } else {
+        resample(src, to, hstep, src_bytes, dst_bytes);
+      }
+    };
     if (lean) {
       const uint8_t *previous = nullptr;
       int32_t previous_index = -1;
       for (int32_t k = first; k < end; ++k) {
         uint8_t *dst = dst_side.line(run.dst.first + k * run.dst.step);
         const int32_t i = source_index(k);
-        const uint8_t *src = src_side.line(run.src.first + i * run.src.step);
         if (previous && i == previous_index) {
           std::memmove(dst, previous, dst_bytes);
         } else if (!resampled) {
-          std::memmove(dst, src, dst_bytes);
-        } else if (positions && src_bytes) {
-          planned(src, dst, &line_plan);
+          std::memmove(dst, src_side.line(run.src.first + i * run.src.step), dst_bytes);
         } else {
-          resample(src, dst, hstep, src_bytes, dst_bytes);
+          fill(i, dst);
         }
         previous = dst;
         previous_index = i;
@@ -253,14 +258,6 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
       if (kLinear) fraction[k - first] = static_cast<int32_t>((uint64_t(k) * vstep) & kScaleFractionMask);
     }
     cache.reset();
-    auto fill = [&](int32_t i, uint8_t *to) {
-      const uint8_t *src = src_side.line(run.src.first + i * run.src.step);
-      if (positions && src_bytes) {
-        planned(src, to, &line_plan);
-      } else {
-        resample(src, to, hstep, src_bytes, dst_bytes);
-      }
-    };
     auto source = [&](int32_t i, int32_t keep) -> const uint8_t * {
       if (!resampled) return src_side.line(run.src.first + i * run.src.step);
       return cache.get(i, keep, fill);

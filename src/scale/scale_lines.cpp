@@ -202,7 +202,7 @@ void scale_blend_c(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t we
     return;
   }
   for (size_t i = 0; i < bytes; ++i) {
-    dst[i] = static_cast<uint8_t>((a[i] * weight_a + b[i] * weight_b + 8192) >> 14);
+    dst[i] = scale_blend_byte(a[i], b[i], weight_a, weight_b);
   }
 }
 

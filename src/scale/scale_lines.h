@@ -49,6 +49,11 @@ using ScaleResampler = void (*)(const uint8_t *src, uint8_t *dst, uint32_t step,
 using ScaleBlender = void (*)(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weight_b,
                               uint32_t weight_a, size_t bytes);
 
+// One byte of the blender's formula (the scalar heads and tails of the SIMD blenders).
+inline uint8_t scale_blend_byte(uint8_t a, uint8_t b, uint32_t weight_a, uint32_t weight_b) {
+  return static_cast<uint8_t>((a * weight_a + b * weight_b + 8192) >> 14);
+}
+
 // Six 64-bit words of four 16-bit coefficients each, six fraction bits:
 //   words 0..2: rows for Y, Cb, Cr: (weight of the sample itself (Y row only), weight of cb',
 //               weight of cr', 0)

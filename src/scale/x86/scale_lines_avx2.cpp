@@ -75,10 +75,6 @@ void planned_blocks_avx2(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *
   scale_planned_bytes_c(src, dst, plan, 32 * pairs, total, kLinear);
 }
 
-inline uint8_t blend_one(uint8_t a, uint8_t b, uint32_t wa, uint32_t wb) {
-  return static_cast<uint8_t>((a * wa + b * wb + 8192) >> 14);
-}
-
 // Line blender for weights that sum to 16384, 32 bytes a step (the SSSE3 blender's arithmetic);
 // other weight pairs take the SSE2 blender.
 void blend_avx2(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weight_b, uint32_t weight_a,
@@ -94,7 +90,7 @@ void blend_avx2(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weigh
     const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(b + i));
     _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + i), lerp_bytes(va, vb, f2, f2));
   }
-  for (; i < bytes; ++i) dst[i] = blend_one(a[i], b[i], weight_a, weight_b);
+  for (; i < bytes; ++i) dst[i] = scale_blend_byte(a[i], b[i], weight_a, weight_b);
 }
 
 // a + pmulhrsw(b - a, f2) on 16-bit values 0..255 (exact, as in lerp_bytes), without packing.

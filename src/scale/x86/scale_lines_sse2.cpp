@@ -14,10 +14,6 @@
 namespace framedsp {
 namespace {
 
-inline uint8_t blend_one(uint8_t a, uint8_t b, uint32_t wa, uint32_t wb) {
-  return static_cast<uint8_t>((a * wa + b * wb + 8192) >> 14);
-}
-
 inline __m128i blend_half(__m128i a16, __m128i b16, __m128i weights, __m128i round) {
   const __m128i lo = _mm_madd_epi16(_mm_unpacklo_epi16(a16, b16), weights);
   const __m128i hi = _mm_madd_epi16(_mm_unpackhi_epi16(a16, b16), weights);
@@ -38,7 +34,7 @@ void scale_blend_sse2(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t
   if (bytes >= 16) {
     const size_t misalign = reinterpret_cast<uintptr_t>(dst) & 15u;
     const size_t head = misalign ? 16 - misalign : 0;
-    for (; i < head; ++i) dst[i] = blend_one(a[i], b[i], weight_a, weight_b);
+    for (; i < head; ++i) dst[i] = scale_blend_byte(a[i], b[i], weight_a, weight_b);
   }
   const __m128i weights = _mm_set1_epi32(static_cast<int>((weight_b << 16) | weight_a));
   const __m128i round = _mm_set1_epi32(8192);
@@ -50,7 +46,7 @@ void scale_blend_sse2(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t
     const __m128i hi = blend_half(_mm_unpackhi_epi8(va, zero), _mm_unpackhi_epi8(vb, zero), weights, round);
     _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + i), _mm_packus_epi16(lo, hi));
   }
-  for (; i < bytes; ++i) dst[i] = blend_one(a[i], b[i], weight_a, weight_b);
+  for (; i < bytes; ++i) dst[i] = scale_blend_byte(a[i], b[i], weight_a, weight_b);
 }
 
 namespace {

@@ -62,10 +62,6 @@ void planned_blocks_ssse3(const uint8_t *src, uint8_t *dst, const ScaleLinePlan 
   scale_planned_bytes_c(src, dst, plan, 16 * plan->block_count, total, kLinear);
 }
 
-inline uint8_t blend_one(uint8_t a, uint8_t b, uint32_t wa, uint32_t wb) {
-  return static_cast<uint8_t>((a * wa + b * wb + 8192) >> 14);
-}
-
 // Blender for weights that sum to 16384 (the frame kernels' case): a + ((b - a) * wb + 8192) >> 14
 // equals (a * wa + b * wb + 8192) >> 14 when wa = 16384 - wb; 2 * wb <= 32766 when wa > 0.
 // Other weight pairs take the SSE2 blender.
@@ -79,13 +75,13 @@ void blend_ssse3(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weig
   if (bytes >= 16) {
     const size_t misalign = reinterpret_cast<uintptr_t>(dst) & 15u;
     const size_t head = misalign ? 16 - misalign : 0;
-    for (; i < head; ++i) dst[i] = blend_one(a[i], b[i], weight_a, weight_b);
+    for (; i < head; ++i) dst[i] = scale_blend_byte(a[i], b[i], weight_a, weight_b);
   }
   const __m128i f2 = _mm_set1_epi16(static_cast<short>(2 * weight_b));
   for (; i + 16 <= bytes; i += 16) {
     _mm_store_si128(reinterpret_cast<__m128i *>(dst + i), lerp_bytes(load16(a + i), load16(b + i), f2, f2));
   }
-  for (; i < bytes; ++i) dst[i] = blend_one(a[i], b[i], weight_a, weight_b);
+  for (; i < bytes; ++i) dst[i] = scale_blend_byte(a[i], b[i], weight_a, weight_b);
 }
 
 // Prepared nearest resampler of the 4-byte pixel classes: four pixels gathered into one register
