@@ -8,7 +8,7 @@
 #include <cstring>
 #include <vector>
 
-#include "frame/handle.h"
+#include "platform/handle.h"
 #include "harness.h"
 
 namespace {

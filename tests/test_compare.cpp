@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/cpu.h"
+#include "platform/cpu.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "analysis/compare_kernels.h"
-#include "frame/cpu.h"
+#include "platform/cpu.h"
 #include "test_util.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "filter/fir_tables.h"
-#include "frame/work_memory.h"
+#include "platform/work_memory.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
 

@@ -12,7 +12,7 @@
 
 #include "filter/fir_kernels.h"
 #include "filter/fir_tables.h"
-#include "frame/cpu.h"
+#include "platform/cpu.h"
 #include "test_util.h"
 
 namespace {

@@ -15,8 +15,8 @@
 #include <thread>
 #include <vector>
 
-#include "frame/handle.h"
-#include "frame/platform.h"
+#include "platform/handle.h"
+#include "platform/platform.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "frame/pixel_format.h"
+#include "lines/buffer_record.h"
 #include "lines/lctrl.h"
 #include "test_util.h"
 

@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "frame/pixel_format.h"
+#include "lines/buffer_record.h"
+#include "lines/pixel_format.h"
 
 namespace {
 

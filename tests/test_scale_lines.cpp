@@ -9,10 +9,10 @@
 #include <random>
 #include <vector>
 
-#include "frame/cpu.h"
-#include "frame/pixel_format.h"
+#include "platform/cpu.h"
+#include "lines/pixel_format.h"
 #include "framedsp/framedsp.h"
-#include "lines/color_kernels.h"
+#include "copy/color_kernels.h"
 #include "scale/scale_lines.h"
 #include "scale_reference.h"
 #include "test_util.h"

@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
-#include "frame/cpu.h"
-#include "frame/trace.h"
-#include "frame/work_memory.h"
+#include "platform/cpu.h"
+#include "platform/trace.h"
+#include "platform/work_memory.h"
 #include "framedsp/framedsp.h"
-#include "lines/color_kernels.h"
+#include "copy/color_kernels.h"
 #include "scale_reference.h"
 #include "test_util.h"
 

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "frame/cpu.h"
-#include "frame/work_memory.h"
+#include "platform/cpu.h"
+#include "platform/work_memory.h"
 #include "framedsp/framedsp.h"
 #include "scale_reference.h"
 #include "test_util.h"

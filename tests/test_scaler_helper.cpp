@@ -10,7 +10,7 @@
 #include <string>
 
 #include "framedsp/framedsp.h"
-#include "frame/trace.h"
+#include "platform/trace.h"
 #include "test_util.h"
 
 namespace {

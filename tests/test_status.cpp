@@ -6,7 +6,7 @@
 #include <cstring>
 #include <memory>
 
-#include "frame/status.h"
+#include "platform/status.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "frame/handle.h"
+#include "platform/handle.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
 

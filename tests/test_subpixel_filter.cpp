@@ -14,9 +14,9 @@
 
 #include "filter/fir_kernels.h"
 #include "filter/fir_tables.h"
-#include "frame/cpu.h"
-#include "frame/trace.h"
-#include "frame/work_memory.h"
+#include "platform/cpu.h"
+#include "platform/trace.h"
+#include "platform/work_memory.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "frame/handle.h"
-#include "frame/trace.h"
+#include "platform/handle.h"
+#include "platform/trace.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
 

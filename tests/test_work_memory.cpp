@@ -1,4 +1,4 @@
-// Work memory: line and frame sizes, the aligned start of a work line, and block ownership
+// Work memory: the aligned start of a work line and block ownership
 // (every block committed is released exactly once, injected failures leak nothing).
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -7,76 +7,12 @@
 #include <cstring>
 #include <vector>
 
-#include "frame/pixel_format.h"
-#include "frame/work_memory.h"
+#include "platform/work_memory.h"
 
 namespace {
 
 using framedsp::WorkBlock;
 using framedsp::WorkLine;
-
-uint64_t round_up(uint64_t value, uint64_t multiple) {
-  uint64_t r = value;
-  while (r % multiple != 0) ++r;
-  return r;
-}
-
-// Bytes per pixel of a few formats, copied from the pixel-format table by hand.
-struct FormatBytes {
-  uint32_t format;
-  uint32_t bytes;
-};
-constexpr FormatBytes kFormats[] = {{0, 4},  {1, 3},   {21, 2},  {22, 4}, {23, 6},
-                                    {24, 2}, {129, 8}, {261, 1}, {5, 0},  {28, 0}};
-
-TEST(WorkMemory, LineSizeExamples) {
-  EXPECT_EQ(framedsp::line_size(1, 5, 16), 16u);  // 15 bytes rounded up
-  EXPECT_EQ(framedsp::line_size(0, 4, 16), 16u);  // already a multiple: kept
-  EXPECT_EQ(framedsp::line_size(21, 720, 16), 1440u);
-  EXPECT_EQ(framedsp::line_size(1, 5, 1), 15u);
-  EXPECT_EQ(framedsp::line_size(1, 0, 16), 0u);
-}
-
-TEST(WorkMemory, LineSizeMatchesRoundedProduct) {
-  const uint32_t alignments[] = {1, 2, 3, 4, 7, 16, 64, 100};
-  for (const FormatBytes &f : kFormats) {
-    for (uint32_t width : {0u, 1u, 2u, 5u, 15u, 16u, 17u, 719u, 720u, 1921u}) {
-      for (uint32_t alignment : alignments) {
-        const uint64_t expected = round_up(uint64_t{f.bytes} * width, alignment);
-        EXPECT_EQ(framedsp::line_size(f.format, width, alignment), expected)
-            << "format " << f.format << " width " << width << " alignment " << alignment;
-      }
-    }
-  }
-}
-
-TEST(WorkMemory, FrameSize) {
-  EXPECT_EQ(framedsp::frame_size(21, 720, 486), size_t{1440} * 486);
-  EXPECT_EQ(framedsp::frame_size(1, 5, 3), size_t{16} * 3);
-  EXPECT_EQ(framedsp::frame_size(261, 33, 10), size_t{48} * 10);
-  EXPECT_EQ(framedsp::frame_size(21, 720, 0), 0u);
-}
-
-// A format-28 output region of 720 x 486 with a nonzero secondary stride: the intermediate frame
-// holds a main line of format 21 and a plane line of format 261 per output line.
-TEST(WorkMemory, IntermediateFrameOfTwoPlaneFormat) {
-  uint32_t main_format = 0, plane_format = 0;
-  framedsp::split_format(28, &main_format, &plane_format);
-  ASSERT_EQ(main_format, 21u);
-  ASSERT_EQ(plane_format, 261u);
-  const size_t main_bytes = framedsp::line_size(main_format, 720, 16);
-  const size_t plane_bytes = framedsp::line_size(plane_format, 720, 16);
-  EXPECT_EQ(main_bytes, 1440u);
-  EXPECT_EQ(plane_bytes, 720u);
-  EXPECT_EQ((main_bytes + plane_bytes) * 486, size_t{1440 + 720} * 486);
-
-  WorkBlock frame;
-  ASSERT_TRUE(frame.allocate((main_bytes + plane_bytes) * 486));
-  EXPECT_EQ(frame.size(), size_t{2160} * 486);
-  // Every line of both parts starts 16-byte aligned.
-  EXPECT_EQ(main_bytes % 16, 0u);
-  EXPECT_EQ(plane_bytes % 16, 0u);
-}
 
 TEST(WorkMemory, AlignedStartForEveryOffset) {
   alignas(16) static uint8_t storage[64];

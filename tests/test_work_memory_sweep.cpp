@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "frame/guard.h"
-#include "frame/work_memory.h"
+#include "platform/trace.h"
+#include "platform/work_memory.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
 

@@ -7,7 +7,7 @@
 #include "args.h"
 #include "progress.h"
 #include "formats.h"
-#include "frame/pixel_format.h"
+#include "lines/pixel_format.h"
 
 namespace framedsp {
 namespace cli {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
-#include "frame/pixel_format.h"
+#include "lines/pixel_format.h"
 
 namespace framedsp {
 namespace cli {

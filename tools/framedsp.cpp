@@ -15,7 +15,7 @@
 #include "scale_command.h"
 #include "formats.h"
 #include "mipmaps_command.h"
-#include "frame/pixel_format.h"
+#include "lines/pixel_format.h"
 #include "png_writer.h"
 #include "progress.h"
 #include "raw_io.h"

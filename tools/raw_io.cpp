@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "formats.h"
-#include "frame/pixel_format.h"
+#include "lines/pixel_format.h"
 
 namespace framedsp {
 namespace cli {

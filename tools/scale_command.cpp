@@ -9,7 +9,7 @@
 #include "progress.h"
 #include "filter_command.h"
 #include "formats.h"
-#include "frame/pixel_format.h"
+#include "lines/pixel_format.h"
 
 namespace framedsp {
 namespace cli {

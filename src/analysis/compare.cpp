@@ -4,10 +4,9 @@
 #include <cstdint>
 
 #include "analysis/compare_kernels.h"
-#include "frame/cpu.h"
-#include "frame/guard.h"
-#include "frame/pixel_format.h"
-#include "frame/trace.h"
+#include "platform/cpu.h"
+#include "lines/pixel_format.h"
+#include "platform/trace.h"
 
 namespace framedsp {
 

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "frame/cpu.h"
+#include "platform/cpu.h"
 #include "framedsp/framedsp.h"
 
 namespace framedsp {

@@ -1,6 +1,6 @@
 #include "analysis/motion_vectors.h"
 
-#include "frame/guard.h"
+#include "platform/trace.h"
 
 namespace framedsp {
 

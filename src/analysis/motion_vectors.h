@@ -1,7 +1,7 @@
 // Block motion vectors (DspCreateMotionVectors).  Not yet available.
 #pragma once
 
-#include "frame/status.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

@@ -8,9 +8,9 @@
 #include <cstring>
 
 #include "filter/filter_planes.h"
-#include "frame/cpu.h"
-#include "frame/pixel_format.h"
-#include "frame/work_memory.h"
+#include "platform/cpu.h"
+#include "lines/pixel_format.h"
+#include "platform/work_memory.h"
 #include "lines/lctrl.h"
 
 namespace framedsp {

@@ -3,11 +3,12 @@
 #include "filter/box_filter.h"
 #include "filter/filter.h"
 #include "filter/filter_planes.h"
-#include "frame/buffer_rules.h"
-#include "frame/pixel_format.h"
-#include "frame/trace.h"
-#include "frame/work_memory.h"
-#include "lines/smart_copy.h"
+#include "lines/buffer_rules.h"
+#include "lines/buffer_record.h"
+#include "lines/pixel_format.h"
+#include "platform/trace.h"
+#include "platform/work_memory.h"
+#include "copy/smart_copy.h"
 
 namespace framedsp {
 

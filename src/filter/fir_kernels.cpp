@@ -1,6 +1,6 @@
 #include "filter/fir_kernels.h"
 
-#include "frame/cpu.h"
+#include "platform/cpu.h"
 #include "framedsp/framedsp.h"
 
 namespace framedsp {

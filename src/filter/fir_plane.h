@@ -8,9 +8,9 @@
 #include <cstring>
 
 #include "filter/fir_kernels.h"
-#include "frame/cpu.h"
-#include "frame/status.h"
-#include "frame/work_memory.h"
+#include "platform/cpu.h"
+#include "platform/status.h"
+#include "platform/work_memory.h"
 #include "lines/lctrl.h"
 
 namespace framedsp {

@@ -5,8 +5,7 @@
 #include <cstdint>
 #include <new>
 
-#include "frame/guard.h"
-#include "frame/trace.h"
+#include "platform/trace.h"
 
 namespace framedsp {
 

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "frame/handle.h"
-#include "frame/status.h"
+#include "platform/handle.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "frame/pixel_format.h"
-#include "frame/platform.h"
+#include "lines/pixel_format.h"
+#include "platform/platform.h"
 
 namespace framedsp {
 namespace {

@@ -8,8 +8,8 @@
 #include <cmath>
 #include <cstring>
 
-#include "frame/cpu.h"
-#include "frame/pixel_format.h"
+#include "platform/cpu.h"
+#include "lines/pixel_format.h"
 #include "lines/lctrl.h"
 #include "scale/fixed_ratio_kernels.h"
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "frame/cpu.h"
+#include "platform/cpu.h"
 
 namespace framedsp {
 

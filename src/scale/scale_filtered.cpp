@@ -7,8 +7,8 @@
 #include <cstring>
 
 #include "filter/fir_kernels.h"
-#include "frame/cpu.h"
-#include "frame/work_memory.h"
+#include "platform/cpu.h"
+#include "platform/work_memory.h"
 #include "scale/scale_kernels.h"
 #include "scale/scale_lines.h"
 

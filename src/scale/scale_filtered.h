@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "filter/fir_tables.h"
-#include "frame/status.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "frame/cpu.h"
-#include "frame/pixel_format.h"
-#include "frame/work_memory.h"
+#include "platform/cpu.h"
+#include "lines/pixel_format.h"
+#include "platform/work_memory.h"
 #include "lines/lctrl.h"
 #include "scale/scale_lines.h"
 

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "frame/status.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

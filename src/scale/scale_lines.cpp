@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "frame/cpu.h"
-#include "frame/pixel_format.h"
-#include "lines/color_kernels.h"
+#include "platform/cpu.h"
+#include "lines/pixel_format.h"
+#include "copy/color_kernels.h"
 
 namespace framedsp {
 namespace {

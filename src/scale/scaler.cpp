@@ -8,14 +8,14 @@
 #include <cmath>
 #include <initializer_list>
 
-#include "frame/buffer_rules.h"
-#include "frame/cpu.h"
-#include "frame/guard.h"
-#include "frame/pixel_format.h"
-#include "frame/trace.h"
-#include "frame/work_memory.h"
+#include "lines/buffer_rules.h"
+#include "platform/cpu.h"
+#include "lines/buffer_record.h"
+#include "lines/pixel_format.h"
+#include "platform/trace.h"
+#include "platform/work_memory.h"
 #include "filter/filter.h"
-#include "lines/smart_copy.h"
+#include "copy/smart_copy.h"
 #include "scale/fast_paths.h"
 #include "scale/scale_filtered.h"
 #include "scale/scale_kernels.h"

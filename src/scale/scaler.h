@@ -2,7 +2,7 @@
 // plain or the filtered worker by bit 1 of the call flags.
 #pragma once
 
-#include "frame/status.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

@@ -2,8 +2,7 @@
 
 #include <cstdint>
 
-#include "frame/guard.h"
-#include "frame/trace.h"
+#include "platform/trace.h"
 
 namespace framedsp {
 

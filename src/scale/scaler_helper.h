@@ -1,7 +1,7 @@
 // Aspect-ratio helpers (DspScalerHelper, DspSubPixelScalerHelper).
 #pragma once
 
-#include "frame/status.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

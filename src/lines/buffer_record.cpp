@@ -4,12 +4,22 @@
 #include <cstring>
 #include <string>
 
-#include "frame/pixel_format.h"
-#include "frame/platform.h"
+#include "lines/buffer_record.h"
+#include "platform/platform.h"
 
 namespace framedsp {
 
 namespace {
+
+void normalise_side(DSP_IMAGE *image) {
+  if (image->eImageOrientation != DSP_ORIENTATION_BOTTOM_UP) return;
+  // Modulo 2^32 like the 32-bit original; a region that does not fit gives a wild offset that
+  // the geometry's clamping then contains, rather than signed-overflow UB here.
+  const uint32_t y = image->ulHeight - image->Buffer.Region.ulHeight -
+                     static_cast<uint32_t>(image->Buffer.Region.ptOffset.y);
+  image->Buffer.Region.ptOffset.y = static_cast<int32_t>(y);
+}
+
 
 #if defined(__GNUC__)
 #define FRAMEDSP_PRINTF_METHOD [[gnu::format(printf, 2, 3)]]
@@ -109,6 +119,11 @@ int format_buffer_dump(const DSP_BUFFER *buffer, const char *title, char *out, i
   w.add("pBuffer->ulFlags & DSP_BUFFER_PROCESS_FIELDB: %d\n", flag(f, DSP_BUFFER_PROCESS_FIELDB));
   w.add("\n");
   return w.length();
+}
+
+void normalise_orientation(DSP_BUFFER *copy) {
+  normalise_side(&copy->In);
+  normalise_side(&copy->Out);
 }
 
 void dump_buffer(const DSP_BUFFER *buffer, const char *title) {

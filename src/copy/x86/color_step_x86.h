@@ -22,7 +22,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "lines/color_kernels.h"
+#include "copy/color_kernels.h"
 
 namespace framedsp {
 namespace color_detail {

@@ -1,4 +1,4 @@
-#include "frame/cpu.h"
+#include "platform/cpu.h"
 
 #include <atomic>
 

@@ -1,6 +1,6 @@
 // POSIX implementation of the platform layer: anonymous mappings for work memory, a POSIX
 // shared-memory object for the machine-wide identity counter, and fault-free probing reads.
-#include "frame/platform.h"
+#include "platform/platform.h"
 
 #include <dlfcn.h>
 #include <errno.h>
@@ -16,7 +16,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "frame/handle.h"
+#include "platform/handle.h"
 
 namespace framedsp {
 namespace platform {

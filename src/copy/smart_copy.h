@@ -1,7 +1,7 @@
 // Format-converting buffer copy (DspBufferSmartCopy).
 #pragma once
 
-#include "frame/status.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

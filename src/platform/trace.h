@@ -1,4 +1,6 @@
-// Rejection diagnostics.  A validation step that quietly refuses a record (the export still
+// Diagnostics: refusals traced on request, and the hook every worker passes on entry.
+//
+// A validation step that quietly refuses a record (the export still
 // answers S_OK, as the contract says) can name the reason: with FRAMEDSP_TRACE=1 in the
 // environment each refusal prints one line to stderr,
 //   "<export>: refused: <first failed condition in plain words>"
@@ -22,5 +24,11 @@ bool refuse(const char *export_name, const char *format, ...)
 
 // Test hook: overrides the environment (1 on, 0 off, -1 back to the environment).
 void set_trace_override(int mode);
+
+// Called at the start of every worker.  Tests install a hook that throws, to prove the guard and
+// the handle release on the way out; in normal use the hook is null and this is one relaxed load.
+using WorkerHook = void (*)(const char *worker);
+void set_worker_hook(WorkerHook hook);  // test-only, not exported
+void worker_entry(const char *worker);
 
 }  // namespace framedsp

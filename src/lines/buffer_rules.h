@@ -3,8 +3,8 @@
 // records use the same rules.
 #pragma once
 
-#include "frame/pixel_format.h"
-#include "frame/trace.h"
+#include "lines/pixel_format.h"
+#include "platform/trace.h"
 
 namespace framedsp {
 

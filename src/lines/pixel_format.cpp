@@ -1,4 +1,4 @@
-#include "frame/pixel_format.h"
+#include "lines/pixel_format.h"
 
 #include <cstddef>
 
@@ -92,15 +92,6 @@ const PixelFormatInfo *find(uint32_t format) {
   return (lo < kFormatCount && kFormats[lo].code == format) ? &kFormats[lo] : nullptr;
 }
 
-void normalise_side(DSP_IMAGE *image) {
-  if (image->eImageOrientation != DSP_ORIENTATION_BOTTOM_UP) return;
-  // Modulo 2^32 like the 32-bit original; a region that does not fit gives a wild offset that
-  // the geometry's clamping then contains, rather than signed-overflow UB here.
-  const uint32_t y = image->ulHeight - image->Buffer.Region.ulHeight -
-                     static_cast<uint32_t>(image->Buffer.Region.ptOffset.y);
-  image->Buffer.Region.ptOffset.y = static_cast<int32_t>(y);
-}
-
 }  // namespace
 
 PixelFormatInfo pixel_format_info(uint32_t format) {
@@ -129,11 +120,6 @@ bool compare_format(uint32_t format) { return pixel_format_info(format).compare;
 const uint32_t *known_formats(uint32_t *count) {
   if (count) *count = static_cast<uint32_t>(kFormatCount);
   return kCodes.codes;
-}
-
-void normalise_orientation(DSP_BUFFER *copy) {
-  normalise_side(&copy->In);
-  normalise_side(&copy->Out);
 }
 
 }  // namespace framedsp

@@ -1,6 +1,6 @@
 // Win32 implementation of the platform layer, and the DLL entry point that loads and unloads the
 // library.
-#include "frame/platform.h"
+#include "platform/platform.h"
 
 #ifndef NOMINMAX
 #define NOMINMAX
@@ -13,8 +13,8 @@
 #include <atomic>
 #include <cstring>
 
-#include "frame/handle.h"
-#include "frame/status.h"
+#include "platform/handle.h"
+#include "platform/status.h"
 
 #if defined(_MSC_VER)
 #pragma comment(lib, "advapi32.lib")

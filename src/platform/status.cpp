@@ -1,9 +1,9 @@
-#include "frame/status.h"
+#include "platform/status.h"
 
 #include <cstdio>
 #include <cstring>
 
-#include "frame/platform.h"
+#include "platform/platform.h"
 
 namespace framedsp {
 

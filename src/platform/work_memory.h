@@ -7,10 +7,6 @@
 
 namespace framedsp {
 
-// Bytes per pixel of the format times width, rounded up to a multiple of alignment (> 0).
-size_t line_size(uint32_t format, uint32_t width, uint32_t alignment);
-// Line bytes rounded up to 16, times lines.
-size_t frame_size(uint32_t format, uint32_t width, uint32_t lines);
 // First 16-byte-aligned address at or after p.
 uint8_t *aligned_start(void *p);
 

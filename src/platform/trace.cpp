@@ -1,4 +1,4 @@
-#include "frame/trace.h"
+#include "platform/trace.h"
 
 #include <atomic>
 #include <cstdio>
@@ -9,6 +9,7 @@ namespace framedsp {
 namespace {
 
 std::atomic<int> g_override{-1};
+std::atomic<WorkerHook> g_worker_hook{nullptr};
 
 bool environment_says_on() {
   static const bool on = [] {
@@ -42,5 +43,12 @@ bool refuse(const char *export_name, const char *format, ...) {
 }
 
 void set_trace_override(int mode) { g_override.store(mode < 0 ? -1 : (mode ? 1 : 0)); }
+
+void set_worker_hook(WorkerHook hook) { g_worker_hook.store(hook, std::memory_order_release); }
+
+void worker_entry(const char *worker) {
+  WorkerHook hook = g_worker_hook.load(std::memory_order_acquire);
+  if (hook) hook(worker);
+}
 
 }  // namespace framedsp

@@ -33,14 +33,4 @@ bool compare_format(uint32_t format);      // 0, 1, 5, 21, 25, 28, 30, 261
 // Every code the table knows, in ascending order (for tools and tests).
 const uint32_t *known_formats(uint32_t *count);
 
-// Bottom-up re-measure of the region on a private copy: for each side whose orientation is 1,
-// ptOffset.y = ulHeight - Region.ulHeight - ptOffset.y.
-void normalise_orientation(DSP_BUFFER *copy);
-
-// Diagnostic dump of a buffer record: message box on Windows, stderr elsewhere.  Developer aid;
-// no operation calls it.  format_buffer_dump writes the text (returns its length, truncating to
-// size - 1 like snprintf).
-int format_buffer_dump(const DSP_BUFFER *buffer, const char *title, char *out, int size);
-void dump_buffer(const DSP_BUFFER *buffer, const char *title);
-
 }  // namespace framedsp

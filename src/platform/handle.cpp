@@ -1,6 +1,6 @@
-#include "frame/handle.h"
+#include "platform/handle.h"
 
-#include "frame/platform.h"
+#include "platform/platform.h"
 
 #if defined(_MSC_VER)
 #include <intrin.h>

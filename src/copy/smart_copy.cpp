@@ -1,14 +1,15 @@
-#include "lines/smart_copy.h"
+#include "copy/smart_copy.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "frame/buffer_rules.h"
-#include "frame/cpu.h"
-#include "frame/guard.h"
-#include "frame/pixel_format.h"
-#include "frame/work_memory.h"
-#include "lines/color_kernels.h"
+#include "lines/buffer_rules.h"
+#include "platform/cpu.h"
+#include "platform/trace.h"
+#include "lines/buffer_record.h"
+#include "lines/pixel_format.h"
+#include "platform/work_memory.h"
+#include "copy/color_kernels.h"
 #include "lines/lctrl.h"
 
 namespace framedsp {

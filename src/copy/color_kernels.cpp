@@ -1,6 +1,6 @@
-#include "lines/color_kernels.h"
+#include "copy/color_kernels.h"
 
-#include "frame/cpu.h"
+#include "platform/cpu.h"
 #include "framedsp/framedsp.h"
 
 namespace framedsp {

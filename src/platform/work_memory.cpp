@@ -1,9 +1,8 @@
-#include "frame/work_memory.h"
+#include "platform/work_memory.h"
 
 #include <atomic>
 
-#include "frame/pixel_format.h"
-#include "frame/platform.h"
+#include "platform/platform.h"
 
 namespace framedsp {
 
@@ -25,17 +24,6 @@ bool injected_failure() {
 }
 
 }  // namespace
-
-size_t line_size(uint32_t format, uint32_t width, uint32_t alignment) {
-  // A zero alignment is a caller error; it is taken as 1 (no rounding) rather than dividing by 0.
-  const uint64_t align = alignment ? alignment : 1;
-  const uint64_t bytes = uint64_t{bytes_per_pixel(format)} * width;  // < 2^35: no overflow
-  return static_cast<size_t>((bytes + align - 1) / align * align);
-}
-
-size_t frame_size(uint32_t format, uint32_t width, uint32_t lines) {
-  return line_size(format, width, 16) * lines;
-}
 
 uint8_t *aligned_start(void *p) {
   const uintptr_t address = reinterpret_cast<uintptr_t>(p);
