@@ -296,7 +296,7 @@ TEST(FirKernels, FlatLineKeepsRowGain) {
       int sum = 0;
       for (int i = 0; i < n; ++i) sum += c[i].lane[0];
       std::vector<uint8_t> src(200, 255), out(200);
-      t.simd.horz[6 * 7 + framedsp::fir_tap_index(n)](src.data(), out.data(), 200, c, 0, 8);
+      t.simd.horz[6 * 7 + framedsp::fir_table_index(n)](src.data(), out.data(), 200, c, 0, 8);
       const int want = std::min(255, (255 * sum + 256) >> 9);
       for (int i = 0; i < 200; ++i) ASSERT_EQ(want, out[i]) << n << " taps cut " << cut;
     }
@@ -313,16 +313,6 @@ TEST(FirKernels, SimdEntriesPresent) {
     EXPECT_NE(t.c.vert[v], t.simd.vert[v]);
     EXPECT_NE(t.c.vert16[v], t.simd.vert16[v]);
   }
-}
-
-TEST(FirKernels, LayoutClassAndTapIndex) {
-  const uint32_t formats[] = {21, 24, 25, 17, 1, 0, 261, 22, 31, 23, 129, 262};
-  for (int i = 0; i < 12; ++i) EXPECT_EQ(i, framedsp::fir_layout_class(formats[i]));
-  EXPECT_EQ(0, framedsp::fir_layout_class(999));
-  EXPECT_EQ(0, framedsp::fir_tap_index(4));
-  EXPECT_EQ(5, framedsp::fir_tap_index(14));
-  EXPECT_EQ(6, framedsp::fir_tap_index(15));
-  EXPECT_EQ(-1, framedsp::fir_tap_index(2));
 }
 
 }  // namespace

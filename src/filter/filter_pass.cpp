@@ -146,8 +146,7 @@ HRESULT filter_through_temp(const DSP_BUFFER &buffer, const FilterPlan &plan) {
 
 HRESULT filter_run(const DSP_BUFFER &buffer, const FilterPlan &plan, uint32_t options) {
   const uint32_t out_format = buffer.Out.ePixelFormat;
-  if ((options & DSP_FILTER_OPTION_TEMP_FRAME) && !is_two_plane(out_format) &&
-      out_format != DSP_PIXEL_FORMAT_BGR24) {
+  if ((options & DSP_FILTER_OPTION_TEMP_FRAME) && staged_format(out_format)) {
     return filter_through_temp(buffer, plan);
   }
   DSP_BUFFER copy = buffer;

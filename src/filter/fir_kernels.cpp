@@ -1,30 +1,10 @@
 #include "filter/fir_kernels.h"
 
 #include "platform/cpu.h"
-#include "framedsp/framedsp.h"
 
 namespace framedsp {
 
 using namespace fir_detail;
-
-int fir_layout_class(uint32_t format) {
-  switch (format) {
-    case 24: return 1;
-    case 25: return 2;
-    case 17: return 3;
-    case 1: return 4;
-    case 0: return 5;
-    case 261: return 6;
-    case 22: return 7;
-    case 31: return 8;
-    case 23: return 9;
-    case 129: return 10;
-    case 262: return 11;
-    default: return 0;  // 21 and every code without a layout of its own
-  }
-}
-
-int fir_tap_index(uint32_t taps) { return fir_table_index(taps); }
 
 int fir_class_margin(int layout_class) {
   return layout_class >= 0 && layout_class < kFirClassCount ? kMargin[layout_class] : 0;

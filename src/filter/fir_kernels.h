@@ -102,10 +102,6 @@ struct FirSubKernelTable {
 // Scalar kernels, then what `cpu_flags` allows on this build.
 void fir_sub_table_init(FirSubKernelTable *table, uint32_t cpu_flags);
 
-// Layout class of a pixel format (table above; unknown formats: 0).
-int fir_layout_class(uint32_t format);
-// 0 for 3 or 4 taps ... 6 for 15; -1 outside 3..15.
-int fir_tap_index(uint32_t taps);
 int fir_class_margin(int layout_class);
 // Distance of byte `offset` of a line of the class; 0 for a copied byte.
 int fir_byte_distance(int layout_class, size_t offset);

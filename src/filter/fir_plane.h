@@ -12,6 +12,7 @@
 #include "platform/status.h"
 #include "platform/work_memory.h"
 #include "lines/lctrl.h"
+#include "lines/pixel_format.h"
 
 namespace framedsp {
 
@@ -55,9 +56,9 @@ HRESULT fir_plane_walk(const DSP_BUFFER &buffer, const FirTap *horz, int horz_ta
                        Vertical &&vertical) {
   FirKernelTable table;
   fir_table_init(&table, cpu_flags());
-  const int cls = fir_layout_class(buffer.In.ePixelFormat);
+  const uint32_t cls = format_class(buffer.In.ePixelFormat);
   const FirHorzKernel hk =
-      horz ? table.horz[kFirTableCount * cls + fir_tap_index(static_cast<uint32_t>(horz_taps))] : nullptr;
+      horz ? table.horz[kFirTableCount * cls + fir_table_index(static_cast<uint32_t>(horz_taps))] : nullptr;
 
   LCtrl c;
   lctrl_fill(buffer, &c);

@@ -10,7 +10,7 @@ HRESULT subpixel_fir_plane(const DSP_BUFFER &buffer, const FirTap *horz, int hor
   FirSubKernelTable sub;
   fir_sub_table_init(&sub, cpu_flags());
   // Byte kernels for every class, as the whole-pixel filter does.
-  const FirSubVertKernel vk = vert ? sub.vert[fir_tap_index(static_cast<uint32_t>(vert_taps))] : nullptr;
+  const FirSubVertKernel vk = vert ? sub.vert[fir_table_index(static_cast<uint32_t>(vert_taps))] : nullptr;
   return fir_plane_walk(buffer, horz, horz_taps, vk != nullptr,
                         [&](const uint8_t *src, const FirSourceRow &s, uint8_t *line, size_t bytes) {
                           const uint8_t *row0 = src - s.row * s.stride;  // picture row 0, same column

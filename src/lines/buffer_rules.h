@@ -66,12 +66,8 @@ inline bool interlace_pair_passes(const char *export_name, const DSP_IMAGE &in, 
 }
 
 inline const char *even_width_reason(uint32_t format) {
-  switch (format) {
-    case 21: case 22: case 24: case 25: case 28: case 29: case 30:
-      return "4:2:2 formats need even widths";
-    default:
-      return "only formats 0, 1, 5 and 27 take odd widths";
-  }
+  return pixel_group(format) == 2 ? "4:2:2 formats need even widths"
+                                  : "only formats 0, 1, 5 and 27 take odd widths";
 }
 
 // Subsampled formats only (the caller skips full-chroma ones): every width even.

@@ -29,12 +29,13 @@ void clip_lines(const DSP_IMAGE &image, int32_t *top, int32_t *height) {
   *height = static_cast<int32_t>(h);
 }
 
-// Left edge and width in pixels, clipped to the stride in pixels (when known) and to column 0.
-void clip_columns(const DSP_IMAGE &image, int32_t stride_pixels, bool known, bool even,
+// Left edge and width in pixels, rounded down to whole groups (1 or 2 pixels), clipped to the
+// stride in pixels (when known) and to column 0.
+void clip_columns(const DSP_IMAGE &image, int32_t stride_pixels, bool known, uint32_t group,
                   int32_t *left, int32_t *width) {
   int64_t x = image.Buffer.Region.ptOffset.x;
   int64_t w = image.Buffer.Region.ulWidth;
-  if (even) {
+  if (group == 2) {
     x &= ~int64_t{1};
     w &= ~int64_t{1};
   }
@@ -224,20 +225,18 @@ void fill_vertical(const DSP_BUFFER &b, LCtrl *c) {
   }
 }
 
-void fill_horizontal(const DSP_BUFFER &b, LCtrl *c) {
-  const int32_t bpp = as_int(bytes_per_pixel(b.In.ePixelFormat));
+void fill_horizontal(const DSP_BUFFER &b, const LineLayout &layout, LCtrl *c) {
+  const int32_t bpp = static_cast<int32_t>(layout.bytes_per_pixel);
   const int32_t si = as_int(b.In.ulPrimaryStrideBytes);
   const int32_t so = as_int(b.Out.ulPrimaryStrideBytes);
   if (bpp != 0) {
     c->src_stride_pixels = si / bpp;
     c->dst_stride_pixels = so / bpp;
   }
-  // 4:2:2 pixel pairs share their chroma: a region may not start or end inside a pair.
-  const bool even = b.In.ePixelFormat == DSP_PIXEL_FORMAT_UYVY || b.In.ePixelFormat == DSP_PIXEL_FORMAT_YUYV;
   int32_t src_left = 0;
   int32_t dst_left = 0;
-  clip_columns(b.In, c->src_stride_pixels, bpp != 0, even, &src_left, &c->src_columns);
-  clip_columns(b.Out, c->dst_stride_pixels, bpp != 0, even, &dst_left, &c->dst_columns);
+  clip_columns(b.In, c->src_stride_pixels, bpp != 0, layout.group, &src_left, &c->src_columns);
+  clip_columns(b.Out, c->dst_stride_pixels, bpp != 0, layout.group, &dst_left, &c->dst_columns);
   c->src_width = c->src_columns * bpp;
   c->dst_width = c->dst_columns * bpp;
   c->src_column_start = src_left * bpp;
@@ -351,13 +350,17 @@ uint8_t *to_ptr(intptr_t v) { return reinterpret_cast<uint8_t *>(v); }
 }  // namespace
 
 void lctrl_fill(const DSP_BUFFER &buffer, LCtrl *c) {
+  lctrl_fill(buffer, copy_layout(buffer.In.ePixelFormat), c);
+}
+
+void lctrl_fill(const DSP_BUFFER &buffer, const LineLayout &layout, LCtrl *c) {
   std::memset(c, 0, sizeof *c);
   c->src_image_height = as_int(buffer.In.ulHeight);
   c->dst_image_height = as_int(buffer.Out.ulHeight);
   clip_lines(buffer.In, &c->src_line_start, &c->src_height);
   clip_lines(buffer.Out, &c->dst_line_start, &c->dst_height);
   fill_vertical(buffer, c);
-  fill_horizontal(buffer, c);
+  fill_horizontal(buffer, layout, c);
   fill_band(buffer, c);
   c->single_field_frames =
       (buffer.ulFlags & (DSP_BUFFER_PROCESS_FIELDA | DSP_BUFFER_PROCESS_FIELDB)) != 0 &&

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "framedsp/framedsp.h"
+#include "lines/pixel_format.h"
 
 namespace framedsp {
 
@@ -80,7 +81,10 @@ struct LCtrl {
 // re-measure of a bottom-up side is normalise_orientation()'s, and nothing here repeats it.
 // A bottom-up region that reaches past the picture's bottom (negative re-measured top) is cut at
 // memory line 0, which keeps its picture-top line where it was.
+// Columns are counted in the pixels of `layout` (the copy's layout of the input format by
+// default): region edges and widths round down to its groups.
 void lctrl_fill(const DSP_BUFFER &buffer, LCtrl *c);
+void lctrl_fill(const DSP_BUFFER &buffer, const LineLayout &layout, LCtrl *c);
 
 // Line addresses, limits, orientation signs, dominance adjustment and alignment split of run
 // `run` (0 or 1).  A bottom-up side starts at its region's last memory line (the picture's top

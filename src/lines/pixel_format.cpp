@@ -6,58 +6,108 @@ namespace framedsp {
 
 namespace {
 
-constexpr bool kFull = true;   // full horizontal chroma: any width
-constexpr bool kSub = false;   // subsampled chroma: even widths
-constexpr bool kYes = true;
-constexpr bool kNo = false;
+constexpr bool kFull = true;  // full horizontal chroma: any width
+constexpr bool kSub = false;  // subsampled chroma: even widths
 
-// One plane: the split gives the format itself.
-constexpr PixelFormatInfo one(uint32_t code, uint8_t bytes, bool full, uint8_t cls, bool copy,
-                              bool compare) {
-  return PixelFormatInfo{code, bytes, full, false, code, code, cls, copy, compare};
+// The operations that take a format.
+enum Ops : uint8_t {
+  kNone = 0,
+  kCopy = 1 << 0,     // copy and filters
+  kCompare = 1 << 1,
+  kScale = 1 << 2,    // the scaler's general and filtered paths
+  kFixed = 1 << 3,    // the scaler's fixed-ratio paths, at halving and doubling
+  kAnyRatio = 1 << 4  // ... and at every other fixed ratio
+};
+constexpr uint8_t kCopyScale = kCopy | kScale;
+constexpr uint8_t kAll = kCopy | kCompare | kScale | kFixed | kAnyRatio;
+
+// One plane: the split gives the format itself, and the scaler addresses it as the table does.
+constexpr PixelFormatInfo one(uint32_t code, uint8_t bytes, bool full, uint8_t cls, uint8_t group,
+                              uint8_t ops) {
+  return PixelFormatInfo{code,
+                         bytes,
+                         full,
+                         false,
+                         code,
+                         code,
+                         cls,
+                         (ops & kCopy) != 0,
+                         (ops & kCompare) != 0,
+                         (ops & kScale) != 0,
+                         (ops & kFixed) != 0,
+                         (ops & kAnyRatio) != 0,
+                         true,
+                         group,
+                         1,
+                         bytes,
+                         cls};
 }
 
 // Two planes: the main picture, then a plane in the second format in the same memory.  These
 // are not addressable per pixel as a whole (0 bytes) and their class is 0; the passes use the
-// classes of the split formats.
-constexpr PixelFormatInfo two(uint32_t code, bool full, uint32_t main, uint32_t plane, bool copy,
-                              bool compare) {
-  return PixelFormatInfo{code, 0, full, true, main, plane, 0, copy, compare};
+// layouts of the split formats.  The group is the main picture's.
+constexpr PixelFormatInfo two(uint32_t code, bool full, uint32_t main, uint32_t plane, uint8_t group,
+                              uint8_t ops) {
+  PixelFormatInfo info = one(code, 0, full, 0, group, ops);
+  info.two_plane = true;
+  info.staged = false;
+  info.main_format = main;
+  info.plane_format = plane;
+  return info;
+}
+
+// A format that never passes through an intermediate frame.
+constexpr PixelFormatInfo direct(PixelFormatInfo info) {
+  info.staged = false;
+  return info;
+}
+
+// The 8-bit 4:2:2 lines whose pixel pairs the copy and the filters keep together.
+constexpr PixelFormatInfo pairs(PixelFormatInfo info) {
+  info.copy_group = 2;
+  return info;
+}
+
+// A line the scaler addresses differently from the table's bytes per pixel and class.
+constexpr PixelFormatInfo scaled_as(PixelFormatInfo info, uint8_t bytes, uint8_t cls) {
+  info.scale_bytes = bytes;
+  info.scale_class = cls;
+  return info;
 }
 
 // Ascending by code; every number the library knows.
 constexpr PixelFormatInfo kFormats[] = {
-    one(0, 4, kFull, 5, kYes, kYes),
-    one(1, 3, kFull, 4, kYes, kYes),
-    one(2, 2, kSub, 0, kNo, kNo),
-    one(3, 2, kSub, 0, kNo, kNo),
-    one(4, 2, kSub, 0, kNo, kNo),
-    two(5, kFull, 1, 261, kYes, kYes),
-    one(16, 2, kSub, 0, kNo, kNo),
-    one(17, 4, kSub, 3, kNo, kNo),
-    one(18, 1, kSub, 0, kNo, kNo),
-    one(21, 2, kSub, 0, kYes, kYes),
-    one(22, 4, kSub, 7, kYes, kNo),
-    one(23, 6, kSub, 9, kYes, kNo),
-    one(24, 2, kSub, 1, kYes, kNo),
-    one(25, 2, kSub, 2, kYes, kYes),
-    two(27, kFull, 23, 262, kNo, kNo),
-    two(28, kSub, 21, 261, kYes, kYes),
-    two(29, kSub, 22, 262, kNo, kNo),
-    two(30, kSub, 25, 261, kYes, kYes),
-    one(31, 0, kSub, 8, kYes, kNo),
-    one(64, 2, kSub, 0, kNo, kNo),
-    one(128, 8, kSub, 0, kNo, kNo),
-    one(129, 8, kSub, 10, kYes, kNo),
-    one(132, 4, kSub, 0, kNo, kNo),
-    one(258, 4, kSub, 0, kNo, kNo),
-    one(259, 2, kSub, 0, kNo, kNo),
-    one(260, 2, kSub, 0, kNo, kNo),
-    one(261, 1, kSub, 6, kYes, kYes),
-    one(262, 0, kSub, 11, kYes, kNo),
-    one(263, 0, kSub, 0, kNo, kNo),
-    one(512, 1, kSub, 0, kNo, kNo),
-    one(513, 2, kSub, 0, kNo, kNo),
+    one(0, 4, kFull, 5, 1, kAll),
+    direct(one(1, 3, kFull, 4, 1, kAll)),
+    one(2, 2, kSub, 0, 1, kNone),
+    one(3, 2, kSub, 0, 1, kNone),
+    one(4, 2, kSub, 0, 1, kNone),
+    two(5, kFull, 1, 261, 1, kAll),
+    one(16, 2, kSub, 0, 1, kNone),
+    one(17, 4, kSub, 3, 1, kNone),
+    one(18, 1, kSub, 0, 1, kNone),
+    pairs(one(21, 2, kSub, 0, 2, kAll)),
+    one(22, 4, kSub, 7, 2, kCopyScale),
+    one(23, 6, kSub, 9, 1, kCopyScale),
+    one(24, 2, kSub, 1, 2, kCopyScale),
+    pairs(one(25, 2, kSub, 2, 2, kAll)),
+    two(27, kFull, 23, 262, 1, kNone),
+    two(28, kSub, 21, 261, 2, kAll),
+    two(29, kSub, 22, 262, 2, kNone),
+    two(30, kSub, 25, 261, 2, kAll),
+    scaled_as(one(31, 0, kSub, 8, 2, kCopyScale), 4, 8),
+    one(64, 2, kSub, 0, 1, kNone),
+    one(128, 8, kSub, 0, 1, kNone),
+    one(129, 8, kSub, 10, 1, kCopyScale),
+    one(132, 4, kSub, 0, 1, kNone),
+    one(258, 4, kSub, 0, 1, kNone),
+    one(259, 2, kSub, 0, 1, kNone),
+    one(260, 2, kSub, 0, 1, kNone),
+    one(261, 1, kSub, 6, 1, kAll),
+    scaled_as(one(262, 0, kSub, 11, 1, kCopyScale), 2, 11),
+    scaled_as(one(263, 0, kSub, 0, 1, kScale | kFixed), 1, 6),
+    one(512, 1, kSub, 0, 1, kNone),
+    one(513, 2, kSub, 0, 1, kNone),
 };
 constexpr size_t kFormatCount = sizeof kFormats / sizeof kFormats[0];
 
@@ -96,7 +146,7 @@ const PixelFormatInfo *find(uint32_t format) {
 
 PixelFormatInfo pixel_format_info(uint32_t format) {
   if (const PixelFormatInfo *info = find(format)) return *info;
-  return PixelFormatInfo{format, 0, false, false, format, format, 0, false, false};
+  return one(format, 0, kSub, 0, 1, kNone);
 }
 
 uint32_t bytes_per_pixel(uint32_t format) { return pixel_format_info(format).bytes_per_pixel; }
@@ -116,6 +166,24 @@ uint32_t format_class(uint32_t format) { return pixel_format_info(format).format
 bool copy_filter_format(uint32_t format) { return pixel_format_info(format).copy_filter; }
 
 bool compare_format(uint32_t format) { return pixel_format_info(format).compare; }
+
+bool scale_format(uint32_t format) { return pixel_format_info(format).scale; }
+
+bool fixed_ratio_format(uint32_t format) { return pixel_format_info(format).fixed_ratio; }
+
+uint32_t pixel_group(uint32_t format) { return pixel_format_info(format).group; }
+
+bool staged_format(uint32_t format) { return pixel_format_info(format).staged; }
+
+LineLayout copy_layout(uint32_t format) {
+  const PixelFormatInfo info = pixel_format_info(format);
+  return LineLayout{info.bytes_per_pixel, info.copy_group, info.format_class};
+}
+
+LineLayout scale_layout(uint32_t format) {
+  const PixelFormatInfo info = pixel_format_info(format);
+  return LineLayout{info.scale_bytes, info.group, info.scale_class};
+}
 
 const uint32_t *known_formats(uint32_t *count) {
   if (count) *count = static_cast<uint32_t>(kFormatCount);

@@ -19,19 +19,12 @@ namespace {
 
 constexpr uint32_t kFieldSelect = DSP_BUFFER_PROCESS_FIELDA | DSP_BUFFER_PROCESS_FIELDB;
 
-bool fast_format(uint32_t f) {
-  switch (f) {
-    case 0: case 1: case 5: case 21: case 25: case 28: case 30: case 261: case 263: return true;
-    default: return false;
-  }
-}
-
 // Shared part of the two eligibility rules: formats, buffer types, interlace and fields.
 bool common_eligible(const DSP_BUFFER &b) {
   // A record without memory is not eligible: the general path refuses it (E_INVALIDARG).
   if (!b.In.Buffer.pBuffer || !b.Out.Buffer.pBuffer) return false;
   const uint32_t f = b.In.ePixelFormat;
-  if (!fast_format(f) || b.Out.ePixelFormat != f) return false;
+  if (!fixed_ratio_format(f) || b.Out.ePixelFormat != f) return false;
   if (b.In.Buffer.eBufferType != DSP_BUFFER_TYPE_FRAME ||
       b.Out.Buffer.eBufferType != DSP_BUFFER_TYPE_FRAME) return false;
   const uint32_t il = b.In.eInterlace;
@@ -40,13 +33,6 @@ bool common_eligible(const DSP_BUFFER &b) {
   }
   if (b.ulFlags & kFieldSelect) return il == DSP_INTERLACE_INTERLEAVED;
   return il != 0 && b.Out.eInterlace != 0;
-}
-
-uint32_t pixel_group(uint32_t f) {
-  switch (f) {
-    case 21: case 24: case 25: case 28: case 30: case 32: case 33: case 34: return 2;
-    default: return 1;
-  }
 }
 
 // Source line of output line k of a run, in the run's own lines (0 = the run's first line).
@@ -84,12 +70,9 @@ int64_t clamp_in_field(int64_t line, int64_t height, int64_t step) {
 
 // Scales one plane (formats already set to the plane's) with the job's kernel.
 void run_plane(const DSP_BUFFER &plane, const PlaneJob &job) {
-  DSP_BUFFER b = plane;
-  // 263 is an 8-bit plane: its line geometry is that of 261 (one byte a pixel).
-  if (b.In.ePixelFormat == 263) b.In.ePixelFormat = 261;
-  if (b.Out.ePixelFormat == 263) b.Out.ePixelFormat = 261;
+  const DSP_BUFFER &b = plane;
   LCtrl c;
-  lctrl_fill(b, &c);
+  lctrl_fill(b, scale_layout(b.In.ePixelFormat), &c);
   if (c.src_width <= 0 || c.dst_width <= 0 || c.src_height <= 0) return;
   uint64_t out_bytes = static_cast<uint64_t>(c.dst_width);
   const uint64_t from_source = static_cast<uint64_t>(c.src_width) * job.num / job.den;
@@ -215,8 +198,8 @@ HRESULT integer_ratio_scale(const FastPathCall &call) {
   fixed_ratio_table_init(&table, cpu_flags());
   const bool quarter_or_quad = ratio == kRatioQuarter || ratio == kRatioQuadruple;
   return run_planes(b, [&](uint32_t format, PlaneJob *job) -> HRESULT {
-    const int slot = fixed_format_slot(format);
-    if (slot < 0 || (quarter_or_quad && format == 263)) return kInvalidArg;
+    const int slot = fixed_ratio_slot(scale_layout(format).layout_class);
+    if (slot < 0 || (quarter_or_quad && !pixel_format_info(format).any_ratio)) return kInvalidArg;
     job->kernel = table.ratio[ratio][slot];
     job->rule = rule;
     job->two_lines = ratio == kRatioHalfLinear;
@@ -265,9 +248,8 @@ HRESULT hd_width_scale(const FastPathCall &call) {
   FixedRatioTable table;
   fixed_ratio_table_init(&table, cpu_flags());
   return run_planes(b, [&](uint32_t format, PlaneJob *job) -> HRESULT {
-    if (format == 263) return kInvalidArg;
-    const int slot = fixed_format_slot(format);
-    if (slot < 0) return kInvalidArg;
+    const int slot = fixed_ratio_slot(scale_layout(format).layout_class);
+    if (slot < 0 || !pixel_format_info(format).any_ratio) return kInvalidArg;
     job->kernel = table.hd[ratio][slot];
     job->rule = VerticalRule::kNearest;
     job->two_lines = false;

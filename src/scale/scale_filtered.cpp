@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "filter/fir_kernels.h"
+#include "lines/pixel_format.h"
 #include "platform/cpu.h"
 #include "platform/work_memory.h"
 #include "scale/scale_kernels.h"
@@ -58,14 +59,14 @@ HRESULT scale_then_filter(const DSP_BUFFER &b, uint32_t flags, const ScaleFirRow
   FirKernelTable table;
   fir_table_init(&table, cpu_flags());
   FilterBack f{nullptr, nullptr, &rows, nullptr, nullptr};
-  // Format 263 is one byte a sample to the scaler, and so to its filter: 261's layout.
-  const uint32_t layout = out.ePixelFormat == DSP_PIXEL_FORMAT_MIPMAP ? DSP_PIXEL_FORMAT_KEY8 : out.ePixelFormat;
+  // The lines are filtered as the scaler lays them out.
+  const LineLayout layout = scale_layout(out.ePixelFormat);
   if (rows.horz) {
-    f.horz = table.horz[kFirTableCount * fir_layout_class(layout) +
-                        fir_tap_index(static_cast<uint32_t>(rows.horz_taps))];
+    f.horz = table.horz[kFirTableCount * layout.layout_class +
+                        fir_table_index(static_cast<uint32_t>(rows.horz_taps))];
   }
-  if (rows.vert) f.vert = table.vert[fir_tap_index(static_cast<uint32_t>(rows.vert_taps))];
-  const uint64_t line = uint64_t{scale_bytes_per_pixel(out.ePixelFormat)} * out.Buffer.Region.ulWidth;
+  if (rows.vert) f.vert = table.vert[fir_table_index(static_cast<uint32_t>(rows.vert_taps))];
+  const uint64_t line = uint64_t{layout.bytes_per_pixel} * out.Buffer.Region.ulWidth;
   WorkLine first, second;
   if (line != 0 && (!first.allocate(static_cast<size_t>(line)) || !second.allocate(static_cast<size_t>(line)))) {
     return kOutOfMemory;

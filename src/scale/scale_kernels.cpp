@@ -131,9 +131,9 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
   LCtrl c;
   lctrl_fill(b, &c);
 
-  const uint32_t format = b.In.ePixelFormat;
-  const uint32_t bpp = scale_bytes_per_pixel(format);
-  const uint32_t group = scale_group_pixels(format);
+  const LineLayout layout = scale_layout(b.In.ePixelFormat);
+  const uint32_t bpp = layout.bytes_per_pixel;
+  const uint32_t group = layout.group;
   int32_t src_left = 0, src_cols = 0, dst_left = 0, dst_cols = 0;
   clip_columns(b.In, bpp, group, &src_left, &src_cols);
   clip_columns(b.Out, bpp, group, &dst_left, &dst_cols);
@@ -143,7 +143,7 @@ HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
 
   ScaleLineTable lines;
   scale_line_table_init(&lines, cpu_flags());
-  const uint32_t cls = scale_format_class(format);
+  const uint32_t cls = layout.layout_class;
   const ScaleResampler resample = kLinear ? lines.linear[cls] : lines.nearest[cls];
   const ScalePlannedResampler planned = kLinear ? lines.planned_linear[cls] : lines.planned_nearest[cls];
   const ScalePlannedLinearPair pair = kLinear && planned ? lines.planned_linear_pair[cls] : nullptr;
@@ -371,8 +371,9 @@ const ScaleFrameKernel *scale_color_kernels() { return kColor; }
 void scale_walk_back(const DSP_IMAGE &from, const DSP_BUFFER &to, ScaleBackFn fn, void *context) {
   LCtrl c;
   lctrl_fill(to, &c);
-  const uint32_t bpp = scale_bytes_per_pixel(to.Out.ePixelFormat);
-  const uint32_t group = scale_group_pixels(to.Out.ePixelFormat);
+  const LineLayout layout = scale_layout(to.Out.ePixelFormat);
+  const uint32_t bpp = layout.bytes_per_pixel;
+  const uint32_t group = layout.group;
   int32_t left = 0, cols = 0;
   clip_columns(to.Out, bpp, group, &left, &cols);
   const size_t bytes = std::min<size_t>(size_t(cols) * bpp, from.ulPrimaryStrideBytes);
@@ -404,7 +405,7 @@ void scale_walk_back(const DSP_IMAGE &from, const DSP_BUFFER &to, ScaleBackFn fn
 HRESULT scale_private_image(const DSP_IMAGE &out, uint64_t max_bytes, WorkBlock *block, DSP_IMAGE *image) {
   const uint32_t width = out.Buffer.Region.ulWidth;
   const uint32_t height = out.Buffer.Region.ulHeight;
-  const uint64_t line = uint64_t{scale_bytes_per_pixel(out.ePixelFormat)} * width;
+  const uint64_t line = uint64_t{scale_layout(out.ePixelFormat).bytes_per_pixel} * width;
   const uint64_t stride = (line + 15) & ~uint64_t{15};
   if (stride > 0x7FFFFFF0u) return kOutOfMemory;
   const uint64_t bytes = stride * height;

@@ -352,36 +352,6 @@ bool scale_color_coefficients(uint32_t in_space, uint32_t out_space, ScaleColorC
   return true;
 }
 
-uint32_t scale_bytes_per_pixel(uint32_t format) {
-  switch (format) {
-    case 262:
-      return 2;
-    case 263:
-      return 1;
-    case 31:
-      return 4;
-    default:
-      return bytes_per_pixel(format);
-  }
-}
-
-uint32_t scale_format_class(uint32_t format) {
-  return format == DSP_PIXEL_FORMAT_MIPMAP ? 6u : format_class(format);
-}
-
-uint32_t scale_group_pixels(uint32_t format) {
-  switch (scale_format_class(format)) {
-    case 0:
-    case 1:
-    case 2:
-    case 7:
-    case 8:
-      return 2;
-    default:
-      return 1;
-  }
-}
-
 void scale_line_table_init(ScaleLineTable *t, uint32_t cpu_flags) {
   t->nearest[0] = resample_422<1, 3, 0, 2, false>;
   t->linear[0] = resample_422<1, 3, 0, 2, true>;

@@ -166,15 +166,6 @@ void scale_planned_linear_bytes_c(const uint8_t *src, uint8_t *dst, const ScaleL
 void scale_blend_c(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weight_b,
                    uint32_t weight_a, size_t bytes);
 
-// Bytes per pixel as the scaler addresses a line (the format table's value, and 2, 4 and 1 for
-// formats 262, 31 and 263, which the table leaves unaddressable); 0 for formats it cannot scale.
-uint32_t scale_bytes_per_pixel(uint32_t format);
-// The resampler class of a format: the shared class, except that 263, the mip-map pyramid's
-// 8-bit plane, is resampled one byte a sample like 261 (the fixed-ratio kernels agree).
-uint32_t scale_format_class(uint32_t format);
-// Pixels per group (2 for 4:2:2 layouts, else 1): region edges and widths round down to it.
-uint32_t scale_group_pixels(uint32_t format);
-
 #if defined(FRAMEDSP_HAVE_X86)
 void scale_lines_init_sse2(ScaleLineTable *table);
 void scale_blend_sse2(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weight_b,

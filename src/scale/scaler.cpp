@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <initializer_list>
 
 #include "lines/buffer_rules.h"
 #include "platform/cpu.h"
@@ -26,13 +25,6 @@ namespace framedsp {
 namespace {
 
 constexpr const char *kExport = "DspScaler";
-
-bool in_list(uint32_t v, std::initializer_list<uint32_t> list) {
-  for (uint32_t x : list) {
-    if (x == v) return true;
-  }
-  return false;
-}
 
 // floor(x + 0.5) of a double, truncated to 32 bits (NaN gives 0).
 uint32_t derived_size(double x) {
@@ -144,7 +136,7 @@ HRESULT scale_geometry(const DSP_SCALER_PARAMS &params, const DSP_BUFFER &caller
 HRESULT scale_validate(const DSP_SCALER_PARAMS &params, const DSP_BUFFER &b) {
   if (params.eFilter > 2) return refuse(kExport, "eFilter %u is not 0, 1 or 2", params.eFilter), kInvalidArg;
   const uint32_t format = b.In.ePixelFormat;
-  if (!in_list(format, {0, 1, 5, 21, 22, 23, 24, 25, 28, 30, 31, 129, 261, 262, 263})) {
+  if (!scale_format(format)) {
     refuse(kExport, "pixel format %u cannot be scaled", format);
     return kInvalidArg;
   }
@@ -156,7 +148,7 @@ HRESULT scale_validate(const DSP_SCALER_PARAMS &params, const DSP_BUFFER &b) {
     refuse(kExport, "a frame with interleaved fields (interlace 0) cannot become a progressive frame");
     return kInvalidArg;
   }
-  if (!in_list(format, {0, 1, 5, 27}) && !integer_widths_even(b.In, b.Out)) {
+  if (!has_full_chroma(format) && !integer_widths_even(b.In, b.Out)) {
     refuse(kExport, "format %u needs even image and region widths (in %u/%u, out %u/%u)", format, b.In.ulWidth,
            b.In.Buffer.Region.ulWidth, b.Out.ulWidth, b.Out.Buffer.Region.ulWidth);
     return kInvalidArg;
@@ -217,7 +209,7 @@ HRESULT scaler_worker(const DSP_SCALER_PARAMS *params, const DSP_BUFFER *buffer,
     move_to_plane(&plane.Out, plane_format);
     return run_kernel(s, plane, params->ulScaleFlags);
   }
-  if ((flags & DSP_SCALER_OPTION_STAGED) && format != DSP_PIXEL_FORMAT_BGR24) {
+  if ((flags & DSP_SCALER_OPTION_STAGED) && staged_format(format)) {
     return run_staged(s.norm, [&](const DSP_BUFFER &stage) { return run_kernel(s, stage, params->ulScaleFlags); });
   }
   return run_kernel(s, s.norm, kernel_flags);
@@ -295,7 +287,7 @@ HRESULT filtered_scaler_worker(const DSP_SCALER_PARAMS *params, FilterSubRecord 
     move_to_plane(&plane.Out, plane_format);
     return run(plane);
   }
-  if ((flags & DSP_SCALER_OPTION_STAGED) && format != DSP_PIXEL_FORMAT_BGR24) return run_staged(s.norm, run);
+  if ((flags & DSP_SCALER_OPTION_STAGED) && staged_format(format)) return run_staged(s.norm, run);
   return run(s.norm);
 }
 
