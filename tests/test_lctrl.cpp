@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "lines/buffer_record.h"
-#include "lines/lctrl.h"
+#include "lines/line_walk.h"
 #include "test_util.h"
 
 using framedsp::LCtrl;

@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <cstring>
 
+#include "copy/color_kernels.h"
+#include "lines/buffer_record.h"
 #include "lines/buffer_rules.h"
+#include "lines/line_walk.h"
+#include "lines/pixel_format.h"
 #include "platform/cpu.h"
 #include "platform/trace.h"
-#include "lines/buffer_record.h"
-#include "lines/pixel_format.h"
 #include "platform/work_memory.h"
-#include "copy/color_kernels.h"
-#include "lines/lctrl.h"
 
 namespace framedsp {
 
@@ -88,17 +88,6 @@ HRESULT run_pass(const DSP_BUFFER &buffer, const ColorKernelTable &kernels) {
   return converts(buffer) ? color_pass(buffer, kernels) : plain_pass(buffer);
 }
 
-void set_formats(DSP_BUFFER *buffer, uint32_t format) {
-  buffer->In.ePixelFormat = buffer->Out.ePixelFormat = format;
-}
-
-// The plane follows the main picture in the same memory, its lines a secondary stride apart.
-void move_to_plane(DSP_IMAGE *image) {
-  image->Buffer.pBuffer = static_cast<uint8_t *>(image->Buffer.pBuffer) +
-                          size_t{image->ulHeight} * image->ulPrimaryStrideBytes;
-  image->ulPrimaryStrideBytes = image->ulSecondaryStrideBytes;
-}
-
 }  // namespace
 
 HRESULT smart_copy(const DSP_BUFFER *buffer) {
@@ -115,17 +104,9 @@ HRESULT smart_copy_unchecked(const DSP_BUFFER *buffer) {
   ColorKernelTable kernels;
   color_table_init(&kernels, cpu_flags());
 
-  const uint32_t format = copy.In.ePixelFormat;
-  if (!is_two_plane(format)) return run_pass(copy, kernels) == kOk ? kOk : kFail;
-
-  uint32_t main_format = format, plane_format = format;
-  split_format(format, &main_format, &plane_format);
-  set_formats(&copy, main_format);
-  if (run_pass(copy, kernels) != kOk) return kFail;
-  move_to_plane(&copy.In);
-  move_to_plane(&copy.Out);
-  set_formats(&copy, plane_format);
-  return run_pass(copy, kernels) == kOk ? kOk : kFail;
+  const HRESULT hr =
+      for_each_plane(copy, [&kernels](const DSP_BUFFER &plane) { return run_pass(plane, kernels); });
+  return hr == kOk ? kOk : kFail;
 }
 
 }  // namespace framedsp

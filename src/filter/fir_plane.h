@@ -8,11 +8,11 @@
 #include <cstring>
 
 #include "filter/fir_kernels.h"
+#include "lines/line_walk.h"
+#include "lines/pixel_format.h"
 #include "platform/cpu.h"
 #include "platform/status.h"
 #include "platform/work_memory.h"
-#include "lines/lctrl.h"
-#include "lines/pixel_format.h"
 
 namespace framedsp {
 
@@ -26,15 +26,13 @@ struct FirSourceRow {
 };
 
 struct FirSourcePlane {
-  const uint8_t *base;
   ptrdiff_t stride;  // primary stride, > 0
   int32_t height;
   bool bottom_up;
   bool halves;       // a frame with field A in the upper half, field B in the lower
   int field_shift;
 
-  FirSourceRow locate(const uint8_t *line) const {
-    const int32_t memory_row = static_cast<int32_t>((line - base) / stride);
+  FirSourceRow locate(int32_t memory_row) const {
     FirSourceRow s{height, bottom_up ? height - 1 - memory_row : memory_row, bottom_up ? -stride : stride,
                    field_shift};
     if (halves) {
@@ -60,14 +58,13 @@ HRESULT fir_plane_walk(const DSP_BUFFER &buffer, const FirTap *horz, int horz_ta
   const FirHorzKernel hk =
       horz ? table.horz[kFirTableCount * cls + fir_table_index(static_cast<uint32_t>(horz_taps))] : nullptr;
 
-  LCtrl c;
-  lctrl_fill(buffer, &c);
+  const LineWalk walk(buffer, copy_layout(buffer.In.ePixelFormat));
+  const LCtrl &c = walk.control();
   const size_t bytes = static_cast<size_t>(std::max(std::min(c.src_width, c.dst_width), 0));
   if (bytes == 0 || (!hk && !has_vertical)) return kOk;
 
   const DSP_IMAGE &in = buffer.In;
-  const FirSourcePlane plane{static_cast<const uint8_t *>(in.Buffer.pBuffer),
-                             static_cast<ptrdiff_t>(in.ulPrimaryStrideBytes),
+  const FirSourcePlane plane{static_cast<ptrdiff_t>(in.ulPrimaryStrideBytes),
                              static_cast<int32_t>(in.ulHeight),
                              in.eImageOrientation == DSP_ORIENTATION_BOTTOM_UP,
                              in.Buffer.eBufferType == DSP_BUFFER_TYPE_FRAME && in.eInterlace == DSP_INTERLACE_SEPARATE,
@@ -79,18 +76,18 @@ HRESULT fir_plane_walk(const DSP_BUFFER &buffer, const FirTap *horz, int horz_ta
   uint8_t *const line1 = first.data();
   uint8_t *const line2 = hk && has_vertical ? second.data() : nullptr;
 
-  lctrl_for_each_line(buffer, &c, [&](const uint8_t *src, uint8_t *dst) {
+  walk.for_each_line([&](const WalkLine &l) {
     const uint8_t *result = line1;
     if (has_vertical) {
-      vertical(src, plane.locate(src), line1, bytes);
+      vertical(l.src, plane.locate(l.src_row), line1, bytes);
       if (hk) {
         hk(line1, line2, bytes, horz, 0, 0);
         result = line2;
       }
     } else {
-      hk(src, line1, bytes, horz, 0, 0);
+      hk(l.src, line1, bytes, horz, 0, 0);
     }
-    std::memmove(dst, result, bytes);
+    std::memmove(l.dst, result, bytes);
   });
   return kOk;
 }
