@@ -41,8 +41,7 @@ void filter_line(void *context, const ScaleBackLine &l) {
   std::memcpy(l.dst, result, l.bytes);
 }
 
-HRESULT scale_then_filter(const DSP_BUFFER &b, uint32_t flags, const ScaleFirRows &rows,
-                          ScaleFrameKernel scale) {
+HRESULT scale_then_filter(const DSP_BUFFER &b, const ScaleFirRows &rows, ScaleFrameKernel scale) {
   if (!scale) return kInvalidArg;
   const DSP_IMAGE &out = b.Out;
   WorkBlock image;  // released by its destructor on every path
@@ -53,7 +52,7 @@ HRESULT scale_then_filter(const DSP_BUFFER &b, uint32_t flags, const ScaleFirRow
   // The vertical taps of a band's lines reach lines of the neighbouring bands: scale them all.
   stage.ulSliceCount = 1;
   stage.ulSliceNumber = 1;
-  const HRESULT hr = scale(&stage, flags);
+  const HRESULT hr = scale(&stage);
   if (hr != kOk) return hr;
 
   FirKernelTable table;
@@ -78,12 +77,12 @@ HRESULT scale_then_filter(const DSP_BUFFER &b, uint32_t flags, const ScaleFirRow
 }
 
 template <int kIndex, bool kColor>
-HRESULT filter_kernel(const DSP_BUFFER *buffer, uint32_t flags, const ScaleFirRows &rows) {
+HRESULT filter_kernel(const DSP_BUFFER *buffer, const ScaleFirRows &rows) {
   const ScaleFrameKernel *scale = kColor ? scale_color_kernels() : scale_plain_kernels();
-  return scale_then_filter(*buffer, flags, rows, scale[kIndex]);
+  return scale_then_filter(*buffer, rows, scale[kIndex]);
 }
 
-HRESULT reserved_kernel(const DSP_BUFFER *, uint32_t, const ScaleFirRows &) { return kNotImpl; }
+HRESULT reserved_kernel(const DSP_BUFFER *, const ScaleFirRows &) { return kNotImpl; }
 
 constexpr ScaleFilterKernel kPlain[9] = {filter_kernel<0, false>, filter_kernel<1, false>, filter_kernel<2, false>,
                                          filter_kernel<3, false>, filter_kernel<4, false>, filter_kernel<5, false>,

@@ -6,101 +6,11 @@
 #include "platform/cpu.h"
 #include "lines/pixel_format.h"
 #include "platform/work_memory.h"
-#include "lines/lctrl.h"
+#include "lines/line_walk.h"
 #include "scale/scale_lines.h"
 
 namespace framedsp {
 namespace {
-
-constexpr uint32_t kFrame = DSP_BUFFER_TYPE_FRAME;
-
-ScaleSideLines all_lines(int32_t h) { return {0, 1, h}; }
-// Frame lines of one parity: p, p + 2, ...
-ScaleSideLines parity_lines(int32_t p, int32_t h) { return {p, 2, std::max((h - p + 1) / 2, 0)}; }
-// Fields one after the other: field p is the upper half (p = 0) or the rest from h / 2 on.
-ScaleSideLines half_lines(int32_t p, int32_t h) { return {p * (h / 2), 1, p ? h - h / 2 : h / 2}; }
-
-ScaleSideLines frame_field(bool halves, int32_t p, int32_t h) {
-  return halves ? half_lines(p, h) : parity_lines(p, h);
-}
-
-// Region line j of a side -> line address, the memory line clamped into the image.
-struct SideAddress {
-  const uint8_t *base;  // pBuffer + column start
-  intptr_t stride;
-  int32_t top;          // region top in memory order
-  int32_t height;       // region height (clipped)
-  int32_t image_height;
-  bool bottom_up;
-
-  uint8_t *line(int32_t j) const {
-    int64_t m = bottom_up ? int64_t{top} + height - 1 - j : int64_t{top} + j;
-    if (m > image_height - 1) m = image_height - 1;
-    if (m < 0) m = 0;
-    return const_cast<uint8_t *>(base) + static_cast<intptr_t>(m) * stride;
-  }
-};
-
-// Left edge and width in pixels: rounded down to whole groups, clipped to column 0 and to the
-// stride.
-void clip_columns(const DSP_IMAGE &image, uint32_t bpp, uint32_t group, int32_t *left, int32_t *width) {
-  int64_t x = image.Buffer.Region.ptOffset.x;
-  int64_t w = image.Buffer.Region.ulWidth;
-  if (group == 2) {
-    x &= ~int64_t{1};
-    w &= ~int64_t{1};
-  }
-  if (x < 0) {
-    w += x;
-    x = 0;
-  }
-  const int64_t stride_pixels = bpp ? image.ulPrimaryStrideBytes / bpp : 0;
-  if (x + w > stride_pixels) w = stride_pixels - x;
-  if (group == 2) w &= ~int64_t{1};
-  if (w < 0) w = 0;
-  // A region starting past the end of its line has no columns; keep its start at the line's end
-  // so that the start in bytes stays within the stride.
-  if (x > stride_pixels) x = stride_pixels;
-  *left = static_cast<int32_t>(x);
-  *width = static_cast<int32_t>(w);
-}
-
-SideAddress side_address(const DSP_IMAGE &image, int32_t top, int32_t height, int32_t column_bytes) {
-  SideAddress s;
-  s.base = static_cast<const uint8_t *>(image.Buffer.pBuffer) + column_bytes;
-  s.stride = static_cast<intptr_t>(image.ulPrimaryStrideBytes);
-  s.top = top;
-  s.height = height;
-  s.image_height = static_cast<int32_t>(image.ulHeight);
-  s.bottom_up = image.eImageOrientation == DSP_ORIENTATION_BOTTOM_UP;
-  return s;
-}
-
-// Band of the output region this call writes, in region lines [lo, hi).
-struct Band {
-  int64_t lo;
-  int64_t hi;
-};
-
-Band band_of(const LCtrl &c) {
-  Band b;
-  b.lo = int64_t{c.band_first_line} << c.progressive_interlace;
-  b.hi = (int64_t{c.band_first_line} + c.band_lines) << c.progressive_interlace;
-  if (c.band_lines <= 0) b.hi = b.lo;
-  return b;
-}
-
-// Run indices [first, end) whose destination line lies inside the band.
-void run_span(const ScaleSideLines &d, const Band &band, int32_t *first, int32_t *end) {
-  auto at_or_above = [&](int64_t line) -> int64_t {
-    const int64_t n = line - d.first;
-    return n <= 0 ? 0 : (n + d.step - 1) / d.step;
-  };
-  const int64_t f = std::min<int64_t>(at_or_above(band.lo), d.count);
-  const int64_t e = std::min<int64_t>(at_or_above(band.hi), d.count);
-  *first = static_cast<int32_t>(f);
-  *end = static_cast<int32_t>(std::max(e, f));
-}
 
 // Two resampled source lines, each kept until another line needs its slot.
 class LineCache {
@@ -124,184 +34,225 @@ class LineCache {
   int32_t id_[2] = {-1, -1};
 };
 
-template <int kMode, bool kLinear, bool kConvert>
-HRESULT frame_kernel(const DSP_BUFFER *buffer, uint32_t flags) {
-  (void)flags;
-  const DSP_BUFFER &b = *buffer;
-  LCtrl c;
-  lctrl_fill(b, &c);
+// Whole groups of pixels: the scaler never splits a pair that shares its chroma.
+int32_t whole_groups(int32_t pixels, uint32_t group) {
+  return group == 2 ? pixels & ~int32_t{1} : pixels;
+}
 
-  const LineLayout layout = scale_layout(b.In.ePixelFormat);
-  const uint32_t bpp = layout.bytes_per_pixel;
-  const uint32_t group = layout.group;
-  int32_t src_left = 0, src_cols = 0, dst_left = 0, dst_cols = 0;
-  clip_columns(b.In, bpp, group, &src_left, &src_cols);
-  clip_columns(b.Out, bpp, group, &dst_left, &dst_cols);
-  const size_t src_bytes = size_t(src_cols) * bpp;
-  const size_t dst_bytes = size_t(dst_cols) * bpp;
-  if (dst_bytes == 0 || c.dst_height <= 0) return kOk;
-
+// What one frame call works with: the line kernels it picked, line sizes and steps, and the
+// pieces of its work memory.
+struct FrameScale {
+  bool linear;
+  bool resampled;  // lines are resampled (else source lines are moved as they are)
+  bool lean;       // nearest without colours: neither cached lines nor tables
+  size_t src_bytes;
+  size_t dst_bytes;
+  uint32_t hstep;
+  uint64_t vstep;
   ScaleLineTable lines;
-  scale_line_table_init(&lines, cpu_flags());
-  const uint32_t cls = layout.layout_class;
-  const ScaleResampler resample = kLinear ? lines.linear[cls] : lines.nearest[cls];
-  const ScalePlannedResampler planned = kLinear ? lines.planned_linear[cls] : lines.planned_nearest[cls];
-  const ScalePlannedLinearPair pair = kLinear && planned ? lines.planned_linear_pair[cls] : nullptr;
+  ScaleResampler resample;
+  ScalePlannedResampler planned;
+  ScalePlannedLinearPair pair;
+  ScaleColorConverter convert;
   ScaleColorCoefficients coefficients;
-  ScaleColorConverter convert = nullptr;
-  if (kConvert && scale_color_coefficients(b.In.eColorSpace, b.Out.eColorSpace, &coefficients)) {
-    convert = lines.convert[cls];
+  ScaleLinePlan line_plan;
+  bool use_plan;  // horizontal positions prepared once for the call
+  uint8_t *line_a;
+  uint8_t *line_b;
+  uint8_t *out;    // the finished line when colours are converted
+  int32_t *index;  // source line of each output line of a run
+  int32_t *fraction;
+};
+
+void pick_kernels(FrameScale *f, const DSP_BUFFER &b, uint32_t cls, bool convert) {
+  scale_line_table_init(&f->lines, cpu_flags());
+  const ScaleLineTable &t = f->lines;
+  f->resample = f->linear ? t.linear[cls] : t.nearest[cls];
+  f->planned = f->linear ? t.planned_linear[cls] : t.planned_nearest[cls];
+  f->pair = f->linear && f->planned ? t.planned_linear_pair[cls] : nullptr;
+  f->convert = nullptr;
+  if (convert && scale_color_coefficients(b.In.eColorSpace, b.Out.eColorSpace, &f->coefficients)) {
+    f->convert = t.convert[cls];
   }
-  // Vertical-only kernels move source lines as they are when the widths agree.
-  const bool resampled = kMode != kScaleModeVertical || src_bytes != dst_bytes;
-  const uint32_t hstep = src_cols > 0 && dst_cols > 0
-                             ? static_cast<uint32_t>(std::min<uint64_t>(
-                                   (uint64_t(src_cols) << kScaleFractionBits) / uint64_t(dst_cols), 0xFFFFFFFFu))
-                             : 0;
+  f->lean = !f->linear && !f->convert;
+}
 
-  const ScalePlan plan = scale_plan(b, c.src_height, c.dst_height);
-  int32_t max_lines = 0;
-  for (int r = 0; r < plan.count; ++r) max_lines = std::max(max_lines, plan.runs[r].dst.count);
-  if (max_lines == 0) return kOk;
-  const uint64_t vstep64 =
-      c.dst_height > 0 ? ((uint64_t(std::max(c.src_height, 0)) << kScaleFractionBits) << plan.src_field_frame) /
-                             (uint64_t(c.dst_height) << plan.dst_field_frame)
-                       : 0;
-  const uint64_t vstep = kMode == kScaleModeHorizontal ? kScaleOne : vstep64;
-
-  // Work memory, one block for the whole call (each block costs a map and an unmap): two
-  // resampled lines when lines are resampled, a finished line when colours are converted, the
-  // source-line and fraction tables and the horizontal plan.  Every piece starts 16-byte aligned
-  // and lines keep 16 bytes of slack.
-  const size_t plan_entries = planned && resampled ? scale_plan_entries(cls, dst_bytes) : 0;
+// Work memory, one block for the whole call (each block costs a map and an unmap): two resampled
+// lines when lines are resampled, a finished line when colours are converted, the source-line
+// and fraction tables and the horizontal plan.  Every piece starts 16-byte aligned and lines
+// keep 16 bytes of slack.
+HRESULT take_work(FrameScale *f, uint32_t cls, int32_t max_lines, WorkBlock *work) {
+  const size_t plan_entries = f->planned && f->resampled ? scale_plan_entries(cls, f->dst_bytes) : 0;
   const uint32_t unit = plan_entries ? scale_plan_unit(cls) : 0;
-  const bool with_blocks = kLinear ? lines.linear_uses_blocks[cls] : lines.nearest_uses_blocks[cls];
+  const bool with_blocks = f->linear ? f->lines.linear_uses_blocks[cls] : f->lines.nearest_uses_blocks[cls];
   const size_t blocks = with_blocks ? plan_entries * unit / 16 : 0;
   auto pad16 = [](size_t n) { return (n + 15) & ~size_t{15}; };
-  // Nearest without a colour conversion needs neither lines nor tables: each output line is
-  // resampled straight from its source line, and a line that repeats its predecessor's source
-  // line copies the finished predecessor.
-  const bool lean = !kLinear && !convert;
-  const size_t line_bytes = pad16(dst_bytes + 16);
-  const size_t table_bytes = lean ? 0 : pad16(size_t(max_lines) * 4);
+  const size_t line_bytes = pad16(f->dst_bytes + 16);
+  const size_t table_bytes = f->lean ? 0 : pad16(size_t(max_lines) * 4);
   const size_t entry_bytes = pad16(plan_entries * sizeof(ScalePlanEntry));
-  const size_t cache_bytes = resampled && !lean ? 2 * line_bytes : 0;
-  const size_t out_bytes = convert ? line_bytes : 0;
-  const size_t fraction_bytes = kLinear ? table_bytes : 0;
+  const size_t cache_bytes = f->resampled && !f->lean ? 2 * line_bytes : 0;
+  const size_t out_bytes = f->convert ? line_bytes : 0;
+  const size_t fraction_bytes = f->linear ? table_bytes : 0;
   const size_t total = cache_bytes + out_bytes + table_bytes + fraction_bytes + entry_bytes +
                        blocks * sizeof(ScaleLineBlock);
-  WorkBlock work;
-  if (total && !work.allocate(total + 16)) return kOutOfMemory;
-  uint8_t *carve = work.aligned();
+  if (total && !work->allocate(total + 16)) return kOutOfMemory;
+  uint8_t *carve = work->aligned();
   auto take = [&carve](size_t bytes) {
     uint8_t *p = bytes ? carve : nullptr;
     carve += bytes;
     return p;
   };
-  uint8_t *const line_a = take(cache_bytes ? line_bytes : 0);
-  uint8_t *const line_b = take(cache_bytes ? line_bytes : 0);
-  uint8_t *const out = take(out_bytes);
-  int32_t *const index = reinterpret_cast<int32_t *>(take(table_bytes));
-  int32_t *const fraction = reinterpret_cast<int32_t *>(take(fraction_bytes));
+  f->line_a = take(cache_bytes ? line_bytes : 0);
+  f->line_b = take(cache_bytes ? line_bytes : 0);
+  f->out = take(out_bytes);
+  f->index = reinterpret_cast<int32_t *>(take(table_bytes));
+  f->fraction = reinterpret_cast<int32_t *>(take(fraction_bytes));
   // Horizontal positions once per call for the 8-bit classes.
   ScalePlanEntry *positions = reinterpret_cast<ScalePlanEntry *>(take(entry_bytes));
   ScaleLineBlock *block_list = reinterpret_cast<ScaleLineBlock *>(take(blocks * sizeof(ScaleLineBlock)));
-  ScaleLinePlan line_plan{};
+  f->line_plan = ScaleLinePlan{};
   if (plan_entries) {
-    scale_plan_build(cls, hstep, src_bytes, dst_bytes, positions);
-    if (blocks) scale_plan_build_blocks(positions, plan_entries, unit, src_bytes, kLinear, block_list);
-    line_plan = {positions, plan_entries, unit, blocks ? block_list : nullptr, blocks};
+    scale_plan_build(cls, f->hstep, f->src_bytes, f->dst_bytes, positions);
+    if (blocks) scale_plan_build_blocks(positions, plan_entries, unit, f->src_bytes, f->linear, block_list);
+    f->line_plan = {positions, plan_entries, unit, blocks ? block_list : nullptr, blocks};
   }
-  LineCache cache(line_a, line_b);
+  f->use_plan = positions && f->src_bytes;
+  return kOk;
+}
 
-  const SideAddress src_side = side_address(b.In, c.src_line_start, c.src_height, src_left * int32_t(bpp));
-  const SideAddress dst_side = side_address(b.Out, c.dst_line_start, c.dst_height, dst_left * int32_t(bpp));
-  const Band band = band_of(c);
+void resample_line(const FrameScale &f, const uint8_t *src, uint8_t *to) {
+  if (f.use_plan) {
+    f.planned(src, to, &f.line_plan);
+  } else {
+    f.resample(src, to, f.hstep, f.src_bytes, f.dst_bytes);
+  }
+}
 
-  for (int r = 0; r < plan.count; ++r) {
-    const ScaleRun &run = plan.runs[r];
-    if (run.src.count <= 0 || run.dst.count <= 0) continue;
-    int32_t first = 0, end = 0;
-    run_span(run.dst, band, &first, &end);
-    const int32_t last = run.src.count - 1;
-    auto source_index = [&](int32_t k) {
-      return static_cast<int32_t>(std::min<uint64_t>((uint64_t(k) * vstep) >> kScaleFractionBits, uint64_t(last)));
-    };
-    auto fill = [&](int32_t i, uint8_t *to) {
-      const uint8_t *src = src_side.line(run.src.first + i * run.src.step);
-      if (positions && src_bytes) {
-        planned(src, to, &line_plan);
-      } else {
-        resample(src, to, hstep, src_bytes, dst_bytes);
-      }
-    };
-    if (lean) {
-      const uint8_t *previous = nullptr;
-      int32_t previous_index = -1;
-      for (int32_t k = first; k < end; ++k) {
-        uint8_t *dst = dst_side.line(run.dst.first + k * run.dst.step);
-        const int32_t i = source_index(k);
-        if (previous && i == previous_index) {
-          std::memmove(dst, previous, dst_bytes);
-        } else if (!resampled) {
-          std::memmove(dst, src_side.line(run.src.first + i * run.src.step), dst_bytes);
-        } else {
-          fill(i, dst);
-        }
-        previous = dst;
-        previous_index = i;
-      }
+// Nearest without a colour conversion: each output line is resampled straight from its source
+// line, and a line that repeats its predecessor's source line copies the finished predecessor.
+void run_lean(const FrameScale &f, const LineWalk &walk, const LineRun &run) {
+  const int32_t last = run.src.count - 1;
+  const uint8_t *previous = nullptr;
+  int32_t previous_index = -1;
+  for (int32_t k = run.begin; k < run.end; ++k) {
+    uint8_t *dst = walk.destination().line(int64_t{run.dst.first} + int64_t{k} * run.dst.step);
+    const int32_t i = static_cast<int32_t>(std::min<uint64_t>((uint64_t(k) * f.vstep) >> kScaleFractionBits, uint64_t(last)));
+    const uint8_t *src = walk.source().line(int64_t{run.src.first} + int64_t{i} * run.src.step);
+    if (previous && i == previous_index) {
+      std::memmove(dst, previous, f.dst_bytes);
+    } else if (!f.resampled) {
+      std::memmove(dst, src, f.dst_bytes);
+    } else {
+      resample_line(f, src, dst);
+    }
+    previous = dst;
+    previous_index = i;
+  }
+}
+
+// The other kernels: source lines resampled into two cached lines (or read as they are), blended
+// and converted into a finished line, which is moved into the output.
+void run_cached(FrameScale &f, const LineWalk &walk, const LineRun &run, LineCache &cache) {
+  const int32_t first = run.begin, end = run.end;
+  const int32_t last = run.src.count - 1;
+  for (int32_t k = first; k < end; ++k) {
+    f.index[k - first] = static_cast<int32_t>(std::min<uint64_t>((uint64_t(k) * f.vstep) >> kScaleFractionBits, uint64_t(last)));
+    if (f.linear) f.fraction[k - first] = static_cast<int32_t>((uint64_t(k) * f.vstep) & kScaleFractionMask);
+  }
+  cache.reset();
+  auto source_line = [&](int32_t i) { return walk.source().line(int64_t{run.src.first} + int64_t{i} * run.src.step); };
+  auto fill = [&](int32_t i, uint8_t *to) { resample_line(f, source_line(i), to); };
+  auto source = [&](int32_t i, int32_t keep) -> const uint8_t * {
+    if (!f.resampled) return source_line(i);
+    return cache.get(i, keep, fill);
+  };
+  for (int32_t k = first; k < end; ++k) {
+    uint8_t *dst = walk.destination().line(int64_t{run.dst.first} + int64_t{k} * run.dst.step);
+    const int32_t i = f.index[k - first];
+    const int32_t frac = f.linear ? f.fraction[k - first] : 0;
+    // A line used by this output line only is resampled straight into the output.
+    if (f.resampled && !f.convert && (!f.linear || frac == 0) && !cache.holds(i) &&
+        (k + 1 == end || f.index[k + 1 - first] > i)) {
+      fill(i, dst);
       continue;
     }
-    for (int32_t k = first; k < end; ++k) {
-      index[k - first] = source_index(k);
-      if (kLinear) fraction[k - first] = static_cast<int32_t>((uint64_t(k) * vstep) & kScaleFractionMask);
-    }
-    cache.reset();
-    auto source = [&](int32_t i, int32_t keep) -> const uint8_t * {
-      if (!resampled) return src_side.line(run.src.first + i * run.src.step);
-      return cache.get(i, keep, fill);
-    };
-    for (int32_t k = first; k < end; ++k) {
-      uint8_t *dst = dst_side.line(run.dst.first + k * run.dst.step);
-      const int32_t i = index[k - first];
-      const int32_t f = kLinear ? fraction[k - first] : 0;
-      // A line used by this output line only is resampled straight into the output.
-      if (resampled && !convert && (!kLinear || f == 0) && !cache.holds(i) &&
-          (k + 1 == end || index[k + 1 - first] > i)) {
-        fill(i, dst);
+    // Two source lines that no neighbouring output line shares are resampled and blended in one
+    // pass, straight into the output.
+    if (f.linear && f.pair && frac != 0 && !f.convert && f.use_plan) {
+      const int32_t i2 = std::min(i + 1, last);
+      const bool shared = cache.holds(i) || cache.holds(i2) || (k + 1 < end && f.index[k + 1 - first] <= i2);
+      if (!shared) {
+        f.pair(source_line(i), source_line(i2), dst, &f.line_plan, uint32_t(frac));
         continue;
       }
-      // Two source lines that no neighbouring output line shares are resampled and blended in
-      // one pass, straight into the output.
-      if (kLinear && pair && f != 0 && !convert && positions && src_bytes) {
-        const int32_t i2 = std::min(i + 1, last);
-        const bool shared = cache.holds(i) || cache.holds(i2) || (k + 1 < end && index[k + 1 - first] <= i2);
-        if (!shared) {
-          pair(src_side.line(run.src.first + i * run.src.step), src_side.line(run.src.first + i2 * run.src.step),
-               dst, &line_plan, uint32_t(f));
-          continue;
-        }
-      }
-      const uint8_t *a = source(i, -1);
-      const uint8_t *finished = a;
-      if (kLinear && f != 0) {
-        const uint8_t *bl = source(std::min(i + 1, last), i);
-        lines.blend(a, bl, convert ? out : dst, uint32_t(f), kScaleOne - uint32_t(f), dst_bytes);
-        finished = convert ? out : nullptr;
-      }
-      if (convert) {
-        if (finished != out) std::memcpy(out, finished, dst_bytes);
-        convert(out, dst_bytes, &coefficients);
-        finished = out;
-      }
-      if (finished) std::memmove(dst, finished, dst_bytes);
+    }
+    const uint8_t *a = source(i, -1);
+    const uint8_t *finished = a;
+    if (f.linear && frac != 0) {
+      const uint8_t *bl = source(std::min(i + 1, last), i);
+      f.lines.blend(a, bl, f.convert ? f.out : dst, uint32_t(frac), kScaleOne - uint32_t(frac), f.dst_bytes);
+      finished = f.convert ? f.out : nullptr;
+    }
+    if (f.convert) {
+      if (finished != f.out) std::memcpy(f.out, finished, f.dst_bytes);
+      f.convert(f.out, f.dst_bytes, &f.coefficients);
+      finished = f.out;
+    }
+    if (finished) std::memmove(dst, finished, f.dst_bytes);
+  }
+}
+
+// One frame kernel: the output region of a normalised private record resampled from its input
+// region, field by field, with nearest or linear positions, converting colours when asked.
+HRESULT scale_frame(const DSP_BUFFER &b, int mode, bool linear, bool convert) {
+  const LineLayout layout = scale_layout(b.In.ePixelFormat);
+  const LineWalk walk(b, layout, LineRules::kScale);
+  const LCtrl &c = walk.control();
+  const int32_t src_cols = whole_groups(c.src_columns, layout.group);
+  const int32_t dst_cols = whole_groups(c.dst_columns, layout.group);
+  FrameScale f;
+  f.linear = linear;
+  f.src_bytes = size_t(src_cols) * layout.bytes_per_pixel;
+  f.dst_bytes = size_t(dst_cols) * layout.bytes_per_pixel;
+  if (f.dst_bytes == 0 || c.dst_height <= 0) return kOk;
+  pick_kernels(&f, b, layout.layout_class, convert);
+  // Vertical-only kernels move source lines as they are when the widths agree.
+  f.resampled = mode != kScaleModeVertical || f.src_bytes != f.dst_bytes;
+  f.hstep = src_cols > 0 && dst_cols > 0
+                ? static_cast<uint32_t>(std::min<uint64_t>(
+                      (uint64_t(src_cols) << kScaleFractionBits) / uint64_t(dst_cols), 0xFFFFFFFFu))
+                : 0;
+  int32_t max_lines = 0;
+  for (int r = 0; r < walk.run_count(); ++r) max_lines = std::max(max_lines, walk.run(r).dst.count);
+  if (max_lines == 0) return kOk;
+  // A field into a frame reads each field line for two frame lines, a frame into a field every
+  // second line.
+  const uint64_t vstep = ((uint64_t(std::max(c.src_height, 0)) << kScaleFractionBits) << c.src_field_frame) /
+                         (uint64_t(c.dst_height) << c.dst_field_frame);
+  f.vstep = mode == kScaleModeHorizontal ? kScaleOne : vstep;
+
+  WorkBlock work;
+  const HRESULT hr = take_work(&f, layout.layout_class, max_lines, &work);
+  if (hr != kOk) return hr;
+  LineCache cache(f.line_a, f.line_b);
+  for (int r = 0; r < walk.run_count(); ++r) {
+    const LineRun &run = walk.run(r);
+    if (run.begin >= run.end) continue;
+    if (f.lean) {
+      run_lean(f, walk, run);
+    } else {
+      run_cached(f, walk, run, cache);
     }
   }
   return kOk;
 }
 
-HRESULT reserved_kernel(const DSP_BUFFER *, uint32_t) { return kNotImpl; }
+template <int kMode, bool kLinear, bool kConvert>
+HRESULT frame_kernel(const DSP_BUFFER *buffer) {
+  return scale_frame(*buffer, kMode, kLinear, kConvert);
+}
+
+HRESULT reserved_kernel(const DSP_BUFFER *) { return kNotImpl; }
 
 constexpr ScaleFrameKernel kPlain[9] = {
     frame_kernel<kScaleModeHorizontal, false, false>, frame_kernel<kScaleModeVertical, false, false>,
@@ -318,75 +269,19 @@ constexpr ScaleFrameKernel kColor[9] = {
 
 }  // namespace
 
-ScalePlan scale_plan(const DSP_BUFFER &b, int32_t hi, int32_t ho) {
-  ScalePlan plan{};
-  const uint32_t in_type = b.In.Buffer.eBufferType;
-  const uint32_t out_type = b.Out.Buffer.eBufferType;
-  const uint32_t in_il = b.In.eInterlace;
-  const uint32_t out_il = b.Out.eInterlace;
-  if (in_type > kFrame || out_type > kFrame) return plan;
-  if (in_type != kFrame && out_type != kFrame) {
-    plan.runs[0] = {all_lines(hi), all_lines(ho)};
-    plan.count = 1;
-    return plan;
-  }
-  if (in_type != kFrame) {  // a field into its lines of a frame
-    if (out_il > 3) return plan;
-    plan.src_field_frame = 1;
-    plan.runs[0] = {all_lines(hi), frame_field(out_il == 3, int32_t(in_type), ho)};
-    plan.count = 1;
-    return plan;
-  }
-  if (out_type != kFrame) {  // one field of a frame, read as the copy reads it
-    plan.dst_field_frame = 1;
-    const bool halves = out_type == 0 ? out_il > 2 : !(in_il < 2 || out_il == 2);
-    plan.runs[0] = {frame_field(halves, int32_t(out_type), hi), all_lines(ho)};
-    plan.count = 1;
-    return plan;
-  }
-  if (in_il > 3 || out_il > 3) return plan;
-  if (in_il == 2 && out_il < 3) {  // one progressive pass
-    plan.runs[0] = {all_lines(hi), all_lines(ho)};
-    plan.count = 1;
-    return plan;
-  }
-  const bool field_a = (b.ulFlags & DSP_BUFFER_PROCESS_FIELDA) != 0;
-  const bool field_b = (b.ulFlags & DSP_BUFFER_PROCESS_FIELDB) != 0;
-  int first = 0, runs = 2;
-  if (in_il < 2 && out_il < 3 && field_a != field_b) {
-    first = field_b ? 1 : 0;
-    runs = 1;
-  }
-  for (int r = 0; r < runs; ++r) {
-    const int32_t p = first + r;
-    plan.runs[r] = {frame_field(in_il == 3, p, hi), frame_field(out_il == 3, p, ho)};
-  }
-  plan.count = runs;
-  return plan;
-}
-
 const ScaleFrameKernel *scale_plain_kernels() { return kPlain; }
 const ScaleFrameKernel *scale_color_kernels() { return kColor; }
 
 void scale_walk_back(const DSP_IMAGE &from, const DSP_BUFFER &to, ScaleBackFn fn, void *context) {
-  LCtrl c;
-  lctrl_fill(to, &c);
   const LineLayout layout = scale_layout(to.Out.ePixelFormat);
-  const uint32_t bpp = layout.bytes_per_pixel;
-  const uint32_t group = layout.group;
-  int32_t left = 0, cols = 0;
-  clip_columns(to.Out, bpp, group, &left, &cols);
-  const size_t bytes = std::min<size_t>(size_t(cols) * bpp, from.ulPrimaryStrideBytes);
+  const LineWalk walk(to, layout, LineRules::kScale);
+  const int32_t cols = whole_groups(walk.control().dst_columns, layout.group);
+  const size_t bytes = std::min<size_t>(size_t(cols) * layout.bytes_per_pixel, from.ulPrimaryStrideBytes);
   if (bytes == 0) return;
-  const SideAddress src = side_address(from, 0, int32_t(from.ulHeight), 0);
-  const SideAddress dst = side_address(to.Out, c.dst_line_start, c.dst_height, left * int32_t(bpp));
-  const ScalePlan plan = scale_plan(to, c.src_height, c.dst_height);
-  const Band band = band_of(c);
-  for (int r = 0; r < plan.count; ++r) {
-    const ScaleSideLines &d = plan.runs[r].dst;
-    if (plan.runs[r].src.count <= 0) continue;
-    int32_t first = 0, end = 0;
-    run_span(d, band, &first, &end);
+  const LineSide src = line_side(from, 0, int32_t(from.ulHeight), 0);
+  for (int r = 0; r < walk.run_count(); ++r) {
+    const LineRun &run = walk.run(r);
+    const LineSeries &d = run.dst;
     // The run's lines in the private image: rows d.first, d.first + d.step, ..., all inside it.
     const int32_t rows = std::min<int32_t>(d.count, (int32_t(from.ulHeight) - d.first + d.step - 1) / d.step);
     ScaleBackLine line;
@@ -394,9 +289,9 @@ void scale_walk_back(const DSP_IMAGE &from, const DSP_BUFFER &to, ScaleBackFn fn
     line.run_stride = static_cast<ptrdiff_t>(d.step) * static_cast<ptrdiff_t>(from.ulPrimaryStrideBytes);
     line.run_lines = rows;
     line.bytes = bytes;
-    for (int32_t k = first; k < end && k < rows; ++k) {
+    for (int32_t k = run.begin; k < run.end && k < rows; ++k) {
       line.index = k;
-      line.dst = dst.line(d.first + k * d.step);
+      line.dst = walk.destination().line(int64_t{d.first} + int64_t{k} * d.step);
       fn(context, line);
     }
   }

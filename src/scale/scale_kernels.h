@@ -14,33 +14,9 @@ constexpr int kScaleModeHorizontal = 0;
 constexpr int kScaleModeVertical = 1;
 constexpr int kScaleModeBoth = 2;
 
-// Lines of one side that one run reads or writes, in region lines counted from the picture's top:
-// first, first + step, ... (count of them).
-struct ScaleSideLines {
-  int32_t first;
-  int32_t step;
-  int32_t count;
-};
-
-// One run: a field scaled into a field, or a frame into a frame.
-struct ScaleRun {
-  ScaleSideLines src;
-  ScaleSideLines dst;
-};
-
-// Runs of a normalised record (0, 1 or 2) for region heights src_height and dst_height (already
-// clipped to the images), and the two field-frame shifts of the vertical step.
-struct ScalePlan {
-  ScaleRun runs[2];
-  int count;
-  int src_field_frame;  // 1: a field placed into a frame
-  int dst_field_frame;  // 1: a field taken out of a frame
-};
-ScalePlan scale_plan(const DSP_BUFFER &buffer, int32_t src_height, int32_t dst_height);
-
-// Frame kernel: a normalised private record (bottom-up regions re-measured, sizes final) and the
-// kernel flags word.  S_OK, E_OUTOFMEMORY, E_NOTIMPL (eFilter 2).
-using ScaleFrameKernel = HRESULT (*)(const DSP_BUFFER *buffer, uint32_t flags);
+// Frame kernel: a normalised private record (bottom-up regions re-measured, sizes final).  S_OK,
+// E_OUTOFMEMORY, E_NOTIMPL (eFilter 2).
+using ScaleFrameKernel = HRESULT (*)(const DSP_BUFFER *buffer);
 
 // The nine-entry tables, indexed by mode + 3 * eFilter.
 const ScaleFrameKernel *scale_plain_kernels();
