@@ -299,8 +299,6 @@ TEST(CompareKernelRegistry, CpuMaskForcesScalarAndRestores) {
   // Detection agrees with the compiler's own (which also checks the OS saves the YMM state).
   EXPECT_EQ((framedsp::cpu_flags() & framedsp::kCpuAVX2) != 0,
             __builtin_cpu_supports("avx2") != 0);
-  EXPECT_EQ((framedsp::cpu_flags() & framedsp::kCpuSSE41) != 0,
-            __builtin_cpu_supports("sse4.1") != 0);
   EXPECT_EQ((framedsp::cpu_flags() & framedsp::kCpuSSSE3) != 0,
             __builtin_cpu_supports("ssse3") != 0);
 #endif

@@ -6,15 +6,6 @@ namespace framedsp {
 
 using namespace fir_detail;
 
-int fir_class_margin(int layout_class) {
-  return layout_class >= 0 && layout_class < kFirClassCount ? kMargin[layout_class] : 0;
-}
-
-int fir_byte_distance(int layout_class, size_t offset) {
-  if (layout_class < 0 || layout_class >= kFirClassCount) return 0;
-  return dist_at(layout_class, offset);
-}
-
 uint32_t fir_isas_built() {
 #if defined(FRAMEDSP_HAVE_X86)
   return kCpuSSE2 | kCpuAVX2;

@@ -102,10 +102,6 @@ struct FirSubKernelTable {
 // Scalar kernels, then what `cpu_flags` allows on this build.
 void fir_sub_table_init(FirSubKernelTable *table, uint32_t cpu_flags);
 
-int fir_class_margin(int layout_class);
-// Distance of byte `offset` of a line of the class; 0 for a copied byte.
-int fir_byte_distance(int layout_class, size_t offset);
-
 // Scalar kernels, then what `cpu_flags` allows on this build.  Cheap: run it once per call.
 void fir_table_init(FirKernelTable *table, uint32_t cpu_flags);
 uint32_t fir_isas_built();

@@ -58,7 +58,6 @@ uint32_t detect() {
   const CpuidRegs l1 = cpuid(1, 0);
   if (l1.edx & (1u << 26)) flags |= kCpuSSE2;
   if (l1.ecx & (1u << 9)) flags |= kCpuSSSE3;
-  if (l1.ecx & (1u << 19)) flags |= kCpuSSE41;
   const bool osxsave = (l1.ecx & (1u << 27)) != 0;
   const bool avx = (l1.ecx & (1u << 28)) != 0;
   // AVX2 needs the OS to preserve the XMM and YMM halves (XCR0 bits 1 and 2).

@@ -10,7 +10,6 @@ namespace framedsp {
 enum CpuFlags : uint32_t {
   kCpuSSE2 = 1u << 0,
   kCpuSSSE3 = 1u << 1,
-  kCpuSSE41 = 1u << 2,
   kCpuAVX2 = 1u << 3,
 };
 

@@ -27,19 +27,12 @@ bool probe_read(const void *address, void *out, size_t n);
 // where there is only one way).
 void probe_use_fallback(bool on);
 
-// The thread's last system error (errno / GetLastError).
-int32_t last_error();
-
 // Shows a diagnostic text: message box on Windows (default caption, OK only), stderr elsewhere.
 void show_text(const char *text);
-
-// Raises the debugger thread-naming notification where the platform has one.
-void name_thread(const char *name);
 
 // Library load and unload hooks (ELF constructor/destructor or DllMain call these).
 void on_load();
 void on_unload();
-void *module_handle();
 
 }  // namespace platform
 }  // namespace framedsp

@@ -2,10 +2,8 @@
 // shared-memory object for the machine-wide identity counter, and fault-free probing reads.
 #include "platform/platform.h"
 
-#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -14,7 +12,6 @@
 
 #include <atomic>
 #include <cstdio>
-#include <cstring>
 
 #include "platform/handle.h"
 
@@ -50,7 +47,6 @@ uint32_t g_local_word = 0;
 // The word in use: a mapped view of the section, &g_local_word, or null while closed.
 std::atomic<uint32_t *> g_counter_word{nullptr};
 
-std::atomic<void *> g_module{nullptr};
 std::atomic<bool> g_probe_fallback{false};
 
 uint32_t *map_section() {
@@ -163,42 +159,15 @@ bool probe_read(const void *address, void *out, size_t n) {
 
 void probe_use_fallback(bool on) { g_probe_fallback.store(on, std::memory_order_relaxed); }
 
-int32_t last_error() { return errno; }
-
 void show_text(const char *text) {
   std::fputs(text ? text : "", stderr);
   std::fputc('\n', stderr);
   std::fflush(stderr);
 }
 
-void name_thread(const char *name) {
-  if (!name) return;
-  char truncated[16];  // the kernel keeps 15 characters and the terminator
-  std::strncpy(truncated, name, sizeof truncated - 1);
-  truncated[sizeof truncated - 1] = '\0';
-#if defined(__APPLE__)
-  pthread_setname_np(truncated);
-#else
-  pthread_setname_np(pthread_self(), truncated);
-#endif
-}
+void on_load() { identity_counter_open(); }
 
-void on_load() {
-  Dl_info info;
-  void *base = reinterpret_cast<void *>(&on_load);
-  if (dladdr(reinterpret_cast<void *>(&on_load), &info) != 0 && info.dli_fbase) {
-    base = info.dli_fbase;
-  }
-  g_module.store(base, std::memory_order_release);
-  identity_counter_open();
-}
-
-void on_unload() {
-  identity_counter_close();
-  g_module.store(nullptr, std::memory_order_release);
-}
-
-void *module_handle() { return g_module.load(std::memory_order_acquire); }
+void on_unload() { identity_counter_close(); }
 
 }  // namespace platform
 }  // namespace framedsp

@@ -14,7 +14,6 @@
 #include <cstring>
 
 #include "platform/handle.h"
-#include "platform/status.h"
 
 #if defined(_MSC_VER)
 #pragma comment(lib, "advapi32.lib")
@@ -28,10 +27,6 @@ namespace {
 
 constexpr char kSectionName[] = "Global\\{7F0369A3-6A89-4fa8-AF2E-1F173F606C0C}";
 constexpr DWORD kCounterBytes = 4;
-constexpr DWORD kThreadNameException = 0x406D1388;
-
-std::atomic<void *> g_module{nullptr};
-HMODULE g_attached_module = nullptr;  // set by DllMain before on_load()
 
 // Stands in for the shared word when the section cannot be had.
 uint32_t g_local_word = 0;
@@ -49,7 +44,6 @@ struct SectionSecurity {
     attributes.bInheritHandle = FALSE;
     if (!InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION) ||
         !SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE)) {
-      (void)last_error_status(0);
       attributes.lpSecurityDescriptor = nullptr;
     }
   }
@@ -59,15 +53,6 @@ SECURITY_ATTRIBUTES *section_attributes() {
   static SectionSecurity security;
   return &security.attributes;
 }
-
-#pragma pack(push, 8)
-struct ThreadNameInfo {
-  DWORD type;       // 0x1000
-  LPCSTR name;
-  DWORD thread_id;  // (DWORD)-1: the calling thread
-  DWORD flags;      // 0
-};
-#pragma pack(pop)
 
 }  // namespace
 
@@ -88,12 +73,7 @@ uint32_t *shared_counter_open(bool *shared) {
     HANDLE section = CreateFileMappingA(INVALID_HANDLE_VALUE, section_attributes(),
                                         PAGE_READWRITE | SEC_COMMIT, 0, kCounterBytes, name);
     uint32_t *view = nullptr;
-    if (!section) {
-      (void)last_error_status(0);
-    } else {
-      view = static_cast<uint32_t *>(MapViewOfFile(section, FILE_MAP_WRITE, 0, 0, 0));
-      if (!view) (void)last_error_status(0);
-    }
+    if (section) view = static_cast<uint32_t *>(MapViewOfFile(section, FILE_MAP_WRITE, 0, 0, 0));
     // Racing first users each open a view; one installs its own, the others give theirs back.
     uint32_t *candidate = view ? view : &g_local_word;
     if (g_counter_word.compare_exchange_strong(word, candidate, std::memory_order_acq_rel)) {
@@ -135,38 +115,14 @@ bool probe_read(const void *address, void *out, size_t n) {
 
 void probe_use_fallback(bool /*on*/) {}
 
-int32_t last_error() { return static_cast<int32_t>(GetLastError()); }
-
 void show_text(const char *text) { MessageBoxA(nullptr, text, nullptr, MB_OK); }
 
-void name_thread(const char *name) {
-#if defined(_MSC_VER)
-  ThreadNameInfo info{0x1000, name, static_cast<DWORD>(-1), 0};
-  __try {
-    RaiseException(kThreadNameException, 0, sizeof info / sizeof(ULONG_PTR),
-                   reinterpret_cast<const ULONG_PTR *>(&info));
-  } __except (EXCEPTION_CONTINUE_EXECUTION) {
-  }
-#else
-  // Without structured exception handling nothing would catch the notification when no
-  // debugger listens, so it is not raised.
-  (void)name;
-  (void)kThreadNameException;
-#endif
-}
-
 void on_load() {
-  g_module.store(g_attached_module, std::memory_order_release);
   (void)section_attributes();
   identity_counter_open();
 }
 
-void on_unload() {
-  identity_counter_close();
-  g_module.store(nullptr, std::memory_order_release);
-}
-
-void *module_handle() { return g_module.load(std::memory_order_acquire); }
+void on_unload() { identity_counter_close(); }
 
 }  // namespace platform
 }  // namespace framedsp
@@ -174,7 +130,6 @@ void *module_handle() { return g_module.load(std::memory_order_acquire); }
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID /*reserved*/) {
   if (reason == DLL_PROCESS_ATTACH) {
     DisableThreadLibraryCalls(instance);
-    framedsp::platform::g_attached_module = instance;
     framedsp::platform::on_load();
   } else if (reason == DLL_PROCESS_DETACH) {
     framedsp::platform::on_unload();

@@ -244,14 +244,6 @@ void scale_planned_linear_pair_c(const uint8_t *src_a, const uint8_t *src_b, uin
   scale_planned_pair_bytes_c(src_a, src_b, dst, plan, weight_b, 0, plan->count * plan->unit);
 }
 
-void scale_planned_nearest_bytes_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan) {
-  scale_planned_bytes_c(src, dst, plan, 0, plan->count * plan->unit, false);
-}
-
-void scale_planned_linear_bytes_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan) {
-  scale_planned_bytes_c(src, dst, plan, 0, plan->count * plan->unit, true);
-}
-
 uint32_t scale_plan_unit(uint32_t cls) { return static_cast<uint32_t>(plan_unit(cls)); }
 
 void scale_plan_build_blocks(const ScalePlanEntry *plan, size_t count, uint32_t unit, size_t src_bytes,

@@ -161,8 +161,6 @@ void scale_line_table_init(ScaleLineTable *table, uint32_t cpu_flags);
 
 // The scalar twins, for the differential tests.
 void scale_planned_linear4_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan);
-void scale_planned_nearest_bytes_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan);
-void scale_planned_linear_bytes_c(const uint8_t *src, uint8_t *dst, const ScaleLinePlan *plan);
 void scale_blend_c(const uint8_t *a, const uint8_t *b, uint8_t *dst, uint32_t weight_b,
                    uint32_t weight_a, size_t bytes);
 
