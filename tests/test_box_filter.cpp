@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "filter/box_filter.h"
-#include "filter/filter_planes.h"
 #include "platform/cpu.h"
 #include "platform/work_memory.h"
 #include "framedsp/framedsp.h"

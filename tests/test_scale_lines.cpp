@@ -13,7 +13,7 @@
 #include "lines/pixel_format.h"
 #include "framedsp/framedsp.h"
 #include "copy/color_kernels.h"
-#include "scale/scale_lines.h"
+#include "scale/scale_line_kernels.h"
 #include "scale_reference.h"
 #include "test_util.h"
 

@@ -95,8 +95,8 @@ TEST_P(SubVertKernel, EdgeRowsFollowTheFormulaAndSimdMatchesScalar) {
   }
   const int taps = kTapCounts[index];
   SubTables t(isa);
-  const framedsp::FirSubVertKernel kc = lanes ? t.c.vert16[index] : t.c.vert[index];
-  const framedsp::FirSubVertKernel ks = lanes ? t.simd.vert16[index] : t.simd.vert[index];
+  const framedsp::FirVertKernel kc = lanes ? t.c.vert16[index] : t.c.vert[index];
+  const framedsp::FirVertKernel ks = lanes ? t.simd.vert16[index] : t.simd.vert[index];
   ASSERT_NE(kc, nullptr);
   ASSERT_NE(ks, nullptr);
   if (framedsp::cpu_flags() & framedsp::kCpuSSE2) {
@@ -127,14 +127,13 @@ TEST_P(SubVertKernel, EdgeRowsFollowTheFormulaAndSimdMatchesScalar) {
           }
           const uint8_t *row0 = plane.data() + (bottom_up ? size_t(h - 1) * pitch : 0);
           const ptrdiff_t row_pitch = bottom_up ? -static_cast<ptrdiff_t>(pitch) : ptrdiff_t(pitch);
-          const ptrdiff_t stride = row_pitch * (ptrdiff_t{1} << shift);
           const int s = 1 << shift;
           for (int set = 0; set < 2; ++set) {
             const std::vector<FirTap> coef = to_taps(rows_of_coefs[set]);
             for (int r = 0; r < h; ++r) {
               const size_t lead = rng() % 16, trail = rng() % 16;
-              kc(row0, dc.data(), h, r, n, stride, coef.data(), 0xFFFFFFFFu, lead, trail, shift);
-              ks(row0, ds.data(), h, r, n, stride, coef.data(), 0xFFFFFFFFu, lead, trail, shift);
+              kc(row0 + r * row_pitch, dc.data(), h, r, n, row_pitch, lead, trail, shift, coef.data());
+              ks(row0 + r * row_pitch, ds.data(), h, r, n, row_pitch, lead, trail, shift, coef.data());
               const auto where = [&] {
                 return "taps " + std::to_string(taps) + (lanes ? " lanes" : " bytes") + " H " +
                        std::to_string(h) + " f " + std::to_string(shift) + " bottom_up " +
@@ -180,13 +179,13 @@ TEST(SubVertKernel, AbsoluteClampReachesTheOtherField) {
   // Taps {128, 256, 128}: out = (up + 2 * centre + down) / 4, rounded.
   const std::vector<FirTap> coef = to_taps({128, 256, 128});
   uint8_t out = 0;
-  t.vert[0](plane.data(), &out, 10, 8, 1, 1, coef.data(), 0, 0, 0, 0);
+  t.vert[0](plane.data() + 8, &out, 10, 8, 1, 1, 0, 0, 0, coef.data());
   EXPECT_EQ(out, (70 + 160 + 90 + 2) / 4);
-  t.vert[0](plane.data(), &out, 10, 9, 1, 2, coef.data(), 0, 0, 0, 1);
+  t.vert[0](plane.data() + 9, &out, 10, 9, 1, 1, 0, 0, 1, coef.data());
   EXPECT_EQ(out, (70 + 180 + 80 + 2) / 4);
-  t.vert[0](plane.data(), &out, 10, 1, 1, 2, coef.data(), 0, 0, 0, 1);
+  t.vert[0](plane.data() + 1, &out, 10, 1, 1, 1, 0, 0, 1, coef.data());
   EXPECT_EQ(out, (0 + 20 + 30 + 2) / 4);
-  t.vert[0](plane.data(), &out, 10, 0, 1, 1, coef.data(), 0, 0, 0, 0);
+  t.vert[0](plane.data(), &out, 10, 0, 1, 1, 0, 0, 0, coef.data());
   EXPECT_EQ(out, (0 + 0 + 10 + 2) / 4);
 }
 

@@ -11,8 +11,8 @@
  * are real pointers, doubles are doubles and 8-bit fields are uint8_t.  Reserved words keep their
  * place and are never read or written by the library.
  *
- * Under a 32-bit (ILP32) compiler every record has the byte offsets of the original 32-bit
- * Windows interface, e.g. DSP_BUFFER is 148 bytes with Out at 68 and DSP_SCALER_PARAMS has its
+ * Under a 32-bit (ILP32) compiler every record has the byte offsets of the library's 32-bit
+ * Windows ABI, e.g. DSP_BUFFER is 148 bytes with Out at 68 and DSP_SCALER_PARAMS has its
  * DSP_BUFFER at 32 and ulOptions at 180.  On 64-bit (LP64/LLP64) builds the same structs take the
  * natural layout of that ABI (pointers are 8 bytes): DSP_BUFFER is 160 bytes with Out at 72;
  * DSP_SCALER_PARAMS has pSettings at 24, Buffer at 40 and ulOptions at 200.  Both layouts are

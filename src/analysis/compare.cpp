@@ -4,8 +4,8 @@
 #include <cstdint>
 
 #include "analysis/compare_kernels.h"
-#include "platform/cpu.h"
 #include "lines/pixel_format.h"
+#include "platform/cpu.h"
 #include "platform/trace.h"
 
 namespace framedsp {

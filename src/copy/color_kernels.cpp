@@ -1,7 +1,7 @@
 #include "copy/color_kernels.h"
 
-#include "platform/cpu.h"
 #include "framedsp/framedsp.h"
+#include "platform/cpu.h"
 
 namespace framedsp {
 

@@ -7,11 +7,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "filter/filter_planes.h"
-#include "platform/cpu.h"
-#include "lines/pixel_format.h"
-#include "platform/work_memory.h"
 #include "lines/line_walk.h"
+#include "lines/pixel_format.h"
+#include "platform/cpu.h"
+#include "platform/work_memory.h"
 
 namespace framedsp {
 

@@ -1,12 +1,12 @@
 #include "filter/filter.h"
 
+#include "copy/smart_copy.h"
+#include "filter/filter_pass.h"
+#include "filter/fir_plane.h"
 #include "lines/buffer_rules.h"
 #include "lines/pixel_format.h"
 #include "platform/trace.h"
 #include "platform/work_memory.h"
-#include "filter/filter_pass.h"
-#include "filter/filter_planes.h"
-#include "copy/smart_copy.h"
 
 namespace framedsp {
 

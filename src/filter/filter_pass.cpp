@@ -1,15 +1,14 @@
 #include "filter/filter_pass.h"
 
+#include "copy/smart_copy.h"
 #include "filter/box_filter.h"
 #include "filter/filter.h"
-#include "filter/filter_planes.h"
+#include "lines/buffer_record.h"
 #include "lines/buffer_rules.h"
 #include "lines/line_walk.h"
-#include "lines/buffer_record.h"
 #include "lines/pixel_format.h"
 #include "platform/trace.h"
 #include "platform/work_memory.h"
-#include "copy/smart_copy.h"
 
 namespace framedsp {
 

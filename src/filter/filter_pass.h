@@ -6,8 +6,8 @@
 #include <cstdint>
 
 #include "filter/fir_tables.h"
-#include "platform/status.h"
 #include "framedsp/framedsp.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

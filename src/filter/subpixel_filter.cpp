@@ -2,14 +2,15 @@
 
 #include <cstdint>
 
+#include "copy/smart_copy.h"
 #include "filter/filter_pass.h"
+#include "filter/fir_plane.h"
 #include "filter/fir_tables.h"
 #include "filter/subpixel_geometry.h"
 #include "lines/buffer_rules.h"
 #include "lines/pixel_format.h"
 #include "platform/trace.h"
 #include "platform/work_memory.h"
-#include "copy/smart_copy.h"
 
 namespace framedsp {
 

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "platform/status.h"
 #include "copy/smart_copy.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

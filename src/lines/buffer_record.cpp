@@ -13,8 +13,8 @@ namespace {
 
 void normalise_side(DSP_IMAGE *image) {
   if (image->eImageOrientation != DSP_ORIENTATION_BOTTOM_UP) return;
-  // Modulo 2^32 like the 32-bit original; a region that does not fit gives a wild offset that
-  // the geometry's clamping then contains, rather than signed-overflow UB here.
+  // Modulo 2^32, the arithmetic of the 32-bit ABI; a region that does not fit gives a wild offset
+  // that the geometry's clamping then contains, rather than signed-overflow UB here.
   const uint32_t y = image->ulHeight - image->Buffer.Region.ulHeight -
                      static_cast<uint32_t>(image->Buffer.Region.ptOffset.y);
   image->Buffer.Region.ptOffset.y = static_cast<int32_t>(y);
@@ -71,12 +71,12 @@ class DumpWriter {
   int length_ = 0;
 };
 
-// The %d fields show each 32-bit word as a signed int, as the original 32-bit dump did.
+// The %d fields show each 32-bit word of the record as a signed int.
 int as_int(uint32_t value) { return static_cast<int>(value); }
 
 void dump_image(DumpWriter &w, const char *side, const DSP_IMAGE &image) {
-  // "%XH" of the original: the address in hex with an H suffix.  We print the whole uintptr_t, so
-  // a 64-bit address keeps its upper digits instead of being cut to 32 bits.
+  // The address in hex with an H suffix, all of its digits (a 64-bit address keeps its upper
+  // half).
   w.add("pBuffer->%s.Buffer.pBuffer: %" PRIXPTR "H\n", side,
         reinterpret_cast<uintptr_t>(image.Buffer.pBuffer));
   w.add("pBuffer->%s.Buffer.ulBytes: %d\n", side, as_int(image.Buffer.ulBytes));

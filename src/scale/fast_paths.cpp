@@ -8,9 +8,9 @@
 #include <cmath>
 #include <cstring>
 
-#include "platform/cpu.h"
-#include "lines/pixel_format.h"
 #include "lines/line_walk.h"
+#include "lines/pixel_format.h"
+#include "platform/cpu.h"
 #include "scale/fixed_ratio_kernels.h"
 
 namespace framedsp {

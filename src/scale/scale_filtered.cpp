@@ -10,8 +10,8 @@
 #include "lines/pixel_format.h"
 #include "platform/cpu.h"
 #include "platform/work_memory.h"
-#include "scale/scale_kernels.h"
-#include "scale/scale_lines.h"
+#include "scale/scale_frame.h"
+#include "scale/scale_line_kernels.h"
 
 namespace framedsp {
 

@@ -7,18 +7,18 @@
 #include <algorithm>
 #include <cmath>
 
+#include "copy/smart_copy.h"
+#include "filter/filter.h"
+#include "lines/buffer_record.h"
 #include "lines/buffer_rules.h"
 #include "lines/line_walk.h"
-#include "lines/buffer_record.h"
 #include "lines/pixel_format.h"
 #include "platform/trace.h"
 #include "platform/work_memory.h"
-#include "filter/filter.h"
-#include "copy/smart_copy.h"
 #include "scale/fast_paths.h"
 #include "scale/scale_filtered.h"
-#include "scale/scale_kernels.h"
-#include "scale/scale_lines.h"
+#include "scale/scale_frame.h"
+#include "scale/scale_line_kernels.h"
 
 namespace framedsp {
 

@@ -1,8 +1,8 @@
 // AVX2 colour-matrix kernels: the shared step on 32-byte vectors (eight pairs).  Compiled with
 // -mavx2; entered only when cpu_flags() has AVX2.
-#include "platform/x86/vec_avx2.h"
 #include "copy/color_kernels.h"
 #include "copy/x86/color_step_x86.h"
+#include "platform/x86/vec_avx2.h"
 
 namespace framedsp {
 

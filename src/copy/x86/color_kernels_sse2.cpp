@@ -1,8 +1,8 @@
 // SSE2 colour-matrix kernels: the shared step on 16-byte vectors (four pairs).  Compiled with
 // -msse2; entered when cpu_flags() has SSE2 (the x86-64 baseline).
-#include "platform/x86/vec_sse2.h"
 #include "copy/color_kernels.h"
 #include "copy/x86/color_step_x86.h"
+#include "platform/x86/vec_sse2.h"
 
 namespace framedsp {
 

@@ -12,7 +12,7 @@
 
 #include <cstring>
 
-#include "scale/scale_lines.h"
+#include "scale/scale_line_kernels.h"
 
 namespace framedsp {
 namespace {

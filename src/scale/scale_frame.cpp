@@ -1,13 +1,13 @@
-#include "scale/scale_kernels.h"
+#include "scale/scale_frame.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "platform/cpu.h"
-#include "lines/pixel_format.h"
-#include "platform/work_memory.h"
 #include "lines/line_walk.h"
-#include "scale/scale_lines.h"
+#include "lines/pixel_format.h"
+#include "platform/cpu.h"
+#include "platform/work_memory.h"
+#include "scale/scale_line_kernels.h"
 
 namespace framedsp {
 namespace {

@@ -1,11 +1,11 @@
-#include "scale/scale_lines.h"
+#include "scale/scale_line_kernels.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "platform/cpu.h"
-#include "lines/pixel_format.h"
 #include "copy/color_kernels.h"
+#include "lines/pixel_format.h"
+#include "platform/cpu.h"
 
 namespace framedsp {
 namespace {
