@@ -61,9 +61,12 @@ struct LineRun {
 
 // One output line of the one-for-one walk.
 struct WalkLine {
-  const LineRun *run;
-  int32_t k;         // line of the run
-  int32_t src_row;   // memory row read, clamped into the image
+  const LineRun *run;  // its run: field, lines and part of the band
+  int32_t k;           // line of the run
+  int32_t src_line;    // source region line read (picture order; may lie outside the region)
+  int32_t dst_line;    // destination region line written
+  int32_t src_row;     // memory rows, clamped into each image
+  int32_t dst_row;
   const uint8_t *src;
   uint8_t *dst;
 };
@@ -97,8 +100,11 @@ class LineWalk {
     for (int r = 0; r < run_count_; ++r) {
       const LineRun &run = runs_[r];
       for (int32_t k = run.begin; k < run.end; ++k) {
-        const int32_t m = src_.row(int64_t{run.src.first} + int64_t{k} * run.src.step);
-        f(WalkLine{&run, k, m, src_.at_row(m), dst_.line(int64_t{run.dst.first} + int64_t{k} * run.dst.step)});
+        const int32_t sj = run.src.first + k * run.src.step;
+        const int32_t dj = run.dst.first + k * run.dst.step;
+        const int32_t sm = src_.row(sj);
+        const int32_t dm = dst_.row(dj);
+        f(WalkLine{&run, k, sj, dj, sm, dm, src_.at_row(sm), dst_.at_row(dm)});
       }
     }
   }
@@ -134,16 +140,12 @@ void lctrl_for_each_line(const DSP_BUFFER &buffer, LCtrl *c, F &&f) {
   }
 }
 
-// f(const DSP_BUFFER &plane) for each plane of a private record: once for a one-plane format;
-// for a two-plane format first the main picture (both sides in the main format, byte counts cut
-// to it), then the plane that follows it in the same memory (its lines a secondary stride apart,
-// both sides in the plane format).  The first status other than S_OK ends the walk.
+// f(const DSP_BUFFER &plane) for the two planes of a private record: first the main picture
+// (both sides in `main_format`, byte counts cut to it), then the plane that follows it in the
+// same memory (its lines a secondary stride apart, both sides in `plane_format`).  The first
+// status other than S_OK ends the walk.
 template <class F>
-DSP_HRESULT for_each_plane(const DSP_BUFFER &buffer, F &&f) {
-  const uint32_t format = buffer.Out.ePixelFormat;
-  if (!is_two_plane(format)) return f(buffer);
-  uint32_t main_format = format, plane_format = format;
-  split_format(format, &main_format, &plane_format);
+DSP_HRESULT for_each_plane(const DSP_BUFFER &buffer, uint32_t main_format, uint32_t plane_format, F &&f) {
   DSP_BUFFER plane = buffer;
   for (DSP_IMAGE *image : {&plane.In, &plane.Out}) {
     image->ePixelFormat = main_format;
@@ -160,6 +162,17 @@ DSP_HRESULT for_each_plane(const DSP_BUFFER &buffer, F &&f) {
     image->ePixelFormat = plane_format;
   }
   return f(static_cast<const DSP_BUFFER &>(plane));
+}
+
+// The same by the format table: once for a one-plane format, the table's split for a two-plane
+// one.
+template <class F>
+DSP_HRESULT for_each_plane(const DSP_BUFFER &buffer, F &&f) {
+  const uint32_t format = buffer.Out.ePixelFormat;
+  if (!is_two_plane(format)) return f(buffer);
+  uint32_t main_format = format, plane_format = format;
+  split_format(format, &main_format, &plane_format);
+  return for_each_plane(buffer, main_format, plane_format, f);
 }
 
 }  // namespace framedsp
