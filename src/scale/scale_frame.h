@@ -1,4 +1,6 @@
-// Frame kernels of the scaler and the line plan they share with the driver's staged copy-back.
+// The general scaler's frame kernels (a plane's output region resampled from its input region,
+// run by run over the line walker), the private picture of the staged and filtered paths, and
+// the walk that moves it into the output.
 #pragma once
 
 #include <cstddef>
