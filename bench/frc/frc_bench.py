@@ -21,9 +21,10 @@ The contract of `framedsp convert-rate`, as this bench calls it:
     4tap, bilinear, nearest.  Exit status 0 on success, 1 on runtime errors (a library call answering
     not-implemented says "not implemented" on stderr), 2 on bad usage (an unknown command included).
 
-Each case is rendered at every time the conversions need; the inputs are its frames at whole input
-times.  30 -> 60 scores the outputs up to input 12 (phase 1/2), 60 -> 50 those up to input 20 (phases
-0.2, 0.4, 0.6, 0.8); each clip holds one input more, since minterpolate stops a pair before the end.
+Each case is rendered at every time the conversions need (60 -> 50: the frames used of the 300 Hz
+grid the two rates share); the inputs are its frames at whole input times.  30 -> 60 scores the
+outputs up to input 12 (phase 1/2), 60 -> 50 those up to input 20 (phases 0.2, 0.4, 0.6, 0.8); each
+clip holds one input more, since minterpolate stops a pair before the end.
 Outputs on an input's time (phase 0) are only checked for exactness; the tables cover the others.
 
 minterpolate's timing, as checked by probe_minterpolate() on flat frames whose level encodes their
@@ -74,12 +75,13 @@ def read_clip(path, w=WIDTH, h=HEIGHT):
     return data[:data.size // (w * h) * w * h].reshape(-1, h, w)
 
 
-# ---- methods: each returns (frames, wall s, CPU s) or a string saying why it did not run
+# ---- methods: each returns dict(frames, wall, cpu [, io_wall, io_cpu]) in seconds, or a string saying
+#      why it did not run
 
 def repeat(inputs, times, **_):
     t0, c0 = time.perf_counter(), time.process_time()
     out = [inputs[n] if q <= 8192 else inputs[n + 1] for _, n, _, q in times]  # a tie takes the earlier
-    return out, time.perf_counter() - t0, time.process_time() - c0
+    return dict(frames=out, wall=time.perf_counter() - t0, cpu=time.process_time() - c0)
 
 
 def blend(inputs, times, **_):
@@ -88,7 +90,7 @@ def blend(inputs, times, **_):
     for _, n, _, q in times:
         a, b = inputs[n].astype(np.uint32), inputs[min(n + 1, len(inputs) - 1)].astype(np.uint32)
         out.append((((16384 - q) * a + q * b + 8192) >> 14).astype(np.uint8))
-    return out, time.perf_counter() - t0, time.process_time() - c0
+    return dict(frames=out, wall=time.perf_counter() - t0, cpu=time.process_time() - c0)
 
 
 def ffmpeg_cmd(src, dst, rate_in, vf, w=WIDTH, h=HEIGHT):
@@ -109,22 +111,22 @@ def minterpolate(inputs, times, rate_in, rate_out, src, work, **_):
     # ffmpeg's own reading and writing, timed with a filter that only picks frames
     _, base_wall, base_cpu = timed(ffmpeg_cmd(src, dst, rate_in, "fps=%d" % rate_out))
     scale = len(out) / max(len(read_clip(dst)), 1)
-    return list(out), wall, cpu, (base_wall * scale, base_cpu * scale)
+    return dict(frames=list(out), wall=wall, cpu=cpu, io_wall=base_wall * scale, io_cpu=base_cpu * scale)
 
 
 def framedsp(inputs, times, rate_in, rate_out, src, work, exe, extra=(), **_):
     if not exe or not os.path.exists(exe):
         return "not available yet"
     dst = os.path.join(work, "framedsp.raw")
-    cmd = [exe, "convert-rate", "--from", str(rate_in), "--to", str(rate_out), "-s", "%dx%d" % (WIDTH, HEIGHT),
-           "-pix_fmt", "gray", "-i", src, "-y", dst] + list(extra)
+    cmd = [exe, "convert-rate", "--from", str(rate_in), "--to", str(rate_out),
+           "-s", "%dx%d" % (WIDTH, HEIGHT), "-pix_fmt", "gray", "-i", src, "-y", dst] + list(extra)
     p, wall, cpu = timed(cmd)
     if p.returncode:
         err = p.stderr.lower()
         if "unknown command" in err or "not implemented" in err or "0x80004001" in err:
             return "not available yet"
         return "failed (exit %d): %s" % (p.returncode, p.stderr.strip()[-300:])
-    return list(read_clip(dst)), wall, cpu
+    return dict(frames=list(read_clip(dst)), wall=wall, cpu=cpu)
 
 
 METHODS = [("repeat", repeat, {}), ("blend", blend, {}), ("minterpolate", minterpolate, {}),
@@ -167,16 +169,17 @@ def run_case(scene, case, exe, work, scores, exact0, clocks, notes, use):
             if isinstance(r, str):
                 notes.setdefault(name, r)
                 continue
-            out, wall, cpu = r[:3]
-            if fn is framedsp and len(out) != (len(inputs) - 1) * rate_out // rate_in + 1:
+            out = r["frames"]
+            promised = (len(inputs) - 1) * rate_out // rate_in + 1
+            if fn is framedsp and len(out) != promised:
                 notes.setdefault(name + " count", "%d outputs from %d inputs at %d -> %d; the contract says %d"
-                                 % (len(out), len(inputs), rate_in, rate_out,
-                                    (len(inputs) - 1) * rate_out // rate_in + 1))
-            c = clocks.setdefault(name, [0.0, 0.0, 0, 0.0, 0.0, 0])
-            c[0] += wall; c[1] += cpu; c[2] += len(out)
-            c[5] += sum(k * rate_in % rate_out != 0 for k in range(len(out)))
-            if len(r) > 3:
-                c[3] += r[3][0]; c[4] += r[3][1]
+                                 % (len(out), len(inputs), rate_in, rate_out, promised))
+            c = clocks.setdefault(name, dict(wall=0.0, cpu=0.0, io_wall=0.0, io_cpu=0.0,
+                                             outputs=0, interpolated=0))
+            for key in ("wall", "cpu", "io_wall", "io_cpu"):
+                c[key] += r.get(key, 0.0)
+            c["outputs"] += len(out)
+            c["interpolated"] += sum(k * rate_in % rate_out != 0 for k in range(len(out)))
             if len(out) < len(times):
                 notes.setdefault(name + " short", "%s %d->%d: %d outputs, %d scored"
                                  % (case, rate_in, rate_out, len(out), len(times)))
@@ -200,89 +203,87 @@ def fmt(x, digits=2):
     return "-" if x is None else "%.*f" % (digits, x)
 
 
-def quality_table(scores, cases, methods):
-    """Per case and phase: mean / min PSNR (dB).  A case's 'all' is the mean of its phase means (each
-    phase weighs the same) and the lowest frame; 'spread' is its largest minus smallest phase mean."""
-    head = "| case | phase | " + " | ".join(methods) + " |"
-    rows = [head, "|" + "---|" * (len(methods) + 2)]
-    summary = {}  # (method, case or None, phase or 'all' / 'spread') -> value
-    for case in cases + [None]:
-        for ph in PHASES + ("all", "spread"):
+def summarise(scores, cases, methods):
+    """(method, case, phase) -> (mean, lowest frame) dB; case None is the mean over cases, phase 'all' the
+    mean of the phase means (each phase weighs the same), 'spread' the largest minus the smallest."""
+    s = {}
+    for m in methods:
+        for c in cases:
+            for p in PHASES:
+                if scores.get((m, c, p)):
+                    s[(m, c, p)] = (mean(scores[(m, c, p)]), min(scores[(m, c, p)]))
+        for p in PHASES:
+            got = [s[(m, c, p)] for c in cases if (m, c, p) in s]
+            if got and len(got) == len(cases):
+                s[(m, None, p)] = (mean([g[0] for g in got]), min(g[1] for g in got))
+        for c in cases + [None]:
+            got = [s[(m, c, p)] for p in PHASES if (m, c, p) in s]
+            if len(got) == len(PHASES):
+                means = [g[0] for g in got]
+                s[(m, c, "all")] = (mean(means), min(g[1] for g in got))
+                s[(m, c, "spread")] = (max(means) - min(means), None)
+    return s
+
+
+def quality_table(s, cases, methods):
+    rows = ["| case | phase | " + " | ".join(methods) + " |", "|" + "---|" * (len(methods) + 2)]
+    for c in cases + [None]:
+        for p in PHASES + ("all", "spread"):
             cells = []
             for m in methods:
-                if case is None:
-                    per_case = [summary.get((m, c, ph)) for c in cases]
-                    per_case = [v for v in per_case if v is not None]
-                    if ph == "spread":
-                        phase_means = [summary.get((m, None, p)) for p in PHASES]
-                        phase_means = [v for v in phase_means if v is not None]
-                        val = max(phase_means) - min(phase_means) if phase_means else None
-                    else:
-                        val = mean(per_case) if len(per_case) == len(cases) else None
-                    low = min((summary.get((m, c, ph + " min"), 99) for c in cases), default=None)
-                elif ph in ("all", "spread"):
-                    phase_means = [summary.get((m, case, p)) for p in PHASES]
-                    phase_means = [v for v in phase_means if v is not None]
-                    full = len(phase_means) == len(PHASES)
-                    val = (mean(phase_means) if ph == "all" else max(phase_means) - min(phase_means)) \
-                        if full else None
-                    low = min((summary.get((m, case, p + " min"), 99) for p in PHASES))
+                v = s.get((m, c, p))
+                if v is None or p == "spread":
+                    cells.append(fmt(v and v[0]))
                 else:
-                    xs = scores.get((m, case, ph), [])
-                    val, low = mean(xs), (min(xs) if xs else None)
-                summary[(m, case, ph)] = val
-                summary[(m, case, ph + " min")] = low
-                cells.append(fmt(val) if ph == "spread" else "%s / %s" % (fmt(val), fmt(low)))
-            label = case or "**mean over cases**"
-            rows.append("| %s | %s | %s |" % (label, ph, " | ".join(cells)))
-    return rows, summary
-
-
-def timing_table(clocks):
-    rows = ["| method | outputs | interpolated | wall ms / output | CPU ms / output | CPU ms / interpolated |",
-            "|---|---|---|---|---|---|"]
-    for name, (wall, cpu, n, bwall, bcpu, ni) in clocks.items():
-        rows.append("| %s | %d | %d | %.1f | %.1f | %.1f |" % (name, n, ni, 1e3 * wall / n, 1e3 * cpu / n,
-                                                             1e3 * cpu / max(ni, 1)))
-        if bwall:
-            rows.append("| %s less ffmpeg's reading and writing | %d | %d | %.1f | %.1f | %.1f |"
-                        % (name, n, ni, 1e3 * (wall - bwall) / n, 1e3 * (cpu - bcpu) / n,
-                           1e3 * (cpu - bcpu) / max(ni, 1)))
+                    cells.append("%s / %s" % (fmt(v[0]), fmt(v[1])))
+            rows.append("| %s | %s | %s |" % (c or "**mean over cases**", p, " | ".join(cells)))
     return rows
 
 
-def target_lines(summary, clocks, cases, have):
+def timing_table(clocks):
+    rows = ["| method | outputs | interpolated | wall ms / output | CPU ms / output "
+            "| CPU ms / interpolated |", "|---|---|---|---|---|---|"]
+    for name, c in clocks.items():
+        n, ni = c["outputs"], max(c["interpolated"], 1)
+        rows.append("| %s | %d | %d | %.1f | %.1f | %.1f |"
+                    % (name, n, ni, 1e3 * c["wall"] / n, 1e3 * c["cpu"] / n, 1e3 * c["cpu"] / ni))
+        if c["io_wall"]:
+            wall, cpu = c["wall"] - c["io_wall"], c["cpu"] - c["io_cpu"]
+            rows.append("| %s less ffmpeg's reading and writing | %d | %d | %.1f | %.1f | %.1f |"
+                        % (name, n, ni, 1e3 * wall / n, 1e3 * cpu / n, 1e3 * cpu / ni))
+    return rows
+
+
+def target_lines(s, clocks, cases, have):
     def line(ok, text, value):
         return "%-4s  %s: %s" % ("n/a" if ok is None else ("PASS" if ok else "FAIL"), text, value)
 
+    def db(method, case, phase="all"):
+        return s.get((method, case, phase), (None,))[0]
+
+    texts = ["mean over cases >= 40 dB (6-tap default)", "mean over cases >= 38 dB (4-tap)",
+             "every case >= 35 dB", "every case >= minterpolate + 1 dB", "phase spread <= 1 dB", SPEED]
     fd, mi = "framedsp", "minterpolate"
     if fd not in have:
-        return [line(None, t, "framedsp not available yet") for t in (
-            "mean over cases >= 40 dB (6-tap default)", "mean over cases >= 38 dB (4-tap)",
-            "every case >= 35 dB", "every case >= minterpolate + 1 dB", "phase spread <= 1 dB",
-            SPEED)]
-    out = []
-    m6 = summary.get((fd, None, "all"))
-    out.append(line(m6 is not None and m6 >= TARGETS["mean6"], "mean over cases >= 40 dB (6-tap default)",
-                    fmt(m6) + " dB"))
-    m4 = summary.get(("framedsp-4tap", None, "all"))
-    out.append(line(None if m4 is None else m4 >= TARGETS["mean4"], "mean over cases >= 38 dB (4-tap)",
-                    "not measured" if m4 is None else fmt(m4) + " dB"))
-    worst = min(cases, key=lambda c: summary.get((fd, c, "all")) or 0)
-    w = summary.get((fd, worst, "all"))
-    out.append(line(w is not None and w >= TARGETS["case"], "every case >= 35 dB",
-                    "lowest %s %s dB" % (worst, fmt(w))))
+        return [line(None, t, "framedsp not available yet") for t in texts]
+    m6, m4, spread = db(fd, None), db("framedsp-4tap", None), db(fd, None, "spread")
+    worst = min(cases, key=lambda c: db(fd, c) or 0)
+    out = [line(m6 is not None and m6 >= TARGETS["mean6"], texts[0], fmt(m6) + " dB"),
+           line(None, texts[1], "not measured") if m4 is None else
+           line(m4 >= TARGETS["mean4"], texts[1], fmt(m4) + " dB"),
+           line((db(fd, worst) or 0) >= TARGETS["case"], texts[2],
+                "lowest %s %s dB" % (worst, fmt(db(fd, worst))))]
     if mi in have:
-        gaps = {c: (summary.get((fd, c, "all")) or 0) - (summary.get((mi, c, "all")) or 0) for c in cases}
+        gaps = {c: (db(fd, c) or 0) - (db(mi, c) or 0) for c in cases}
         c = min(gaps, key=gaps.get)
-        out.append(line(gaps[c] >= TARGETS["over_mi"], "every case >= minterpolate + 1 dB",
+        out.append(line(gaps[c] >= TARGETS["over_mi"], texts[3],
                         "smallest margin %s %+.2f dB" % (c, gaps[c])))
     else:
-        out.append(line(None, "every case >= minterpolate + 1 dB", "minterpolate not measured"))
-    s = summary.get((fd, None, "spread"))
-    out.append(line(s is not None and s <= TARGETS["spread"], "phase spread <= 1 dB", fmt(s) + " dB"))
-    wall, cpu, ni = clocks[fd][0], clocks[fd][1], max(clocks[fd][5], 1)
-    out.append(line(1e3 * cpu / ni <= TARGETS["ms"], SPEED, "%.1f ms CPU, %.1f ms wall" % (1e3 * cpu / ni, 1e3 * wall / ni)))
+        out.append(line(None, texts[3], "minterpolate not measured"))
+    out.append(line(spread is not None and spread <= TARGETS["spread"], texts[4], fmt(spread) + " dB"))
+    c = clocks[fd]
+    ms_cpu, ms_wall = (1e3 * c[k] / max(c["interpolated"], 1) for k in ("cpu", "wall"))
+    out.append(line(ms_cpu <= TARGETS["ms"], texts[5], "%.1f ms CPU, %.1f ms wall" % (ms_cpu, ms_wall)))
     return out
 
 
@@ -295,8 +296,34 @@ def machine_state():
         pass
     ff = "not installed"
     if shutil.which("ffmpeg"):
-        ff = subprocess.run(["ffmpeg", "-version"], capture_output=True, text=True).stdout.split(" Copyright")[0]
+        ff = subprocess.run(["ffmpeg", "-version"], capture_output=True, text=True).stdout
+        ff = ff.split(" Copyright")[0]
     return "%s, %d cores; %s; numpy %s; %s" % (model, os.cpu_count(), platform.platform(), np.__version__, ff)
+
+
+def report(start, loads, cases, have, scores, exact0, clocks, notes, probe):
+    summary = summarise(scores, cases, have)
+    motion = "; ".join("%s: %s" % (c, Scene.MOTION[c]) for c in cases)
+    rep = ["# Frame-rate conversion: luma PSNR against ground truth, %s" % start, "",
+           "Machine: %s." % machine_state(),
+           "Load average (1, 5, 15 min): %.2f %.2f %.2f at the start, %.2f %.2f %.2f at the end." % loads, "",
+           "Cases (motion per input pair): %s." % motion,
+           "1280x720 8-bit luma.  Phase 0.5 from 30 -> 60, phases 0.2 .. 0.8 from 60 -> 50.  Cells: mean / min"
+           " dB over the frames of that phase; 'all' weighs each phase the same.", ""]
+    rep += quality_table(summary, cases, have)
+    rep += ["", "Outputs on an input's time (phase 0), byte-exact: " +
+            ", ".join("%s %d of %d" % (m, e[0], e[1]) for m, e in exact0.items()) + "."]
+    rep += ["", "## Time per output frame", ""] + timing_table(clocks)
+    rep += ["", "repeat and blend are numpy references; the others are whole runs of the command "
+            "(reading, converting, writing; phase-0 copies included), one thread.  'interpolated' counts the "
+            "outputs off the inputs' times; the speed target divides the run's CPU time by them."]
+    if probe:
+        rep += ["", "## minterpolate's timing (flat frames whose level encodes the time)", ""]
+        rep += ["- " + line for line in probe]
+    rep += ["", "## Notes", ""] + (["- %s: %s" % kv for kv in notes.items()] or ["- none"])
+    rep += ["", "## Targets for framedsp convert-rate", "", "```"]
+    rep += target_lines(summary, clocks, cases, have) + ["```"]
+    return "\n".join(rep) + "\n"
 
 
 def main():
@@ -305,7 +332,8 @@ def main():
     ap = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     ap.add_argument("--framedsp", default=os.path.join(root, "build", "tools", "framedsp"), help="the CLI")
     ap.add_argument("--out", default=os.path.join(root, "build", "bench-frc"), help="report folder")
-    ap.add_argument("--cases", default=",".join(Scene.CASES), help="comma-separated, of " + ",".join(Scene.CASES))
+    ap.add_argument("--cases", default=",".join(Scene.CASES),
+                    help="comma-separated, of " + ",".join(Scene.CASES))
     ap.add_argument("--methods", default=",".join(names), help="comma-separated, of " + ",".join(names))
     ap.add_argument("--keep", action="store_true", help="keep the last clips under OUT/work")
     args = ap.parse_args()
@@ -325,25 +353,8 @@ def main():
         scene.forget()
     load1 = os.getloadavg()
 
-    have = [m for m in names if m in clocks]
-    rows, summary = quality_table(scores, cases, have)
-    rep = ["# Frame-rate conversion: luma PSNR against ground truth, %s" % start, "",
-           "Machine: %s." % machine_state(),
-           "Load average (1, 5, 15 min): %.2f %.2f %.2f at the start, %.2f %.2f %.2f at the end." % (load0 + load1),
-           "", "Cases (motion per input pair): " + "; ".join("%s: %s" % (c, Scene.MOTION[c]) for c in cases) + ".",
-           "1280x720 8-bit luma.  Phase 0.5 from 30 -> 60, phases 0.2 .. 0.8 from 60 -> 50.  Cells: mean / min"
-           " dB over the frames of that phase; 'all' weighs each phase the same.", ""] + rows
-    rep += ["", "Outputs on an input's time (phase 0), byte-exact: " +
-            ", ".join("%s %d of %d" % (m, e[0], e[1]) for m, e in exact0.items()) + "."]
-    rep += ["", "## Time per output frame", ""] + timing_table(clocks)
-    rep += ["", "repeat and blend are numpy references; the others are whole runs of the command "
-            "(reading, converting, writing; phase-0 copies included), one thread.  'interpolated' counts the "
-            "outputs off the inputs' times; the speed target divides the run's CPU time by them."]
-    if probe:
-        rep += ["", "## minterpolate's timing (flat frames whose level encodes the time)", ""] + ["- " + l for l in probe]
-    rep += ["", "## Notes", ""] + (["- %s: %s" % kv for kv in notes.items()] or ["- none"])
-    rep += ["", "## Targets for framedsp convert-rate", "", "```"] + target_lines(summary, clocks, cases, have) + ["```"]
-    text = "\n".join(rep) + "\n"
+    text = report(start, (load0 + load1), cases, [m for m in names if m in clocks],
+                  scores, exact0, clocks, notes, probe)
     for name, why in notes.items():
         print("%s: %s" % (name, why))
     print("\n" + text)
