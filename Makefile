@@ -95,13 +95,13 @@ bench: build
 
 # Frame-rate conversion against ground truth (a few minutes; not part of `make test`): PSNR per case
 # and phase and time per frame for repeat, blend, ffmpeg's minterpolate and `framedsp convert-rate`,
-# beside the converter's targets; the report goes to $(BUILD)/bench-frc/report.md.  Installs Debian's
-# python3-numpy and python3-skimage (needed) and ffmpeg (optional) when missing; to install nothing,
-# run bench/frc/frc_bench.py yourself.
+# beside the converter's targets; the report goes to $(BUILD)/bench-frc/report.md.  Installs the
+# Debian packages of BENCH_FRC_PACKAGES that are missing, each on its own (the Python modules are
+# needed, ffmpeg is optional); `make bench-frc BENCH_FRC_PACKAGES=` installs nothing.
 BENCH_PYTHON ?= /usr/bin/python3
+BENCH_FRC_PACKAGES ?= python3-numpy python3-skimage ffmpeg
 bench-frc: $(BUILD)/CMakeCache.txt
-	@FRAMEDSP_OPTIONAL_DEPS="python3-numpy python3-skimage" bash scripts/deps.sh
-	@FRAMEDSP_OPTIONAL_DEPS="ffmpeg" bash scripts/deps.sh
+	@for p in $(BENCH_FRC_PACKAGES); do FRAMEDSP_OPTIONAL_DEPS=$$p bash scripts/deps.sh; done
 	$(CMAKE) --build $(BUILD) -j $(JOBS) --target framedsp_cli
 	$(BENCH_PYTHON) bench/frc/frc_bench.py --framedsp $(BUILD)/tools/framedsp --out $(BUILD)/bench-frc
 

@@ -46,6 +46,7 @@ try:
 except ImportError as e:
     sys.exit("bench-frc: %s for %s: apt-get install python3-numpy python3-skimage" % (e, sys.executable))
 
+sys.dont_write_bytecode = True  # nothing written into the source tree
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from sequences import HEIGHT, WIDTH, Scene, output_times  # noqa: E402
 
