@@ -16,7 +16,7 @@ FUZZ_CC ?= clang
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := copy filter compare handles scaler subpixel_filter scaler_helper mipmaps
 
-.PHONY: all deps build run test test-release test-asan layout32 windows windows-test windows-check bench clean \
+.PHONY: all deps build run test test-release test-asan layout32 windows windows-test windows-check bench bench-frc clean \
         fuzz fuzz-build fuzz-corpus tsan
 
 all: build
@@ -92,6 +92,18 @@ windows-check:
 
 bench: build
 	./$(BUILD)/bench/framedsp_bench --benchmark_counters_tabular=true
+
+# Frame-rate conversion against ground truth (a few minutes; not part of `make test`): PSNR per case
+# and phase and time per frame for repeat, blend, ffmpeg's minterpolate and `framedsp convert-rate`,
+# beside the converter's targets; the report goes to $(BUILD)/bench-frc/report.md.  Installs the
+# Debian packages of BENCH_FRC_PACKAGES that are missing, each on its own (the Python modules are
+# needed, ffmpeg is optional); `make bench-frc BENCH_FRC_PACKAGES=` installs nothing.
+BENCH_PYTHON ?= /usr/bin/python3
+BENCH_FRC_PACKAGES ?= python3-numpy python3-skimage ffmpeg
+bench-frc: $(BUILD)/CMakeCache.txt
+	@for p in $(BENCH_FRC_PACKAGES); do FRAMEDSP_OPTIONAL_DEPS=$$p bash scripts/deps.sh; done
+	$(CMAKE) --build $(BUILD) -j $(JOBS) --target framedsp_cli
+	$(BENCH_PYTHON) bench/frc/frc_bench.py --framedsp $(BUILD)/tools/framedsp --out $(BUILD)/bench-frc
 
 # libFuzzer targets (clang with -fsanitize=fuzzer).  `make fuzz` runs each for FUZZ_SECONDS with
 # its committed corpus as the seed; `make fuzz-corpus` (part of `make test`) replays the corpus only.
