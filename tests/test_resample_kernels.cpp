@@ -110,7 +110,9 @@ TEST_P(ResampleHorzKernel, EveryLevelMatchesTheFormula) {
       simd_runs += level != 0 && d.lines.horz_uses_blocks[cls] && d.hplan.pairs ? 1 : 0;
     }
   }
-  if ((framedsp::cpu_flags() & framedsp::kCpuSSE2) && sb == 1) EXPECT_GT(simd_runs, 0) << "no SIMD kernel ran";
+  if ((framedsp::cpu_flags() & framedsp::kCpuSSE2) && sb == 1) {
+    EXPECT_GT(simd_runs, 0) << "no SIMD kernel ran";
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(AllClasses, ResampleHorzKernel, ::testing::Range<size_t>(0, 12));
