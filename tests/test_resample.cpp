@@ -238,3 +238,59 @@ TEST(ResamplePlan, RefusesWhatItCannotHold) {
 }
 
 }  // namespace
+
+#include "scale/scale_lines.h"
+
+namespace {
+
+// The scaler's general path in the engine's terms: positions j * step (step = (src << 14) / dst,
+// truncated), 14-bit phases, repeated edges; nearest reads floor(j * step), which is the engine's
+// floor(s + 1/2) at s = j * step - 1/2.  Every class's line resamplers give the same bytes, and the
+// vertical pass is the scaler's blend (a * (16384 - f) + b * f + 8192) >> 14.
+TEST(ResamplePlan, ScalerPositionsGiveTheScalerLines) {
+  std::mt19937 rng(framedsp_test::test_seed() + 4);
+  framedsp::ScaleLineTable lines;
+  framedsp::scale_line_table_init(&lines, framedsp::cpu_flags());
+  for (uint32_t cls = 0; cls < framedsp::kResampleClasses; ++cls) {
+    const int32_t px = int32_t(framedsp::resample_group_pixels(cls));
+    for (int linear = 0; linear < 2; ++linear) {
+      for (const auto &wh : {std::pair<int, int>{40, 58}, {58, 40}, {16, 16}, {30, 90}, {90, 12}}) {
+        const int32_t sw = wh.first * px, dw = wh.second * px;
+        const uint64_t step = (uint64_t(sw) << 14) / uint64_t(dw);
+        const int64_t shift = linear ? 0 : framedsp::kResamplePosOne / 2;
+        Job job(cls, uint32_t(linear), sw, 2, dw, 3);
+        std::vector<int64_t> chroma(size_t(dw / 2));
+        for (int32_t j = 0; j < dw; ++j) job.cols[size_t(j)] = int64_t((j * step) << 18) - shift;
+        for (int32_t g = 0; g < dw / 2; ++g) chroma[size_t(g)] = int64_t((g * step) << 18) - shift;
+        const uint64_t vstep = (2u << 14) / 3;
+        for (int32_t k = 0; k < 3; ++k) job.rows[size_t(k)] = int64_t((k * vstep) << 18) - shift;
+        job.s.chroma_pos = px == 2 ? chroma.data() : nullptr;
+        job.s.phase_bits = 14;
+        job.s.cols.widen_q16 = job.s.rows.widen_q16 = 65536;  // the scaler never widens
+        Picture src(cls, sw, 2), out(cls, dw, 3);
+        resample_test::fill_random(src.bytes, rng);
+        ASSERT_EQ(job.run(src, out, framedsp::cpu_flags()), 0);
+        Picture want(cls, dw, 3);
+        std::vector<uint8_t> a(want.stride), b(want.stride);
+        const auto resample = linear ? lines.linear[cls] : lines.nearest[cls];
+        resample(src.row(0), a.data(), uint32_t(step), src.stride, want.stride);
+        resample(src.row(1), b.data(), uint32_t(step), src.stride, want.stride);
+        for (int32_t k = 0; k < 3; ++k) {
+          const bool last = (k * vstep) >> 14 != 0;  // row 1: its successor is clamped to itself
+          const uint32_t f = linear && !last ? uint32_t(k * vstep) & 0x3FFF : 0;
+          if (f == 0) {
+            std::memcpy(want.row(k), last ? b.data() : a.data(), want.stride);
+          } else if (cls >= 7) {
+            continue;  // the scaler blends the bytes of 16-bit samples one by one: not expressible
+          } else {
+            framedsp::scale_blend_c(a.data(), b.data(), want.row(k), f, 16384 - f, want.stride);
+          }
+          ASSERT_EQ(0, std::memcmp(want.row(k), out.row(k), want.stride)) << "class " << cls << " linear " << linear
+                                                                           << " " << sw << " -> " << dw << " row " << k;
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
