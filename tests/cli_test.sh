@@ -288,7 +288,7 @@ got=$(byte_list "$T/fb.uyvy")
 [ "$got" = "$expected" ] || fail "copy --field b: bytes '$got', expected '$expected'"
 run copy "$T/fa.uyvy" "$T/fr.uyvy" -s 4x2 -f uyvy422 --to-frame a
 expect_status 0 "copy --to-frame a (new file)"
-run copy "$T/fb.uyvy" "$T/fr.uyvy" -s 4x2 -f uyvy422 --to-frame b
+run copy "$T/fb.uyvy" "$T/fr.uyvy" -s 4x2 -f uyvy422 --to-frame b -y
 expect_status 0 "copy --to-frame b (existing file)"
 cmp -s "$T/f.uyvy" "$T/fr.uyvy" || fail "copy: fields A and B placed back differ from the frame"
 
@@ -406,7 +406,7 @@ if [ "$filter_works" -eq 1 ]; then
   # 15 taps at 95 sums to 510 (255 -> 254 -> 253); 15 taps at 50 to 514 (128 -> 129 -> 130).
   for opts in "15:95 510" "15:50 514"; do
     set -- $opts
-    run filter "$T/flat2.uyvy" "$T/fo2.uyvy" -s 16x4 -f uyvy422 --fir "$1,$1"
+    run filter "$T/flat2.uyvy" "$T/fo2.uyvy" -y -s 16x4 -f uyvy422 --fir "$1,$1"
     expect_status 0 "filter two flat frames --fir $1,$1"
     e1=$(flat 255 "$2" "$2")
     e2=$(flat 128 "$2" "$2")
@@ -414,7 +414,7 @@ if [ "$filter_works" -eq 1 ]; then
     got=$(byte_list "$T/fo2.uyvy")
     [ "$got" = "$expected" ] || fail "filter --fir $1,$1 on flat 255 and 128 frames: expected $e1 and $e2, got '$got'"
     # Horizontal only: one pass of the row's gain.
-    run filter "$T/flat2.uyvy" "$T/fo2h.uyvy" -s 16x4 -f uyvy422 --fir "$1,3:100"
+    run filter "$T/flat2.uyvy" "$T/fo2h.uyvy" -y -s 16x4 -f uyvy422 --fir "$1,3:100"
     expect_status 0 "filter --fir $1,3:100"
     e1=$(flat 255 "$2")
     e2=$(flat 128 "$2")
@@ -427,7 +427,7 @@ if [ "$filter_works" -eq 1 ]; then
   bytes "$T/ramp.uyvy" 20 96
   for opts in "--fir 7:100,7:100" "--fir 0:100,0:100" "--box 0x0" "--box 1x1" "--box 1x1 --temp-frame"; do
     # shellcheck disable=SC2086
-    run filter "$T/ramp.uyvy" "$T/same.uyvy" -s 12x4 -f uyvy422 $opts
+    run filter "$T/ramp.uyvy" "$T/same.uyvy" -y -s 12x4 -f uyvy422 $opts
     expect_status 0 "filter $opts"
     cmp -s "$T/ramp.uyvy" "$T/same.uyvy" || fail "filter $opts changed the frame"
   done
@@ -493,7 +493,7 @@ if [ "$filter_works" -eq 1 ]; then
   expect_status 0 "filter --box 9x9"
   cmp -s "$T/flat200.bgra" "$T/flatb.bgra" || fail "filter --box 9x9 changed a flat 200 field"
   fill "$T/flat255.bgra" 1024 255
-  run filter "$T/flat255.bgra" "$T/flatb.bgra" -s 16x16 -f bgra --box 256x255
+  run filter "$T/flat255.bgra" "$T/flatb.bgra" -y -s 16x16 -f bgra --box 256x255
   expect_status 0 "filter --box 256x255"
   cmp -s "$T/flat255.bgra" "$T/flatb.bgra" || fail "filter --box 256x255 changed a flat 255 field"
 fi
@@ -603,7 +603,7 @@ printf '\000\144\310\372' >"$T/ramp.gray"   # 0 100 200 250
 for mode in nearest linear; do
   lin=0; [ "$mode" = linear ] && lin=1
   for to in 8 6 2 4; do
-    run scale "$T/ramp.gray" "$T/ramp_$to.gray" -s 4x1 -f gray --to "${to}x1" --filter "$mode"
+    run scale "$T/ramp.gray" "$T/ramp_$to.gray" -y -s 4x1 -f gray --to "${to}x1" --filter "$mode"
     expect_status 0 "scale gray 4 -> $to $mode"
     expected=$(resampled "$to" "$lin" 0 100 200 250)
     got=$(byte_list "$T/ramp_$to.gray")
@@ -638,7 +638,7 @@ expect_status 0 "scale --factor 0.5"
 [ "$(wc -c <"$T/half.uyvy")" -eq $((96 * 54 * 2 * 2)) ] || fail "scale --factor 0.5: output size"
 run scale "$T/clip.uyvy" "$T/fit.uyvy" -s 192x108 -f uyvy422 --factor 0.5 --fit --to 128x72
 expect_status 0 "scale --fit --to"
-run scale "$T/clip.uyvy" "$T/fa.uyvy" -s 192x108 -f uyvy422 --field a --to 128x36
+run scale "$T/clip.uyvy" "$T/fa.uyvy" -y -s 192x108 -f uyvy422 --field a --to 128x36
 expect_status 0 "scale --field a"
 [ "$(wc -c <"$T/fa.uyvy")" -eq $((128 * 36 * 2 * 2)) ] || fail "scale --field a: output size"
 run scale "$T/clip.uyvy" "$T/up.uyvy" -s 192x108 -f uyvy422 --to 256x144 --interlaced --colorspace 601:709
@@ -770,7 +770,7 @@ expect_row overall "$same $same $same" "compare with progress: figures unchanged
 run scale "$T/p.uyvy" "$T/p_scaled.uyvy" -s 4x2 -f uyvy422 --to 2x2 --progress
 expect_status 0 "scale --progress"
 expect_in "$T/err" "framedsp scale: frame 3/3" "scale progress line"
-run copy "$T/p.uyvy" "$T/p_out.uyvy" -s 4x2 -f uyvy422
+run copy "$T/p.uyvy" "$T/p_out.uyvy" -s 4x2 -f uyvy422 -y
 expect_status 0 "copy without --progress"
 [ -s "$T/err" ] && fail "copy without --progress and no terminal wrote to stderr"
 
