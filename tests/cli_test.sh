@@ -333,20 +333,20 @@ done
 run copy "$T/p.uyvy" "$T/p_out" -s 4x2 -f uyvy422 -y
 [ -s "$T/err" ] && fail "copy without --progress wrote to stderr"
 
-# ---- mipmaps: 16x16 blocks of distinct values (50 + 20 * block) in a 64x32 gray frame, and
-# the same luma in uyvy422 with chroma noise that must not leak into the pyramid
-mk "$T/blocks.gray" 2048 '50 + 20 * (int(i / 1024) * 4 + int(i % 64 / 16))'
-mk "$T/blocks.uyvy" 4096 'i % 2 ? 50 + 20 * (int(i / 2048) * 4 + int(i % 128 / 32)) : (i * 37) % 256'
+# ---- mipmaps: 16x16 blocks of distinct values (50 + 20 * block) in a 48x32 gray frame (level 4
+# is 3 wide), and the same luma in uyvy422 with chroma noise that must not leak into the pyramid
+mk "$T/blocks.gray" 1536 '50 + 20 * (int(i / 768) * 4 + int(i % 48 / 16))'
+mk "$T/blocks.uyvy" 3072 'i % 2 ? 50 + 20 * (int(i / 1536) * 4 + int(i % 96 / 32)) : (i * 37) % 256'
 while IFS='|' read -r in fmt opts png; do
-  run mipmaps "$T/$in" "$T/m_$fmt.png" -s 64x32 -f "$fmt" $opts
+  run mipmaps "$T/$in" "$T/m_$fmt.png" -s 48x32 -f "$fmt" $opts
   png_is "$T/m_$fmt.png" "$png"
 done <<EOF
-blocks.gray|gray|--filter nearest|124 32 8 0
-blocks.uyvy|uyvy422|--levels 3 --filter nearest|112 32 8 0
-blocks.gray|263|--levels 2 --filter linear|96 32 8 0
+blocks.gray|gray|--filter nearest|93 32 8 0
+blocks.uyvy|uyvy422|--levels 3 --filter nearest|84 32 8 0
+blocks.gray|263|--levels 2 --filter linear|72 32 8 0
 EOF
-run mipmaps "$T/blocks.gray" "$T/m_lin.png" -s 64x32 -f gray
-has "$T/out" "level 4: 4x2" "mipmaps level sizes"
+run mipmaps "$T/blocks.gray" "$T/m_lin.png" -s 48x32 -f gray
+has "$T/out" "level 4: 3x2" "mipmaps level sizes"
 
 # ---- demo, contact sheet
 run demo --out "$T/demo" -s 64x32 --frames 3
@@ -405,7 +405,7 @@ def decode(path):
 w, h, rows = decode(sys.argv[2])
 if sys.argv[1] == 'sheet':
     sys.exit(0 if any(bytes(r[i:i + 3]) == b'\xff\xd6\x5a' for r in rows[8:22] for i in range(0, len(r), 3)) else 'no title')
-left, lw, lh = 0, 64, 32
+left, lw, lh = 0, 48, 32
 for k in range(int(sys.argv[3])):
     for y in range(h):
         for x in range(lw):

@@ -1,5 +1,7 @@
 #include "args.h"
 
+#include <algorithm>
+
 #include "framedsp/framedsp.h"
 
 namespace framedsp {

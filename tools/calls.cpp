@@ -256,10 +256,12 @@ bool build_pyramid(std::vector<MipLevel> *levels, uint32_t filter, double *ms, s
   for (size_t k = 0; k < levels->size(); ++k) {
     MipLevel &level = (*levels)[k];
     if (k > 0) std::fill(level.samples.begin(), level.samples.end(), 0);
-    RawLayout plane;
-    make_layout(DSP_PIXEL_FORMAT_KEY8, level.width, level.height, 0, 0, &plane, error);
+    RawLayout plane;  // any width: the halving makes odd ones
+    plane.format = plane.main_format = DSP_PIXEL_FORMAT_MIPMAP;
+    plane.width = plane.line_bytes = plane.stride = level.width;
+    plane.height = level.height;
+    plane.main_bytes = plane.frame_bytes = level.samples.size();
     list.Levels[k] = image_of(plane, level.samples.data());
-    list.Levels[k].ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
   }
   DSP_MIPMAP_PARAMS params;
   std::memset(&params, 0, sizeof params);

@@ -1,4 +1,5 @@
 // `framedsp compare`: DspCompare on every pair of frames, a table of the figures.
+#include <algorithm>
 #include <cstdio>
 
 #include "calls.h"

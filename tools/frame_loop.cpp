@@ -1,5 +1,6 @@
 #include "frame_loop.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 

@@ -54,8 +54,8 @@ class Job {
   // Frame `index` of input `which`, read on demand; the last two frames of each input are kept.
   const uint8_t *input(uint64_t index, size_t which = 0);
 
-  Job(const Parsed &parsed) : parsed_(parsed) {}
-  void open_inputs();
+  explicit Job(const Parsed &parsed) : parsed_(parsed) {}
+  void open_inputs();  // the loop opens them once setup has run
 
  private:
   struct Input {
