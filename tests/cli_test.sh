@@ -384,7 +384,7 @@ EOF
 if command -v python3 >/dev/null 2>&1; then
   cat >"$T/png.py" <<'EOF'
 import struct, sys, zlib
-def decode(path):
+def decode(path, last_row=1 << 30):
     data, pos, idat = open(path, 'rb').read(), 8, b''
     while pos < len(data):
         n, kind = struct.unpack('>I4s', data[pos:pos + 8])
@@ -393,7 +393,7 @@ def decode(path):
         pos += 12 + n
     bpp = 3 if colour == 2 else 1
     raw, rows, stride = zlib.decompress(idat), [bytearray(w * bpp)], w * bpp + 1
-    for y in range(h):
+    for y in range(min(h, last_row)):
         f, line, prev = raw[y * stride], bytearray(raw[y * stride + 1:(y + 1) * stride]), rows[-1]
         for i in range(len(line)):
             a, b, c = line[i - bpp] if i >= bpp else 0, prev[i], prev[i - bpp] if i >= bpp else 0
@@ -402,7 +402,7 @@ def decode(path):
             line[i] = (line[i] + [0, a, b, (a + b) // 2, paeth][f]) & 255
         rows.append(line)
     return w, h, rows[1:]
-w, h, rows = decode(sys.argv[2])
+w, h, rows = decode(sys.argv[2], 22 if sys.argv[1] == 'sheet' else 1 << 30)
 if sys.argv[1] == 'sheet':
     sys.exit(0 if any(bytes(r[i:i + 3]) == b'\xff\xd6\x5a' for r in rows[8:22] for i in range(0, len(r), 3)) else 'no title')
 left, lw, lh = 0, 48, 32
