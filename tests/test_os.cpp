@@ -114,7 +114,8 @@ std::vector<std::vector<uint32_t>> draw_in_processes(int children, std::vector<u
   std::string command = std::string("\"") + program + "\" --gtest_filter=" + test->test_suite_name() +
                         "." + test->name();
   SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
-  HANDLE null_out = CreateFileA("NUL", GENERIC_WRITE, FILE_SHARE_WRITE, &inherit, OPEN_EXISTING, 0, nullptr);
+  HANDLE null_out =
+      CreateFileA("NUL", GENERIC_WRITE, FILE_SHARE_WRITE, &inherit, OPEN_EXISTING, 0, nullptr);
   // The copy runs the one test, whatever shard of the suite this process runs.
   const char *shard_variables[] = {"GTEST_TOTAL_SHARDS", "GTEST_SHARD_INDEX"};
   std::string shards[2];
@@ -133,7 +134,8 @@ std::vector<std::vector<uint32_t>> draw_in_processes(int children, std::vector<u
     PROCESS_INFORMATION process{};
     std::vector<char> line(command.begin(), command.end());
     line.push_back('\0');
-    if (CreateProcessA(program, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process)) {
+    if (CreateProcessA(program, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                       &process)) {
       started.push_back(process);
     }
   }
@@ -178,15 +180,17 @@ void set_last_error(int value) { errno = value; }
 // POSIX shared memory lives in /dev/shm on Linux; where it is missing or read-only the counter
 // falls back to a process-local word by design.
 const char *named_memory_missing() {
-  return access("/dev/shm", W_OK | X_OK) == 0 ? nullptr : "/dev/shm is unavailable here: ids are process-local";
+  if (access("/dev/shm", W_OK | X_OK) == 0) return nullptr;
+  return "/dev/shm is unavailable here: ids are process-local";
 }
 
 uint32_t *map_named_word(const char *name, bool *everyone) {
   const int fd = shm_open(name, O_RDWR, 0);
   if (fd < 0) return nullptr;
-  struct stat st;
+  struct stat st{};
   *everyone = fstat(fd, &st) == 0 && (st.st_mode & 0777) == 0666;
-  void *view = st.st_size >= 4 ? mmap(nullptr, 4, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0) : MAP_FAILED;
+  void *view = MAP_FAILED;
+  if (st.st_size >= 4) view = mmap(nullptr, 4, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   close(fd);
   return view == MAP_FAILED ? nullptr : static_cast<uint32_t *>(view);
 }

@@ -46,7 +46,8 @@ const char *write_png_stored(FILE *file, const Picture &picture) {
   raw.reserve((row_bytes + 1) * picture.height);
   for (uint32_t y = 0; y < picture.height; ++y) {
     raw.push_back(0);
-    raw.insert(raw.end(), picture.pixels.begin() + y * row_bytes, picture.pixels.begin() + (y + 1) * row_bytes);
+    const auto row = picture.pixels.begin() + y * row_bytes;
+    raw.insert(raw.end(), row, row + row_bytes);
   }
   std::vector<uint8_t> z = {0x78, 0x01};
   uint32_t a = 1, b = 0;  // Adler-32 of the raw bytes
