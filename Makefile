@@ -1,7 +1,7 @@
 # The two commands of a fresh machine: `make run` (build, then the demo on the built-in clip) and
-# `make test` (build and pass every test: release, ASan+UBSan, the 32-bit layout check, the fuzz
-# corpus replay and the ThreadSanitizer stress tests; the last two say SKIPPED without clang's
-# libFuzzer or TSan).
+# `make test` (build and pass every test: release, ASan+UBSan, the 32-bit layout check, the
+# Windows checks, the fuzz corpus replay and the ThreadSanitizer stress tests; the last three say
+# SKIPPED without mingw-w64, clang's libFuzzer or TSan).
 
 SHELL := /bin/bash
 
