@@ -204,6 +204,7 @@ std::vector<std::vector<uint32_t>> draw_in_processes(int children, std::vector<u
     *error = "pipe failed";
     return {};
   }
+  std::fflush(nullptr);  // or the children write the parent's buffered output again
   std::vector<pid_t> pids;
   for (int c = 0; c < children; ++c) {
     const std::string file = ids_file(c);  // named after the parent
