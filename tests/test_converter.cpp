@@ -2,8 +2,6 @@
 // ratios and the derived count, handle checks of the three handle exports, and the exception
 // guard (E_UNEXPECTED with reference counts and memory intact).
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <cstdint>
@@ -18,6 +16,7 @@
 #include "frame/handle.h"
 #include "framedsp/framedsp.h"
 #include "framerate/converter.h"
+#include "test_os.h"
 
 namespace {
 
@@ -428,11 +427,7 @@ TEST(Converter, BadHandlesGiveEHandle) {
   expect_bad_handle(reinterpret_cast<DSP_HANDLE>(uintptr_t{0xFFFFFFFFu}), "0xFFFFFFFF");
   expect_bad_handle(reinterpret_cast<DSP_HANDLE>(~uintptr_t{0}), "all ones");
 
-  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-  void *gone = mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(gone, MAP_FAILED);
-  ASSERT_EQ(munmap(gone, page), 0);
-  expect_bad_handle(gone, "unmapped page");
+  expect_bad_handle(framedsp_test::unmapped_address(), "unmapped page");
 
   std::unique_ptr<uint64_t[]> block(new uint64_t[32]());
   expect_bad_handle(block.get(), "unrelated block");
