@@ -1001,10 +1001,14 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter
  *     block reads only the previous pass, so the field does not depend on block order or ISA.
  *   - Level 0: each search block's vector is refined to half, then quarter pixels (the two
  *     horizontal and two vertical neighbours at each step and the diagonal between the better
- *     sides; bilinear samples, (.. + 8) >> 4; pure match, no smoothness); then each final block
- *     takes the cheapest (with lambda, against its own search block's vector) of the 3x3 refined
- *     vectors around it that differ from its own by more than half a pixel (the split stage,
- *     unless DSP_MOTION_NO_SPLIT).
+ *     sides; bilinear samples ((4-fx)(4-fy) a + fx(4-fy) b + (4-fx)fy c + fx fy d + 8) >> 4 of
+ *     the four pixels around; pure match); then each block weighs its refined vector against its
+ *     eight neighbours' with lambda against their median (which settles blocks whose texture
+ *     leaves the match open along one direction); then each final block takes the cheapest (with
+ *     lambda, against its own search block's vector) of the 3x3 vectors around it that differ
+ *     from its own by more than half a pixel (the split stage, unless DSP_MOTION_NO_SPLIT).
+ *   - Blocks without detail (DSP_MV_FLAT) cannot be placed by their own content; their vectors
+ *     follow the smoothness term and may be off by more than a quarter pixel.
  * Samples outside a picture repeat its edge samples.  After both directions, each entry is
  * checked against the other direction at the point its centre moves to (DSP_MV_INCONSISTENT).
  * The same inputs give the same field on every CPU and ISA level. */

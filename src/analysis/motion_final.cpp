@@ -115,7 +115,7 @@ void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, ui
       for (int32_t col = 0; col < sg.cols; ++col) {
         const MotionBlock block = make_block(f.a, sg, col, row);
         const MotionVec own = f.search[row * sg.cols + col];
-        // Pure match: a smoothness term would pull towards the whole-pixel neighbours.
+        // Pure match: a smoothness term here would pull towards the whole-pixel vectors.
         FinalEval eval(k, f, block, own, 0);
         eval.consider(own, false);
         eval.cross(2);
@@ -123,7 +123,24 @@ void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, ui
         f.refined[row * sg.cols + col] = eval.best().v;
       }
     }
-    search = f.refined;
+    // Then each block weighs its refined vector against its neighbours' with the smoothness term
+    // (median of the refined 3x3), which settles blocks whose texture leaves the match open
+    // along one direction.
+    for (int32_t row = 0; row < sg.rows; ++row) {
+      for (int32_t col = 0; col < sg.cols; ++col) {
+        const MotionBlock block = make_block(f.a, sg, col, row);
+        FinalEval eval(k, f, block, median9(f.refined, sg, col, row), f.lambda);
+        eval.consider(f.refined[row * sg.cols + col], true);
+        for (int32_t dy = -1; dy <= 1; ++dy) {
+          for (int32_t dx = -1; dx <= 1; ++dx) {
+            const int32_t r = row + dy, c = col + dx;
+            if (r >= 0 && r < sg.rows && c >= 0 && c < sg.cols) eval.consider(f.refined[r * sg.cols + c], true);
+          }
+        }
+        f.settled[row * sg.cols + col] = eval.best().v;
+      }
+    }
+    search = f.settled;
   }
   // The split stage: each final block takes the best of the search vectors around it.
   for (int32_t row = 0; row < g.rows; ++row) {

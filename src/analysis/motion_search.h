@@ -115,7 +115,8 @@ struct FinalStage {
   uint32_t scene_threshold = 0;   // per 64 pixels
   bool split = true;
   bool subpel = true;                   // false: whole pixels only
-  MotionVec *refined = nullptr;         // search_grid.count() vectors of scratch
+  MotionVec *refined = nullptr;         // search_grid.count() vectors of scratch each
+  MotionVec *settled = nullptr;
 };
 // vec, cost (SAD per 64 pixels, saturated to 16 bits) and flags: grid.count() entries each.
 void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, uint16_t *cost,

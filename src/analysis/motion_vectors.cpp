@@ -228,6 +228,7 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   f.split = !(p.flags & DSP_MOTION_NO_SPLIT);
   f.subpel = p.subpel;
   f.refined = w.scratch0;
+  f.settled = w.scratch1;
   final_stage(k, f, w.vec[d], w.cost[d], w.flags[d]);
 }
 
