@@ -90,6 +90,22 @@ MotionVec TemporalSource::at(int32_t x, int32_t y) const {
   return MotionVec{e.sX, e.sY};
 }
 
+namespace {
+
+// Median of nine by the classic 19-exchange network.
+int32_t median_of_9(int32_t *p) {
+  auto sort2 = [](int32_t &a, int32_t &b) {
+    if (a > b) std::swap(a, b);
+  };
+  sort2(p[1], p[2]), sort2(p[4], p[5]), sort2(p[7], p[8]), sort2(p[0], p[1]), sort2(p[3], p[4]);
+  sort2(p[6], p[7]), sort2(p[1], p[2]), sort2(p[4], p[5]), sort2(p[7], p[8]), sort2(p[0], p[3]);
+  sort2(p[5], p[8]), sort2(p[4], p[7]), sort2(p[3], p[6]), sort2(p[1], p[4]), sort2(p[2], p[5]);
+  sort2(p[4], p[7]), sort2(p[4], p[2]), sort2(p[6], p[4]), sort2(p[4], p[2]);
+  return p[4];
+}
+
+}  // namespace
+
 MotionVec median9(const MotionVec *field, const BlockGrid &grid, int32_t col, int32_t row) {
   int32_t xs[9], ys[9];
   int n = 0;
@@ -101,9 +117,7 @@ MotionVec median9(const MotionVec *field, const BlockGrid &grid, int32_t col, in
       ys[n] = v.y;
     }
   }
-  std::nth_element(xs, xs + 4, xs + 9);
-  std::nth_element(ys, ys + 4, ys + 9);
-  return MotionVec{xs[4], ys[4]};
+  return MotionVec{median_of_9(xs), median_of_9(ys)};
 }
 
 }  // namespace framedsp

@@ -137,50 +137,87 @@ void avg_line_x86(const uint8_t *a, const uint8_t *b, uint8_t *out, size_t n) {
   for (; i < n; ++i) out[i] = static_cast<uint8_t>((a[i] + b[i] + 1) >> 1);
 }
 
-// Bilinear quarter-pixel samples on the fly (see sad_q in motion_kernels.h): 8 samples as 16-bit
-// lanes.  Every product and sum stays below 16 * 255 + 8, so 16-bit lanes are exact.
+// Bilinear quarter-pixel samples on the fly (see sad_q in motion_kernels.h).  Every product and
+// sum stays below 16 * 255 + 8, so 16-bit lanes are exact.  Each line's horizontal blend serves
+// two output lines.
 struct Bilinear {
   __m128i wx0, wx1, wy0, wy1, round;
   Bilinear(uint32_t fx, uint32_t fy)
       : wx0(_mm_set1_epi16(static_cast<short>(4 - fx))), wx1(_mm_set1_epi16(static_cast<short>(fx))),
         wy0(_mm_set1_epi16(static_cast<short>(4 - fy))), wy1(_mm_set1_epi16(static_cast<short>(fy))),
         round(_mm_set1_epi16(8)) {}
+  // (4 - fx) p[x] + fx p[x + 1] for 8 samples.
   __m128i line(const uint8_t *p) const {
     const __m128i z = _mm_setzero_si128();
     return _mm_add_epi16(_mm_mullo_epi16(_mm_unpacklo_epi8(load8(p), z), wx0),
                          _mm_mullo_epi16(_mm_unpacklo_epi8(load8(p + 1), z), wx1));
   }
-  __m128i at(const uint8_t *p, ptrdiff_t fs) const {
-    const __m128i v = _mm_add_epi16(_mm_mullo_epi16(line(p), wy0), _mm_mullo_epi16(line(p + fs), wy1));
+  __m128i vertical(__m128i upper, __m128i lower) const {
+    const __m128i v = _mm_add_epi16(_mm_mullo_epi16(upper, wy0), _mm_mullo_epi16(lower, wy1));
     return _mm_srli_epi16(_mm_add_epi16(v, round), 4);
   }
 };
 
+#if defined(__AVX2__)
+// Blocks a multiple of 16 wide: 16 samples a vector, differences summed in 16-bit lanes.
+inline uint32_t sad_q_wide(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t w,
+                           uint32_t h, uint32_t fx, uint32_t fy) {
+  const __m256i wx0 = _mm256_set1_epi16(static_cast<short>(4 - fx)), wx1 = _mm256_set1_epi16(static_cast<short>(fx));
+  const __m256i wy0 = _mm256_set1_epi16(static_cast<short>(4 - fy)), wy1 = _mm256_set1_epi16(static_cast<short>(fy));
+  const __m256i round = _mm256_set1_epi16(8), ones = _mm256_set1_epi16(1);
+  auto line = [&](const uint8_t *p) {
+    return _mm256_add_epi16(_mm256_mullo_epi16(_mm256_cvtepu8_epi16(load16(p)), wx0),
+                            _mm256_mullo_epi16(_mm256_cvtepu8_epi16(load16(p + 1)), wx1));
+  };
+  __m256i prev[4], acc = _mm256_setzero_si256();
+  const uint32_t chunks = w / 16;
+  for (uint32_t c = 0; c < chunks; ++c) prev[c] = line(f + 16 * c);
+  for (uint32_t y = 0; y < h; ++y, a += as, f += fs) {
+    for (uint32_t c = 0; c < chunks; ++c) {
+      const __m256i next = line(f + fs + 16 * c);
+      __m256i v = _mm256_add_epi16(_mm256_mullo_epi16(prev[c], wy0), _mm256_mullo_epi16(next, wy1));
+      v = _mm256_srli_epi16(_mm256_add_epi16(v, round), 4);
+      prev[c] = next;
+      const __m256i d = _mm256_abs_epi16(_mm256_sub_epi16(_mm256_cvtepu8_epi16(load16(a + 16 * c)), v));
+      acc = _mm256_add_epi32(acc, _mm256_madd_epi16(d, ones));
+    }
+  }
+  const __m128i s = _mm_add_epi32(_mm256_castsi256_si128(acc), _mm256_extracti128_si256(acc, 1));
+  const __m128i t = _mm_add_epi32(s, _mm_srli_si128(s, 8));
+  return static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_add_epi32(t, _mm_srli_si128(t, 4))));
+}
+#endif
+
 uint32_t sad_q_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t w, uint32_t h,
                    uint32_t fx, uint32_t fy) {
   if ((fx | fy) == 0) return sad_block(a, as, One{f, fs}, w, h);
+#if defined(__AVX2__)
+  if (w % 16 == 0) return sad_q_wide(a, as, f, fs, w, h, fx, fy);
+#endif
   const Bilinear q(fx, fy);
-  __m128i acc = _mm_setzero_si128();
-  uint32_t y = 0, sum = 0;
-  if (w == 8) {
-    for (; y + 2 <= h; y += 2, a += 2 * as, f += 2 * fs) {
-      acc = _mm_add_epi64(acc, _mm_sad_epu8(pair8(a, as), _mm_packus_epi16(q.at(f, fs), q.at(f + fs, fs))));
-    }
-  }
+  const uint32_t chunks = w / 8;  // w <= 64
+  __m128i prev[8];
+  for (uint32_t c = 0; c < chunks; ++c) prev[c] = q.line(f + 8 * c);
   const uint32_t w00 = (4 - fx) * (4 - fy), w10 = fx * (4 - fy), w01 = (4 - fx) * fy, w11 = fx * fy;
-  for (; y < h; ++y, a += as, f += fs) {
-    uint32_t x = 0;
-    for (; x + 16 <= w; x += 16) {
-      const __m128i v = _mm_packus_epi16(q.at(f + x, fs), q.at(f + x + 8, fs));
-      acc = _mm_add_epi64(acc, _mm_sad_epu8(load16(a + x), v));
-    }
-    if (x + 8 <= w) {
-      const __m128i v = _mm_packus_epi16(q.at(f + x, fs), _mm_setzero_si128());
-      acc = _mm_add_epi64(acc, _mm_sad_epu8(load8(a + x), v));
-      x += 8;
-    }
+  __m128i acc = _mm_setzero_si128();
+  uint32_t sum = 0;
+  for (uint32_t y = 0; y < h; ++y, a += as, f += fs) {
     const uint8_t *g = f + fs;
-    for (; x < w; ++x) {
+    uint32_t c = 0;
+    for (; c + 2 <= chunks; c += 2) {
+      const __m128i n0 = q.line(g + 8 * c), n1 = q.line(g + 8 * c + 8);
+      const __m128i v = _mm_packus_epi16(q.vertical(prev[c], n0), q.vertical(prev[c + 1], n1));
+      prev[c] = n0;
+      prev[c + 1] = n1;
+      acc = _mm_add_epi64(acc, _mm_sad_epu8(load16(a + 8 * c), v));
+    }
+    if (c < chunks) {
+      const __m128i n0 = q.line(g + 8 * c);
+      const __m128i v = _mm_packus_epi16(q.vertical(prev[c], n0), _mm_setzero_si128());
+      prev[c] = n0;
+      acc = _mm_add_epi64(acc, _mm_sad_epu8(load8(a + 8 * c), v));
+    }
+    for (uint32_t x = 8 * chunks; x < w; ++x) {
       const int s = static_cast<int>((w00 * f[x] + w10 * f[x + 1] + w01 * g[x] + w11 * g[x + 1] + 8) >> 4);
       const int d = a[x] - s;
       sum += static_cast<uint32_t>(d < 0 ? -d : d);
