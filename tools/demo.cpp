@@ -17,6 +17,7 @@
 #include "filter_command.h"
 #include "formats.h"
 #include "mipmaps_command.h"
+#include "vectors_command.h"
 #include "framedsp/framedsp.h"
 #include "png_writer.h"
 #include "scale_command.h"
@@ -534,6 +535,22 @@ bool step_mipmaps(Demo &demo, StepReport *report, std::string *error) {
   return true;
 }
 
+// Block motion from frame 0 to frame 1 of the clip's luma, drawn as arrows.
+bool step_vectors(Demo &demo, StepReport *report, std::string *error) {
+  const RawLayout &l = demo.layout;
+  Picture picture;
+  std::string caption;
+  double ms = 0;
+  if (!demo_vectors(luma_of(l.format, l.width, l.height, l.stride, demo.frames[0].data()),
+                    luma_of(l.format, l.width, l.height, l.stride, demo.frames[1].data()), l.width,
+                    l.height, &picture, &caption, &ms, error) ||
+      !save_png(demo, "vectors.png", picture, error)) {
+    return false;
+  }
+  report->entries.push_back({"vectors.png", caption, {}, ms});
+  return true;
+}
+
 struct Step {
   const char *title;
   bool (*run)(Demo &, StepReport *, std::string *);
@@ -553,6 +570,7 @@ const Step kSteps[] = {
     {"DspScaler: standard definition up to the clip size", step_scale_sd_hd},
     {"DspScalerHelper: 4:3 fitted into 16:9, then DspScaler", step_fit},
     {"DspCreateMipMaps: pyramid of frame 0's luma", step_mipmaps},
+    {"DspCreateMotionVectors: frame 0 to frame 1", step_vectors},
 };
 
 // ---- report

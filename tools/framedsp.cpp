@@ -15,6 +15,7 @@
 #include "scale_command.h"
 #include "formats.h"
 #include "mipmaps_command.h"
+#include "vectors_command.h"
 #include "frame/pixel_format.h"
 #include "png_writer.h"
 #include "progress.h"
@@ -39,6 +40,7 @@ const char kMainHelp[] =
     "  scale      resize frames (nearest or linear), whole frames or field by field\n"
     "  fit        output size and scale factors that keep the picture's aspect ratio\n"
     "  mipmaps    a pyramid of halved copies of a frame's luma, as a PNG strip\n"
+    "  vectors    block motion vectors between two frames: statistics and a PNG of the field\n"
     "  generate   write the built-in test clip as a raw uyvy422 file\n"
     "  demo       run the library's operations on the test clip: PNG previews and a report\n"
     "  help       help on one command, e.g. 'framedsp help compare'\n"
@@ -130,7 +132,8 @@ const char kDemoHelp[] =
     "DspFilter: a 7-tap FIR low-pass at 50 % and a 9x9 box blur, each against the original;\n"
     "DspScaler: frame 0 to two thirds of its size (720p from 1080p) field by field and a trip\n"
     "through standard definition and back; DspScalerHelper: the clip as a 4:3 picture fitted\n"
-    "into 16:9, then scaled; DspCreateMipMaps: a pyramid of frame 0's luma.\n"
+    "into 16:9, then scaled; DspCreateMipMaps: a pyramid of frame 0's luma; DspCreateMotionVectors:\n"
+    "the block motion from frame 0 to frame 1, drawn as arrows.\n"
     "Writes the images, DIR/contact_sheet.png (one labelled tile per operation with the PSNR\n"
     "against its source and the time of the call), DIR/report.txt and DIR/index.html with the\n"
     "MSE/PSNR figures and the time each call took.  Copy and filter steps are skipped while\n"
@@ -335,6 +338,7 @@ const Command kCommands[] = {
     {"scale", kScaleHelp, cmd_scale},
     {"fit", kFitHelp, cmd_fit},
     {"mipmaps", kMipmapsHelp, cmd_mipmaps},
+    {"vectors", kVectorsHelp, cmd_vectors},
     {"generate", kGenerateHelp, cmd_generate},
     {"demo", kDemoHelp, cmd_demo},
     {"help", kHelpHelp, cmd_help},
@@ -352,7 +356,7 @@ std::string unknown_command(const std::string &name) {
   for (const Command &c : kCommands) {
     if (edit_distance(name, c.name) <= 2) return message + "; did you mean '" + c.name + "'?";
   }
-  return message + " (commands: formats, compare, copy, filter, scale, fit, mipmaps, generate, demo, help)";
+  return message + " (commands: formats, compare, copy, filter, scale, fit, mipmaps, vectors, generate, demo, help)";
 }
 
 int cmd_help(const std::vector<std::string> &args) {
