@@ -124,10 +124,11 @@ struct Plan {
   bool both = true, subpel = true;
 };
 
-size_t carve(size_t *at, size_t bytes) {
+// The next 16-byte-aligned piece of `bytes`; null while only measuring (base null).
+uint8_t *carve(uint8_t *base, size_t *at, size_t bytes) {
   const size_t start = *at;
   *at += (bytes + 15) & ~size_t{15};
-  return start;
+  return base ? base + start : nullptr;
 }
 
 // Lays the work memory out; with base null only measures it.
@@ -135,7 +136,7 @@ size_t layout(const Plan &p, uint8_t *base, Work *w) {
   size_t at = 0, largest = 0;
   for (uint32_t k = 0; k < p.levels; ++k) largest = std::max(largest, static_cast<size_t>(p.grids[k].count()));
   const size_t nf = static_cast<size_t>(p.final_grid.count());
-  auto vecs = [&](size_t n) { return reinterpret_cast<MotionVec *>(base + carve(&at, n * sizeof(MotionVec))); };
+  auto vecs = [&](size_t n) { return reinterpret_cast<MotionVec *>(carve(base, &at, n * sizeof(MotionVec))); };
   for (uint32_t k = 0; k < p.levels; ++k) {
     w->fwd[k] = vecs(static_cast<size_t>(p.grids[k].count()));
     w->bwd[k] = vecs(static_cast<size_t>(p.grids[k].count()));
@@ -143,10 +144,10 @@ size_t layout(const Plan &p, uint8_t *base, Work *w) {
   w->scratch0 = vecs(largest);
   w->scratch1 = vecs(largest);
   for (int d = 0; d < 2; ++d) {
-    w->exhaustive[d] = base + carve(&at, static_cast<size_t>(p.grids[0].count()));
+    w->exhaustive[d] = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
     w->vec[d] = vecs(nf);
-    w->cost[d] = reinterpret_cast<uint16_t *>(base + carve(&at, nf * 2));
-    w->flags[d] = reinterpret_cast<uint16_t *>(base + carve(&at, nf * 2));
+    w->cost[d] = reinterpret_cast<uint16_t *>(carve(base, &at, nf * 2));
+    w->flags[d] = reinterpret_cast<uint16_t *>(carve(base, &at, nf * 2));
   }
   return at;
 }
