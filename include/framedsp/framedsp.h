@@ -565,7 +565,9 @@ typedef void *DSP_HANDLE;
 
 /* Creation record, 48 words (192 bytes, no pointers: the same layout everywhere).  A word given
  * as 0 takes the default shown.  All five entries of each per-level array are defaulted and
- * checked whatever ulLevels says.  Words marked reserved are carried into the object unchecked. */
+ * checked whatever ulLevels says.  Words marked reserved are carried into the object unchecked.
+ * Words 11..39 are the block-search settings; DSP_MOTION_VECTORS_PARAMS carries the same words
+ * with the same defaults and bounds, and says what they mean for the search. */
 typedef struct DSP_FRAME_RATE_CONVERTER_PARAMS {
   uint32_t ulBaseCount;     /* w0:  must be non-zero                                        */
   uint32_t ulDerivedCount;  /* w1:  with bDeriveCount: must be non-zero, then replaced by
