@@ -653,7 +653,8 @@ typedef struct DSP_FRAME_RATE_CONVERT_PARAMS {
  *                        downhill inside it.
  *
  * Reach: no vector is longer than reachX = sum over the searched levels k of RangeX[k] * 2^k
- * pixels horizontally (reachY alike) -- vectors are clipped to that box at every level, so motion
+ * pixels horizontally (reachY alike; both at most 8191, the range of an entry's quarter pixels)
+ * -- vectors are clipped to that box at every level, so motion
  * beyond it cannot be matched and shows up as high costs (DSP_MV_BAD) rather than as a wrong
  * vector passed off as good.  The defaults give 1 + 2 + 4 + 8 = 15 pixels with 4 levels and 31
  * with 5.  To reach 48 pixels per frame pair use 4 levels with RangeX = RangeY = {2, 2, 4, 4}
