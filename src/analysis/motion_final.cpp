@@ -128,9 +128,21 @@ void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, ui
     // along one direction.
     for (int32_t row = 0; row < sg.rows; ++row) {
       for (int32_t col = 0; col < sg.cols; ++col) {
+        const MotionVec own = f.refined[row * sg.cols + col];
+        bool alone = true;  // every neighbour agrees: nothing to weigh
+        for (int32_t dy = -1; dy <= 1; ++dy) {
+          for (int32_t dx = -1; dx <= 1; ++dx) {
+            const int32_t r = row + dy, c = col + dx;
+            if (r >= 0 && r < sg.rows && c >= 0 && c < sg.cols) alone = alone && f.refined[r * sg.cols + c] == own;
+          }
+        }
+        if (alone) {
+          f.settled[row * sg.cols + col] = own;
+          continue;
+        }
         const MotionBlock block = make_block(f.a, sg, col, row);
         FinalEval eval(k, f, block, median9(f.refined, sg, col, row), f.lambda);
-        eval.consider(f.refined[row * sg.cols + col], true);
+        eval.consider(own, true);
         for (int32_t dy = -1; dy <= 1; ++dy) {
           for (int32_t dx = -1; dx <= 1; ++dx) {
             const int32_t r = row + dy, c = col + dx;

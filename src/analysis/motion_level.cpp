@@ -197,9 +197,7 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
   // against pass 1's medians; a block that changes hands walks a diamond from its new vector.
   for (int32_t row = 0; row < g.rows; ++row) {
     for (int32_t col = 0; col < g.cols; ++col) {
-      const MotionBlock block = make_block(s.a, g, col, row);
       const MotionVec own = pass1[row * g.cols + col];
-      BlockEval eval(k, s, block, median9(pass1, g, col, row));
       CandidateList c;
       c.add(own);
       for (int32_t dy = -1; dy <= 1; ++dy) {
@@ -208,6 +206,12 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
           if (r >= 0 && r < g.rows && q >= 0 && q < g.cols) c.add(pass1[r * g.cols + q]);
         }
       }
+      if (c.n == 1) {  // every neighbour agrees: nothing to weigh
+        out[row * g.cols + col] = own;
+        continue;
+      }
+      const MotionBlock block = make_block(s.a, g, col, row);
+      BlockEval eval(k, s, block, median9(pass1, g, col, row));
       for (int i = 0; i < c.n; ++i) eval.try_vec(c.v[i]);
       if (eval.best() != own) eval.diamond();
       out[row * g.cols + col] = eval.best();
