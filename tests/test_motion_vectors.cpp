@@ -310,6 +310,29 @@ TEST(MotionVectors, EveryIsaWritesTheSameField) {
   }
 }
 
+TEST(MotionVectors, PriorFieldMayBeTheFieldBeingWritten) {
+  // The previous pair's field feeds the temporal candidates; reading it from a copy or from the
+  // very buffer being written gives the same field.
+  const Texture t(14);
+  const Pyramid a(t.picture(160, 96), 160, 96, 3), b(t.picture(160, 96, 2.5, 1), 160, 96, 3);
+  const size_t bytes = DSP_VECTOR_FIELD_BYTES(160, 96, 8, 8);
+  std::vector<uint8_t> prior(bytes), in_place(bytes), copy(bytes);
+  DSP_MOTION_VECTORS_PARAMS p{};
+  p.pLevelsA = &a.list;
+  p.pLevelsB = &b.list;
+  p.ulBlockA = p.ulBlockB = 8;
+  p.ulVectorFieldBytes = static_cast<uint32_t>(bytes);
+  p.pVectorField = prior.data();
+  ASSERT_EQ(DspCreateMotionVectors(converter(), &p), DSP_S_OK);
+  in_place = prior;
+  p.pPriorField = prior.data();
+  p.pVectorField = copy.data();
+  ASSERT_EQ(DspCreateMotionVectors(converter(), &p), DSP_S_OK);
+  p.pPriorField = p.pVectorField = in_place.data();
+  ASSERT_EQ(DspCreateMotionVectors(converter(), &p), DSP_S_OK);
+  EXPECT_EQ(in_place, copy);
+}
+
 // ---- refusals ----------------------------------------------------------------------------------
 
 struct Refusal {
