@@ -409,9 +409,10 @@ HandleExportResults call_handle_exports(DSP_HANDLE h) {
   std::memset(&convert, 0, sizeof convert);
   DSP_MIPMAP_PARAMS mipmaps;
   std::memset(&mipmaps, 0, sizeof mipmaps);
-  uint32_t vectors[64] = {};
+  DSP_MOTION_VECTORS_PARAMS vectors;
+  std::memset(&vectors, 0, sizeof vectors);
   return HandleExportResults{DspFrameRateConvert(h, &convert, 0),
-                             DspCreateMotionVectors(h, vectors), DspCreateMipMaps(h, &mipmaps)};
+                             DspCreateMotionVectors(h, &vectors), DspCreateMipMaps(h, &mipmaps)};
 }
 
 void expect_bad_handle(DSP_HANDLE h, const std::string &what) {
@@ -461,7 +462,8 @@ TEST(Converter, LiveHandleReachesTheOperations) {
   ASSERT_EQ(c.status(), DSP_S_OK);
   const HandleExportResults r = call_handle_exports(c.handle());
   EXPECT_EQ(r.convert, DSP_E_NOTIMPL);
-  EXPECT_EQ(r.vectors, DSP_E_NOTIMPL);
+  // A zeroed motion record names no pyramids.
+  EXPECT_EQ(r.vectors, DSP_E_INVALIDARG);
   // Past the handle check the pyramid reads its record: a zeroed one has no level list.
   EXPECT_EQ(r.mipmaps, DSP_E_POINTER);
   EXPECT_EQ(references_of(c.handle()), 1) << "each call drops the reference it took";

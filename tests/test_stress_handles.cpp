@@ -33,16 +33,17 @@ DSP_HANDLE create_converter() {
 }
 
 // Every handle export once; the count of answers that differ from `want`.  `want` is what the
-// handle check decides: E_HANDLE for a bad handle, or E_NOTIMPL for a live one, where the pyramid
+// handle check decides: E_HANDLE for a bad handle, or E_NOTIMPL for a live one (E_INVALIDARG from the zeroed motion record), where the pyramid
 // gets past the handle and answers E_POINTER for the zeroed record's missing level list.
 int use(DSP_HANDLE h, DSP_HRESULT want) {
   DSP_FRAME_RATE_CONVERT_PARAMS convert{};
-  uint32_t motion[16] = {};
+  DSP_MOTION_VECTORS_PARAMS motion{};
   DSP_MIPMAP_PARAMS mip{};
+  const DSP_HRESULT want_motion = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_INVALIDARG;
   const DSP_HRESULT want_mip = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_POINTER;
   int wrong = 0;
   wrong += DspFrameRateConvert(h, &convert, 0) != want;
-  wrong += DspCreateMotionVectors(h, motion) != want;
+  wrong += DspCreateMotionVectors(h, &motion) != want_motion;
   wrong += DspCreateMipMaps(h, &mip) != want_mip;
   return wrong;
 }
