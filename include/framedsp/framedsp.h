@@ -1116,16 +1116,25 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter
  *     diamond of one-pixel steps walks downhill within +-range.  Then pass 2: each block weighs
  *     its own vector against its eight neighbours' and walks a diamond when it changes.  Every
  *     block reads only the previous pass, so the field does not depend on block order or ISA.
- *   - Level 0: each search block's vector is refined to half, then quarter pixels (the two
- *     horizontal and two vertical neighbours at each step and the diagonal between the better
- *     sides; bilinear samples ((4-fx)(4-fy) a + fx(4-fy) b + (4-fx)fy c + fx fy d + 8) >> 4 of
- *     the four pixels around; pure match); then each block weighs its refined vector against its
- *     eight neighbours' with lambda against their median (which settles blocks whose texture
- *     leaves the match open along one direction); then each final block takes the cheapest (with
- *     lambda, against its own search block's vector) of the 3x3 vectors around it that differ
- *     from its own by more than half a pixel (the split stage, unless DSP_MOTION_NO_SPLIT).
+ *   - A block whose match changes by at most one grey level a pixel for every whole-pixel step
+ *     from its vector has no detail to place it (a loose block): below the coarsest level it is
+ *     weighed against the global vector instead of its neighbours' median, and the global vector
+ *     is among its candidates, so flat areas follow the picture's motion rather than stay put.
+ *   - Level 0: each search block's vector is refined to quarter pixels: the vertex of the parabola
+ *     through the matches one whole pixel either side, per axis, then a step to whichever of its
+ *     four quarter-pixel neighbours (and the diagonal between the better sides) matches better
+ *     (bilinear samples ((4-fx)(4-fy) a + fx(4-fy) b + (4-fx)fy c + fx fy d + 8) >> 4 of the
+ *     four pixels around; pure match).  Loose blocks take the component median of the other
+ *     blocks' refined vectors (unless DSP_MOTION_NO_GLOBAL).  Then each block weighs its refined
+ *     vector against its neighbours' that differ by more than a quarter pixel, with lambda
+ *     against the median of the refined 3x3 (the global vector for loose blocks), which settles
+ *     blocks whose texture leaves the match open along one direction; then each final block
+ *     takes the cheapest (with lambda, against its own search block's vector) of the 3x3 vectors
+ *     around it that differ from its own by more than half a pixel (the split stage, unless
+ *     DSP_MOTION_NO_SPLIT).
  *   - Blocks without detail (DSP_MV_FLAT) cannot be placed by their own content; their vectors
- *     follow the smoothness term and may be off by more than a quarter pixel.
+ *     follow the global motion or the smoothness term and may be off by more than a quarter
+ *     pixel where the picture does not move as a whole.
  * Samples outside a picture repeat its edge samples.  After both directions, each entry is
  * checked against the other direction at the point its centre moves to (DSP_MV_INCONSISTENT).
  * The same inputs give the same field on every CPU and ISA level. */

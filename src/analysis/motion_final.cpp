@@ -1,5 +1,6 @@
-// Level 0 of the motion search: each final block picks among the search blocks' vectors around
-// it (the split stage), refines to half and quarter pixels, and gets its cost and flags.
+// Level 0 of the motion search: each search block's vector is refined to quarter pixels, settled
+// against its neighbours, and each final block picks among the search blocks' vectors around it
+// (the split stage) and gets its cost and flags.
 #include <algorithm>
 #include <cstdint>
 
@@ -9,20 +10,29 @@ namespace framedsp {
 namespace {
 
 int32_t iabs(int32_t v) { return v < 0 ? -v : v; }
+int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : (v > hi ? hi : v); }
 
 // Mean absolute difference to the right and lower neighbours below this: a flat block.
 constexpr uint32_t kFlatActivity = 2;
 // Vectors of the two directions further apart than this (quarter pixels, x or y) disagree.
 constexpr int32_t kConsistency = 4;
 // The split stage weighs a neighbour's vector only when it is further than this from the block's
-// own (quarter pixels, x or y).
+// own (quarter pixels, x or y); the settling pass when it is further than kSettleApart.
 constexpr int32_t kSplitApart = 2;
+constexpr int32_t kSettleApart = 1;
+
+bool apart(const MotionVec &a, const MotionVec &b, int32_t limit) {
+  return iabs(a.x - b.x) > limit || iabs(a.y - b.y) > limit;
+}
 
 struct Best {
   MotionVec v;
   uint64_t cost = 0;
   uint32_t match = 0;
   bool set = false;
+  void offer(const MotionVec &w, uint64_t c, uint32_t m) {
+    if (!set || better(c, w, cost, v)) *this = Best{w, c, m, true};
+  }
 };
 
 class FinalEval {
@@ -46,21 +56,8 @@ class FinalEval {
       seen_vec_[seen_] = v;
       seen_cost_[seen_++] = cost;
     }
-    if (!best_.set || better(cost, v, best_.cost, best_.v)) best_ = Best{v, cost, match, true};
+    best_.offer(v, cost, match);
     return cost;
-  }
-
-  // Sub-pixel step around the current best: the two horizontal and the two vertical neighbours at
-  // `step` quarter pixels, then the diagonal that combines the better side of each when both
-  // improved on the centre.
-  void cross(int32_t step) {
-    const MotionVec c = best_.v;
-    const uint64_t centre = best_.cost;
-    const uint64_t l = consider(MotionVec{c.x - step, c.y}, true), r = consider(MotionVec{c.x + step, c.y}, true);
-    const uint64_t u = consider(MotionVec{c.x, c.y - step}, true), d = consider(MotionVec{c.x, c.y + step}, true);
-    const int32_t sx = std::min(l, r) < centre ? (l <= r ? -step : step) : 0;
-    const int32_t sy = std::min(u, d) < centre ? (u <= d ? -step : step) : 0;
-    if (sx && sy) consider(MotionVec{c.x + sx, c.y + sy}, true);
   }
 
   const Best &best() const { return best_; }
@@ -72,7 +69,7 @@ class FinalEval {
   MotionVec m_;
   uint32_t lambda_;
   Best best_;
-  static constexpr int kSeen = 24;
+  static constexpr int kSeen = 16;
   MotionVec seen_vec_[kSeen];
   uint64_t seen_cost_[kSeen] = {};
   int seen_ = 0;
@@ -103,58 +100,208 @@ bool outside(const FinalStage &f, const MotionBlock &b, const MotionVec &v) {
          ((qy + 3) >> 2) + b.h > f.b.height;
 }
 
-}  // namespace
+// Offset (quarter pixels, -2..2) of the vertex of the parabola through the matches one whole
+// pixel before, at and after a vector; halves round away from zero, so mirrored inputs give
+// mirrored offsets.
+int32_t vertex(uint32_t before, uint32_t at, uint32_t after) {
+  if (before == UINT32_MAX || after == UINT32_MAX) return 0;
+  const int64_t num = 4 * (int64_t{before} - after);
+  const int64_t den = 2 * (int64_t{before} + after - 2 * int64_t{at});
+  if (den <= 0) return before < after ? -2 : (after < before ? 2 : 0);
+  const int64_t q = num >= 0 ? (2 * num + den) / (2 * den) : -((2 * -num + den) / (2 * den));
+  return static_cast<int32_t>(std::max<int64_t>(-2, std::min<int64_t>(2, q)));
+}
 
-void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, uint16_t *cost,
-                 uint16_t *flags) {
-  const BlockGrid &g = f.grid, &sg = f.search_grid;
-  // Half- then quarter-pixel refinement of the search blocks' vectors.
-  const MotionVec *search = f.search;
-  if (f.subpel) {
-    for (int32_t row = 0; row < sg.rows; ++row) {
-      for (int32_t col = 0; col < sg.cols; ++col) {
-        const MotionBlock block = make_block(f.a, sg, col, row);
-        const MotionVec own = f.search[row * sg.cols + col];
-        // Pure match: a smoothness term here would pull towards the whole-pixel vectors.
-        FinalEval eval(k, f, block, own, 0);
-        eval.consider(own, false);
-        eval.cross(2);
-        eval.cross(1);
-        f.refined[row * sg.cols + col] = eval.best().v;
-      }
-    }
-    // Then each block weighs its refined vector against its neighbours' with the smoothness term
-    // (median of the refined 3x3), which settles blocks whose texture leaves the match open
-    // along one direction.
-    for (int32_t row = 0; row < sg.rows; ++row) {
-      for (int32_t col = 0; col < sg.cols; ++col) {
-        const MotionVec own = f.refined[row * sg.cols + col];
-        bool alone = true;  // every neighbour agrees: nothing to weigh
-        for (int32_t dy = -1; dy <= 1; ++dy) {
-          for (int32_t dx = -1; dx <= 1; ++dx) {
-            const int32_t r = row + dy, c = col + dx;
-            if (r >= 0 && r < sg.rows && c >= 0 && c < sg.cols) alone = alone && f.refined[r * sg.cols + c] == own;
-          }
-        }
-        if (alone) {
-          f.settled[row * sg.cols + col] = own;
-          continue;
-        }
-        const MotionBlock block = make_block(f.a, sg, col, row);
-        FinalEval eval(k, f, block, median9(f.refined, sg, col, row), f.lambda);
-        eval.consider(own, true);
-        for (int32_t dy = -1; dy <= 1; ++dy) {
-          for (int32_t dx = -1; dx <= 1; ++dx) {
-            const int32_t r = row + dy, c = col + dx;
-            if (r >= 0 && r < sg.rows && c >= 0 && c < sg.cols) eval.consider(f.refined[r * sg.cols + c], true);
-          }
-        }
-        f.settled[row * sg.cols + col] = eval.best().v;
-      }
-    }
-    search = f.settled;
+// The whole-pixel matches of v and its four neighbours (left, right, up, down).
+void around_of(const MotionKernels &k, const FinalStage &f, const MotionBlock &b, const MotionVec &v,
+               uint32_t out[5]) {
+  static const int32_t kStep[5][2] = {{0, 0}, {-4, 0}, {4, 0}, {0, -4}, {0, 4}};
+  for (int i = 0; i < 5; ++i) {
+    const MotionVec w{v.x + kStep[i][0], v.y + kStep[i][1]};
+    out[i] = iabs(w.x) > 4 * f.reach_x || iabs(w.y) > 4 * f.reach_y
+                 ? UINT32_MAX
+                 : cost16_of_sad(b, block_sad(k, b, f.b, w.x >> 2, w.y >> 2));
   }
-  // The split stage: each final block takes the best of the search vectors around it.
+}
+
+// The four quarter-pixel neighbours of the best, then the diagonal between the better sides
+// when both improved on it.
+void quarter_step(FinalEval *e) {
+  const MotionVec c = e->best().v;
+  const uint64_t centre = e->best().cost;
+  const uint64_t l = e->consider(MotionVec{c.x - 1, c.y}, true), r = e->consider(MotionVec{c.x + 1, c.y}, true);
+  const uint64_t u = e->consider(MotionVec{c.x, c.y - 1}, true), d = e->consider(MotionVec{c.x, c.y + 1}, true);
+  const int32_t sx = std::min(l, r) < centre ? (l <= r ? -1 : 1) : 0;
+  const int32_t sy = std::min(u, d) < centre ? (u <= d ? -1 : 1) : 0;
+  if (sx && sy) e->consider(MotionVec{c.x + sx, c.y + sy}, true);
+}
+
+MotionVec median_of(int32_t *xs, int32_t *ys, int32_t n) {
+  std::nth_element(xs, xs + n / 2, xs + n);
+  std::nth_element(ys, ys + n / 2, ys + n);
+  return MotionVec{xs[n / 2], ys[n / 2]};
+}
+
+// Sub-pixel refinement: the vertex of the whole-pixel matches around each vector, per axis.
+// Loose blocks take the median of the others' refined vectors (*global; false when there is none).
+bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
+  const BlockGrid &sg = f.search_grid;
+  const int32_t n = sg.count();
+  int32_t *xs = reinterpret_cast<int32_t *>(f.settled), *ys = xs + n, placed = 0;
+  for (int32_t i = 0; i < n; ++i) {
+    const MotionVec own = f.search[i];
+    const bool loose = f.use_global && f.loose && f.loose[i];
+    if (!f.subpel || loose) {
+      f.refined[i] = own;
+      continue;
+    }
+    uint32_t a[5] = {};
+    if (f.around) {
+      std::copy(f.around + 5 * i, f.around + 5 * i + 5, a);
+    } else {
+      around_of(k, f, make_block(f.a, sg, i % sg.cols, i / sg.cols), own, a);
+    }
+    const MotionVec r{clamp(own.x + vertex(a[1], a[0], a[2]), -4 * f.reach_x, 4 * f.reach_x),
+                      clamp(own.y + vertex(a[3], a[0], a[4]), -4 * f.reach_y, 4 * f.reach_y)};
+    // The vertex lands within a quarter pixel or so of the best match; a quarter-pixel step
+    // around it settles the rest.
+    const MotionBlock b = make_block(f.a, sg, i % sg.cols, i / sg.cols);
+    FinalEval eval(k, f, b, own, 0);  // pure match: a smoothness term would pull to `own`
+    eval.consider(r, true);
+    quarter_step(&eval);
+    f.refined[i] = eval.best().v;
+    xs[placed] = f.refined[i].x;
+    ys[placed++] = f.refined[i].y;
+  }
+  if (!f.use_global || !f.loose || placed == n || placed == 0) return false;
+  *global = median_of(xs, ys, placed);
+  for (int32_t i = 0; i < n; ++i) {
+    if (f.loose[i]) f.refined[i] = *global;
+  }
+  return true;
+}
+
+// Each block weighs its refined vector against its neighbours' (those more than kSettleApart
+// away) with the smoothness term against the median of the refined 3x3, or against the global
+// vector for a loose block: this settles blocks whose texture leaves the match open along one
+// direction.
+void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global, bool has_global) {
+  const BlockGrid &sg = f.search_grid;
+  for (int32_t row = 0; row < sg.rows; ++row) {
+    for (int32_t col = 0; col < sg.cols; ++col) {
+      const size_t i = static_cast<size_t>(row) * sg.cols + col;
+      const MotionVec own = f.refined[i];
+      MotionVec cand[8];
+      int n = 0;
+      for (int32_t dy = -1; dy <= 1; ++dy) {
+        for (int32_t dx = -1; dx <= 1; ++dx) {
+          const int32_t r = row + dy, c = col + dx;
+          if (r < 0 || r >= sg.rows || c < 0 || c >= sg.cols) continue;
+          const MotionVec &v = f.refined[r * sg.cols + c];
+          if (apart(v, own, kSettleApart) && std::find(cand, cand + n, v) == cand + n) cand[n++] = v;
+        }
+      }
+      if (n == 0) {
+        f.settled[i] = own;
+        continue;
+      }
+      const bool loose = has_global && f.loose[i];
+      const MotionBlock block = make_block(f.a, sg, col, row);
+      FinalEval eval(k, f, block, loose ? global : median9(f.refined, sg, col, row), f.lambda);
+      eval.consider(own, true);
+      for (int j = 0; j < n; ++j) eval.consider(cand[j], true);
+      f.settled[i] = eval.best().v;
+    }
+  }
+}
+
+struct Out {
+  MotionVec *vec;
+  uint16_t *cost, *flags;
+};
+
+void write_block(const FinalStage &f, const MotionBlock &block, size_t i, const Best &best, bool is_flat,
+                 bool exhaustive, const Out &out) {
+  out.vec[i] = best.v;
+  const uint32_t c64 = (best.match + 8) >> 4;
+  out.cost[i] = static_cast<uint16_t>(std::min<uint32_t>(c64, 0xFFFF));
+  uint16_t fl = 0;
+  if (c64 > f.scene_threshold) fl |= DSP_MV_BAD;
+  if (outside(f, block, best.v)) fl |= DSP_MV_OUTSIDE;
+  if (is_flat) fl |= DSP_MV_FLAT;
+  if (exhaustive) fl |= DSP_MV_REFINED;
+  out.flags[i] = fl;
+}
+
+// The split stage when every search block holds 1x1, 2x1, 1x2 or 2x2 final blocks: one pass of
+// sad_q4 a candidate gives the matches of all of them.
+void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t nx,
+                  int32_t ny, const Out &out) {
+  const BlockGrid &g = f.grid, &sg = f.search_grid;
+  for (int32_t sr = 0; sr < sg.rows; ++sr) {
+    for (int32_t sc = 0; sc < sg.cols; ++sc) {
+      const MotionBlock sb = make_block(f.a, sg, sc, sr);
+      const uint32_t sx = static_cast<uint32_t>(std::min(g.bw, sb.w)), sy = static_cast<uint32_t>(std::min(g.bh, sb.h));
+      MotionBlock part[4];
+      bool exists[4];
+      for (int q = 0; q < 4; ++q) {
+        const int32_t fc = sc * nx + (q & 1), fr = sr * ny + (q >> 1);
+        exists[q] = (q & 1) < nx && (q >> 1) < ny && fc < g.cols && fr < g.rows;
+        if (exists[q]) part[q] = make_block(f.a, g, fc, fr);
+      }
+      const MotionVec own = search[sr * sg.cols + sc];
+      Best best[4];
+      auto weigh = [&](const MotionVec &v) {
+        uint32_t sums[4];
+        block_sad_q4(k, sb, f.b, v.x, v.y, sx, sy, sums);
+        const uint64_t lambda = uint64_t{4} * f.lambda * static_cast<uint32_t>(iabs(v.x - own.x) + iabs(v.y - own.y));
+        for (int q = 0; q < 4; ++q) {
+          if (!exists[q]) continue;
+          const uint32_t m = cost16_of_sad(part[q], sums[q]);
+          best[q].offer(v, m + lambda, m);
+        }
+      };
+      weigh(own);
+      MotionVec seen[8];
+      int n = 0;
+      for (int32_t dy = -1; f.split && dy <= 1; ++dy) {
+        for (int32_t dx = -1; dx <= 1; ++dx) {
+          const int32_t r = sr + dy, c = sc + dx;
+          if ((dx || dy) && r >= 0 && r < sg.rows && c >= 0 && c < sg.cols) {
+            // Within half a pixel of the block's own vector a neighbour's is no other motion.
+            const MotionVec &v = search[r * sg.cols + c];
+            if (!apart(v, own, kSplitApart) || std::find(seen, seen + n, v) != seen + n) continue;
+            seen[n++] = v;
+            if (iabs(v.x) <= 4 * f.reach_x && iabs(v.y) <= 4 * f.reach_y) weigh(v);
+          }
+        }
+      }
+      // Activity of the parts in one pass each way, when the block has a right and lower
+      // neighbour inside the picture.
+      uint32_t act_h[4], act_v[4];
+      const bool interior = sb.x + sb.w < f.a.width && sb.y + sb.h < f.a.height;
+      const uint32_t w = static_cast<uint32_t>(sb.w), h = static_cast<uint32_t>(sb.h);
+      if (interior) {
+        k.sad_q4(sb.a, sb.a_stride, sb.a + 1, sb.a_stride, w, h, 0, 0, sx, sy, act_h);
+        k.sad_q4(sb.a, sb.a_stride, sb.a + sb.a_stride, sb.a_stride, w, h, 0, 0, sx, sy, act_v);
+      }
+      const bool exhaustive = f.exhaustive && f.exhaustive[sr * sg.cols + sc];
+      for (int q = 0; q < 4; ++q) {
+        if (!exists[q]) continue;
+        const MotionBlock &b = part[q];
+        const bool is_flat = interior ? act_h[q] + act_v[q] < kFlatActivity * 2 * static_cast<uint32_t>(b.w * b.h)
+                                      : flat(k, f.a, b);
+        const int32_t fc = sc * nx + (q & 1), fr = sr * ny + (q >> 1);
+        write_block(f, b, static_cast<size_t>(fr) * g.cols + fc, best[q], is_flat, exhaustive, out);
+      }
+    }
+  }
+}
+
+// The split stage for any block sizes: each final block weighs the vectors of the 3x3 search
+// blocks around the one under its centre.
+void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *search, const Out &out) {
+  const BlockGrid &g = f.grid, &sg = f.search_grid;
   for (int32_t row = 0; row < g.rows; ++row) {
     for (int32_t col = 0; col < g.cols; ++col) {
       const MotionBlock block = make_block(f.a, g, col, row);
@@ -167,24 +314,37 @@ void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, ui
         for (int32_t dx = -1; dx <= 1; ++dx) {
           const int32_t r = sr + dy, c = sc + dx;
           if ((dx || dy) && r >= 0 && r < sg.rows && c >= 0 && c < sg.cols) {
-            // Within half a pixel of the block's own vector a neighbour's is no other motion.
             const MotionVec &v = search[r * sg.cols + c];
-            if (std::max(iabs(v.x - own.x), iabs(v.y - own.y)) > kSplitApart) eval.consider(v, f.subpel);
+            if (apart(v, own, kSplitApart)) eval.consider(v, f.subpel);
           }
         }
       }
-      const Best &best = eval.best();
-      const size_t i = static_cast<size_t>(row) * g.cols + col;
-      vec[i] = best.v;
-      const uint32_t c64 = (best.match + 8) >> 4;
-      cost[i] = static_cast<uint16_t>(std::min<uint32_t>(c64, 0xFFFF));
-      uint16_t fl = 0;
-      if (c64 > f.scene_threshold) fl |= DSP_MV_BAD;
-      if (outside(f, block, best.v)) fl |= DSP_MV_OUTSIDE;
-      if (flat(k, f.a, block)) fl |= DSP_MV_FLAT;
-      if (f.exhaustive && f.exhaustive[sr * sg.cols + sc]) fl |= DSP_MV_REFINED;
-      flags[i] = fl;
+      const bool exhaustive = f.exhaustive && f.exhaustive[sr * sg.cols + sc];
+      write_block(f, block, static_cast<size_t>(row) * g.cols + col, eval.best(), flat(k, f.a, block), exhaustive,
+                  out);
     }
+  }
+}
+
+int32_t nesting(int32_t search, int32_t final) { return search == final ? 1 : (search == 2 * final ? 2 : 0); }
+
+}  // namespace
+
+void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, uint16_t *cost,
+                 uint16_t *flags) {
+  const MotionVec *search = f.search;
+  MotionVec global;
+  const bool has_global = refine(k, f, &global);
+  if (f.subpel) {
+    settle(k, f, global, has_global);
+    search = f.settled;
+  }
+  const Out out{vec, cost, flags};
+  const int32_t nx = nesting(f.search_grid.bw, f.grid.bw), ny = nesting(f.search_grid.bh, f.grid.bh);
+  if (nx && ny) {
+    split_nested(k, f, search, nx, ny, out);
+  } else {
+    split_any(k, f, search, out);
   }
 }
 

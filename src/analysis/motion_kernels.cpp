@@ -45,6 +45,17 @@ uint32_t sad_q_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff
   return sum;
 }
 
+void sad_q4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t f_stride,
+              uint32_t w, uint32_t h, uint32_t fx, uint32_t fy, uint32_t sx, uint32_t sy,
+              uint32_t out[4]) {
+  out[0] = sad_q_c(a, a_stride, f, f_stride, sx, sy, fx, fy);
+  out[1] = sx < w ? sad_q_c(a + sx, a_stride, f + sx, f_stride, w - sx, sy, fx, fy) : 0;
+  a += static_cast<ptrdiff_t>(sy) * a_stride;
+  f += static_cast<ptrdiff_t>(sy) * f_stride;
+  out[2] = sy < h ? sad_q_c(a, a_stride, f, f_stride, sx, h - sy, fx, fy) : 0;
+  out[3] = sx < w && sy < h ? sad_q_c(a + sx, a_stride, f + sx, f_stride, w - sx, h - sy, fx, fy) : 0;
+}
+
 uint32_t motion_isas_built() {
 #if defined(FRAMEDSP_HAVE_X86)
   return kCpuSSE2 | kCpuAVX2;
@@ -58,6 +69,7 @@ void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
   table->sad_avg = sad_avg_c;
   table->avg_line = avg_line_c;
   table->sad_q = sad_q_c;
+  table->sad_q4 = sad_q4_c;
 #if defined(FRAMEDSP_HAVE_X86)
   if (cpu_flags & kCpuSSE2) motion_kernels_init_sse2(table);
   if (cpu_flags & kCpuAVX2) motion_kernels_init_avx2(table);

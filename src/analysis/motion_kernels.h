@@ -7,6 +7,9 @@
 //            bilinear: q = ((4-fx)(4-fy) f(x,y) + fx(4-fy) f(x+1,y) + (4-fx)fy f(x,y+1)
 //            + fx fy f(x+1,y+1) + 8) >> 4.  Reads w + 1 columns and h + 1 lines from f (only w
 //            and h of them when fx, fy are 0).
+//   sad_q4   sad_q's sum in four parts: columns [0, sx) and [sx, w) of lines [0, sy) and [sy, h)
+//            (top-left, top-right, bottom-left, bottom-right; 1 <= sx <= w, 1 <= sy <= h, so a
+//            part may be empty and 0).  One pass gives the sums of the 2x2 blocks a block holds.
 // Blocks are 1..64 samples wide and 1..64 lines high; strides may be negative (bottom-up
 // pictures).  Sums are exact integers, so every ISA gives the same value whatever its order.
 // The table is filled with the scalar kernels, then overridden by what the CPU flags allow.
@@ -27,12 +30,16 @@ using SadAvgKernel = uint32_t (*)(const uint8_t *a, ptrdiff_t a_stride, const ui
 using AvgLineKernel = void (*)(const uint8_t *a, const uint8_t *b, uint8_t *out, size_t n);
 using SadQKernel = uint32_t (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f,
                                 ptrdiff_t f_stride, uint32_t w, uint32_t h, uint32_t fx, uint32_t fy);
+using SadQ4Kernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f,
+                             ptrdiff_t f_stride, uint32_t w, uint32_t h, uint32_t fx, uint32_t fy,
+                             uint32_t sx, uint32_t sy, uint32_t out[4]);
 
 struct MotionKernels {
   SadKernel sad;
   SadAvgKernel sad_avg;
   AvgLineKernel avg_line;
   SadQKernel sad_q;
+  SadQ4Kernel sad_q4;
 };
 
 uint32_t sad_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
@@ -42,6 +49,9 @@ uint32_t sad_avg_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdi
 void avg_line_c(const uint8_t *a, const uint8_t *b, uint8_t *out, size_t n);
 uint32_t sad_q_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t f_stride,
                  uint32_t w, uint32_t h, uint32_t fx, uint32_t fy);
+void sad_q4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t f_stride,
+              uint32_t w, uint32_t h, uint32_t fx, uint32_t fy, uint32_t sx, uint32_t sy,
+              uint32_t out[4]);
 
 // Scalar kernels, then whatever `cpu_flags` (CpuFlags bits) allows on this build.
 void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags);

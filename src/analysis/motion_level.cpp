@@ -26,7 +26,8 @@ struct CandidateList {
   }
 };
 
-// Evaluates vectors of one block against a fixed prediction and keeps the best.
+// Evaluates vectors of one block against a fixed prediction and keeps the best; every vector's
+// match is computed once.
 class BlockEval {
  public:
   BlockEval(const MotionKernels &k, const LevelSearch &s, const MotionBlock &block, MotionVec predicted)
@@ -36,16 +37,31 @@ class BlockEval {
     return iabs(v.x) <= 4 * s_.reach_x && iabs(v.y) <= 4 * s_.reach_y;
   }
 
+  // The match of v (cost16 without lambda), from the cache or computed and cached.
+  uint32_t match(const MotionVec &v) {
+    for (int i = 0; i < seen_; ++i) {
+      if (seen_vec_[i] == v) return seen_match_[i];
+    }
+    const uint32_t m = cost16_of_sad(block_, block_sad(k_, block_, s_.b, v.x >> 2, v.y >> 2));
+    remember(v, m);
+    return m;
+  }
+  void remember(const MotionVec &v, uint32_t m) {
+    if (seen_ < kSeen) {
+      seen_vec_[seen_] = v;
+      seen_match_[seen_++] = m;
+    }
+  }
+
   // Evaluates v; true when it became the best.
   bool try_vec(const MotionVec &v) {
-    const uint32_t match = cost16_of_sad(block_, block_sad(k_, block_, s_.b, v.x >> 2, v.y >> 2));
-    const uint64_t cost =
-        match + uint64_t{4} * s_.lambda * static_cast<uint32_t>(iabs(v.x - m_.x) + iabs(v.y - m_.y));
+    const uint32_t m = match(v);
+    const uint64_t cost = m + uint64_t{4} * s_.lambda * static_cast<uint32_t>(iabs(v.x - m_.x) + iabs(v.y - m_.y));
     if (evaluated_ && !better(cost, v, best_cost_, best_)) return false;
     evaluated_ = true;
     best_ = v;
     best_cost_ = cost;
-    best_match_ = match;
+    best_match_ = m;
     return true;
   }
 
@@ -62,7 +78,6 @@ class BlockEval {
   // Walks downhill over the four whole-pixel neighbours while it stays within +-range of where it
   // started.
   void diamond() {
-    static const int32_t kStep[4][2] = {{-4, 0}, {4, 0}, {0, -4}, {0, 4}};
     const MotionVec origin = best_;
     const int32_t steps = s_.range_x + s_.range_y;
     for (int32_t i = 0; i < steps; ++i) {
@@ -77,8 +92,27 @@ class BlockEval {
     }
   }
 
+  // The best among the vectors seen, weighed against another prediction.
+  void reweigh(const MotionVec &predicted) {
+    m_ = predicted;
+    const int n = seen_;
+    evaluated_ = false;
+    for (int i = 0; i < n; ++i) try_vec(seen_vec_[i]);
+  }
+
+  // The matches of the best vector and of its four whole-pixel neighbours.
+  void around(uint32_t out[5]) {
+    out[0] = best_match_;
+    for (int i = 0; i < 4; ++i) {
+      const MotionVec v{best_.x + kStep[i][0], best_.y + kStep[i][1]};
+      out[1 + i] = in_reach(v) ? match(v) : UINT32_MAX;
+    }
+  }
+
   const MotionVec &best() const { return best_; }
   uint32_t best_match() const { return best_match_; }
+
+  static constexpr int32_t kStep[4][2] = {{-4, 0}, {4, 0}, {0, -4}, {0, 4}};
 
  private:
   const MotionKernels &k_;
@@ -89,7 +123,19 @@ class BlockEval {
   MotionVec best_;
   uint64_t best_cost_ = 0;
   uint32_t best_match_ = 0;
+  static constexpr int kSeen = 48;
+  MotionVec seen_vec_[kSeen];
+  uint32_t seen_match_[kSeen] = {};
+  int seen_ = 0;
 };
+
+// No whole-pixel step from the best changes the match by more than kLooseMatch.
+bool is_loose(const uint32_t around[5]) {
+  for (int i = 1; i < 5; ++i) {
+    if (around[i] == UINT32_MAX || around[i] > around[0] + kLooseMatch) return false;
+  }
+  return true;
+}
 
 MotionVec clip_to_reach(const LevelSearch &s, MotionVec v) {
   return MotionVec{clamp(whole(v.x), -4 * s.reach_x, 4 * s.reach_x),
@@ -158,6 +204,7 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
   const BlockGrid &g = s.grid;
   const bool has_global = s.parent && s.use_global;
   const MotionVec global = has_global ? global_vec(s, scratch0) : MotionVec{};
+  const bool want_around = s.around || s.loose;
 
   // Pass 0: the parent field projected onto this level's blocks (zero at the coarsest level)
   // provides the predictions of pass 1.
@@ -174,13 +221,15 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
     }
   }
 
+  uint32_t local[5];
   for (int32_t row = 0; row < g.rows; ++row) {
     for (int32_t col = 0; col < g.cols; ++col) {
+      const size_t i = static_cast<size_t>(row) * g.cols + col;
       const MotionBlock block = make_block(s.a, g, col, row);
       BlockEval eval(k, s, block, median9(pass0, g, col, row));
       CandidateList c;
       first_candidates(s, col, row, has_global, global, &c);
-      for (int i = 0; i < c.n; ++i) eval.try_vec(c.v[i]);
+      for (int j = 0; j < c.n; ++j) eval.try_vec(c.v[j]);
       const bool wide = eval.best_match() > s.threshold * 1024u;
       if (wide) {
         eval.exhaustive(eval.best());
@@ -188,16 +237,30 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
       } else {
         eval.diamond();
       }
-      pass1[row * g.cols + col] = eval.best();
-      if (exhaustive) exhaustive[row * g.cols + col] = wide ? 1 : 0;
+      if (want_around) {
+        uint32_t *a = s.around ? s.around + 5 * i : local;
+        eval.around(a);
+        const bool loose = is_loose(a);
+        if (s.loose) s.loose[i] = loose ? 1 : 0;
+        // Nothing here to place the block: it follows the picture's global motion.
+        if (loose && has_global) {
+          eval.reweigh(global);
+          eval.around(a);
+        }
+      }
+      pass1[i] = eval.best();
+      if (exhaustive) exhaustive[i] = wide ? 1 : 0;
     }
   }
 
   // Pass 2: the block's own result against its eight neighbours' results of pass 1, judged
-  // against pass 1's medians; a block that changes hands walks a diamond from its new vector.
+  // against pass 1's medians (the global vector for loose blocks); a block that changes hands
+  // walks a diamond from its new vector.
   for (int32_t row = 0; row < g.rows; ++row) {
     for (int32_t col = 0; col < g.cols; ++col) {
-      const MotionVec own = pass1[row * g.cols + col];
+      const size_t i = static_cast<size_t>(row) * g.cols + col;
+      const MotionVec own = pass1[i];
+      const bool loose = s.loose && s.loose[i] && has_global;
       CandidateList c;
       c.add(own);
       for (int32_t dy = -1; dy <= 1; ++dy) {
@@ -206,15 +269,26 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
           if (r >= 0 && r < g.rows && q >= 0 && q < g.cols) c.add(pass1[r * g.cols + q]);
         }
       }
+      if (loose) c.add(clip_to_reach(s, global));
       if (c.n == 1) {  // every neighbour agrees: nothing to weigh
-        out[row * g.cols + col] = own;
+        out[i] = own;
         continue;
       }
       const MotionBlock block = make_block(s.a, g, col, row);
-      BlockEval eval(k, s, block, median9(pass1, g, col, row));
-      for (int i = 0; i < c.n; ++i) eval.try_vec(c.v[i]);
-      if (eval.best() != own) eval.diamond();
-      out[row * g.cols + col] = eval.best();
+      BlockEval eval(k, s, block, loose ? global : median9(pass1, g, col, row));
+      if (s.around) {  // pass 1's matches around its vector
+        const uint32_t *a = s.around + 5 * i;
+        eval.remember(own, a[0]);
+        for (int j = 0; j < 4; ++j) {
+          if (a[1 + j] != UINT32_MAX) eval.remember(MotionVec{own.x + BlockEval::kStep[j][0], own.y + BlockEval::kStep[j][1]}, a[1 + j]);
+        }
+      }
+      for (int j = 0; j < c.n; ++j) eval.try_vec(c.v[j]);
+      if (eval.best() != own) {
+        eval.diamond();
+        if (s.around) eval.around(s.around + 5 * i);
+      }
+      out[i] = eval.best();
     }
   }
 }

@@ -83,6 +83,20 @@ uint32_t block_sad_q(const MotionKernels &k, const MotionBlock &block, const Mot
   return k.sad_q(block.a, block.a_stride, fetched, kFetchStride, w, h, fx, fy);
 }
 
+void block_sad_q4(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
+                  int32_t qx, int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]) {
+  const int32_t x = block.x + (qx >> 2), y = block.y + (qy >> 2);
+  const uint32_t w = static_cast<uint32_t>(block.w), h = static_cast<uint32_t>(block.h);
+  const uint32_t fx = static_cast<uint32_t>(qx & 3), fy = static_cast<uint32_t>(qy & 3);
+  const int32_t more = (fx | fy) ? 1 : 0;  // a blend reads a column and a line more
+  if (inside(target, x, y, block.w + more, block.h + more)) {
+    return k.sad_q4(block.a, block.a_stride, at(target, x, y), target.stride, w, h, fx, fy, sx, sy, out);
+  }
+  alignas(16) uint8_t fetched[kFetchStride * (kSadMaxSide + 1)];
+  fetch_clamped(target, x, y, block.w + more, block.h + more, fetched);
+  k.sad_q4(block.a, block.a_stride, fetched, kFetchStride, w, h, fx, fy, sx, sy, out);
+}
+
 MotionVec TemporalSource::at(int32_t x, int32_t y) const {
   const int32_t col = clamp(x, 0, width - 1) / grid.bw, row = clamp(y, 0, height - 1) / grid.bh;
   DSP_MOTION_VECTOR e;
@@ -94,8 +108,10 @@ namespace {
 
 // Median of nine by the classic 19-exchange network.
 int32_t median_of_9(int32_t *p) {
-  auto sort2 = [](int32_t &a, int32_t &b) {
-    if (a > b) std::swap(a, b);
+  auto sort2 = [](int32_t &a, int32_t &b) {  // branch-free: the order of a field is random
+    const int32_t lo = std::min(a, b), hi = std::max(a, b);
+    a = lo;
+    b = hi;
   };
   sort2(p[1], p[2]), sort2(p[4], p[5]), sort2(p[7], p[8]), sort2(p[0], p[1]), sort2(p[3], p[4]);
   sort2(p[6], p[7]), sort2(p[1], p[2]), sort2(p[4], p[5]), sort2(p[7], p[8]), sort2(p[0], p[3]);
@@ -109,14 +125,17 @@ int32_t median_of_9(int32_t *p) {
 MotionVec median9(const MotionVec *field, const BlockGrid &grid, int32_t col, int32_t row) {
   int32_t xs[9], ys[9];
   int n = 0;
+  bool same = true;
   for (int32_t dy = -1; dy <= 1; ++dy) {
     const int32_t r = clamp(row + dy, 0, grid.rows - 1);
     for (int32_t dx = -1; dx <= 1; ++dx, ++n) {
       const MotionVec &v = field[r * grid.cols + clamp(col + dx, 0, grid.cols - 1)];
       xs[n] = v.x;
       ys[n] = v.y;
+      same = same && v == field[row * grid.cols + col];
     }
   }
+  if (same) return MotionVec{xs[0], ys[0]};
   return MotionVec{median_of_9(xs), median_of_9(ys)};
 }
 

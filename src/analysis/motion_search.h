@@ -58,6 +58,10 @@ uint32_t block_sad(const MotionKernels &k, const MotionBlock &block, const Motio
 uint32_t block_sad_q(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
                      int32_t qx, int32_t qy);
 
+// block_sad_q in four parts (sad_q4 of motion_kernels.h): split after sx columns and sy lines.
+void block_sad_q4(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
+                  int32_t qx, int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]);
+
 // The previous field's vectors (level-0 quarter pixels) at a level-0 point, or nothing.
 struct TemporalSource {
   const uint8_t *entries = nullptr;  // the direction's DSP_MOTION_VECTOR entries (any alignment)
@@ -79,7 +83,18 @@ struct LevelSearch {
   bool use_global = true;
   const MotionVec *opposite = nullptr;  // the other direction at this level (candidates negated)
   const TemporalSource *temporal = nullptr;
+  // Optional outputs, one entry a block (null: not wanted).  loose: 1 where no whole-pixel step
+  // from the block's pass-1 vector changes its match by more than kLooseMatch (a block without
+  // the detail to place itself; with a global vector such blocks are weighed against it instead
+  // of their neighbours' median).  around: 5 matches (cost16 without lambda) a block, of the
+  // final vector and of its left, right, upper and lower whole-pixel neighbours (UINT32_MAX
+  // beyond the reach).
+  uint8_t *loose = nullptr;
+  uint32_t *around = nullptr;
 };
+
+// Mean absolute difference (cost16 units) below which a whole-pixel step is no evidence.
+constexpr uint32_t kLooseMatch = 1024;
 
 // Two passes over the level's blocks.  scratch0 and scratch1 hold grid.count() vectors each;
 // `out` receives the level's vectors; exhaustive (optional) one byte a block, 1 where pass 1 ran
@@ -115,6 +130,9 @@ struct FinalStage {
   uint32_t scene_threshold = 0;   // per 64 pixels
   bool split = true;
   bool subpel = true;                   // false: whole pixels only
+  bool use_global = true;               // loose blocks follow the global sub-pixel vector
+  const uint32_t *around = nullptr;     // the level search's matches around each vector, or null
+  const uint8_t *loose = nullptr;       // the level search's loose blocks, or null
   MotionVec *refined = nullptr;         // search_grid.count() vectors of scratch each
   MotionVec *settled = nullptr;
 };

@@ -108,6 +108,8 @@ namespace {
 struct Work {
   MotionVec *fwd[kSearchLevels] = {}, *bwd[kSearchLevels] = {};
   MotionVec *scratch0 = nullptr, *scratch1 = nullptr;
+  uint8_t *loose = nullptr;   // the level being searched
+  uint32_t *around = nullptr;  // level 0
   uint8_t *exhaustive[2] = {};
   MotionVec *vec[2] = {};
   uint16_t *cost[2] = {}, *flags[2] = {};
@@ -143,6 +145,8 @@ size_t layout(const Plan &p, uint8_t *base, Work *w) {
   }
   w->scratch0 = vecs(largest);
   w->scratch1 = vecs(largest);
+  w->loose = carve(base, &at, largest);
+  w->around = reinterpret_cast<uint32_t *>(carve(base, &at, static_cast<size_t>(p.grids[0].count()) * 5 * 4));
   for (int d = 0; d < 2; ++d) {
     w->exhaustive[d] = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
     w->vec[d] = vecs(nf);
@@ -213,6 +217,8 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
     s.use_global = !(p.flags & DSP_MOTION_NO_GLOBAL);
     s.opposite = d == 1 ? w.fwd[lv] : nullptr;
     s.temporal = temporal;
+    s.loose = w.loose;
+    s.around = lv == 0 ? w.around : nullptr;
     search_level(k, s, w.scratch0, w.scratch1, out[lv], lv == 0 ? w.exhaustive[d] : nullptr);
   }
   FinalStage f;
@@ -228,6 +234,9 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   f.scene_threshold = p.scene;
   f.split = !(p.flags & DSP_MOTION_NO_SPLIT);
   f.subpel = p.subpel;
+  f.use_global = !(p.flags & DSP_MOTION_NO_GLOBAL);
+  f.around = w.around;
+  f.loose = w.loose;
   f.refined = w.scratch0;
   f.settled = w.scratch1;
   final_stage(k, f, w.vec[d], w.cost[d], w.flags[d]);

@@ -226,11 +226,96 @@ uint32_t sad_q_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t f
   return sum + hsum(acc);
 }
 
+// Quadrant sums of a 16-wide block split after 8 columns: each psadbw lane sums 8 columns of a
+// line, so the halves never mix.  acc[0] collects the lines above sy, acc[1] the others.
+#if defined(__AVX2__)
+// Words p[x] | p[x + dx] << 8 for x = 0..15: the sample pairs pmaddubsw weighs.
+inline __m256i pairs16(const uint8_t *p, ptrdiff_t dx) {
+  return _mm256_or_si256(_mm256_cvtepu8_epi16(load16(p)), _mm256_slli_epi16(_mm256_cvtepu8_epi16(load16(p + dx)), 8));
+}
+
+// Weights are at most 16 and samples 255: pmaddubsw sums stay below 2^12, no saturation.
+inline void sad_q4_16(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t h, uint32_t fx,
+                      uint32_t fy, uint32_t sy, uint32_t out[4]) {
+  const ptrdiff_t dx = fx ? 1 : 0;
+  const __m256i wt = _mm256_set1_epi16(static_cast<short>(((4 - fx) * (4 - fy)) | ((fx * (4 - fy)) << 8)));
+  const __m256i wb = _mm256_set1_epi16(static_cast<short>(((4 - fx) * fy) | ((fx * fy) << 8)));
+  const __m256i round = _mm256_set1_epi16(8);
+  __m256i upper = fy ? pairs16(f, dx) : _mm256_setzero_si256();
+  auto line = [&](uint32_t y) {
+    const uint8_t *p = f + static_cast<ptrdiff_t>(y) * fs;
+    __m256i v;
+    if (fy) {
+      const __m256i lower = pairs16(p + fs, dx);
+      v = _mm256_add_epi16(_mm256_maddubs_epi16(upper, wt), _mm256_maddubs_epi16(lower, wb));
+      upper = lower;
+    } else {
+      v = _mm256_maddubs_epi16(pairs16(p, dx), wt);
+    }
+    return _mm256_srli_epi16(_mm256_add_epi16(v, round), 4);
+  };
+  __m256i acc[2] = {_mm256_setzero_si256(), _mm256_setzero_si256()};
+  uint32_t y = 0;
+  while (y < h) {
+    const bool two = y + 1 < h && (y + 1 != sy);
+    const __m256i v0 = line(y);
+    const __m256i v1 = two ? line(y + 1) : _mm256_setzero_si256();
+    const __m128i a0 = load16(a + static_cast<ptrdiff_t>(y) * as);
+    const __m128i a1 = two ? load16(a + static_cast<ptrdiff_t>(y + 1) * as) : _mm_setzero_si128();
+    const __m256i av = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_unpacklo_epi64(a0, a1)),
+                                               _mm_unpackhi_epi64(a0, a1), 1);
+    // packus keeps lanes: [v0 0..7, v1 0..7 | v0 8..15, v1 8..15], the order of av.
+    const __m256i d = _mm256_sad_epu8(_mm256_packus_epi16(v0, v1), av);
+    acc[y >= sy] = _mm256_add_epi64(acc[y >= sy], d);
+    y += two ? 2 : 1;
+  }
+  for (int part = 0; part < 2; ++part) {
+    const __m128i lo = _mm256_castsi256_si128(acc[part]), hi = _mm256_extracti128_si256(acc[part], 1);
+    out[2 * part] = hsum(lo);
+    out[2 * part + 1] = hsum(hi);
+  }
+}
+#else
+inline void sad_q4_16(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t h, uint32_t fx,
+                      uint32_t fy, uint32_t sy, uint32_t out[4]) {
+  const Bilinear q(fx, fy);
+  __m128i prev[2] = {q.line(f), q.line(f + 8)}, acc[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
+  for (uint32_t y = 0; y < h; ++y, a += as, f += fs) {
+    const __m128i n0 = q.line(f + fs), n1 = q.line(f + fs + 8);
+    const __m128i v = _mm_packus_epi16(q.vertical(prev[0], n0), q.vertical(prev[1], n1));
+    prev[0] = n0;
+    prev[1] = n1;
+    acc[y >= sy] = _mm_add_epi64(acc[y >= sy], _mm_sad_epu8(load16(a), v));
+  }
+  for (int part = 0; part < 2; ++part) {
+    out[2 * part] = static_cast<uint32_t>(_mm_cvtsi128_si32(acc[part]));
+    out[2 * part + 1] = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(acc[part], 8)));
+  }
+}
+#endif
+
+void sad_q4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t w, uint32_t h, uint32_t fx,
+                uint32_t fy, uint32_t sx, uint32_t sy, uint32_t out[4]) {
+#if defined(__AVX2__)
+  const bool fast = w == 16 && sx == 8;
+#else
+  const bool fast = w == 16 && sx == 8 && (fx | fy) != 0;  // the SSE2 blend reads a column and line more
+#endif
+  if (fast) return sad_q4_16(a, as, f, fs, h, fx, fy, sy, out);
+  out[0] = sad_q_x86(a, as, f, fs, sx, sy, fx, fy);
+  out[1] = sx < w ? sad_q_x86(a + sx, as, f + sx, fs, w - sx, sy, fx, fy) : 0;
+  a += static_cast<ptrdiff_t>(sy) * as;
+  f += static_cast<ptrdiff_t>(sy) * fs;
+  out[2] = sy < h ? sad_q_x86(a, as, f, fs, sx, h - sy, fx, fy) : 0;
+  out[3] = sx < w && sy < h ? sad_q_x86(a + sx, as, f + sx, fs, w - sx, h - sy, fx, fy) : 0;
+}
+
 inline void fill_table(MotionKernels *table) {
   table->sad = sad_x86;
   table->sad_avg = sad_avg_x86;
   table->avg_line = avg_line_x86;
   table->sad_q = sad_q_x86;
+  table->sad_q4 = sad_q4_x86;
 }
 
 }  // namespace
