@@ -39,8 +39,9 @@ class BlockEval {
 
   // The match of v (cost16 without lambda), from the cache or computed and cached.
   uint32_t match(const MotionVec &v) {
+    const uint64_t key = pack(v);
     for (int i = 0; i < seen_; ++i) {
-      if (seen_vec_[i] == v) return seen_match_[i];
+      if (seen_key_[i] == key) return seen_match_[i];
     }
     const uint32_t m = cost16_of_sad(block_, block_sad(k_, block_, s_.b, v.x >> 2, v.y >> 2));
     remember(v, m);
@@ -48,7 +49,7 @@ class BlockEval {
   }
   void remember(const MotionVec &v, uint32_t m) {
     if (seen_ < kSeen) {
-      seen_vec_[seen_] = v;
+      seen_key_[seen_] = pack(v);
       seen_match_[seen_++] = m;
     }
   }
@@ -97,7 +98,7 @@ class BlockEval {
     m_ = predicted;
     const int n = seen_;
     evaluated_ = false;
-    for (int i = 0; i < n; ++i) try_vec(seen_vec_[i]);
+    for (int i = 0; i < n; ++i) try_vec(unpack(seen_key_[i]));
   }
 
   // The matches of the best vector and of its four whole-pixel neighbours.
@@ -123,9 +124,15 @@ class BlockEval {
   MotionVec best_;
   uint64_t best_cost_ = 0;
   uint32_t best_match_ = 0;
-  static constexpr int kSeen = 48;
-  MotionVec seen_vec_[kSeen];
-  uint32_t seen_match_[kSeen] = {};
+  static uint64_t pack(const MotionVec &v) {
+    return uint64_t{static_cast<uint32_t>(v.x)} << 32 | static_cast<uint32_t>(v.y);
+  }
+  static MotionVec unpack(uint64_t key) {
+    return MotionVec{static_cast<int32_t>(key >> 32), static_cast<int32_t>(static_cast<uint32_t>(key))};
+  }
+  static constexpr int kSeen = 48;  // raw arrays: nothing to clear per block
+  uint64_t seen_key_[kSeen];
+  uint32_t seen_match_[kSeen];
   int seen_ = 0;
 };
 
@@ -149,13 +156,21 @@ MotionVec parent_vec(const LevelSearch &s, int32_t pcol, int32_t prow) {
   return MotionVec{2 * p.x, 2 * p.y};
 }
 
-// The parent block under the centre of block (col, row).
-void parent_of(const LevelSearch &s, int32_t col, int32_t row, int32_t *pcol, int32_t *prow) {
-  const int32_t x = col * s.grid.bw, y = row * s.grid.bh;
-  const int32_t cx = x + std::min(s.grid.bw, s.a.width - x) / 2, cy = y + std::min(s.grid.bh, s.a.height - y) / 2;
-  *pcol = std::min(cx / 2 / s.parent_grid.bw, s.parent_grid.cols - 1);
-  *prow = std::min(cy / 2 / s.parent_grid.bh, s.parent_grid.rows - 1);
-}
+// The parent blocks under the centres of a level's columns and rows (at most 16384 / 8 each).
+struct ParentIndex {
+  int16_t col[2048], row[2048];
+  explicit ParentIndex(const LevelSearch &s) {
+    if (!s.parent) return;
+    for (int32_t c = 0; c < s.grid.cols; ++c) {
+      const int32_t x = c * s.grid.bw, cx = x + std::min(s.grid.bw, s.a.width - x) / 2;
+      col[c] = static_cast<int16_t>(std::min(cx / 2 / s.parent_grid.bw, s.parent_grid.cols - 1));
+    }
+    for (int32_t r = 0; r < s.grid.rows; ++r) {
+      const int32_t y = r * s.grid.bh, cy = y + std::min(s.grid.bh, s.a.height - y) / 2;
+      row[r] = static_cast<int16_t>(std::min(cy / 2 / s.parent_grid.bh, s.parent_grid.rows - 1));
+    }
+  }
+};
 
 // Component-wise median of the parent field, scaled to this level.
 MotionVec global_vec(const LevelSearch &s, MotionVec *scratch) {
@@ -171,11 +186,10 @@ MotionVec global_vec(const LevelSearch &s, MotionVec *scratch) {
 
 // The candidates of pass 1, in ranking order: parent and its four neighbours, zero, global,
 // temporal, the other direction's vector negated.
-void first_candidates(const LevelSearch &s, int32_t col, int32_t row, bool has_global,
-                      const MotionVec &global, CandidateList *c) {
+void first_candidates(const LevelSearch &s, const ParentIndex &parents, int32_t col, int32_t row,
+                      bool has_global, const MotionVec &global, CandidateList *c) {
   if (s.parent) {
-    int32_t pc, pr;
-    parent_of(s, col, row, &pc, &pr);
+    const int32_t pc = parents.col[col], pr = parents.row[row];
     c->add(clip_to_reach(s, parent_vec(s, pc, pr)));
     c->add(clip_to_reach(s, parent_vec(s, pc - 1, pr)));
     c->add(clip_to_reach(s, parent_vec(s, pc + 1, pr)));
@@ -209,14 +223,11 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
   // Pass 0: the parent field projected onto this level's blocks (zero at the coarsest level)
   // provides the predictions of pass 1.
   MotionVec *pass0 = scratch0, *pass1 = scratch1;
+  const ParentIndex parents(s);
   for (int32_t row = 0; row < g.rows; ++row) {
     for (int32_t col = 0; col < g.cols; ++col) {
       MotionVec v;
-      if (s.parent) {
-        int32_t pc, pr;
-        parent_of(s, col, row, &pc, &pr);
-        v = clip_to_reach(s, parent_vec(s, pc, pr));
-      }
+      if (s.parent) v = clip_to_reach(s, parent_vec(s, parents.col[col], parents.row[row]));
       pass0[row * g.cols + col] = v;
     }
   }
@@ -228,7 +239,7 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
       const MotionBlock block = make_block(s.a, g, col, row);
       BlockEval eval(k, s, block, median9(pass0, g, col, row));
       CandidateList c;
-      first_candidates(s, col, row, has_global, global, &c);
+      first_candidates(s, parents, col, row, has_global, global, &c);
       for (int j = 0; j < c.n; ++j) eval.try_vec(c.v[j]);
       const bool wide = eval.best_match() > s.threshold * 1024u;
       if (wide) {

@@ -39,31 +39,10 @@ BlockGrid make_grid(int32_t width, int32_t height, int32_t bw, int32_t bh) {
   return g;
 }
 
-MotionBlock make_block(const MotionPlane &src, const BlockGrid &grid, int32_t col, int32_t row) {
-  MotionBlock b;
-  b.x = col * grid.bw;
-  b.y = row * grid.bh;
-  b.w = std::min(grid.bw, src.width - b.x);
-  b.h = std::min(grid.bh, src.height - b.y);
-  b.a = at(src, b.x, b.y);
-  b.a_stride = src.stride;
-  const uint32_t n = static_cast<uint32_t>(b.w * b.h);
-  b.recip = ((1u << 26) + n / 2) / n;
-  return b;
-}
-
-uint32_t cost16_of_sad(const MotionBlock &block, uint32_t sad) {
-  // sad < 2^18 and recip <= 2^26: the product needs 64 bits.
-  return static_cast<uint32_t>((uint64_t{sad} * block.recip + (1u << 15)) >> 16);
-}
-
-uint32_t block_sad(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
-                   int32_t dx, int32_t dy) {
+uint32_t block_sad_edge(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
+                        int32_t dx, int32_t dy) {
   const int32_t x = block.x + dx, y = block.y + dy;
   const uint32_t w = static_cast<uint32_t>(block.w), h = static_cast<uint32_t>(block.h);
-  if (inside(target, x, y, block.w, block.h)) {
-    return k.sad(block.a, block.a_stride, at(target, x, y), target.stride, w, h);
-  }
   alignas(16) uint8_t fetched[kFetchStride * kSadMaxSide];
   fetch_clamped(target, x, y, block.w, block.h, fetched);
   return k.sad(block.a, block.a_stride, fetched, kFetchStride, w, h);

@@ -45,13 +45,36 @@ struct MotionBlock {
   ptrdiff_t a_stride = 0;
   uint32_t recip = 0;  // round(2^26 / n): cost16 = (SAD * recip + 2^15) >> 16
 };
-MotionBlock make_block(const MotionPlane &src, const BlockGrid &grid, int32_t col, int32_t row);
-uint32_t cost16_of_sad(const MotionBlock &block, uint32_t sad);
+inline MotionBlock make_block(const MotionPlane &src, const BlockGrid &grid, int32_t col, int32_t row) {
+  MotionBlock b;
+  b.x = col * grid.bw;
+  b.y = row * grid.bh;
+  b.w = src.width - b.x < grid.bw ? src.width - b.x : grid.bw;
+  b.h = src.height - b.y < grid.bh ? src.height - b.y : grid.bh;
+  b.a = src.data + b.y * src.stride + b.x;
+  b.a_stride = src.stride;
+  const uint32_t n = static_cast<uint32_t>(b.w * b.h);
+  b.recip = n == 64 ? (1u << 20) : n == 256 ? (1u << 18) : ((1u << 26) + n / 2) / n;  // the usual sizes need no division
+  return b;
+}
+inline uint32_t cost16_of_sad(const MotionBlock &block, uint32_t sad) {
+  // sad < 2^18 and recip <= 2^26: the product needs 64 bits.
+  return static_cast<uint32_t>((uint64_t{sad} * block.recip + (1u << 15)) >> 16);
+}
 
 // SAD of the block against the target at a whole-pixel offset (dx, dy); samples outside the
 // target repeat its edge samples.
-uint32_t block_sad(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
-                   int32_t dx, int32_t dy);
+uint32_t block_sad_edge(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
+                        int32_t dx, int32_t dy);
+inline uint32_t block_sad(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
+                          int32_t dx, int32_t dy) {
+  const int32_t x = block.x + dx, y = block.y + dy;
+  if (x >= 0 && y >= 0 && x + block.w <= target.width && y + block.h <= target.height) {
+    return k.sad(block.a, block.a_stride, target.data + y * target.stride + x, target.stride,
+                 static_cast<uint32_t>(block.w), static_cast<uint32_t>(block.h));
+  }
+  return block_sad_edge(k, block, target, dx, dy);
+}
 
 // SAD of the block against the target at quarter-pixel offset (qx, qy): the samples of sad_q in
 // motion_kernels.h, samples outside the target repeating its edge samples.

@@ -294,13 +294,23 @@ inline void sad_q4_16(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_
 }
 #endif
 
+// Whole pixels: psadbw of a 16-byte line gives its two halves.
+inline void sad4_16(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t h, uint32_t sy,
+                    uint32_t out[4]) {
+  __m128i acc[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
+  for (uint32_t y = 0; y < h; ++y, a += as, f += fs) {
+    acc[y >= sy] = _mm_add_epi64(acc[y >= sy], _mm_sad_epu8(load16(a), load16(f)));
+  }
+  for (int part = 0; part < 2; ++part) {
+    out[2 * part] = static_cast<uint32_t>(_mm_cvtsi128_si32(acc[part]));
+    out[2 * part + 1] = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(acc[part], 8)));
+  }
+}
+
 void sad_q4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t w, uint32_t h, uint32_t fx,
                 uint32_t fy, uint32_t sx, uint32_t sy, uint32_t out[4]) {
-#if defined(__AVX2__)
   const bool fast = w == 16 && sx == 8;
-#else
-  const bool fast = w == 16 && sx == 8 && (fx | fy) != 0;  // the SSE2 blend reads a column and line more
-#endif
+  if (fast && (fx | fy) == 0) return sad4_16(a, as, f, fs, h, sy, out);
   if (fast) return sad_q4_16(a, as, f, fs, h, fx, fy, sy, out);
   out[0] = sad_q_x86(a, as, f, fs, sx, sy, fx, fy);
   out[1] = sx < w ? sad_q_x86(a + sx, as, f + sx, fs, w - sx, sy, fx, fy) : 0;
