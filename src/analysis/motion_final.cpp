@@ -47,8 +47,15 @@ class FinalEval {
     for (int i = 0; i < seen_; ++i) {
       if (seen_vec_[i] == v) return seen_cost_[i];
     }
-    const uint32_t sad = quarter ? block_sad_q(k_, block_, f_.b, v.x, v.y)
-                                 : block_sad(k_, block_, f_.b, v.x >> 2, v.y >> 2);
+    uint32_t sad;
+    if (quarter && ((v.x | v.y) & 3)) {
+      uint32_t parts[4];
+      const uint32_t w = static_cast<uint32_t>(block_.w);
+      block_sad_b4(k_, block_, f_.a, f_.b, v.x, v.y, w > 8 ? 8 : w, static_cast<uint32_t>(block_.h), parts);
+      sad = parts[0] + parts[1];
+    } else {
+      sad = block_sad(k_, block_, f_.b, v.x >> 2, v.y >> 2);
+    }
     const uint32_t match = cost16_of_sad(block_, sad);
     const uint64_t cost =
         match + uint64_t{4} * lambda_ * static_cast<uint32_t>(iabs(v.x - m_.x) + iabs(v.y - m_.y));
@@ -253,7 +260,7 @@ void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *
       Best best[4];
       auto weigh = [&](const MotionVec &v) {
         uint32_t sums[4];
-        block_sad_q4(k, sb, f.b, v.x, v.y, sx, sy, sums);
+        block_sad_b4(k, sb, f.a, f.b, v.x, v.y, sx, sy, sums);
         const uint64_t lambda = uint64_t{4} * f.lambda * static_cast<uint32_t>(iabs(v.x - own.x) + iabs(v.y - own.y));
         for (int q = 0; q < 4; ++q) {
           if (!exists[q]) continue;

@@ -85,6 +85,13 @@ uint32_t block_sad_q(const MotionKernels &k, const MotionBlock &block, const Mot
 void block_sad_q4(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
                   int32_t qx, int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]);
 
+// SAD of the block against the target at quarter-pixel offset (qx, qy), both pictures sampled
+// half the fraction apart (sad_b4 of motion_kernels.h), in four parts split after sx columns and
+// sy lines; samples outside either picture repeat its edge samples.  Whole pixels give block_sad.
+void block_sad_b4(const MotionKernels &k, const MotionBlock &block, const MotionPlane &source,
+                  const MotionPlane &target, int32_t qx, int32_t qy, uint32_t sx, uint32_t sy,
+                  uint32_t out[4]);
+
 // The previous field's vectors (level-0 quarter pixels) at a level-0 point, or nothing.
 struct TemporalSource {
   const uint8_t *entries = nullptr;  // the direction's DSP_MOTION_VECTOR entries (any alignment)
