@@ -324,20 +324,21 @@ void sad_q4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, 
 // h(p) = (8 - gx) p[x] + gx p[x + dx], v = ((8 - gy) h(line) + gy h(other line) + 32) >> 6; every
 // product and sum stays below 64 * 255 + 32, so 16-bit lanes are exact.
 #if defined(__AVX2__)
+// pmaddubsw weighs the pairs (p[x], p[x + dx]) of a line by the 2-D weights of that line; the two
+// lines' sums are at most 64 * 255.
 struct Eighths {
-  __m256i wx0, wx1, wy0, wy1, round;
+  __m256i w_own, w_other, round;
   ptrdiff_t dx;
   Eighths(uint32_t gx, uint32_t gy, ptrdiff_t step)
-      : wx0(_mm256_set1_epi16(static_cast<short>(8 - gx))), wx1(_mm256_set1_epi16(static_cast<short>(gx))),
-        wy0(_mm256_set1_epi16(static_cast<short>(8 - gy))), wy1(_mm256_set1_epi16(static_cast<short>(gy))),
+      : w_own(_mm256_set1_epi16(static_cast<short>(((8 - gx) * (8 - gy)) | ((gx * (8 - gy)) << 8)))),
+        w_other(_mm256_set1_epi16(static_cast<short>(((8 - gx) * gy) | ((gx * gy) << 8)))),
         round(_mm256_set1_epi16(32)), dx(gx ? step : 0) {}
-  __m256i line(const uint8_t *p) const {
-    return _mm256_add_epi16(_mm256_mullo_epi16(_mm256_cvtepu8_epi16(load16(p)), wx0),
-                            _mm256_mullo_epi16(_mm256_cvtepu8_epi16(load16(p + dx)), wx1));
-  }
+  __m256i line(const uint8_t *p) const { return pairs16(p, dx); }
   __m128i vertical(__m256i own, __m256i other) const {
     const __m256i v = _mm256_srli_epi16(
-        _mm256_add_epi16(_mm256_add_epi16(_mm256_mullo_epi16(own, wy0), _mm256_mullo_epi16(other, wy1)), round), 6);
+        _mm256_add_epi16(_mm256_add_epi16(_mm256_maddubs_epi16(own, w_own), _mm256_maddubs_epi16(other, w_other)),
+                         round),
+        6);
     return _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
   }
 };
