@@ -781,7 +781,8 @@ typedef struct DSP_MOTION_VECTOR {
   int16_t sX;       /* quarter pixels: the block at p in A matches p + v in B (forward); the
                        block at p in B matches p + v in A (backward)                           */
   int16_t sY;
-  uint16_t usCost;  /* SAD of the match per 64 pixels, saturated at 65535                       */
+  uint16_t usCost;  /* SAD of the match per 64 pixels, saturated at 65535 (fractional vectors:
+                       both pictures sampled half the fraction apart, see DspCreateMotionVectors) */
   uint16_t usFlags; /* DSP_MV_*                                                                 */
 } DSP_MOTION_VECTOR;
 
@@ -1123,8 +1124,11 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter
  *   - Level 0: each search block's vector is refined to quarter pixels: the vertex of the parabola
  *     through the matches one whole pixel either side, per axis, then a step to whichever of its
  *     four quarter-pixel neighbours (and the diagonal between the better sides) matches better
- *     (bilinear samples ((4-fx)(4-fy) a + fx(4-fy) b + (4-fx)fy c + fx fy d + 8) >> 4 of the
- *     four pixels around; pure match).  Loose blocks take the component median of the other
+ *     (pure match).  A fractional vector is matched with both pictures sampled half its fraction
+ *     apart: A at p - f/2 and B at p + n + f/2 (n the whole pixels, f the quarter-pixel
+ *     fraction), each bilinear in eighths, ((8-gx)(8-gy) s + gx(8-gy) s' + (8-gx)gy s'' +
+ *     gx gy s''' + 32) >> 6, so both sides are smoothed alike and detailed pictures are not pulled
+ *     to whole pixels.  Loose blocks take the component median of the other
  *     blocks' refined vectors (unless DSP_MOTION_NO_GLOBAL).  Then each block weighs its refined
  *     vector against its neighbours' that differ by more than a quarter pixel, with lambda
  *     against the median of the refined 3x3 (the global vector for loose blocks), which settles
