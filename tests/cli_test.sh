@@ -84,6 +84,7 @@ filter|--interlaced
 scale|--factor
 fit|--mode fill|width|height
 mipmaps|--levels
+vectors|--style arrows|wheel
 generate|-y
 demo|-y
 help|framedsp help compare
@@ -185,6 +186,12 @@ cases <<EOF
 2|--frame 2 is past the last frame (0)|mipmaps $T/fin.uyvy $T/x.png -s 12x4 -f uyvy422 --levels 2 --frame 2
 2|4 levels need a frame of at least 8x8 pixels (level 3 of 8x4 would be empty)|mipmaps $T/a.uyvy $T/x.png -s 8x4 -f gray --levels 4
 2|not bgra (0)|mipmaps $T/a.uyvy $T/x.png -s 2x2 -f bgra
+2|vectors reads gray or 263 frames, not uyvy422|vectors $T/a.uyvy $T/a.uyvy $T/x.png -s 4x2 -f uyvy422
+2|frame 2 is past the last frame (1)|vectors $T/fin.uyvy $T/fin.uyvy $T/x.png -s 8x6 -f gray --frame-b 2
+2|a search range of 2 needs a frame of at least 8x8 pixels|vectors $T/fin.uyvy $T/fin.uyvy $T/x.png -s 8x6 -f gray --range 2
+2|--style expects arrows or wheel, got 'dots'|vectors $T/fin.uyvy $T/fin.uyvy $T/x.png -s 8x6 -f gray --style dots
+2|--block must be 8..32|vectors $T/fin.uyvy $T/fin.uyvy $T/x.png -s 8x6 -f gray --block 33
+1|add -y|vectors $T/fin.uyvy $T/fin.uyvy $T/exist -s 8x6 -f gray
 2|missing destination size (--dst WxH)|fit --src 720x486
 2|--src-aspect must be at least 1|fit --src 720x486 --dst 720x486 --src-aspect 4:0
 2|--src-aspect expects N:D|fit --src 720x486 --dst 720x486 --src-aspect 43
@@ -348,16 +355,35 @@ EOF
 run mipmaps "$T/blocks.gray" "$T/m_lin.png" -s 48x32 -f gray
 has "$T/out" "level 4: 3x2" "mipmaps level sizes"
 
+# ---- vectors: a smooth texture moved by (3, -2) between two 160x96 frames, gray and 263 (the
+# luma plane, then a plane of 128)
+awk 'BEGIN { srand(5); for (k = 0; k < 24; k++) { f = 0.02 + 0.3 * rand(); t = 6.283 * rand(); kx[k] = f * cos(t); ky[k] = f * sin(t); p[k] = 6.283 * rand() }
+  for (fr = 0; fr < 2; fr++) for (plane = 0; plane < 2; plane++) for (y = 0; y < 96; y++) for (x = 0; x < 160; x++) {
+    v = 128; for (k = 0; k < 24 && !plane; k++) v += 8.8 * sin(kx[k] * (x - 3 * fr) + ky[k] * (y + 2 * fr) + p[k])
+    v = int(v + 0.5); printf "%c", (v < 1 ? 1 : (v > 255 ? 255 : v)) } }' >"$T/pair.263"
+head -c 15360 "$T/pair.263" >"$T/pair.gray"
+tail -c 30720 "$T/pair.263" | head -c 15360 >>"$T/pair.gray"
+while IFS='|' read -r fmt opts blocks png; do
+  # shellcheck disable=SC2086
+  run vectors -i "$T/pair.$fmt" -i "$T/pair.$fmt" "$T/v_$fmt.png" -s 160x96 -pix_fmt "$fmt" --frame-b 1 $opts
+  has "$T/out" "forward: $blocks blocks, median vector (3.00, -2.00) px" "vectors $fmt $opts"
+  has "$T/out" "backward: $blocks blocks, median vector (-3.00, 2.00) px" "vectors $fmt $opts"
+  png_is "$T/v_$fmt.png" "$png"
+done <<EOF
+gray||240|160 96 8 2
+263|--style wheel --block 16|60|160 96 8 2
+EOF
+
 # ---- demo, contact sheet
 run demo --out "$T/demo" -s 64x32 --frames 3
 for f in report.txt index.html clip_0.png diff_0_1.png diff_key.png copy_0.png fields_rebuilt.png \
-  bt709.png fir7_50.png box9x9.png scaled_720.png scaled_sd_hd.png fit.png mipmaps.png; do
+  bt709.png fir7_50.png box9x9.png scaled_720.png scaled_sd_hd.png fit.png mipmaps.png vectors.png; do
   [ -s "$T/demo/$f" ] || fail "demo: $f missing"
 done
 png_is "$T/demo/diff_0_1.png" "128 32 8 0"
 for line in "PSNR 98.131 dB" "equals frame 0 byte for byte" "round trip max difference" \
   "DspCreateMipMaps: luma of frame 0, 5 levels (64x32, 32x16, 16x8, 8x4, 4x2)" \
-  "fitted to the height of 112x64 at 16:9"; do
+  "fitted to the height of 112x64 at 16:9" "DspCreateMotionVectors: luma, frame 0 -> 1, 4 levels, 8x8 blocks"; do
   has "$T/demo/report.txt" "$line" "demo report"
 done
 for line in "<img src=\"contact_sheet.png\"" "diff_0_altered.png" " ms)" "PSNR dB"; do

@@ -313,5 +313,163 @@ std::vector<uint8_t> luma_of(const RawLayout &layout, const uint8_t *frame) {
   return luma;
 }
 
+namespace {
+
+// The converter DspCreateMotionVectors asks for: any live one (its settings are not used).
+DSP_HANDLE motion_converter(std::string *error) {
+  static DSP_HANDLE converter = nullptr;
+  if (converter) return converter;
+  DSP_FRAME_RATE_CONVERTER_PARAMS create;
+  std::memset(&create, 0, sizeof create);
+  create.ulBaseCount = 1;
+  create.lWidth = create.lHeight = 64;
+  const DSP_HRESULT status = DspCreateFrameRateConverter(&create, &converter);
+  if (status != DSP_S_OK) {
+    converter = nullptr;
+    *error = status_text("DspCreateFrameRateConverter", status);
+  }
+  return converter;
+}
+
+DSP_MIPMAP_LEVELS level_list(std::vector<MipLevel> &levels) {
+  DSP_MIPMAP_LEVELS list;
+  std::memset(&list, 0, sizeof list);
+  list.ulCount = static_cast<uint32_t>(levels.size());
+  for (size_t k = 0; k < levels.size(); ++k) {
+    RawLayout plane;
+    plane.format = plane.main_format = DSP_PIXEL_FORMAT_MIPMAP;
+    plane.width = plane.line_bytes = plane.stride = levels[k].width;
+    plane.height = levels[k].height;
+    plane.main_bytes = plane.frame_bytes = levels[k].samples.size();
+    list.Levels[k] = image_of(plane, levels[k].samples.data());
+  }
+  return list;
+}
+
+void put(Picture *p, int x, int y, const uint8_t c[3]) {
+  if (x < 0 || y < 0 || x >= static_cast<int>(p->width) || y >= static_cast<int>(p->height)) return;
+  std::memcpy(&p->pixels[(static_cast<size_t>(y) * p->width + x) * 3], c, 3);
+}
+
+void draw_line(Picture *p, double x0, double y0, double x1, double y1, const uint8_t c[3]) {
+  const int n = static_cast<int>(std::max(std::fabs(x1 - x0), std::fabs(y1 - y0))) + 1;
+  for (int i = 0; i <= n; ++i) {
+    const double t = static_cast<double>(i) / n;
+    put(p, static_cast<int>(std::lround(x0 + t * (x1 - x0))), static_cast<int>(std::lround(y0 + t * (y1 - y0))), c);
+  }
+}
+
+// Hue h (0..1, red at 0) at full saturation and value v.
+void hue(double h, double v, uint8_t out[3]) {
+  const double k[3] = {5, 3, 1};
+  for (int i = 0; i < 3; ++i) {
+    const double m = std::fmod(k[i] + h * 6, 6);
+    out[i] = static_cast<uint8_t>(std::lround(255 * v * (1 - std::max(0.0, std::min({m, 4 - m, 1.0})))));
+  }
+}
+
+}  // namespace
+
+bool estimate_vectors(const std::vector<uint8_t> &a, const std::vector<uint8_t> &b, uint32_t width,
+                      uint32_t height, const VectorChoice &choice, VectorField *field,
+                      std::string *error) {
+  // The pyramid's scaler keeps widths even: every level's width must be, the last one's too.
+  uint32_t levels = std::max(1u, std::min(choice.levels, 5u));
+  while (levels > 1 && (width % (1u << levels) != 0 || (height >> (levels - 1)) == 0)) --levels;
+  std::vector<MipLevel> pa, pb;
+  if (!pyramid_sizes(width, height, levels, &pa, error) || !pyramid_sizes(width, height, levels, &pb, error)) return false;
+  pa[0].samples = a;
+  pb[0].samples = b;
+  double ms = 0;
+  if (!build_pyramid(&pa, DSP_SCALER_FILTER_LINEAR, &ms, error) || !build_pyramid(&pb, DSP_SCALER_FILTER_LINEAR, &ms, error)) {
+    return false;
+  }
+  const DSP_MIPMAP_LEVELS la = level_list(pa), lb = level_list(pb);
+  std::vector<uint8_t> bytes(DSP_VECTOR_FIELD_BYTES(width, height, choice.block, choice.block));
+  DSP_MOTION_VECTORS_PARAMS p;
+  std::memset(&p, 0, sizeof p);
+  p.pLevelsA = &la;
+  p.pLevelsB = &lb;
+  p.pVectorField = bytes.data();
+  p.ulVectorFieldBytes = static_cast<uint32_t>(bytes.size());
+  p.ulBlockA = p.ulBlockB = choice.block;
+  for (int k = 0; k < 5; ++k) p.ulLevelRangeX[k] = p.ulLevelRangeY[k] = choice.range;
+  if (choice.whole_pixel) p.ulMotionFlags |= DSP_MOTION_WHOLE_PIXEL;
+  const DSP_HANDLE converter = motion_converter(error);
+  if (!converter) return false;
+  const auto start = std::chrono::steady_clock::now();
+  const DSP_HRESULT status = DspCreateMotionVectors(converter, &p);
+  field->ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+  std::memcpy(&field->header, bytes.data(), sizeof field->header);
+  if (status != DSP_S_OK || field->header.ulFieldBytes == 0) {  // a refused record writes nothing
+    *error = status_text("DspCreateMotionVectors", status) + " (FRAMEDSP_TRACE=1 names the reason)";
+    return false;
+  }
+  field->levels = levels;
+  field->entries.resize((field->header.ulFieldBytes - DSP_VECTOR_FIELD_HEADER_BYTES) / sizeof(DSP_MOTION_VECTOR));
+  std::memcpy(field->entries.data(), bytes.data() + DSP_VECTOR_FIELD_HEADER_BYTES,
+              field->entries.size() * sizeof(DSP_MOTION_VECTOR));
+  return true;
+}
+
+Picture draw_vectors(const std::vector<uint8_t> &picture, uint32_t width, uint32_t height,
+                     const VectorField &field, bool wheel, double scale) {
+  Picture out;
+  out.width = width;
+  out.height = height;
+  out.channels = 3;
+  out.pixels.resize(static_cast<size_t>(width) * height * 3);
+  for (size_t i = 0; i < picture.size(); ++i) std::memset(&out.pixels[i * 3], picture[i] / 2 + 32, 3);
+  const DSP_VECTOR_FIELD &h = field.header;
+  static const uint8_t kGood[3] = {40, 230, 60}, kBad[3] = {240, 40, 40}, kOdd[3] = {240, 220, 40};
+  for (uint32_t r = 0; r < h.ulRows; ++r) {
+    for (uint32_t c = 0; c < h.ulColumns; ++c) {
+      const DSP_MOTION_VECTOR &v = field.entries[r * h.ulColumns + c];
+      const uint32_t x0 = c * h.ulBlockWidth, y0 = r * h.ulBlockHeight;
+      const uint32_t bw = std::min(h.ulBlockWidth, width - x0), bh = std::min(h.ulBlockHeight, height - y0);
+      const double vx = v.sX / 4.0, vy = v.sY / 4.0;
+      if (wheel) {
+        uint8_t colour[3] = {0, 0, 0};
+        if (!(v.usFlags & DSP_MV_BAD)) {
+          hue(std::atan2(vy, vx) / 6.283185307179586 + 0.5, std::min(1.0, 0.25 + std::hypot(vx, vy) / 8), colour);
+        }
+        for (uint32_t y = y0; y < y0 + bh; ++y)
+          for (uint32_t x = x0; x < x0 + bw; ++x) put(&out, static_cast<int>(x), static_cast<int>(y), colour);
+        continue;
+      }
+      const uint8_t *colour = (v.usFlags & DSP_MV_BAD) ? kBad : (v.usFlags & DSP_MV_INCONSISTENT) ? kOdd : kGood;
+      const double cx = x0 + bw / 2.0, cy = y0 + bh / 2.0;
+      draw_line(&out, cx, cy, cx + scale * vx, cy + scale * vy, colour);
+    }
+  }
+  return out;
+}
+
+std::vector<std::string> vector_statistics(const VectorField &field, int dir) {
+  const DSP_VECTOR_FIELD &h = field.header;
+  const size_t n = static_cast<size_t>(h.ulColumns) * h.ulRows;
+  std::vector<int> xs, ys;
+  uint32_t flags[5] = {};
+  double cost = 0;
+  for (size_t i = 0; i < n; ++i) {
+    const DSP_MOTION_VECTOR &v = field.entries[dir * n + i];
+    xs.push_back(v.sX);
+    ys.push_back(v.sY);
+    cost += v.usCost;
+    for (int f = 0; f < 5; ++f) flags[f] += (v.usFlags >> f) & 1;
+  }
+  std::nth_element(xs.begin(), xs.begin() + n / 2, xs.end());
+  std::nth_element(ys.begin(), ys.begin() + n / 2, ys.end());
+  char text[200];
+  std::vector<std::string> lines;
+  std::snprintf(text, sizeof text, "%s: %zu blocks, median vector (%.2f, %.2f) px, mean cost %.1f per 64 px",
+                dir ? "backward" : "forward", n, xs[n / 2] / 4.0, ys[n / 2] / 4.0, cost / static_cast<double>(n));
+  lines.push_back(text);
+  std::snprintf(text, sizeof text, "  bad %u, inconsistent %u, outside %u, flat %u, exhaustive %u", flags[0],
+                flags[1], flags[2], flags[3], flags[4]);
+  lines.push_back(text);
+  return lines;
+}
+
 }  // namespace cli
 }  // namespace framedsp

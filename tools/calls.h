@@ -104,6 +104,34 @@ bool build_pyramid(std::vector<MipLevel> *levels, uint32_t filter, double *ms, s
 // The levels left to right, top-aligned; black below the smaller levels.
 Picture mipmap_strip(const std::vector<MipLevel> &levels);
 
+// ---- DspCreateMotionVectors between two gray pictures of width x height (lines packed), on
+// pyramids made by build_pyramid.
+struct VectorField {
+  DSP_VECTOR_FIELD header{};
+  std::vector<DSP_MOTION_VECTOR> entries;  // forward, then backward
+  uint32_t levels = 0;                     // pyramid levels searched
+  double ms = 0;                           // the DspCreateMotionVectors call
+};
+struct VectorChoice {
+  uint32_t levels = 4;  // at most; fewer where a level's width would be odd or its height 0
+  uint32_t block = 8;   // final blocks, 8..32
+  uint32_t range = 0;   // search range at every level; 0: the library's default
+  bool whole_pixel = false;
+};
+bool estimate_vectors(const std::vector<uint8_t> &a, const std::vector<uint8_t> &b, uint32_t width,
+                      uint32_t height, const VectorChoice &choice, VectorField *field,
+                      std::string *error);
+
+// The forward field over the dimmed picture: an arrow from each block's centre, `scale` times
+// its length (green; red for bad blocks, yellow for inconsistent ones); or (wheel) each block
+// in the colour of its direction, brighter for longer vectors, black for bad blocks.
+Picture draw_vectors(const std::vector<uint8_t> &picture, uint32_t width, uint32_t height,
+                     const VectorField &field, bool wheel, double scale);
+
+// Two lines of statistics of one direction (0 forward, 1 backward): blocks, median vector,
+// mean cost, then the count of each flag.
+std::vector<std::string> vector_statistics(const VectorField &field, int dir);
+
 // The luma samples of a frame of gray, uyvy422, yuyv422 or their +key forms.
 std::vector<uint8_t> luma_of(const RawLayout &layout, const uint8_t *frame);
 

@@ -459,6 +459,27 @@ bool step_mipmaps(Demo &demo, StepReport *report, std::string *error) {
   return true;
 }
 
+// Block motion from frame 0 to frame 1 of the clip's luma, drawn as arrows.
+bool step_vectors(Demo &demo, StepReport *report, std::string *error) {
+  const RawLayout &l = demo.layout;
+  const std::vector<uint8_t> a = luma_of(l, demo.frames[0].data());
+  VectorField field;
+  if (!estimate_vectors(a, luma_of(l, demo.frames[1].data()), l.width, l.height, VectorChoice(), &field, error) ||
+      !save_png(demo, "vectors.png", draw_vectors(a, l.width, l.height, field, false, 3), error)) {
+    return false;
+  }
+  const DSP_VECTOR_FIELD &h = field.header;
+  const std::string stats = vector_statistics(field, 0)[0];  // "forward: N blocks, median vector (x, y) px, ..."
+  const size_t median = stats.find("median"), end = stats.find(" px", median);
+  report->entries.push_back({"vectors.png",
+                             "DspCreateMotionVectors: luma, frame 0 -> 1, " + std::to_string(field.levels) +
+                                 " levels, 8x8 blocks, " + stats.substr(median, end + 3 - median) + ", bad " +
+                                 std::to_string(h.ulBadForward) + " / " + std::to_string(h.ulBadBackward) +
+                                 " of " + std::to_string(h.ulColumns * h.ulRows) + " (arrows x3)",
+                             {}, field.ms});
+  return true;
+}
+
 struct Step {
   const char *title;
   bool (*run)(Demo &, StepReport *, std::string *);
@@ -478,6 +499,7 @@ const Step kSteps[] = {
     {"DspScaler: standard definition up to the clip size", step_scale_sd_hd},
     {"DspScalerHelper: 4:3 fitted into 16:9, then DspScaler", step_fit},
     {"DspCreateMipMaps: pyramid of frame 0's luma", step_mipmaps},
+    {"DspCreateMotionVectors: frame 0 to frame 1", step_vectors},
 };
 
 // The demo writes into a folder of its own: a new or empty one, or one an earlier demo wrote

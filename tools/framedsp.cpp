@@ -12,13 +12,15 @@ namespace cli {
 
 // The commands, one file each (cmd_*.cpp, demo.cpp); `framedsp --help` lists them in this order.
 extern const Command kFormatsCommand, kCompareCommand, kCopyCommand, kFilterCommand,
-    kScaleCommand, kFitCommand, kMipmapsCommand, kGenerateCommand, kDemoCommand, kHelpCommand;
+    kScaleCommand, kFitCommand, kMipmapsCommand, kVectorsCommand, kGenerateCommand, kDemoCommand,
+    kHelpCommand;
 
 namespace {
 
 const Command *const kCommands[] = {
     &kFormatsCommand, &kCompareCommand, &kCopyCommand,     &kFilterCommand, &kScaleCommand,
-    &kFitCommand,     &kMipmapsCommand, &kGenerateCommand, &kDemoCommand,   &kHelpCommand,
+    &kFitCommand,     &kMipmapsCommand, &kVectorsCommand, &kGenerateCommand, &kDemoCommand,
+    &kHelpCommand,
 };
 
 const char kIntro[] =
