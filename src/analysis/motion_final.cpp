@@ -112,11 +112,12 @@ bool outside(const FinalStage &f, const MotionBlock &b, const MotionVec &v) {
 // mirrored offsets.
 int32_t vertex(uint32_t before, uint32_t at, uint32_t after) {
   if (before == UINT32_MAX || after == UINT32_MAX) return 0;
-  const int64_t num = 4 * (int64_t{before} - after);
-  const int64_t den = 2 * (int64_t{before} + after - 2 * int64_t{at});
+  // Matches are below 2^19 (255 x 1024 at most), so every term fits 32 bits.
+  const int32_t num = 4 * (static_cast<int32_t>(before) - static_cast<int32_t>(after));
+  const int32_t den = 2 * (static_cast<int32_t>(before) + static_cast<int32_t>(after) - 2 * static_cast<int32_t>(at));
   if (den <= 0) return before < after ? -2 : (after < before ? 2 : 0);
-  const int64_t q = num >= 0 ? (2 * num + den) / (2 * den) : -((2 * -num + den) / (2 * den));
-  return static_cast<int32_t>(std::max<int64_t>(-2, std::min<int64_t>(2, q)));
+  const int32_t q = num >= 0 ? (2 * num + den) / (2 * den) : -((2 * -num + den) / (2 * den));
+  return clamp(q, -2, 2);
 }
 
 // The whole-pixel matches of v and its four neighbours (left, right, up, down).
