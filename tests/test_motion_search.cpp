@@ -32,10 +32,10 @@ TEST(MotionQuadKernels, EveryIsaMatchesTheScalarKernels) {
       a[i] = fill == 0 ? rng() : fill == 1 ? 0 : (rng() & 1) * 255;
       f[i] = fill == 0 ? rng() : fill == 1 ? 255 : (rng() & 1) * 255;
     }
-    // Half the rounds take the 16-wide paths split after 8 columns.
+    // Half the rounds take the 16-wide paths (split after 8 columns, or not by columns).
     const bool wide = round & 1;
     const uint32_t w = wide ? 16 : 1 + rng() % 64, h = 1 + rng() % 64;
-    const uint32_t sx = wide ? 8 : 1 + rng() % w, sy = 1 + rng() % h, fx = rng() % 4, fy = rng() % 4;
+    const uint32_t sx = wide ? 8u << (rng() & 1) : 1 + rng() % w, sy = 1 + rng() % h, fx = rng() % 4, fy = rng() % 4;
     const ptrdiff_t sa = (rng() & 1) ? kStride : -kStride, sf = (rng() & 1) ? kStride : -kStride;
     // One line and column of margin before the block (sad_b4 reads them).
     const uint8_t *pa = a.data() + (sa < 0 ? 70 * kStride : kStride) + 1 + rng() % 16;

@@ -37,36 +37,42 @@ struct Best {
 
 class FinalEval {
  public:
+  // Sums are split after sx columns and sy lines (the final blocks a search block holds).
   FinalEval(const MotionKernels &k, const FinalStage &f, const MotionBlock &block, MotionVec m,
-            uint32_t lambda)
-      : k_(k), f_(f), block_(block), m_(m), lambda_(lambda) {}
+            uint32_t lambda, uint32_t sx, uint32_t sy)
+      : k_(k), f_(f), block_(block), m_(m), lambda_(lambda), sx_(sx), sy_(sy) {}
 
   // Evaluates v once (repeats are skipped); returns its cost, or UINT64_MAX outside the reach.
-  uint64_t consider(const MotionVec &v, bool quarter) {
+  uint64_t consider(const MotionVec &v) {
     if (iabs(v.x) > 4 * f_.reach_x || iabs(v.y) > 4 * f_.reach_y) return UINT64_MAX;
     for (int i = 0; i < seen_; ++i) {
       if (seen_vec_[i] == v) return seen_cost_[i];
     }
-    uint32_t sad;
-    if (quarter && ((v.x | v.y) & 3)) {
-      uint32_t parts[4];
-      const uint32_t w = static_cast<uint32_t>(block_.w);
-      block_sad_b4(k_, block_, f_.a, f_.b, v.x, v.y, w > 8 ? 8 : w, static_cast<uint32_t>(block_.h), parts);
-      sad = parts[0] + parts[1];
+    BlockParts p{v, {}, true};
+    if ((v.x | v.y) & 3) {
+      block_sad_b4(k_, block_, f_.a, f_.b, v.x, v.y, sx_, sy_, p.sum);
     } else {
-      sad = block_sad(k_, block_, f_.b, v.x >> 2, v.y >> 2);
+      block_sad_q4(k_, block_, f_.b, v.x, v.y, sx_, sy_, p.sum);
     }
-    const uint32_t match = cost16_of_sad(block_, sad);
+    return take(p);
+  }
+
+  // A vector whose sums another evaluation of this block found.
+  uint64_t take(const BlockParts &p) {
+    const uint32_t match = cost16_of_sad(block_, p.sum[0] + p.sum[1] + p.sum[2] + p.sum[3]);
+    const MotionVec &v = p.v;
     const uint64_t cost =
         match + uint64_t{4} * lambda_ * static_cast<uint32_t>(iabs(v.x - m_.x) + iabs(v.y - m_.y));
     if (seen_ < kSeen) {
       seen_vec_[seen_] = v;
       seen_cost_[seen_++] = cost;
     }
+    if (!best_.set || better(cost, v, best_.cost, best_.v)) best_parts_ = p;
     best_.offer(v, cost, match);
     return cost;
   }
 
+  const BlockParts &best_parts() const { return best_parts_; }
   const Best &best() const { return best_; }
 
  private:
@@ -75,7 +81,9 @@ class FinalEval {
   const MotionBlock &block_;
   MotionVec m_;
   uint32_t lambda_;
+  uint32_t sx_, sy_;
   Best best_;
+  BlockParts best_parts_{};
   static constexpr int kSeen = 16;
   MotionVec seen_vec_[kSeen];
   uint64_t seen_cost_[kSeen] = {};
@@ -137,11 +145,21 @@ void around_of(const MotionKernels &k, const FinalStage &f, const MotionBlock &b
 void quarter_step(FinalEval *e) {
   const MotionVec c = e->best().v;
   const uint64_t centre = e->best().cost;
-  const uint64_t l = e->consider(MotionVec{c.x - 1, c.y}, true), r = e->consider(MotionVec{c.x + 1, c.y}, true);
-  const uint64_t u = e->consider(MotionVec{c.x, c.y - 1}, true), d = e->consider(MotionVec{c.x, c.y + 1}, true);
+  const uint64_t l = e->consider(MotionVec{c.x - 1, c.y}), r = e->consider(MotionVec{c.x + 1, c.y});
+  const uint64_t u = e->consider(MotionVec{c.x, c.y - 1}), d = e->consider(MotionVec{c.x, c.y + 1});
   const int32_t sx = std::min(l, r) < centre ? (l <= r ? -1 : 1) : 0;
   const int32_t sy = std::min(u, d) < centre ? (u <= d ? -1 : 1) : 0;
-  if (sx && sy) e->consider(MotionVec{c.x + sx, c.y + sy}, true);
+  if (sx && sy) e->consider(MotionVec{c.x + sx, c.y + sy});
+}
+
+int32_t nesting(int32_t search, int32_t final) { return search == final ? 1 : (search == 2 * final ? 2 : 0); }
+
+// Where a search block's sums split: after the first final block's columns and lines when the
+// final blocks nest in the search blocks, nowhere otherwise.
+void split_of(const FinalStage &f, const MotionBlock &b, uint32_t *sx, uint32_t *sy) {
+  const bool nested = nesting(f.search_grid.bw, f.grid.bw) && nesting(f.search_grid.bh, f.grid.bh);
+  *sx = static_cast<uint32_t>(nested ? std::min(f.grid.bw, b.w) : b.w);
+  *sy = static_cast<uint32_t>(nested ? std::min(f.grid.bh, b.h) : b.h);
 }
 
 MotionVec median_of(int32_t *xs, int32_t *ys, int32_t n) {
@@ -159,6 +177,7 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
   for (int32_t i = 0; i < n; ++i) {
     const MotionVec own = f.search[i];
     const bool loose = f.use_global && f.loose && f.loose[i];
+    f.parts[i].known = false;
     if (!f.subpel || loose) {
       f.refined[i] = own;
       continue;
@@ -174,10 +193,13 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     // The vertex lands within a quarter pixel or so of the best match; a quarter-pixel step
     // around it settles the rest.
     const MotionBlock b = make_block(f.a, sg, i % sg.cols, i / sg.cols);
-    FinalEval eval(k, f, b, own, 0);  // pure match: a smoothness term would pull to `own`
-    eval.consider(r, true);
+    uint32_t sx, sy;
+    split_of(f, b, &sx, &sy);
+    FinalEval eval(k, f, b, own, 0, sx, sy);  // pure match: a smoothness term would pull to `own`
+    eval.consider(r);
     quarter_step(&eval);
     f.refined[i] = eval.best().v;
+    f.parts[i] = eval.best_parts();
     xs[placed] = f.refined[i].x;
     ys[placed++] = f.refined[i].y;
   }
@@ -215,10 +237,17 @@ void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global
       }
       const bool loose = has_global && f.loose[i];
       const MotionBlock block = make_block(f.a, sg, col, row);
-      FinalEval eval(k, f, block, loose ? global : median9(f.refined, sg, col, row), f.lambda);
-      eval.consider(own, true);
-      for (int j = 0; j < n; ++j) eval.consider(cand[j], true);
+      uint32_t sx, sy;
+      split_of(f, block, &sx, &sy);
+      FinalEval eval(k, f, block, loose ? global : median9(f.refined, sg, col, row), f.lambda, sx, sy);
+      if (f.parts[i].known) {
+        eval.take(f.parts[i]);
+      } else {
+        eval.consider(own);
+      }
+      for (int j = 0; j < n; ++j) eval.consider(cand[j]);
       f.settled[i] = eval.best().v;
+      f.parts[i] = eval.best_parts();
     }
   }
 }
@@ -259,9 +288,15 @@ void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *
       }
       const MotionVec own = search[sr * sg.cols + sc];
       Best best[4];
-      auto weigh = [&](const MotionVec &v) {
+      auto weigh = [&](const MotionVec &v, const uint32_t *known) {
         uint32_t sums[4];
-        block_sad_b4(k, sb, f.a, f.b, v.x, v.y, sx, sy, sums);
+        if (known) {
+          std::copy(known, known + 4, sums);
+        } else if ((v.x | v.y) & 3) {
+          block_sad_b4(k, sb, f.a, f.b, v.x, v.y, sx, sy, sums);
+        } else {
+          block_sad_q4(k, sb, f.b, v.x, v.y, sx, sy, sums);
+        }
         const uint64_t lambda = uint64_t{4} * f.lambda * static_cast<uint32_t>(iabs(v.x - own.x) + iabs(v.y - own.y));
         for (int q = 0; q < 4; ++q) {
           if (!exists[q]) continue;
@@ -269,7 +304,8 @@ void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *
           best[q].offer(v, m + lambda, m);
         }
       };
-      weigh(own);
+      const BlockParts &own_parts = f.parts[sr * sg.cols + sc];
+      weigh(own, f.subpel && own_parts.known && own_parts.v == own ? own_parts.sum : nullptr);
       MotionVec seen[8];
       int n = 0;
       for (int32_t dy = -1; f.split && dy <= 1; ++dy) {
@@ -280,7 +316,7 @@ void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *
             const MotionVec &v = search[r * sg.cols + c];
             if (!apart(v, own, kSplitApart) || std::find(seen, seen + n, v) != seen + n) continue;
             seen[n++] = v;
-            if (iabs(v.x) <= 4 * f.reach_x && iabs(v.y) <= 4 * f.reach_y) weigh(v);
+            if (iabs(v.x) <= 4 * f.reach_x && iabs(v.y) <= 4 * f.reach_y) weigh(v, nullptr);
           }
         }
       }
@@ -316,14 +352,14 @@ void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *sea
       const int32_t sc = std::min((block.x + block.w / 2) / sg.bw, sg.cols - 1);
       const int32_t sr = std::min((block.y + block.h / 2) / sg.bh, sg.rows - 1);
       const MotionVec own = search[sr * sg.cols + sc];
-      FinalEval eval(k, f, block, own, f.lambda);
-      eval.consider(own, f.subpel);
+      FinalEval eval(k, f, block, own, f.lambda, static_cast<uint32_t>(block.w), static_cast<uint32_t>(block.h));
+      eval.consider(own);
       for (int32_t dy = -1; f.split && dy <= 1; ++dy) {
         for (int32_t dx = -1; dx <= 1; ++dx) {
           const int32_t r = sr + dy, c = sc + dx;
           if ((dx || dy) && r >= 0 && r < sg.rows && c >= 0 && c < sg.cols) {
             const MotionVec &v = search[r * sg.cols + c];
-            if (apart(v, own, kSplitApart)) eval.consider(v, f.subpel);
+            if (apart(v, own, kSplitApart)) eval.consider(v);
           }
         }
       }
@@ -333,8 +369,6 @@ void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *sea
     }
   }
 }
-
-int32_t nesting(int32_t search, int32_t final) { return search == final ? 1 : (search == 2 * final ? 2 : 0); }
 
 }  // namespace
 

@@ -147,6 +147,13 @@ inline bool better(uint64_t cost, const MotionVec &v, uint64_t best_cost, const 
 
 namespace framedsp {
 
+// The match sums of the parts of a search block (the final blocks it holds) at one vector.
+struct BlockParts {
+  MotionVec v;
+  uint32_t sum[4];
+  bool known;
+};
+
 // Level 0's final blocks: the split stage, half- then quarter-pixel refinement, cost and the
 // per-block flags (bad, outside, flat, refined; consistency comes later).
 struct FinalStage {
@@ -165,6 +172,7 @@ struct FinalStage {
   const uint8_t *loose = nullptr;       // the level search's loose blocks, or null
   MotionVec *refined = nullptr;         // search_grid.count() vectors of scratch each
   MotionVec *settled = nullptr;
+  BlockParts *parts = nullptr;          // search_grid.count() of scratch: each settled vector's
 };
 // vec, cost (SAD per 64 pixels, saturated to 16 bits) and flags: grid.count() entries each.
 void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, uint16_t *cost,

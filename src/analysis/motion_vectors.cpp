@@ -110,6 +110,7 @@ struct Work {
   MotionVec *scratch0 = nullptr, *scratch1 = nullptr;
   uint8_t *loose = nullptr;   // the level being searched
   uint32_t *around = nullptr;  // level 0
+  BlockParts *parts = nullptr;  // level 0
   uint8_t *exhaustive[2] = {};
   MotionVec *vec[2] = {};
   uint16_t *cost[2] = {}, *flags[2] = {};
@@ -147,6 +148,7 @@ size_t layout(const Plan &p, uint8_t *base, Work *w) {
   w->scratch1 = vecs(largest);
   w->loose = carve(base, &at, largest);
   w->around = reinterpret_cast<uint32_t *>(carve(base, &at, static_cast<size_t>(p.grids[0].count()) * 5 * 4));
+  w->parts = reinterpret_cast<BlockParts *>(carve(base, &at, static_cast<size_t>(p.grids[0].count()) * sizeof(BlockParts)));
   for (int d = 0; d < 2; ++d) {
     w->exhaustive[d] = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
     w->vec[d] = vecs(nf);
@@ -239,6 +241,7 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   f.loose = w.loose;
   f.refined = w.scratch0;
   f.settled = w.scratch1;
+  f.parts = w.parts;
   final_stage(k, f, w.vec[d], w.cost[d], w.flags[d]);
 }
 

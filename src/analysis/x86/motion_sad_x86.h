@@ -307,11 +307,24 @@ inline void sad4_16(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t 
   }
 }
 
+// A 16-wide block not split by columns: the halves' sums joined.
+inline void join_columns(uint32_t out[4]) {
+  out[0] += out[1];
+  out[2] += out[3];
+  out[1] = out[3] = 0;
+}
+
 void sad_q4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t w, uint32_t h, uint32_t fx,
                 uint32_t fy, uint32_t sx, uint32_t sy, uint32_t out[4]) {
-  const bool fast = w == 16 && sx == 8;
-  if (fast && (fx | fy) == 0) return sad4_16(a, as, f, fs, h, sy, out);
-  if (fast) return sad_q4_16(a, as, f, fs, h, fx, fy, sy, out);
+  if (w == 16 && (sx == 8 || sx == 16)) {
+    if ((fx | fy) == 0) {
+      sad4_16(a, as, f, fs, h, sy, out);
+    } else {
+      sad_q4_16(a, as, f, fs, h, fx, fy, sy, out);
+    }
+    if (sx == 16) join_columns(out);
+    return;
+  }
   out[0] = sad_q_x86(a, as, f, fs, sx, sy, fx, fy);
   out[1] = sx < w ? sad_q_x86(a + sx, as, f + sx, fs, w - sx, sy, fx, fy) : 0;
   a += static_cast<ptrdiff_t>(sy) * as;
@@ -392,9 +405,14 @@ inline void sad_b4_16(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_
 
 void sad_b4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t w, uint32_t h, uint32_t fx,
                 uint32_t fy, uint32_t sx, uint32_t sy, uint32_t out[4]) {
-  if (w == 16 && sx == 8) {
-    if ((fx | fy) == 0) return sad4_16(a, as, f, fs, h, sy, out);
-    return sad_b4_16(a, as, f, fs, h, fx, fy, sy, out);
+  if (w == 16 && (sx == 8 || sx == 16)) {
+    if ((fx | fy) == 0) {
+      sad4_16(a, as, f, fs, h, sy, out);
+    } else {
+      sad_b4_16(a, as, f, fs, h, fx, fy, sy, out);
+    }
+    if (sx == 16) join_columns(out);
+    return;
   }
   sad_b4_c(a, as, f, fs, w, h, fx, fy, sx, sy, out);
 }
