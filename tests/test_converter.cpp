@@ -135,7 +135,7 @@ uint32_t exact_q14(float num, float den) {
 TEST(Converter, AllOptionalWordsZeroTakeTheDefaults) {
   DSP_FRAME_RATE_CONVERTER_PARAMS p = minimal_record();
   p.ulReserved2 = 0x22;  // carried words are copied unchecked
-  p.ulReserved9[1] = 0x1010;
+  p.eConvertMode = 0x1010;
   p.ulReserved17 = 17;
   p.ulReserved40[6] = 46;
   p.bReserved47[0] = 0xA7;

@@ -8,6 +8,7 @@
 
 #include "args.h"
 #include "clip.h"
+#include "convert_rate_command.h"
 #include "copy_command.h"
 #include "demo.h"
 #include "filter_command.h"
@@ -39,6 +40,7 @@ const char kMainHelp[] =
     "  scale      resize frames (nearest or linear), whole frames or field by field\n"
     "  fit        output size and scale factors that keep the picture's aspect ratio\n"
     "  mipmaps    a pyramid of halved copies of a frame's luma, as a PNG strip\n"
+    "  convert-rate  change a clip's frame rate by motion-compensated interpolation\n"
     "  generate   write the built-in test clip as a raw uyvy422 file\n"
     "  demo       run the library's operations on the test clip: PNG previews and a report\n"
     "  help       help on one command, e.g. 'framedsp help compare'\n"
@@ -335,6 +337,7 @@ const Command kCommands[] = {
     {"scale", kScaleHelp, cmd_scale},
     {"fit", kFitHelp, cmd_fit},
     {"mipmaps", kMipmapsHelp, cmd_mipmaps},
+    {"convert-rate", kConvertRateHelp, cmd_convert_rate},
     {"generate", kGenerateHelp, cmd_generate},
     {"demo", kDemoHelp, cmd_demo},
     {"help", kHelpHelp, cmd_help},
@@ -352,7 +355,7 @@ std::string unknown_command(const std::string &name) {
   for (const Command &c : kCommands) {
     if (edit_distance(name, c.name) <= 2) return message + "; did you mean '" + c.name + "'?";
   }
-  return message + " (commands: formats, compare, copy, filter, scale, fit, mipmaps, generate, demo, help)";
+  return message + " (commands: formats, compare, copy, filter, scale, fit, mipmaps, convert-rate, generate, demo, help)";
 }
 
 int cmd_help(const std::vector<std::string> &args) {

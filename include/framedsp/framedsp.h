@@ -576,7 +576,9 @@ typedef struct DSP_FRAME_RATE_CONVERTER_PARAMS {
   uint32_t ulReserved5[2];  /* w5, w6                                                       */
   int32_t lWidth;           /* w7:  bounds ulLevelRangeX (at most lWidth / 4)               */
   int32_t lHeight;          /* w8:  bounds ulLevelRangeY (at most lHeight / 4)              */
-  uint32_t ulReserved9[2];  /* w9, w10                                                      */
+  uint32_t ulReserved9;     /* w9                                                           */
+  uint32_t eConvertMode;    /* w10: DSP_CONVERT_MODE_*; read by DspFrameRateConvert (values
+                                    above 2 make every conversion DSP_E_INVALIDARG)         */
   uint32_t ulLevels;        /* w11: at most 5                                               */
   uint32_t ulLevelThreshold[5]; /* w12..16: default 8, at most 255                          */
   uint32_t ulReserved17;        /* w17                                                      */
@@ -592,22 +594,54 @@ typedef struct DSP_FRAME_RATE_CONVERTER_PARAMS {
   uint8_t bReserved47b;         /* w47 byte 3                                               */
 } DSP_FRAME_RATE_CONVERTER_PARAMS;
 
-/* Conversion record, byte-packed (243 bytes on ILP32). */
+/* eConvertMode (creation word 10): how the converter makes a frame between two sources. */
+#define DSP_CONVERT_MODE_MOTION 0u  /* motion-compensated (default)                          */
+#define DSP_CONVERT_MODE_BLEND 1u   /* (wA a + wB b + 8192) >> 14 per byte, no motion          */
+#define DSP_CONVERT_MODE_NEAREST 2u /* the nearer source: A below phase 8192, B from it on     */
+
+/* bConvertFlags bits. */
+#define DSP_CONVERT_REFINE 0x01u       /* search blocks whose usCost exceeds ulRefineThreshold
+                                          again at full resolution before converting          */
+#define DSP_CONVERT_PLAIN_PLANE2 0x02u /* plane 2 is a plain picture moved like the luma, not
+                                          NV16 chroma (Cb Cr pairs at half horizontal
+                                          resolution, moved by (vx / 2, vy))                  */
+#define DSP_CONVERT_LUMA_ONLY 0x04u    /* plane 1 only: plane 2 is neither read nor written   */
+#define DSP_CONVERT_NO_OCCLUSION 0x08u /* no covered / uncovered handling: always both sides  */
+
+/* eSampling: the motion-compensation filter, sampling at 1/64 pixel. */
+#define DSP_SAMPLING_6TAP 0u     /* Lanczos-3, 6 taps (default)                              */
+#define DSP_SAMPLING_4TAP 1u     /* cubic (Catmull-Rom), 4 taps                              */
+#define DSP_SAMPLING_BILINEAR 2u /* 2 taps                                                   */
+#define DSP_SAMPLING_NEAREST 3u  /* the nearest whole sample                                 */
+
+#define DSP_CONVERT_DEFAULT_OCCLUSION_THRESHOLD 4u /* ulOcclusionThreshold 0, quarter pixels  */
+#define DSP_CONVERT_DEFAULT_FALLBACK_THRESHOLD 130u /* ulFallbackThreshold 0, in 1/256        */
+
+/* Conversion record, byte-packed: 243 bytes on ILP32 (pVectorField at 204, ulPhaseQ14 at 208,
+ * ulVectorFieldBytes at 212, ulRefineThreshold at 216, bConvertFlags at 220, bOverlay at 221,
+ * ulSliceCount at 222, ulSliceNumber at 226, ulOcclusionThreshold at 230, ulFallbackThreshold at
+ * 234, eSampling at 238, ulReserved at 239); 259 bytes on LP64 (every field after pVectorField
+ * 12 bytes further on).  See DspFrameRateConvert for what each field means. */
 #pragma pack(push, 1)
 typedef struct DSP_FRAME_RATE_CONVERT_PARAMS {
-  DSP_IMAGE FrameA;         /* first source, weighted by 16384 - ulPhaseQ14        */
-  DSP_IMAGE FrameB;         /* second source, weighted by ulPhaseQ14; its geometry
-                               serves all three frames                            */
-  DSP_IMAGE FrameOut;       /* the frame produced                                 */
-  void *pVectorField;       /* block motion vectors to follow                     */
-  uint32_t ulPhaseQ14;      /* 0..16384                                           */
-  uint32_t ulReserved1;
-  uint32_t ulRefineThreshold;
-  uint8_t bConvertFlags;    /* bit 0: refine blocks over ulRefineThreshold        */
-  uint8_t bOverlay;         /* non-zero: draw the vectors into the output         */
-  uint32_t ulReserved2[4];
-  uint8_t bReserved3;
-  uint32_t ulReserved4;
+  DSP_IMAGE FrameA;              /* first source, weighted by 16384 - ulPhaseQ14             */
+  DSP_IMAGE FrameB;              /* second source, weighted by ulPhaseQ14; its geometry
+                                    serves all three frames                                 */
+  DSP_IMAGE FrameOut;            /* the frame produced                                      */
+  void *pVectorField;            /* a vector field of DspCreateMotionVectors from A to B, or
+                                    NULL: the converter estimates one itself                */
+  uint32_t ulPhaseQ14;           /* 0..16384: the output's time between A (0) and B (16384) */
+  uint32_t ulVectorFieldBytes;   /* readable bytes at pVectorField (ignored when NULL)      */
+  uint32_t ulRefineThreshold;    /* with DSP_CONVERT_REFINE: usCost above this is refined   */
+  uint8_t bConvertFlags;         /* DSP_CONVERT_*                                           */
+  uint8_t bOverlay;              /* non-zero: draw each block's vector into plane 1         */
+  uint32_t ulSliceCount;         /* bands of the output; 0 = 1                              */
+  uint32_t ulSliceNumber;        /* the band produced, from 1; 0 = 1                        */
+  uint32_t ulOcclusionThreshold; /* quarter pixels; 0 = 4                                   */
+  uint32_t ulFallbackThreshold;  /* bad blocks in 1/256 above which the pair is blended;
+                                    0 = 130                                                 */
+  uint8_t eSampling;             /* DSP_SAMPLING_*                                          */
+  uint32_t ulReserved;           /* must be 0                                               */
 } DSP_FRAME_RATE_CONVERT_PARAMS;
 #pragma pack(pop)
 

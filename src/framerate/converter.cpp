@@ -7,6 +7,7 @@
 
 #include "frame/guard.h"
 #include "frame/trace.h"
+#include "framerate/frc_convert.h"
 
 namespace framedsp {
 
@@ -139,9 +140,8 @@ HRESULT DspFrameRateConverter::Initialise(const DSP_FRAME_RATE_CONVERTER_PARAMS 
   return kOk;
 }
 
-HRESULT DspFrameRateConverter::Convert(DSP_FRAME_RATE_CONVERT_PARAMS * /*params*/) {
-  worker_entry("DspFrameRateConvert");
-  return kNotImpl;
+HRESULT DspFrameRateConverter::Convert(DSP_FRAME_RATE_CONVERT_PARAMS *params) {
+  return frame_rate_convert(settings_, params);
 }
 
 HRESULT create_frame_rate_converter(const DSP_FRAME_RATE_CONVERTER_PARAMS *params,

@@ -1,0 +1,115 @@
+#include "framerate/frc_kernels.h"
+
+#include <cmath>
+#include <cstdlib>
+
+#include "frame/cpu.h"
+
+namespace framedsp {
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+double sinc(double x) { return x == 0.0 ? 1.0 : std::sin(kPi * x) / (kPi * x); }
+
+// Weight of the tap at offset i (-2..3) for a position f in [0, 1) past the tap at 0.
+double tap_weight(uint32_t sampling, int i, double f) {
+  const double d = i - f;
+  switch (sampling) {
+    case DSP_SAMPLING_6TAP:
+      return std::fabs(d) < 3.0 ? sinc(d) * sinc(d / 3.0) : 0.0;
+    case DSP_SAMPLING_4TAP: {  // Catmull-Rom
+      const double x = std::fabs(d);
+      if (x < 1.0) return 1.5 * x * x * x - 2.5 * x * x + 1.0;
+      if (x < 2.0) return -0.5 * x * x * x + 2.5 * x * x - 4.0 * x + 2.0;
+      return 0.0;
+    }
+    case DSP_SAMPLING_BILINEAR:
+      return std::fabs(d) < 1.0 ? 1.0 - std::fabs(d) : 0.0;
+    default:  // nearest, halves up
+      return (f < 0.5 ? i == 0 : i == 1) ? 1.0 : 0.0;
+  }
+}
+
+// The coefficient tables of every sampling mode, in Q14.  Kept behind this one builder so that the
+// shared resampling engine's phase tables can take its place.
+McFilter build_filter(uint32_t sampling) {
+  McFilter filter{};
+  for (int phase = 0; phase < kMcPhases; ++phase) {
+    const double f = phase / double(kMcPhases);
+    double w[kMcTaps], sum = 0.0;
+    for (int t = 0; t < kMcTaps; ++t) sum += (w[t] = tap_weight(sampling, t - kMcLead, f));
+    int total = 0, largest = 0;
+    for (int t = 0; t < kMcTaps; ++t) {
+      const int q = static_cast<int>(std::lround(w[t] / sum * 16384.0));
+      filter.rows[phase][t] = static_cast<int16_t>(q);
+      total += q;
+      if (std::abs(q) > std::abs(filter.rows[phase][largest])) largest = t;
+    }
+    filter.rows[phase][largest] = static_cast<int16_t>(filter.rows[phase][largest] + 16384 - total);
+  }
+  return filter;
+}
+
+}  // namespace
+
+const McFilter &mc_filter(uint32_t sampling) {
+  static const McFilter filters[4] = {build_filter(0), build_filter(1), build_filter(2), build_filter(3)};
+  return filters[sampling < 4 ? sampling : 0];
+}
+
+void mc_tile_c(const uint8_t *src, ptrdiff_t stride, int w, int h, const int16_t *hrow, const int16_t *vrow,
+               int16_t *dst) {
+  int16_t mid[kMcPatch][kMcMaxTile];
+  for (int y = 0; y < h + kMcTaps - 1; ++y) {
+    const uint8_t *s = src + y * stride;
+    for (int x = 0; x < w; ++x) {
+      int32_t acc = 0;
+      for (int t = 0; t < kMcTaps; ++t) acc += hrow[t] * s[x + t];
+      mid[y][x] = static_cast<int16_t>((acc + 128) >> 8);
+    }
+  }
+  for (int y = 0; y < h; ++y) {
+    for (int x = 0; x < w; ++x) {
+      int32_t acc = 0;
+      for (int t = 0; t < kMcTaps; ++t) acc += vrow[t] * mid[y + t][x];
+      dst[y * kMcMaxTile + x] = static_cast<int16_t>((acc + 8192) >> 14);
+    }
+  }
+}
+
+void mc_blend_c(const int16_t *a, const int16_t *b, int n, int wa, int wb, uint8_t *out) {
+  for (int i = 0; i < n; ++i) {
+    const int32_t v = (wa * a[i] + wb * b[i] + (1 << 19)) >> 20;
+    out[i] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
+  }
+}
+
+uint32_t sad_c(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b, int w, int h) {
+  uint32_t sum = 0;
+  for (int y = 0; y < h; ++y, a += stride_a, b += stride_b)
+    for (int x = 0; x < w; ++x) sum += static_cast<uint32_t>(std::abs(a[x] - b[x]));
+  return sum;
+}
+
+uint32_t frc_isas_built() {
+#if defined(FRAMEDSP_HAVE_X86)
+  return kCpuSSE2 | kCpuAVX2;
+#else
+  return 0;
+#endif
+}
+
+void frc_kernels_init(FrcKernels *k, uint32_t cpu_flags) {
+  k->tile = mc_tile_c;
+  k->blend = mc_blend_c;
+  k->sad = sad_c;
+#if defined(FRAMEDSP_HAVE_X86)
+  if (cpu_flags & kCpuSSE2) frc_init_sse2(k);
+  if (cpu_flags & kCpuAVX2) frc_init_avx2(k);
+#else
+  (void)cpu_flags;
+#endif
+}
+
+}  // namespace framedsp
