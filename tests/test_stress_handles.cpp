@@ -36,14 +36,16 @@ DSP_HANDLE create_converter() {
 
 // Every handle export once; the count of answers that differ from `want`.  `want` is what the
 // handle check decides: E_HANDLE for a bad handle, or E_NOTIMPL for a live one, where the pyramid
-// gets past the handle and answers E_POINTER for the zeroed record's missing level list.
+// gets past the handle and answers E_POINTER for the zeroed record's missing level list and the
+// conversion E_INVALIDARG for its null frames.
 int use(DSP_HANDLE h, DSP_HRESULT want) {
   DSP_FRAME_RATE_CONVERT_PARAMS convert{};
   uint32_t motion[16] = {};
   DSP_MIPMAP_PARAMS mip{};
   const DSP_HRESULT want_mip = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_POINTER;
+  const DSP_HRESULT want_convert = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_INVALIDARG;
   int wrong = 0;
-  wrong += DspFrameRateConvert(h, &convert, 0) != want;
+  wrong += DspFrameRateConvert(h, &convert, 0) != want_convert;
   wrong += DspCreateMotionVectors(h, motion) != want;
   wrong += DspCreateMipMaps(h, &mip) != want_mip;
   return wrong;
