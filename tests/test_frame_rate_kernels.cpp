@@ -74,6 +74,11 @@ TEST(FrameRateKernels, SimdEqualsScalar) {
       framedsp_test::fill_random(sb.data(), sb.size(), rng);
       ASSERT_EQ(c.sad(sa.data(), 70, sb.data(), 72, sw, sh), k.sad(sa.data(), 70, sb.data(), 72, sw, sh))
           << "sad isa " << isa << " " << sw << "x" << sh;
+      const int fx = int(rng() % 4), fy = int(rng() % 4);
+      framedsp_test::GuardedBuffer sq(size_t(sh) * 72 + sw + 1, 0);
+      framedsp_test::fill_random(sq.data(), sq.size(), rng);
+      ASSERT_EQ(c.qsad(sa.data(), 70, sq.data(), 72, sw, sh, fx, fy), k.qsad(sa.data(), 70, sq.data(), 72, sw, sh, fx, fy))
+          << "qpel sad isa " << isa << " " << sw << "x" << sh << " phase " << fx << "," << fy;
     }
   }
 }

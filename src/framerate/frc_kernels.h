@@ -45,10 +45,17 @@ using McBlendKernel = void (*)(const int16_t *a, const int16_t *b, int n, int wa
 using SadKernel = uint32_t (*)(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b,
                                int w, int h);
 
+// Sum of |a - s| over a w x h block, s the bilinear sample of b at (x + fx / 4, y + fy / 4):
+// ((4 - fx)(4 - fy) b00 + fx (4 - fy) b01 + (4 - fx) fy b10 + fx fy b11 + 8) >> 4, fx, fy in
+// 0..3.  Reads (w + 1) x (h + 1) samples of b.
+using QpelSadKernel = uint32_t (*)(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b,
+                                   int w, int h, int fx, int fy);
+
 struct FrcKernels {
   McTileKernel tile;
   McBlendKernel blend;
   SadKernel sad;
+  QpelSadKernel qsad;
 };
 
 // Scalar kernels, then what `cpu_flags` allows on this build.
@@ -59,6 +66,8 @@ void mc_tile_c(const uint8_t *src, ptrdiff_t stride, int w, int h, const int16_t
                int16_t *dst);
 void mc_blend_c(const int16_t *a, const int16_t *b, int n, int wa, int wb, uint8_t *out);
 uint32_t sad_c(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b, int w, int h);
+uint32_t qpel_sad_c(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b, int w, int h,
+                    int fx, int fy);
 
 #if defined(FRAMEDSP_HAVE_X86)
 void frc_init_sse2(FrcKernels *k);

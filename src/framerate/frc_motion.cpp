@@ -13,7 +13,9 @@ namespace framedsp {
 namespace {
 
 constexpr int32_t kLambda = 4;          // cost per quarter pixel away from the neighbours' median
-constexpr uint32_t kOutsidePenalty = 6;  // cost of a pixel one side of which is outside
+constexpr int32_t kLambdaCap = 128;     // at most two grey levels a pixel: evidence beats smoothness
+constexpr uint32_t kOutsidePenalty = 6;  // cost of a pixel one side of which is outside ...
+constexpr uint32_t kOutsideKept = 1;     // ... when the field agrees with the vector on its other side
 constexpr int kMaxCandidates = 12;
 constexpr int kPatchStride = 48;
 
@@ -40,7 +42,9 @@ class Converter {
 
  private:
   Vec block_vector_at(const DSP_MOTION_VECTOR *entries, int32_t px, int32_t py) const;
-  uint32_t bilateral_cost(const Tile &t, Vec v) const;
+  uint32_t bilateral_cost(const Tile &t, Vec v, uint32_t penalty = kOutsidePenalty) const;
+  bool consistent_a(int32_t cx, int32_t cy, Vec v) const;
+  bool consistent_b(int32_t cx, int32_t cy, Vec v) const;
   Vec choose_block(int c, int r) const;
   void tile_decision(const Tile &t, Vec *v64, Sides *sides) const;
   void compensate(const FrcPlane &pl, const Tile &t, Vec v64, Sides sides, int pw, int comp);
@@ -69,7 +73,22 @@ Vec Converter::block_vector_at(const DSP_MOTION_VECTOR *entries, int32_t px, int
 
 // Bilateral SAD of a rectangle at whole-pixel offsets, scaled to 64 pixels; pixels with a side
 // outside the picture cost kOutsidePenalty.
-uint32_t Converter::bilateral_cost(const Tile &t, Vec v) const {
+// The field of a side agrees with v where the output's (cx, cy) comes from: the forward field at
+// the A position, the backward field (negated) at the B position.
+bool Converter::consistent_a(int32_t cx, int32_t cy, Vec v) const {
+  const int32_t p = int32_t(j_.phase);
+  return dist_inf(block_vector_at(f_.fwd, cx - floor_div(p * v.x, 65536), cy - floor_div(p * v.y, 65536)), v) <=
+         int32_t(j_.occlusion_threshold);
+}
+
+bool Converter::consistent_b(int32_t cx, int32_t cy, Vec v) const {
+  if (!f_.bwd) return false;
+  const int32_t q = 16384 - int32_t(j_.phase);
+  const Vec b = block_vector_at(f_.bwd, cx + floor_div(q * v.x, 65536), cy + floor_div(q * v.y, 65536));
+  return dist_inf({-b.x, -b.y}, v) <= int32_t(j_.occlusion_threshold);
+}
+
+uint32_t Converter::bilateral_cost(const Tile &t, Vec v, uint32_t penalty) const {
   const int32_t dax = side_a_offset(v.x * 16, j_.phase), day = side_a_offset(v.y * 16, j_.phase);
   const int32_t iax = floor_div(dax + 32, 64), iay = floor_div(day + 32, 64);
   const int32_t ibx = floor_div(v.x * 16 - dax + 32, 64), iby = floor_div(v.y * 16 - day + 32, 64);
@@ -85,7 +104,7 @@ uint32_t Converter::bilateral_cost(const Tile &t, Vec v) const {
         const int xa = ax + x, ya = ay + y, xb = bx + x, yb = by + y;
         if (xa < 0 || ya < 0 || xa >= j_.width || ya >= j_.height || xb < 0 || yb < 0 || xb >= j_.width ||
             yb >= j_.height) {
-          sum += kOutsidePenalty;
+          sum += penalty;
         } else {
           sum += uint32_t(std::abs(a[ya * j_.stride + xa] - b[yb * j_.stride + xb]));
         }
@@ -123,8 +142,10 @@ Vec Converter::choose_block(int c, int r) const {
   Vec best = cand[0];
   uint32_t best_cost = UINT32_MAX;
   for (int i = 0; i < n; ++i) {
+    const bool kept = consistent_a(cx, cy, cand[i]) || consistent_b(cx, cy, cand[i]);
     const uint32_t cost =
-        bilateral_cost(t, cand[i]) + uint32_t(kLambda * (std::abs(cand[i].x - med.x) + std::abs(cand[i].y - med.y)));
+        bilateral_cost(t, cand[i], kept ? kOutsideKept : kOutsidePenalty) +
+        uint32_t(std::min(kLambdaCap, kLambda * (std::abs(cand[i].x - med.x) + std::abs(cand[i].y - med.y))));
     if (cost < best_cost) best_cost = cost, best = cand[i];
   }
   return best;
@@ -167,7 +188,7 @@ void Converter::tile_decision(const Tile &t, Vec *v64, Sides *sides) const {
     return;
   }
   const bool occlusion = j_.occlusion && f_.bwd;
-  const int32_t cx = t.x + t.w / 2, cy = t.y + t.h / 2, p = int32_t(j_.phase), q = 16384 - p;
+  const int32_t cx = t.x + t.w / 2, cy = t.y + t.h / 2;
   int best_class = 3;
   uint32_t best_cost = UINT32_MAX;
   for (int i = 0; i < 4; ++i) {
@@ -176,11 +197,7 @@ void Converter::tile_decision(const Tile &t, Vec *v64, Sides *sides) const {
     int cls = 0;
     Sides s = kBoth;
     if (occlusion) {
-      const bool a_ok =
-          dist_inf(block_vector_at(f_.fwd, cx - floor_div(p * v.x, 65536), cy - floor_div(p * v.y, 65536)), v) <=
-          int32_t(j_.occlusion_threshold);
-      const Vec bb = block_vector_at(f_.bwd, cx + floor_div(q * v.x, 65536), cy + floor_div(q * v.y, 65536));
-      const bool b_ok = dist_inf({-bb.x, -bb.y}, v) <= int32_t(j_.occlusion_threshold);
+      const bool a_ok = consistent_a(cx, cy, v), b_ok = consistent_b(cx, cy, v);
       cls = a_ok && b_ok ? 0 : a_ok || b_ok ? 1 : 2;
       if (cls == 1) s = a_ok ? kOnlyA : kOnlyB;
     }

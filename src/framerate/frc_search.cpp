@@ -186,14 +186,17 @@ uint32_t qpel_sad(const uint8_t *a, const uint8_t *b, int width, int height, ptr
   const int ix = floor_div(vx, 4), iy = floor_div(vy, 4), fx = vx - 4 * ix, fy = vy - 4 * iy;
   const int bx = x0 + ix, by = y0 + iy;
   const bool inside = bx >= 0 && by >= 0 && bx + w + 1 <= width && by + h + 1 <= height;
-  if (!fx && !fy && inside) return k.sad(a + y0 * stride + x0, stride, b + by * stride + bx, stride, w, h);
+  if (inside) {
+    const uint8_t *pa = a + y0 * stride + x0, *pb = b + by * stride + bx;
+    return !fx && !fy ? k.sad(pa, stride, pb, stride, w, h) : k.qsad(pa, stride, pb, stride, w, h, fx, fy);
+  }
   const int w00 = (4 - fx) * (4 - fy), w01 = fx * (4 - fy), w10 = (4 - fx) * fy, w11 = fx * fy;
   uint32_t sum = 0;
   for (int r = 0; r < h; ++r) {
     const uint8_t *la = a + (y0 + r) * stride + x0;
     const uint8_t *l0 = b + clamp_i(by + r, 0, height - 1) * stride, *l1 = b + clamp_i(by + r + 1, 0, height - 1) * stride;
     for (int c = 0; c < w; ++c) {
-      const int c0 = inside ? bx + c : clamp_i(bx + c, 0, width - 1), c1 = inside ? c0 + 1 : clamp_i(bx + c + 1, 0, width - 1);
+      const int c0 = clamp_i(bx + c, 0, width - 1), c1 = clamp_i(bx + c + 1, 0, width - 1);
       const int s = (w00 * l0[c0] + w01 * l0[c1] + w10 * l1[c0] + w11 * l1[c1] + 8) >> 4;
       sum += uint32_t(std::abs(la[c] - s));
     }

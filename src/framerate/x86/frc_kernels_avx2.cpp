@@ -101,6 +101,7 @@ void frc_init_avx2(FrcKernels *k) {
   k->tile = mc_tile_avx2;
   k->blend = mc_blend_avx2;
   k->sad = sad_avx2;
+  k->qsad = qpel_sad_sse2_body;
 }
 
 }  // namespace framedsp
