@@ -46,9 +46,9 @@ TEST(FrameRateKernels, SimdEqualsScalar) {
     frc_kernels_init(&k, isa);
     EXPECT_NE(k.tile, c.tile);
     for (int round = 0; round < 3000; ++round) {
-      const int w = 1 + int(rng() % kMcMaxTile), h = 1 + int(rng() % kMcMaxTile);
-      const int stride = mc_read_width(w) + int(rng() % 9);
-      const size_t bytes = size_t(h + kMcTaps - 2) * stride + mc_read_width(w);
+      const int w = 1 + int(rng() % kMcMaxTile), h = 1 + int(rng() % kMcMaxTile), step = 1 + int(rng() % 2);
+      const int stride = mc_read_width(w, step) + int(rng() % 9);
+      const size_t bytes = size_t(h + kMcTaps - 2) * stride + mc_read_width(w, step);
       framedsp_test::GuardedBuffer src(bytes, 0);
       const int kind = round % 3;  // random, all 0, all 255
       if (kind == 0) framedsp_test::fill_random(src.data(), bytes, rng);
@@ -56,11 +56,11 @@ TEST(FrameRateKernels, SimdEqualsScalar) {
       const McFilter &f = mc_filter(rng() % 4);
       const int16_t *hr = f.rows[rng() % kMcPhases], *vr = f.rows[rng() % kMcPhases];
       int16_t want[kMcMaxTile * kMcMaxTile], got[kMcMaxTile * kMcMaxTile];
-      c.tile(src.data(), stride, w, h, hr, vr, want);
-      k.tile(src.data(), stride, w, h, hr, vr, got);
+      c.tile(src.data(), stride, w, h, step, hr, vr, want);
+      k.tile(src.data(), stride, w, h, step, hr, vr, got);
       for (int y = 0; y < h; ++y)
         ASSERT_EQ(0, std::memcmp(want + y * kMcMaxTile, got + y * kMcMaxTile, size_t(w) * 2))
-            << "tile isa " << isa << " " << w << "x" << h << " seed " << framedsp_test::test_seed();
+            << "tile isa " << isa << " " << w << "x" << h << " step " << step << " seed " << framedsp_test::test_seed();
       const int n = 1 + int(rng() % 40), wa = int(rng() % 16385);
       uint8_t bw[48], bg[48];
       int16_t a[48], b[48];
@@ -93,7 +93,7 @@ TEST(FrameRateKernels, WholePixelTileIsTheSource) {
     frc_kernels_init(&k, isa & cpu_flags());
     for (uint32_t s = 0; s < 4; ++s) {
       int16_t out[kMcMaxTile * kMcMaxTile];
-      k.tile(src, 48, 17, 9, mc_filter(s).rows[0], mc_filter(s).rows[0], out);
+      k.tile(src, 48, 17, 9, 1, mc_filter(s).rows[0], mc_filter(s).rows[0], out);
       for (int y = 0; y < 9; ++y)
         for (int x = 0; x < 17; ++x) ASSERT_EQ(out[y * kMcMaxTile + x], 64 * src[(y + 2) * 48 + x + 2]);
     }

@@ -62,11 +62,11 @@
  * Availability in this release
  * ----------------------------
  * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspSubPixelFilter, DspScaler (general,
- * fast and filtered paths), DspScalerHelper, DspCreateMipMaps, DspCreateFrameRateConverter, and
- * the handle checks of DspFrameRateConvert and DspCreateMotionVectors.
+ * fast and filtered paths), DspScalerHelper, DspCreateMipMaps, DspCreateFrameRateConverter,
+ * DspFrameRateConvert, and the handle checks of DspCreateMotionVectors.
  * Not yet available (their algorithms are still open; the frame and handle checks are final and
  * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler, DspSubPixelScaler,
- * DspSubPixelScalerHelper, DspCreateMotionVectors and the conversion behind DspFrameRateConvert.
+ * DspSubPixelScalerHelper and DspCreateMotionVectors.
  */
 #ifndef FRAMEDSP_FRAMEDSP_H
 #define FRAMEDSP_FRAMEDSP_H
@@ -878,9 +878,71 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScalerHelper(const void *pIn, 
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateFrameRateConverter(
     const DSP_FRAME_RATE_CONVERTER_PARAMS *pParams, DSP_HANDLE *phConverter);
 
-/* Converts between frame rates with a live converter.  E_HANDLE for a handle that is not a live
- * converter (checked before the record, which is not checked for null).  The third argument is
- * ignored.  Not yet available: a live handle answers DSP_E_NOTIMPL. */
+/* Makes the frame at ulPhaseQ14 between FrameA (0) and FrameB (16384) with a live converter.
+ * E_HANDLE for a handle that is not a live converter (checked first); then E_POINTER for a null
+ * record.  The third argument is ignored.
+ *
+ * Frames.  All three are read as two planes of FrameB's geometry: plane 1 (luma) at pBuffer,
+ * ulWidth x ulHeight bytes with lines ulPrimaryStrideBytes apart, plane 2 at pBuffer + ulHeight x
+ * ulPrimaryStrideBytes with the same geometry.  Plane 2 is NV16 chroma (ulWidth / 2 Cb Cr pairs a
+ * line, moved by half the horizontal motion), or with DSP_CONVERT_PLAIN_PLANE2 a plain picture
+ * moved like the luma, or with DSP_CONVERT_LUMA_ONLY neither read nor written.  Only pBuffer and
+ * ulBytes of FrameA and FrameOut are read, and of FrameB also ulWidth, ulHeight and
+ * ulPrimaryStrideBytes (regions, formats, interlace and orientation are not read: frames are
+ * progressive, top-down).  The whole picture is produced (or the band, below).
+ *
+ * Refusals: DSP_E_INVALIDARG with not a byte written, for: a null frame buffer; a frame whose
+ * ulBytes is below (planes x ulHeight - 1) x stride + ulWidth; a width or height of 0 or above
+ * 16384; a stride below the width; an odd width with NV16 chroma; a phase above 16384; eSampling
+ * above 3; unknown bConvertFlags bits; a non-zero ulReserved; ulSliceNumber above ulSliceCount;
+ * the converter's eConvertMode above 2; and with a field: ulVectorFieldBytes below 48, a header
+ * whose size differs from FrameB's, blocks outside 4..32, a column or row count that is not
+ * ceil(size / block), no forward entries, or ulFieldBytes other than 48 + 8 x entries or above
+ * ulVectorFieldBytes.  A record that passes never makes the library read or write outside the
+ * first ulBytes of its frames, whatever the vectors.  DSP_E_OUTOFMEMORY when work memory is
+ * refused.
+ *
+ * Bands: band n (from 1) of c makes output lines floor((n - 1) h / c) to floor(n h / c) - 1 of both
+ * planes and writes nothing else; any split gives the bytes of one whole call, so a host may run
+ * the bands on several threads.  One converter may serve any number of calls at once (its
+ * settings are only read).  The bytes do not depend on the CPU or its instruction sets.
+ *
+ * What is made (wA = 16384 - phase, wB = phase):
+ *   - phase 0 or 16384: FrameA or FrameB, byte for byte.
+ *   - eConvertMode 1 (blend): (wA a + wB b + 8192) >> 14 per byte; 2 (nearest): A below phase
+ *     8192, B from it on.  Also mode 1 when the field's share of forward blocks flagged
+ *     DSP_MV_BAD is above ulFallbackThreshold / 256 (a scene cut).
+ *   - Otherwise the motion-compensated frame along the field (pVectorField, the forward entries
+ *     and, when present, the backward ones), or with a null pVectorField along the field the
+ *     converter estimates itself from its creation settings (ulLevels, 0 = 4; the per-level
+ *     blocks, ranges and thresholds; ulBlockA x ulBlockB final blocks; both directions):
+ *       1. With DSP_CONVERT_REFINE, entries whose usCost exceeds ulRefineThreshold are searched
+ *          again at full resolution (the neighbours' vectors and zero, a +-8 pixel window, then
+ *          half and quarter pixels) in a private copy; the caller's field is not written.
+ *       2. Each output block (the field's blocks) takes one vector at the output time: among the
+ *          forward vector at the block, the forward vector again at where that vector says the
+ *          block comes from in A, the negated backward vector at the block and at where that one
+ *          leads in B, the four neighbours' forward vectors, the median vector and zero, the one
+ *          whose two sides A(x - p v) and B(x + (1 - p) v) differ least (bilateral SAD per 64
+ *          pixels, whole-pixel positions; a pixel with a side outside costs 6, or 1 when the
+ *          field agrees with v on the other side; plus 4 per quarter pixel from the neighbours'
+ *          median, at most 128).
+ *       3. Each quarter of a block (a tile) takes the vectors of the nearest four block centres:
+ *          when they differ by at most ulOcclusionThreshold quarter pixels (0 = 4), their
+ *          bilinear mix at 1/64 pixel from both sides; otherwise one of them whole: preferring a
+ *          vector both fields agree with (both sides), then one only one side's field agrees
+ *          with (covered: A only; uncovered: B only), then the least bilateral SAD.  Without
+ *          backward entries or with DSP_CONVERT_NO_OCCLUSION only the SAD decides, both sides.
+ *       4. Each side is sampled at 1/64 pixel with eSampling's filter (6-tap Lanczos-3, 4-tap
+ *          Catmull-Rom, bilinear, nearest; Q14 taps, edges repeated), horizontally then
+ *          vertically, kept in 1/64 of a grey level, and the output is
+ *          clamp((wA a + wB b + 2^19) >> 20); a side whose sample lies more than half a pixel
+ *          outside the picture is dropped for that pixel (the other one is used alone).
+ *   - bOverlay non-zero: plane 1 shows each block's forward vector, drawn after the block in
+ *     raster order of blocks: bytes set to 0 in the 3 x 3 around the block's centre, then to 255
+ *     along the line (Bresenham, both ends) from the centre to centre + v rounded to whole pixels,
+ *     clipped to the picture and the band.  A drawing covers the blocks before it and its own;
+ *     later blocks are produced over it.  Exact copies, blends and scene cuts draw nothing. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter,
                                                            DSP_FRAME_RATE_CONVERT_PARAMS *pParams,
                                                            uint32_t ulUnused);

@@ -58,14 +58,14 @@ const McFilter &mc_filter(uint32_t sampling) {
   return filters[sampling < 4 ? sampling : 0];
 }
 
-void mc_tile_c(const uint8_t *src, ptrdiff_t stride, int w, int h, const int16_t *hrow, const int16_t *vrow,
-               int16_t *dst) {
+void mc_tile_c(const uint8_t *src, ptrdiff_t stride, int w, int h, int step, const int16_t *hrow,
+               const int16_t *vrow, int16_t *dst) {
   int16_t mid[kMcPatch][kMcMaxTile];
   for (int y = 0; y < h + kMcTaps - 1; ++y) {
     const uint8_t *s = src + y * stride;
     for (int x = 0; x < w; ++x) {
       int32_t acc = 0;
-      for (int t = 0; t < kMcTaps; ++t) acc += hrow[t] * s[x + t];
+      for (int t = 0; t < kMcTaps; ++t) acc += hrow[t] * s[x + t * step];
       mid[y][x] = static_cast<int16_t>((acc + 128) >> 8);
     }
   }

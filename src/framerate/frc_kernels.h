@@ -21,9 +21,9 @@ constexpr int kMcLead = 2;        // taps reach 2 samples before the position, 3
 constexpr int kMcMaxTile = 32;    // tiles are at most 32 x 32
 constexpr int kMcPatch = kMcMaxTile + kMcTaps - 1;
 
-// Samples a tile kernel may read from each of its h + 5 source lines: whole groups of eight
-// outputs, each reading five samples past its last.
-constexpr int mc_read_width(int w) { return ((w + 7) & ~7) + kMcTaps - 1; }
+// Bytes a tile kernel may read from each of its h + 5 source lines: whole groups of eight
+// outputs, each reading five taps (`step` bytes apart) past its own.
+constexpr int mc_read_width(int w, int step) { return ((w + 7) & ~7) + (kMcTaps - 1) * step; }
 
 // One filter per sampling mode; rows[phase][tap].
 struct McFilter {
@@ -34,10 +34,12 @@ struct McFilter {
 // rounded to Q14 with the rounding error put on the largest tap so every row sums to 16384.
 const McFilter &mc_filter(uint32_t sampling);
 
-// src: the sample at (x - 2, y - 2) of the tile's top-left position (x, y); rows `stride` apart;
-// the kernel reads mc_read_width(w) x (h + 5) samples from there.  hrow, vrow: the horizontal and vertical
+// src: the sample 2 taps left of and 2 lines above the tile's top-left position; rows `stride`
+// apart; horizontal taps `step` bytes apart (1, or 2 for interleaved pairs, whose two components
+// are filtered each with its own samples); the kernel reads mc_read_width(w, step) x (h + 5)
+// bytes from there.  hrow, vrow: the horizontal and vertical
 // filter rows (6 taps).  dst: w x h Q6 values, rows kMcMaxTile apart.  w, h in 1..32.
-using McTileKernel = void (*)(const uint8_t *src, ptrdiff_t stride, int w, int h, const int16_t *hrow,
+using McTileKernel = void (*)(const uint8_t *src, ptrdiff_t stride, int w, int h, int step, const int16_t *hrow,
                               const int16_t *vrow, int16_t *dst);
 // out[i] = clamp((wa a[i] + wb b[i] + 2^19) >> 20, 0, 255) for i < n; wa + wb = 16384.
 using McBlendKernel = void (*)(const int16_t *a, const int16_t *b, int n, int wa, int wb, uint8_t *out);
@@ -62,8 +64,8 @@ struct FrcKernels {
 void frc_kernels_init(FrcKernels *k, uint32_t cpu_flags);
 uint32_t frc_isas_built();
 
-void mc_tile_c(const uint8_t *src, ptrdiff_t stride, int w, int h, const int16_t *hrow, const int16_t *vrow,
-               int16_t *dst);
+void mc_tile_c(const uint8_t *src, ptrdiff_t stride, int w, int h, int step, const int16_t *hrow,
+               const int16_t *vrow, int16_t *dst);
 void mc_blend_c(const int16_t *a, const int16_t *b, int n, int wa, int wb, uint8_t *out);
 uint32_t sad_c(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b, int w, int h);
 uint32_t qpel_sad_c(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b, int w, int h,

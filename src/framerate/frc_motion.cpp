@@ -47,7 +47,7 @@ class Converter {
   bool consistent_b(int32_t cx, int32_t cy, Vec v) const;
   Vec choose_block(int c, int r) const;
   void tile_decision(const Tile &t, Vec *v64, Sides *sides) const;
-  void compensate(const FrcPlane &pl, const Tile &t, Vec v64, Sides sides, int pw, int comp);
+  void compensate(const FrcPlane &pl, const Tile &t, Vec v64, Sides sides, int step);
 
   const FrcJob &j_;
   const FieldView &f_;
@@ -211,63 +211,69 @@ void Converter::tile_decision(const Tile &t, Vec *v64, Sides *sides) const {
   }
 }
 
-// One side of a tile: its samples (Q6) for pixels [x, x + w) of lines [y, y + h), the samples
-// of component `comp` (0 or 1 of an interleaved pair when pw is 2, else 0), at pixel offset
-// (ix + fx / 64, iy + fy / 64) from the output position.
-void side_samples(const uint8_t *src, int width, int height, ptrdiff_t stride, int pw, int comp, int x, int y,
-                  int w, int h, int32_t off_x, int32_t off_y, uint32_t sampling, const FrcKernels &k,
-                  int16_t *dst) {
+// One side of a tile: Q6 samples for bytes [x, x + w) of lines [y, y + h), taken at an offset of
+// (off_x, off_y) / 64 samples of the same component; components are `step` bytes apart (2 for the
+// interleaved Cb Cr of NV16).  Edges repeat each component's own first and last sample.
+void side_samples(const uint8_t *src, int width, int height, ptrdiff_t stride, int step, int x, int y, int w, int h,
+                  int32_t off_x, int32_t off_y, uint32_t sampling, const FrcKernels &k, int16_t *dst) {
   const int32_t ix = floor_div(off_x, 64), iy = floor_div(off_y, 64);
   const McFilter &filt = mc_filter(sampling);
   const int16_t *hrow = filt.rows[off_x - ix * 64], *vrow = filt.rows[off_y - iy * 64];
-  const int sx = x + ix - kMcLead, sy = y + iy - kMcLead;
-  const int cols = width / pw;
-  if (pw == 1 && sx >= 0 && sy >= 0 && sx + mc_read_width(w) <= width && sy + h + kMcTaps - 1 <= height) {
-    k.tile(src + sy * stride + sx, stride, w, h, hrow, vrow, dst);
+  const int sx = x + (ix - kMcLead) * step, sy = y + iy - kMcLead;
+  const int read = mc_read_width(w, step);
+  if (sx >= 0 && sy >= 0 && sx + read <= width && sy + h + kMcTaps - 1 <= height) {
+    k.tile(src + sy * stride + sx, stride, w, h, step, hrow, vrow, dst);
     return;
   }
   alignas(16) uint8_t patch[kMcPatch * kPatchStride];
+  const int cols = width / step;
+  const bool columns_inside = sx >= 0 && sx + read <= width;
   for (int r = 0; r < h + kMcTaps - 1; ++r) {
     const uint8_t *line = src + clamp_i(sy + r, 0, height - 1) * stride;
-    for (int c = 0; c < mc_read_width(w); ++c) patch[r * kPatchStride + c] = line[clamp_i(sx + c, 0, cols - 1) * pw + comp];
+    uint8_t *row = patch + r * kPatchStride;
+    if (columns_inside) {
+      std::memcpy(row, line + sx, size_t(read));
+      continue;
+    }
+    for (int c = 0; c < read; ++c) {
+      const int b = sx + c, parity = b & (step - 1);
+      row[c] = line[clamp_i(floor_div(b - parity, step), 0, cols - 1) * step + parity];
+    }
   }
-  k.tile(patch, kPatchStride, w, h, hrow, vrow, dst);
+  k.tile(patch, kPatchStride, w, h, step, hrow, vrow, dst);
 }
 
-void Converter::compensate(const FrcPlane &pl, const Tile &t, Vec v64, Sides sides, int pw, int comp) {
-  // Tile in samples of this component: output bytes [t.x, t.x + t.w) hold samples x0..x1 - 1.
-  const int x0 = (t.x - comp + pw - 1) / pw, x1 = (t.x + t.w - comp + pw - 1) / pw;
-  const int w = x1 - x0;
-  if (w <= 0) return;
-  const int cols = j_.width / pw;
-  const int32_t vx = pw == 2 ? floor_div(v64.x + 1, 2) : v64.x;
+void Converter::compensate(const FrcPlane &pl, const Tile &t, Vec v64, Sides sides, int step) {
+  const int w = t.w, cols = j_.width / step;
+  const int32_t vx = step == 2 ? floor_div(v64.x + 1, 2) : v64.x;
   const int32_t dax = side_a_offset(vx, j_.phase), day = side_a_offset(v64.y, j_.phase);
   const int32_t dbx = vx - dax, dby = v64.y - day;
   alignas(16) int16_t sa[kMcMaxTile * kMcMaxTile], sb[kMcMaxTile * kMcMaxTile];
-  side_samples(pl.a, j_.width, j_.height, j_.stride, pw, comp, x0, t.y, w, t.h, -dax, -day, j_.sampling, j_.k, sa);
-  side_samples(pl.b, j_.width, j_.height, j_.stride, pw, comp, x0, t.y, w, t.h, dbx, dby, j_.sampling, j_.k, sb);
-  const int32_t wb_all = int32_t(j_.phase), wa_all = 16384 - wb_all;
+  side_samples(pl.a, j_.width, j_.height, j_.stride, step, t.x, t.y, w, t.h, -dax, -day, j_.sampling, j_.k, sa);
+  side_samples(pl.b, j_.width, j_.height, j_.stride, step, t.x, t.y, w, t.h, dbx, dby, j_.sampling, j_.k, sb);
   // A sample more than half a pixel outside the picture drops its side.
   auto outside = [](int32_t pos64, int n) { return pos64 < -32 || pos64 > (n - 1) * 64 + 32; };
-  const bool ax_out = outside(x0 * 64 - dax, cols) || outside((x1 - 1) * 64 - dax, cols);
-  const bool ay_out = outside(t.y * 64 - day, j_.height) || outside((t.y + t.h - 1) * 64 - day, j_.height);
-  const bool bx_out = outside(x0 * 64 + dbx, cols) || outside((x1 - 1) * 64 + dbx, cols);
-  const bool by_out = outside(t.y * 64 + dby, j_.height) || outside((t.y + t.h - 1) * 64 + dby, j_.height);
-  const int32_t wa_side = sides == kOnlyA ? 16384 : sides == kOnlyB ? 0 : wa_all;
-  uint8_t *out = pl.out + t.y * j_.stride;
-  if (!(ax_out || ay_out || bx_out || by_out) && pw == 1) {
-    for (int y = 0; y < t.h; ++y)
-      j_.k.blend(sa + y * kMcMaxTile, sb + y * kMcMaxTile, w, wa_side, 16384 - wa_side, out + y * j_.stride + x0);
-    return;
-  }
+  const int j0 = t.x / step, j1 = (t.x + w - 1) / step;
+  const bool any_out = outside(j0 * 64 - dax, cols) || outside(j1 * 64 - dax, cols) ||
+                       outside(j0 * 64 + dbx, cols) || outside(j1 * 64 + dbx, cols) ||
+                       outside(t.y * 64 - day, j_.height) || outside((t.y + t.h - 1) * 64 - day, j_.height) ||
+                       outside(t.y * 64 + dby, j_.height) || outside((t.y + t.h - 1) * 64 + dby, j_.height);
+  const int32_t wa_side = sides == kOnlyA ? 16384 : sides == kOnlyB ? 0 : 16384 - int32_t(j_.phase);
+  uint8_t *out = pl.out + t.y * j_.stride + t.x;
   for (int y = 0; y < t.h; ++y) {
+    uint8_t *o = out + y * j_.stride;
+    const int16_t *ra = sa + y * kMcMaxTile, *rb = sb + y * kMcMaxTile;
+    if (!any_out) {
+      j_.k.blend(ra, rb, w, wa_side, 16384 - wa_side, o);
+      continue;
+    }
     const bool ya = outside((t.y + y) * 64 - day, j_.height), yb = outside((t.y + y) * 64 + dby, j_.height);
     for (int x = 0; x < w; ++x) {
-      const bool a_out = ya || outside((x0 + x) * 64 - dax, cols), b_out = yb || outside((x0 + x) * 64 + dbx, cols);
+      const int jx = (t.x + x) / step;
+      const bool a_out = ya || outside(jx * 64 - dax, cols), b_out = yb || outside(jx * 64 + dbx, cols);
       int32_t wa = wa_side;
       if (a_out != b_out) wa = a_out ? 0 : 16384;
-      uint8_t *o = out + y * j_.stride + (x0 + x) * pw + comp;
-      j_.k.blend(sa + y * kMcMaxTile + x, sb + y * kMcMaxTile + x, 1, wa, 16384 - wa, o);
+      mc_blend_c(ra + x, rb + x, 1, wa, 16384 - wa, o + x);
     }
   }
 }
@@ -295,14 +301,8 @@ void Converter::render_band() {
           Sides sides;
           tile_decision(full, &v64, &sides);
           const Tile part{full.x, ya, full.w, yb - ya};
-          compensate(j_.plane[0], part, v64, sides, 1, 0);
-          if (j_.planes < 2) continue;
-          if (!j_.nv16) {
-            compensate(j_.plane[1], part, v64, sides, 1, 0);
-          } else {
-            compensate(j_.plane[1], part, v64, sides, 2, 0);
-            compensate(j_.plane[1], part, v64, sides, 2, 1);
-          }
+          compensate(j_.plane[0], part, v64, sides, 1);
+          if (j_.planes == 2) compensate(j_.plane[1], part, v64, sides, j_.nv16 ? 2 : 1);
         }
       }
     }

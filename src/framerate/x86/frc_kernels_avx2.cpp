@@ -30,8 +30,8 @@ inline __m256i lanes_epi16(const uint8_t *p0, const uint8_t *p1) {
   return _mm256_inserti128_si256(_mm256_castsi128_si256(a), b, 1);
 }
 
-void mc_tile_avx2(const uint8_t *src, ptrdiff_t stride, int w, int h, const int16_t *hrow, const int16_t *vrow,
-                  int16_t *dst) {
+void mc_tile_avx2(const uint8_t *src, ptrdiff_t stride, int w, int h, int step, const int16_t *hrow,
+                  const int16_t *vrow, int16_t *dst) {
   alignas(32) int16_t mid[kMcPatch + 1][kMcMaxTile];
   const __m256i h01 = pair256(hrow, 0), h23 = pair256(hrow, 2), h45 = pair256(hrow, 4);
   const __m256i v01 = pair256(vrow, 0), v23 = pair256(vrow, 2), v45 = pair256(vrow, 4);
@@ -41,7 +41,7 @@ void mc_tile_avx2(const uint8_t *src, ptrdiff_t stride, int w, int h, const int1
     const uint8_t *s0 = src + y * stride, *s1 = y + 1 < lines ? s0 + stride : s0;
     for (int x = 0; x < w; x += 8) {
       __m256i t[6];
-      for (int k = 0; k < 6; ++k) t[k] = lanes_epi16(s0 + x + k, s1 + x + k);
+      for (int k = 0; k < 6; ++k) t[k] = lanes_epi16(s0 + x + k * step, s1 + x + k * step);
       const __m256i r = fir6_2x8<8>(t, h01, h23, h45, r8);
       _mm_store_si128(reinterpret_cast<__m128i *>(&mid[y][x]), _mm256_castsi256_si128(r));
       _mm_store_si128(reinterpret_cast<__m128i *>(&mid[y + 1][x]), _mm256_extracti128_si256(r, 1));

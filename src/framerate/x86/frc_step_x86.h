@@ -34,10 +34,10 @@ inline __m128i pair(const int16_t *c, int t) {
   return _mm_set1_epi32(int32_t(uint16_t(c[t])) | int32_t(uint32_t(uint16_t(c[t + 1])) << 16));
 }
 
-// Reads ((w + 7) & ~7) + 5 samples a row; computes whole groups of eight columns and writes
+// Reads mc_read_width(w, step) bytes a row; computes whole groups of eight columns and writes
 // them (dst and the middle rows are 32 wide), the caller uses the first w.
-inline void mc_tile_sse2_body(const uint8_t *src, ptrdiff_t stride, int w, int h, const int16_t *hrow,
-                       const int16_t *vrow, int16_t *dst) {
+inline void mc_tile_sse2_body(const uint8_t *src, ptrdiff_t stride, int w, int h, int step, const int16_t *hrow,
+                              const int16_t *vrow, int16_t *dst) {
   alignas(16) int16_t mid[kMcPatch][kMcMaxTile];
   const __m128i h01 = pair(hrow, 0), h23 = pair(hrow, 2), h45 = pair(hrow, 4);
   const __m128i v01 = pair(vrow, 0), v23 = pair(vrow, 2), v45 = pair(vrow, 4);
@@ -46,7 +46,7 @@ inline void mc_tile_sse2_body(const uint8_t *src, ptrdiff_t stride, int w, int h
     const uint8_t *s = src + y * stride;
     for (int x = 0; x < w; x += 8) {
       __m128i t[6];
-      for (int k = 0; k < 6; ++k) t[k] = load8_epi16(s + x + k);
+      for (int k = 0; k < 6; ++k) t[k] = load8_epi16(s + x + k * step);
       _mm_store_si128(reinterpret_cast<__m128i *>(&mid[y][x]), fir6_8<8>(t, h01, h23, h45, r8));
     }
   }
