@@ -25,17 +25,23 @@ struct Image {
 uint16_t cost64(uint32_t sad, int n) { return static_cast<uint16_t>(std::min<uint64_t>(uint64_t(sad) * 64 / n, 65535)); }
 
 // Whole-pixel SAD of the w x h block at (x, y) of `a` against `b` at (x + vx, y + vy), edges repeated.
+// Rows [y, y + h) and columns [x, x + w) of b with its edges repeated, into `dst` (rows 48 apart).
+constexpr int kEdgeStride = 48;
+void edge_block(const uint8_t *b, int width, int height, ptrdiff_t stride, int x, int y, int w, int h, uint8_t *dst) {
+  for (int r = 0; r < h; ++r) {
+    const uint8_t *line = b + clamp_i(y + r, 0, height - 1) * stride;
+    for (int c = 0; c < w; ++c) dst[r * kEdgeStride + c] = line[clamp_i(x + c, 0, width - 1)];
+  }
+}
+
+// Whole-pixel SAD of the w x h block at (x, y) of `a` against `b` at (x + vx, y + vy), edges repeated.
 uint32_t block_sad(const Image &a, const Image &b, int x, int y, int w, int h, int vx, int vy, const FrcKernels &k) {
   const int bx = x + vx, by = y + vy;
   if (bx >= 0 && by >= 0 && bx + w <= b.w && by + h <= b.h)
     return k.sad(a.p + y * a.stride + x, a.stride, b.p + by * b.stride + bx, b.stride, w, h);
-  uint32_t sum = 0;
-  for (int r = 0; r < h; ++r) {
-    const uint8_t *la = a.p + (y + r) * a.stride + x;
-    const uint8_t *lb = b.p + clamp_i(by + r, 0, b.h - 1) * b.stride;
-    for (int c = 0; c < w; ++c) sum += uint32_t(std::abs(la[c] - lb[clamp_i(bx + c, 0, b.w - 1)]));
-  }
-  return sum;
+  alignas(16) uint8_t block[(32 + 1) * kEdgeStride];
+  edge_block(b.p, b.w, b.h, b.stride, bx, by, w, h, block);
+  return k.sad(a.p + y * a.stride + x, a.stride, block, kEdgeStride, w, h);
 }
 
 // Best whole-pixel vector of one block: the candidates, then a full window when the best one
@@ -190,18 +196,10 @@ uint32_t qpel_sad(const uint8_t *a, const uint8_t *b, int width, int height, ptr
     const uint8_t *pa = a + y0 * stride + x0, *pb = b + by * stride + bx;
     return !fx && !fy ? k.sad(pa, stride, pb, stride, w, h) : k.qsad(pa, stride, pb, stride, w, h, fx, fy);
   }
-  const int w00 = (4 - fx) * (4 - fy), w01 = fx * (4 - fy), w10 = (4 - fx) * fy, w11 = fx * fy;
-  uint32_t sum = 0;
-  for (int r = 0; r < h; ++r) {
-    const uint8_t *la = a + (y0 + r) * stride + x0;
-    const uint8_t *l0 = b + clamp_i(by + r, 0, height - 1) * stride, *l1 = b + clamp_i(by + r + 1, 0, height - 1) * stride;
-    for (int c = 0; c < w; ++c) {
-      const int c0 = clamp_i(bx + c, 0, width - 1), c1 = clamp_i(bx + c + 1, 0, width - 1);
-      const int s = (w00 * l0[c0] + w01 * l0[c1] + w10 * l1[c0] + w11 * l1[c1] + 8) >> 4;
-      sum += uint32_t(std::abs(la[c] - s));
-    }
-  }
-  return sum;
+  alignas(16) uint8_t block[(32 + 1) * kEdgeStride];
+  edge_block(b, width, height, stride, bx, by, w + 1, h + 1, block);
+  const uint8_t *pa = a + y0 * stride + x0;
+  return !fx && !fy ? k.sad(pa, stride, block, kEdgeStride, w, h) : k.qsad(pa, stride, block, kEdgeStride, w, h, fx, fy);
 }
 
 void refine_field(const uint8_t *a, const uint8_t *b, int width, int height, ptrdiff_t stride, const FieldView &field,
