@@ -62,11 +62,12 @@
  * Availability in this release
  * ----------------------------
  * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspSubPixelFilter, DspScaler (general,
- * fast and filtered paths), DspScalerHelper, DspCreateMipMaps, DspCreateFrameRateConverter,
- * DspFrameRateConvert, and the handle checks of DspCreateMotionVectors.
+ * fast and filtered paths), DspScalerHelper, DspSubPixelScalerHelper, DspCreateMipMaps,
+ * DspCreateFrameRateConverter, DspFrameRateConvert, and the handle checks of
+ * DspCreateMotionVectors.
  * Not yet available (their algorithms are still open; the frame and handle checks are final and
- * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler, DspSubPixelScaler,
- * DspSubPixelScalerHelper and DspCreateMotionVectors.
+ * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler, DspSubPixelScaler and
+ * DspCreateMotionVectors.
  */
 #ifndef FRAMEDSP_FRAMEDSP_H
 #define FRAMEDSP_FRAMEDSP_H
@@ -494,6 +495,63 @@ typedef struct DSP_SCALER_HELPER_OUT {
 } DSP_SCALER_HELPER_OUT;
 
 /* ---------------------------------------------------------------------------------------------
+ * DspSubPixelScalerHelper: fractional rectangles, and a zoom and pan between two views
+ * ------------------------------------------------------------------------------------------- */
+
+/* ulModeFlags.  Bits 0 and 1 choose the mapping as in DspScalerHelper (fill wins over fit to
+ * width; neither: fit to the height); bits 2 and 3 are independent; other bits are refused. */
+#define DSP_SUBPIXEL_SCALER_HELPER_FIT_WIDTH 0x01u   /* fit to the destination width            */
+#define DSP_SUBPIXEL_SCALER_HELPER_FILL 0x02u        /* fill the destination, cropping the source */
+#define DSP_SUBPIXEL_SCALER_HELPER_KEEP_INSIDE 0x04u /* slide the view back inside the source   */
+#define DSP_SUBPIXEL_SCALER_HELPER_CENTRE 0x08u      /* centre the fitted destination rectangle */
+
+/* ulEase: how the phase runs between the two views. */
+#define DSP_SUBPIXEL_SCALER_HELPER_EASE_LINEAR 0u     /* s = t                                  */
+#define DSP_SUBPIXEL_SCALER_HELPER_EASE_SMOOTHSTEP 1u /* s = 3t^2 - 2t^3: starts and stops gently */
+
+/* One view of the source: how far it is zoomed in and where its centre lies.  12 bytes. */
+typedef struct DSP_SUBPIXEL_VIEW {
+  uint32_t ulZoomQ14;  /* zoom, 16384 (1.0: the whole base rectangle) .. 0xFFFFFFFF (just under
+                          262144); below 16384 refused.  The view is the base source rectangle
+                          shrunk by this factor about its centre.                               */
+  int32_t lCentreXQ14; /* centre of the view minus the middle of the source, in source widths,
+                          -8192 .. 8192 (-1/2 .. 1/2: the left .. right edge); 0 = the middle   */
+  int32_t lCentreYQ14; /* the same downwards, in source heights                                 */
+} DSP_SUBPIXEL_VIEW;
+
+/* DspSubPixelScalerHelper's input, 80 bytes of 32-bit words on every ABI (offsets in brackets). */
+typedef struct DSP_SUBPIXEL_SCALER_HELPER_IN {
+  uint32_t ulSrcAspectNumerator;   /* [0]  picture aspect of the source, e.g. 4 of 4:3; >= 1  */
+  uint32_t ulSrcAspectDenominator; /* [4]  e.g. 3 of 4:3; >= 1                               */
+  uint32_t ulDstAspectNumerator;   /* [8]  picture aspect of the destination; >= 1           */
+  uint32_t ulDstAspectDenominator; /* [12] >= 1                                              */
+  uint32_t ulSrcWidth;             /* [16] source image in pixels; >= 1                       */
+  uint32_t ulSrcHeight;            /* [20] >= 1                                              */
+  uint32_t ulDstWidth;             /* [24] destination image in pixels; >= 1                  */
+  uint32_t ulDstHeight;            /* [28] >= 1                                              */
+  uint32_t ulModeFlags;            /* [32] DSP_SUBPIXEL_SCALER_HELPER_*; 0 = fit to the height */
+  DSP_SUBPIXEL_VIEW ViewA;         /* [36] the view at phase 0                               */
+  DSP_SUBPIXEL_VIEW ViewB;         /* [48] the view at phase 16384                           */
+  uint32_t ulPhaseQ14;             /* [60] 0 (view A) .. 16384 (view B)                      */
+  uint32_t ulEase;                 /* [64] DSP_SUBPIXEL_SCALER_HELPER_EASE_*; 0 = linear       */
+  uint32_t ulReserved[3];          /* [68] must be 0                                         */
+} DSP_SUBPIXEL_SCALER_HELPER_IN;
+
+/* DspSubPixelScalerHelper's result, 72 bytes on every ABI: the doubles first, then the floats. */
+typedef struct DSP_SUBPIXEL_SCALER_HELPER_OUT {
+  double dSrcX;           /* [0]  source rectangle: In.Buffer.Region of DSP_SUBPIXEL_BUFFER      */
+  double dSrcY;           /* [8]                                                              */
+  double dSrcWidth;       /* [16]                                                             */
+  double dSrcHeight;      /* [24]                                                             */
+  double dDstX;           /* [32] destination rectangle: Out.Buffer.Region                     */
+  double dDstY;           /* [40]                                                             */
+  double dDstWidth;       /* [48]                                                             */
+  double dDstHeight;      /* [56]                                                             */
+  float fHorizontalScale; /* [64] dDstWidth / dSrcWidth                                       */
+  float fVerticalScale;   /* [68] dDstHeight / dSrcHeight                                     */
+} DSP_SUBPIXEL_SCALER_HELPER_OUT;
+
+/* ---------------------------------------------------------------------------------------------
  * DspCreateMipMaps
  * ------------------------------------------------------------------------------------------- */
 
@@ -867,9 +925,65 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScaler(const DSP_SUBPIXEL_SCAL
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspScalerHelper(const DSP_SCALER_HELPER_IN *pIn,
                                                        DSP_SCALER_HELPER_OUT *pOut);
 
-/* Not yet available: E_POINTER when either pointer is null, otherwise DSP_E_NOTIMPL.  The records
- * are not fixed in this release. */
-FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScalerHelper(const void *pIn, void *pOut);
+/* The fractional source and destination rectangles that map a source onto a destination without
+ * distorting the picture, for one frame of a zoom and pan between two views: a Ken Burns move is
+ * one call per frame, phase 0 .. 16384.  The result goes straight into a DSP_SUBPIXEL_BUFFER of
+ * DspSubPixelScaler: dSrc* into In.Buffer.Region, dDst* into Out.Buffer.Region (and the factors
+ * into fHorizontalScale / fVerticalScale where a record wants them).  It touches no image.
+ *
+ * Statuses.  DSP_E_POINTER when either pointer is null.  DSP_S_OK with the result untouched (not
+ * one byte written) when the record is refused: an aspect term or an image size of 0, a mode bit
+ * above bit 3, a zoom below 16384, a centre outside -8192 .. 8192, a phase above 16384, an ease
+ * other than 0 and 1, a reserved word other than 0.  Every other record gives DSP_S_OK and all ten
+ * result fields written.  DSP_E_UNEXPECTED only if an internal check fails (none is expected).
+ *
+ * Coordinates are pixels with the image's top-left corner at (0, 0); pixel (i, j) covers
+ * [i, i + 1) x [j, j + 1), as in DSP_SUBPIXEL_BUFFER regions.  sW x sH is the source image, dW x dH
+ * the destination image, and r the source picture's aspect over the destination's:
+ *   r = (ulSrcAspectNumerator * ulDstAspectDenominator) / (ulSrcAspectDenominator * ulDstAspectNumerator).
+ *
+ * Base rectangles (zoom 1, centre 0): the part of the source W0 x H0 at (0, 0), and the
+ * destination rectangle, which the view always fills and which does not move with the view.
+ *   fit to height (no mode bit):  W0 x H0 = sW x sH;  destination dW * r wide, dH high, at (X, 0)
+ *   fit to width (bit 0):         W0 x H0 = sW x sH;  destination dW wide, dH / r high, at (0, Y)
+ *   fill (bit 1):                 W0 x H0 = sW x sH * r when r <= 1, else sW / r x sH (the
+ *                                 source cropped to the destination's shape); destination the
+ *                                 whole image (0, 0, dW, dH)
+ * These are DspScalerHelper's sizes without its truncation to whole pixels.  With bit 3 (CENTRE)
+ * X = (dW - dW * r) / 2 and Y = (dH - dH / r) / 2, which puts the fitted picture in the middle of
+ * the destination (letterbox or pillarbox); without it X = Y = 0.  Fill ignores bit 3.  A fitted
+ * side larger than the destination overhangs it (X or Y negative with bit 3); the scaler clips the
+ * output region to the image.
+ *
+ * The view at phase t = ulPhaseQ14 / 16384: with s = t (ulEase 0) or s = 3t^2 - 2t^3 (ulEase 1),
+ *   zoom    z  = zA^(1 - s) * zB^s   (geometric: equal steps of t zoom by equal ratios, which the
+ *                                     eye sees as a constant speed)
+ *   centre  cx = cxA + (cxB - cxA) * s,  cy alike   (zA = ViewA.ulZoomQ14 / 16384, cxA =
+ *                                                     ViewA.lCentreXQ14 / 16384, ...)
+ *   dSrcWidth  = W0 / z,                   dSrcHeight = H0 / z
+ *   dSrcX = sW * (1/2 + cx) - dSrcWidth / 2,   dSrcY = sH * (1/2 + cy) - dSrcHeight / 2
+ * With bit 2 (KEEP_INSIDE) dSrcX is then clamped to 0 .. sW - dSrcWidth and dSrcY to
+ * 0 .. sH - dSrcHeight: the view slides back inside the source with its size kept (a zoom of at
+ * least 1 always leaves room).  Without bit 2 the view may reach past the source's edges, and the
+ * scaler's edge mode decides what shows there.  Example: zoom 2, centre 0 on 720 x 486 gives the
+ * source rectangle 360 x 243 at (180, 121.5); 720 x 486 at 4:3 fitted to the height of 1920 x 1080
+ * at 16:9 with bit 3 gives the destination rectangle 1440 x 1080 at (240, 0).
+ *   dDst* = the destination rectangle above;  fHorizontalScale = dDstWidth / dSrcWidth,
+ *   fVerticalScale = dDstHeight / dSrcHeight  (output pixels per input pixel).
+ *
+ * Exactness: the result is the same bit for bit on every compiler, CPU and floating-point setting
+ * (x87 or SSE, 32- or 64-bit), because it is computed in integer arithmetic only:
+ *   - s in units of 2^-30: t exactly, or 3t^2 - 2t^3 computed exactly and rounded half up;
+ *   - cx, cy exactly (units of 2^-44);
+ *   - z in units of 2^-40, from the view nearer in phase: zA * 2^(s * L) for s <= 1/2,
+ *     zB * 2^(-(1 - s) * L) above, L = log2(zB) - log2(zA), with log2 and 2^x computed to 48
+ *     fraction bits by a fixed integer method (relative error of z below 1e-12).  Phase 0 and
+ *     16384 give views A and B exactly, and zooms a power of two apart meet exactly at the middle
+ *     (1 and 4 give 2 at phase 8192);
+ *   - every result field is then the exact value of the formulas above for that s, z and c,
+ *     rounded once to the nearest double (float for the factors), ties to even. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScalerHelper(const DSP_SUBPIXEL_SCALER_HELPER_IN *pIn,
+                                                               DSP_SUBPIXEL_SCALER_HELPER_OUT *pOut);
 
 /* Creates a frame-rate converter from a checked creation record and stores its handle.
  * E_POINTER when either pointer is null; E_OUTOFMEMORY; E_INVALIDARG when the record is out of

@@ -1,52 +1,22 @@
 #include "framerate/frc_kernels.h"
 
-#include <cmath>
 #include <cstdlib>
 
 #include "frame/cpu.h"
+#include "resample/resample.h"
 
 namespace framedsp {
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-
-double sinc(double x) { return x == 0.0 ? 1.0 : std::sin(kPi * x) / (kPi * x); }
-
-// Weight of the tap at offset i (-2..3) for a position f in [0, 1) past the tap at 0.
-double tap_weight(uint32_t sampling, int i, double f) {
-  const double d = i - f;
-  switch (sampling) {
-    case DSP_SAMPLING_6TAP:
-      return std::fabs(d) < 3.0 ? sinc(d) * sinc(d / 3.0) : 0.0;
-    case DSP_SAMPLING_4TAP: {  // Catmull-Rom
-      const double x = std::fabs(d);
-      if (x < 1.0) return 1.5 * x * x * x - 2.5 * x * x + 1.0;
-      if (x < 2.0) return -0.5 * x * x * x + 2.5 * x * x - 4.0 * x + 2.0;
-      return 0.0;
-    }
-    case DSP_SAMPLING_BILINEAR:
-      return std::fabs(d) < 1.0 ? 1.0 - std::fabs(d) : 0.0;
-    default:  // nearest, halves up
-      return (f < 0.5 ? i == 0 : i == 1) ? 1.0 : 0.0;
-  }
-}
-
-// The coefficient tables of every sampling mode, in Q14.  Kept behind this one builder so that the
-// shared resampling engine's phase tables can take its place.
+// The motion-compensation filters are the resampling engine's weight rows at the 64 phases,
+// placed in six taps from two samples before the position.
 McFilter build_filter(uint32_t sampling) {
+  static const uint32_t kKernels[4] = {kResampleLanczos3, kResampleCubic, kResampleLinear, kResampleNearest};
   McFilter filter{};
   for (int phase = 0; phase < kMcPhases; ++phase) {
-    const double f = phase / double(kMcPhases);
-    double w[kMcTaps], sum = 0.0;
-    for (int t = 0; t < kMcTaps; ++t) sum += (w[t] = tap_weight(sampling, t - kMcLead, f));
-    int total = 0, largest = 0;
-    for (int t = 0; t < kMcTaps; ++t) {
-      const int q = static_cast<int>(std::lround(w[t] / sum * 16384.0));
-      filter.rows[phase][t] = static_cast<int16_t>(q);
-      total += q;
-      if (std::abs(q) > std::abs(filter.rows[phase][largest])) largest = t;
-    }
-    filter.rows[phase][largest] = static_cast<int16_t>(filter.rows[phase][largest] + 16384 - total);
+    int32_t first = 0, w[kResampleMaxTaps];
+    const int taps = resample_weights(kKernels[sampling], 0, 8192, 6, int64_t(phase) << 26, 65536, &first, w);
+    for (int t = 0; t < taps; ++t) filter.rows[phase][first + kMcLead + t] = static_cast<int16_t>(w[t]);
   }
   return filter;
 }

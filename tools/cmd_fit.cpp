@@ -1,17 +1,17 @@
-#include "fit_command.h"
-
-#include <cstdint>
+// `framedsp fit`: the sizes and scale factors DspScalerHelper computes for a source and a
+// destination of given sizes and picture aspect ratios.
 #include <cstdio>
 #include <cstring>
 
-#include "args.h"
-#include "framedsp/framedsp.h"
-#include "raw_io.h"
+#include "calls.h"
+#include "frame_loop.h"
 
 namespace framedsp {
 namespace cli {
 
-const char kFitHelp[] =
+namespace {
+
+const char kHelp[] =
     "usage: framedsp fit --src WxH --dst WxH [options]\n"
     "\n"
     "Computes with DspScalerHelper the size and the scale factors that map a source picture\n"
@@ -42,16 +42,6 @@ const char kFitHelp[] =
     "  framedsp fit --src 720x486 --src-aspect 4:3 --dst 1920x1080 --dst-aspect 16:9\n"
     "  framedsp fit --src 1920x1080 --src-aspect 16:9 --dst 720x576 --dst-aspect 4:3 --mode fill\n";
 
-namespace {
-
-void parse_wxh(const Parsed &parsed, const char *option, uint32_t *w, uint32_t *h) {
-  const std::string text = parsed.get(option);
-  if (!parse_size(text, w, h)) {
-    throw UsageError(std::string(option) + " expects WxH with positive numbers, e.g. 720x486; got '" +
-                     text + "'");
-  }
-}
-
 void parse_ratio(const Parsed &parsed, const char *option, uint32_t *n, uint32_t *d) {
   const std::string text = parsed.get(option);
   const size_t colon = text.find(':');
@@ -67,25 +57,15 @@ const char *mode_name(uint32_t flags) {
                                         : (flags & DSP_SCALER_HELPER_FIT_WIDTH ? "width" : "height");
 }
 
-}  // namespace
-
-int cmd_fit(const std::vector<std::string> &args) {
-  const Parsed parsed = parse(args, {{"--src", nullptr, true},
-                                     {"--dst", nullptr, true},
-                                     {"--src-aspect", nullptr, true},
-                                     {"--dst-aspect", nullptr, true},
-                                     {"--src-region", nullptr, true},
-                                     {"--dst-region", nullptr, true},
-                                     {"--mode", "-m", true}});
-  if (parsed.help) return std::fputs(kFitHelp, stdout), kExitOk;
-  expect_positional(parsed, 0, "");
+// The helper's record from the options.
+DSP_SCALER_HELPER_IN helper_record(const Parsed &parsed) {
+  expect_positional(parsed, 0);
   if (!parsed.has("--src")) throw UsageError("missing source size (--src WxH)");
   if (!parsed.has("--dst")) throw UsageError("missing destination size (--dst WxH)");
-
   DSP_SCALER_HELPER_IN in;
   std::memset(&in, 0, sizeof in);
-  parse_wxh(parsed, "--src", &in.ulSrcWidth, &in.ulSrcHeight);
-  parse_wxh(parsed, "--dst", &in.ulDstWidth, &in.ulDstHeight);
+  parse_size_option(parsed, "--src", &in.ulSrcWidth, &in.ulSrcHeight);
+  parse_size_option(parsed, "--dst", &in.ulDstWidth, &in.ulDstHeight);
   in.ulSrcAspectNumerator = in.ulSrcWidth;
   in.ulSrcAspectDenominator = in.ulSrcHeight;
   in.ulDstAspectNumerator = in.ulDstWidth;
@@ -97,7 +77,7 @@ int cmd_fit(const std::vector<std::string> &args) {
     parse_ratio(parsed, "--dst-aspect", &in.ulDstAspectNumerator, &in.ulDstAspectDenominator);
   }
   if (parsed.has("--dst-region")) {
-    parse_wxh(parsed, "--dst-region", &in.ulDstRegionWidth, &in.ulDstRegionHeight);
+    parse_size_option(parsed, "--dst-region", &in.ulDstRegionWidth, &in.ulDstRegionHeight);
     if (in.ulDstRegionWidth > in.ulDstWidth || in.ulDstRegionHeight > in.ulDstHeight) {
       throw UsageError("--dst-region is larger than --dst");
     }
@@ -114,7 +94,7 @@ int cmd_fit(const std::vector<std::string> &args) {
     if (in.ulFlags & DSP_SCALER_HELPER_FILL) {
       throw UsageError("--src-region cannot be used with --mode fill (fill crops the whole source)");
     }
-    parse_wxh(parsed, "--src-region", &in.ulSrcRegionWidth, &in.ulSrcRegionHeight);
+    parse_size_option(parsed, "--src-region", &in.ulSrcRegionWidth, &in.ulSrcRegionHeight);
     if (in.ulSrcRegionWidth > in.ulSrcWidth || in.ulSrcRegionHeight > in.ulSrcHeight) {
       throw UsageError("--src-region is larger than --src");
     }
@@ -123,16 +103,15 @@ int cmd_fit(const std::vector<std::string> &args) {
     in.ulSrcRegionWidth = in.ulSrcWidth;  // fill mode is given the whole source, spelled out
     in.ulSrcRegionHeight = in.ulSrcHeight;
   }
+  return in;
+}
 
+int run_fit(const Parsed &parsed) {
+  const DSP_SCALER_HELPER_IN in = helper_record(parsed);
   // The helper refuses quietly (S_OK, result untouched); a result left at its marker means that.
   DSP_SCALER_HELPER_OUT out;
   std::memset(&out, 0xFF, sizeof out);
-  const DSP_HRESULT status = DspScalerHelper(&in, &out);
-  if (status != DSP_S_OK) {
-    char text[64];
-    std::snprintf(text, sizeof text, "DspScalerHelper returned 0x%08X", static_cast<unsigned>(status));
-    throw RuntimeError(text);
-  }
+  check_status("DspScalerHelper", DspScalerHelper(&in, &out));
   if (out.ulWidth == 0xFFFFFFFFu && out.ulHeight == 0xFFFFFFFFu) {
     throw RuntimeError("DspScalerHelper refused the record (run with FRAMEDSP_TRACE=1 for the reason)");
   }
@@ -162,6 +141,21 @@ int cmd_fit(const std::vector<std::string> &args) {
   std::printf("scale: --to %ux%u\n", to_w, to_h);
   return kExitOk;
 }
+
+}  // namespace
+
+extern const Command kFitCommand = {"fit",
+                                    "output size and scale factors that keep the picture's aspect ratio",
+                                    kHelp,
+                                    Common::kNone,
+                                    {{"--src", true},
+                                     {"--dst", true},
+                                     {"--src-aspect", true},
+                                     {"--dst-aspect", true},
+                                     {"--src-region", true},
+                                     {"--dst-region", true},
+                                     {"--mode|-m", true}},
+                                    run_fit};
 
 }  // namespace cli
 }  // namespace framedsp
