@@ -26,9 +26,9 @@ DSP_HANDLE frame_rate_converter(uint32_t width, uint32_t height, uint32_t mode) 
   p.lWidth = int32_t(width);
   p.lHeight = int32_t(height);
   p.eConvertMode = mode;
-  p.ulLevels = 4;
-  const uint32_t ranges[4] = {2, 2, 4, 4};
-  for (int k = 0; k < 4; ++k) {  // a range may not pass a quarter of the picture; 0 means 1
+  p.ulLevels = 5;
+  const uint32_t ranges[5] = {2, 2, 4, 4, 4};
+  for (int k = 0; k < 5; ++k) {  // a range may not pass a quarter of the picture; 0 means 1
     p.ulLevelRangeX[k] = std::max<uint32_t>(std::min(ranges[k], width / 4), 1);
     p.ulLevelRangeY[k] = std::max<uint32_t>(std::min(ranges[k], height / 4), 1);
   }
