@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
 #include "calls.h"
 #include "frame_loop.h"
@@ -39,7 +40,7 @@ DSP_HANDLE frame_rate_converter(uint32_t width, uint32_t height, uint32_t mode) 
 
 DSP_HRESULT convert_frame(DSP_HANDLE converter, uint32_t width, uint32_t height, bool luma_only, const uint8_t *a,
                           const uint8_t *b, uint8_t *out, uint32_t phase, uint32_t sampling, bool overlay,
-                          double *ms) {
+                          double *ms, const std::vector<uint8_t> *field) {
   DSP_FRAME_RATE_CONVERT_PARAMS p;
   std::memset(&p, 0, sizeof p);
   DSP_IMAGE *frames[3] = {&p.FrameA, &p.FrameB, &p.FrameOut};
@@ -59,6 +60,7 @@ DSP_HRESULT convert_frame(DSP_HANDLE converter, uint32_t width, uint32_t height,
   p.eSampling = uint8_t(sampling);
   p.bConvertFlags = luma_only ? DSP_CONVERT_LUMA_ONLY : 0;
   p.bOverlay = overlay ? 1 : 0;
+  if (field) p.pVectorField = const_cast<uint8_t *>(field->data()), p.ulVectorFieldBytes = uint32_t(field->size());
   const auto t0 = std::chrono::steady_clock::now();
   const DSP_HRESULT hr = DspFrameRateConvert(converter, &p, 0);
   if (ms) *ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
@@ -130,6 +132,89 @@ uint32_t pick(const std::string &text, const char *option, const std::vector<con
   throw UsageError(std::string(option) + " is one of " + all + "; got '" + text + "'");
 }
 
+#if defined(DSP_MOTION_DEFAULT_LAMBDA)
+// Streaming: each input's pyramid (DspCreateMipMaps) is made once, each pair's field
+// (DspCreateMotionVectors, both directions) once, and every output of the pair follows it.
+class Stream {
+ public:
+  Stream(uint32_t width, uint32_t height) : w_(width), h_(height) {
+    levels_ = 1;
+    while (levels_ < 5 && (width >> levels_) >= 16 && (height >> levels_) >= 16) ++levels_;
+    field_.resize(DSP_VECTOR_FIELD_BYTES(width, height, 16u, 16u));
+  }
+  // The field from input `pair` to `pair` + 1, or null when the library has no estimator.
+  const std::vector<uint8_t> *field(DSP_HANDLE converter, uint64_t pair, const uint8_t *a, const uint8_t *b) {
+    if (!usable_) return nullptr;
+    if (field_pair_ == pair) return &field_;
+    const DSP_MIPMAP_LEVELS *la = pyramid(converter, pair, a), *lb = pyramid(converter, pair + 1, b);
+    DSP_MOTION_VECTORS_PARAMS p;
+    std::memset(&p, 0, sizeof p);
+    p.pLevelsA = la, p.pLevelsB = lb;
+    p.pVectorField = field_.data();
+    p.ulVectorFieldBytes = uint32_t(field_.size());
+    p.ulLevels = levels_;
+    p.ulBlockA = p.ulBlockB = 16;
+    const uint32_t ranges[5] = {2, 2, 4, 4, 4};
+    for (uint32_t k = 0; k < 5; ++k) {
+      p.ulLevelRangeX[k] = std::max<uint32_t>(std::min(ranges[k], w_ / 4), 1);
+      p.ulLevelRangeY[k] = std::max<uint32_t>(std::min(ranges[k], h_ / 4), 1);
+    }
+    const DSP_HRESULT hr = DspCreateMotionVectors(converter, &p);
+    if (hr == DSP_E_NOTIMPL) return usable_ = false, nullptr;
+    check_status("DspCreateMotionVectors", hr);
+    field_pair_ = pair;
+    return &field_;
+  }
+
+ private:
+  const DSP_MIPMAP_LEVELS *pyramid(DSP_HANDLE converter, uint64_t index, const uint8_t *frame) {
+    for (Pyramid &p : pyramids_)
+      if (p.index == index) return &p.levels;
+    Pyramid &p = pyramids_[next_];
+    next_ ^= 1;
+    p.index = index;
+    size_t bytes = 0;
+    for (uint32_t k = 1; k < levels_; ++k) bytes += size_t(w_ >> k) * (h_ >> k);
+    p.samples.resize(bytes);
+    std::memset(&p.levels, 0, sizeof p.levels);
+    p.levels.ulCount = levels_;
+    uint8_t *next = p.samples.data();
+    for (uint32_t k = 0; k < levels_; ++k) {
+      DSP_IMAGE &im = p.levels.Levels[k];
+      const uint32_t lw = w_ >> k, lh = h_ >> k;
+      im.Buffer.pBuffer = k ? next : const_cast<uint8_t *>(frame);
+      im.Buffer.ulBytes = lw * lh;
+      im.Buffer.eBufferType = DSP_BUFFER_TYPE_FRAME;
+      im.Buffer.Region.ulWidth = im.ulWidth = lw;
+      im.Buffer.Region.ulHeight = im.ulHeight = lh;
+      im.ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
+      im.eInterlace = DSP_INTERLACE_PROGRESSIVE;
+      im.ulPrimaryStrideBytes = lw;
+      if (k) next += size_t(lw) * lh;
+    }
+    DSP_MIPMAP_PARAMS call;
+    std::memset(&call, 0, sizeof call);
+    call.Base = p.levels.Levels[0];
+    call.pLevels = &p.levels;
+    call.eFilter = DSP_SCALER_FILTER_LINEAR;
+    check_status("DspCreateMipMaps", DspCreateMipMaps(converter, &call));
+    return &p.levels;
+  }
+
+  struct Pyramid {
+    uint64_t index = UINT64_MAX;
+    DSP_MIPMAP_LEVELS levels;
+    std::vector<uint8_t> samples;
+  };
+  uint32_t w_, h_, levels_;
+  Pyramid pyramids_[2];
+  size_t next_ = 0;
+  std::vector<uint8_t> field_;
+  uint64_t field_pair_ = UINT64_MAX;
+  bool usable_ = true;
+};
+#endif
+
 class ConvertRate : public FrameCommand {
  public:
   ConvertRate() : FrameCommand(1, Out::kRaw) {}
@@ -165,8 +250,15 @@ class ConvertRate : public FrameCommand {
     const uint8_t *a = job.input(t.pair);
     const uint8_t *b = t.phase ? job.input(t.pair + 1) : a;
     double ms = 0;
-    check_status("DspFrameRateConvert",
-                 convert_frame(converter_, width_, height_, luma_only_, a, b, out, t.phase, sampling_, false, &ms));
+    const std::vector<uint8_t> *field = nullptr;
+#if defined(DSP_MOTION_DEFAULT_LAMBDA)
+    if (t.phase && mode_ == DSP_CONVERT_MODE_MOTION) {
+      if (!stream_) stream_ = std::make_unique<Stream>(width_, height_);
+      field = stream_->field(converter_, t.pair, a, b);
+    }
+#endif
+    check_status("DspFrameRateConvert", convert_frame(converter_, width_, height_, luma_only_, a, b, out, t.phase,
+                                                      sampling_, false, &ms, field));
     ms_ += ms;
     if (log_)
       std::printf("output %llu: inputs %llu-%llu phase %u (%.4f) %.2f ms\n", (unsigned long long)index,
@@ -174,8 +266,8 @@ class ConvertRate : public FrameCommand {
                   t.phase / 16384.0, ms);
     if (!png_.empty() && t.phase && !strip_done_) {
       std::vector<uint8_t> drawn(job.out.frame_bytes);
-      check_status("DspFrameRateConvert",
-                   convert_frame(converter_, width_, height_, luma_only_, a, b, drawn.data(), t.phase, sampling_, true));
+      check_status("DspFrameRateConvert", convert_frame(converter_, width_, height_, luma_only_, a, b, drawn.data(),
+                                                        t.phase, sampling_, true, nullptr, field));
       std::string error;
       if (!write_png(png_, gray_strip({a, out, b, drawn.data()}, width_, height_), &error)) throw RuntimeError(error);
       strip_done_ = true;
@@ -196,6 +288,9 @@ class ConvertRate : public FrameCommand {
   std::string png_;
   DSP_HANDLE converter_ = nullptr;
   double ms_ = 0;
+#if defined(DSP_MOTION_DEFAULT_LAMBDA)
+  std::unique_ptr<Stream> stream_;
+#endif
 };
 
 }  // namespace
