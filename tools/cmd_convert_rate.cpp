@@ -27,9 +27,9 @@ DSP_HANDLE frame_rate_converter(uint32_t width, uint32_t height, uint32_t mode) 
   p.lWidth = int32_t(width);
   p.lHeight = int32_t(height);
   p.eConvertMode = mode;
-  p.ulLevels = 5;
-  const uint32_t ranges[5] = {2, 2, 4, 4, 4};
-  for (int k = 0; k < 5; ++k) {  // a range may not pass a quarter of the picture; 0 means 1
+  p.ulLevels = 4;
+  const uint32_t ranges[4] = {2, 2, 4, 4};
+  for (int k = 0; k < 4; ++k) {  // a range may not pass a quarter of the picture; 0 means 1
     p.ulLevelRangeX[k] = std::max<uint32_t>(std::min(ranges[k], width / 4), 1);
     p.ulLevelRangeY[k] = std::max<uint32_t>(std::min(ranges[k], height / 4), 1);
   }
@@ -139,7 +139,7 @@ class Stream {
  public:
   Stream(uint32_t width, uint32_t height) : w_(width), h_(height) {
     levels_ = 1;
-    while (levels_ < 5 && (width >> levels_) >= 16 && (height >> levels_) >= 16) ++levels_;
+    while (levels_ < 4 && (width >> levels_) >= 16 && (height >> levels_) >= 16) ++levels_;
     field_.resize(DSP_VECTOR_FIELD_BYTES(width, height, 16u, 16u));
   }
   // The field from input `pair` to `pair` + 1, or null when the library has no estimator.
@@ -154,8 +154,8 @@ class Stream {
     p.ulVectorFieldBytes = uint32_t(field_.size());
     p.ulLevels = levels_;
     p.ulBlockA = p.ulBlockB = 16;
-    const uint32_t ranges[5] = {2, 2, 4, 4, 4};
-    for (uint32_t k = 0; k < 5; ++k) {
+    const uint32_t ranges[4] = {2, 2, 4, 4};
+    for (uint32_t k = 0; k < 4; ++k) {
       p.ulLevelRangeX[k] = std::max<uint32_t>(std::min(ranges[k], w_ / 4), 1);
       p.ulLevelRangeY[k] = std::max<uint32_t>(std::min(ranges[k], h_ / 4), 1);
     }

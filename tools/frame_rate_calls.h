@@ -21,8 +21,8 @@ struct OutputTime {
 };
 OutputTime output_time(uint64_t k, uint64_t from_num, uint64_t from_den, uint64_t to_num, uint64_t to_den);
 
-// A converter for width x height frames whose own estimation reaches 118 pixels a pair (5 levels,
-// ranges 2, 2, 4, 4, 4 clipped to a quarter of the picture; 16x16 blocks), eConvertMode `mode`.
+// A converter for width x height frames whose own estimation reaches 54 pixels a pair (4 levels,
+// ranges 2, 2, 4, 4 clipped to a quarter of the picture; 16x16 blocks), eConvertMode `mode`.
 DSP_HANDLE frame_rate_converter(uint32_t width, uint32_t height, uint32_t mode);
 
 // One conversion of frames of width x height packed lines: plane 1, then (unless luma_only) an
