@@ -54,7 +54,8 @@ inline int32_t clamp_i(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo :
 // Offsets of the two sides of a vector v (1/64 pixel) at phase p (Q14): the output at x shows
 // A at x - da and B at x + db, da + db = v, da = round(p v / 16384) with halves up.
 inline int32_t side_a_offset(int32_t v64, uint32_t phase) {
-  return floor_div(static_cast<int32_t>(phase) * v64 + 8192, 16384);
+  const int64_t t = int64_t(phase) * v64 + 8192;  // |v64| < 2^20: 64 bits
+  return static_cast<int32_t>(t >= 0 ? t / 16384 : -((-t + 16383) / 16384));
 }
 
 // The motion-compensated conversion of the job's band along `field`.  E_OUTOFMEMORY when work
