@@ -84,9 +84,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   fuzz::require(hr == DSP_S_OK || hr == DSP_E_INVALIDARG, "status");
   if (hr == DSP_S_OK) {
     const uint32_t count = p.ulSliceCount ? p.ulSliceCount : 1, number = p.ulSliceNumber ? p.ulSliceNumber : 1;
-    const uint32_t y0 = (number - 1) * h / count, y1 = number * h / count;
+    // FrameB's geometry serves all three frames.
+    const uint32_t gw = p.FrameB.ulWidth, gh = p.FrameB.ulHeight, gs = p.FrameB.ulPrimaryStrideBytes;
+    const uint32_t y0 = (number - 1) * gh / count, y1 = number * gh / count;
     for (uint32_t pl = 0; pl < planes; ++pl)
-      for (uint32_t y = y0; y < y1; ++y) out.allow(int64_t(pl * h + y) * stride, w);
+      for (uint32_t y = y0; y < y1; ++y) out.allow(int64_t(pl * gh + y) * gs, gw);
   }
   out.check("frame_rate", hr != DSP_S_OK);
   return 0;
