@@ -112,7 +112,7 @@ struct Rig {
   DSP_FRAME_RATE_CONVERTER_PARAMS converter_params{};
   DSP_HANDLE created = kNotCreated;
   DSP_FRAME_RATE_CONVERT_PARAMS convert{};
-  uint32_t motion[16]{};
+  DSP_MOTION_VECTORS_PARAMS motion{};
   DSP_MIPMAP_LEVELS levels{};
   DSP_MIPMAP_PARAMS mipmap{};
   DSP_HANDLE converter = nullptr;
@@ -272,10 +272,10 @@ const std::vector<ExportCase> &export_cases() {
        {{"null_record", [](Rig &r) { return DspCreateMotionVectors(r.converter, nullptr); }, kPtr},
         {"null_record_bad_handle", [](Rig &) { return DspCreateMotionVectors(nullptr, nullptr); },
          kPtr},
-        {"zero_handle", [](Rig &r) { return DspCreateMotionVectors(nullptr, r.motion); }, kHdl},
-        {"all_ones_handle", [](Rig &r) { return DspCreateMotionVectors(kAllOnes, r.motion); },
+        {"zero_handle", [](Rig &r) { return DspCreateMotionVectors(nullptr, &r.motion); }, kHdl},
+        {"all_ones_handle", [](Rig &r) { return DspCreateMotionVectors(kAllOnes, &r.motion); },
          kHdl}},
-       nullptr, [](Rig &r) { return DspCreateMotionVectors(r.converter, r.motion); }, kNotImpl,
+       nullptr, [](Rig &r) { return DspCreateMotionVectors(r.converter, &r.motion); }, DSP_E_INVALIDARG,
        true},
       {"DspCreateMipMaps", "DspCreateMipMaps",
        {{"null_record", [](Rig &r) { return DspCreateMipMaps(r.converter, nullptr); }, kPtr},

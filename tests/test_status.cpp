@@ -1,12 +1,12 @@
 // Status helpers: Win32 codes to HRESULTs, the last-error rule, status text, the placeholder.
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 
 #include "frame/status.h"
+#include "test_os.h"
 
 namespace {
 
@@ -68,20 +68,18 @@ INSTANTIATE_TEST_SUITE_P(
         ErrorCase{"hresult_unchanged", 0, hr(0x8007000Eu), hr(0x8007000Eu)}),
     [](const auto &info) { return std::string(info.param.name); });
 
-#ifndef _WIN32
-// On POSIX the thread's last error is errno.
+// The thread's last error: errno on POSIX, GetLastError() on Windows.
 TEST(LastErrorStatus, ReadsTheThreadsLastError) {
-  errno = EACCES;
-  EXPECT_EQ(framedsp::last_error_status(0), hr(0x80070000u | EACCES));
-  errno = 0;
+  framedsp_test::set_last_error(5);
+  EXPECT_EQ(framedsp::last_error_status(0), hr(0x80070005u));
+  framedsp_test::set_last_error(0);
   EXPECT_EQ(framedsp::last_error_status(0), framedsp::kFail);
 }
-#endif
 
 TEST(LastErrorStatus, TimeoutDoesNotDependOnTheLastError) {
-  errno = 0;
+  framedsp_test::set_last_error(0);
   EXPECT_EQ(framedsp::last_error_status(258), hr(0x80070102u));
-  errno = 22;
+  framedsp_test::set_last_error(22);
   EXPECT_EQ(framedsp::last_error_status(258), hr(0x80070102u));
 }
 

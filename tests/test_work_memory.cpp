@@ -1,7 +1,6 @@
 // Work memory: line and frame sizes, the aligned start of a work line, and block ownership
 // (every block committed is released exactly once, injected failures leak nothing).
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
@@ -9,6 +8,7 @@
 
 #include "frame/pixel_format.h"
 #include "frame/work_memory.h"
+#include "test_os.h"
 
 namespace {
 
@@ -155,7 +155,7 @@ TEST(WorkMemory, ZeroSizedBlockIsRefused) {
 }
 
 TEST(WorkMemory, BlocksAreWritableOverTheirWholeSize) {
-  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t page = framedsp_test::page_size();
   for (size_t bytes : {size_t{1}, size_t{17}, page - 1, page, page + 1, size_t{1} << 20}) {
     WorkBlock block;
     ASSERT_TRUE(block.allocate(bytes)) << bytes;

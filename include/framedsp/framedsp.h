@@ -63,11 +63,9 @@
  * ----------------------------
  * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspSubPixelFilter, DspScaler (general,
  * fast and filtered paths), DspScalerHelper, DspSubPixelScalerHelper, DspCreateMipMaps,
- * DspCreateFrameRateConverter, DspFrameRateConvert, and the handle checks of
- * DspCreateMotionVectors.
+ * DspCreateFrameRateConverter, DspCreateMotionVectors and DspFrameRateConvert.
  * Not yet available (their algorithms are still open; the frame and handle checks are final and
- * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler, DspSubPixelScaler and
- * DspCreateMotionVectors.
+ * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler and DspSubPixelScaler.
  */
 #ifndef FRAMEDSP_FRAMEDSP_H
 #define FRAMEDSP_FRAMEDSP_H
@@ -623,7 +621,9 @@ typedef void *DSP_HANDLE;
 
 /* Creation record, 48 words (192 bytes, no pointers: the same layout everywhere).  A word given
  * as 0 takes the default shown.  All five entries of each per-level array are defaulted and
- * checked whatever ulLevels says.  Words marked reserved are carried into the object unchecked. */
+ * checked whatever ulLevels says.  Words marked reserved are carried into the object unchecked.
+ * Words 11..39 are the block-search settings; DSP_MOTION_VECTORS_PARAMS carries the same words
+ * with the same defaults and bounds, and says what they mean for the search. */
 typedef struct DSP_FRAME_RATE_CONVERTER_PARAMS {
   uint32_t ulBaseCount;     /* w0:  must be non-zero                                        */
   uint32_t ulDerivedCount;  /* w1:  with bDeriveCount: must be non-zero, then replaced by
@@ -702,6 +702,127 @@ typedef struct DSP_FRAME_RATE_CONVERT_PARAMS {
   uint32_t ulReserved;           /* must be 0                                               */
 } DSP_FRAME_RATE_CONVERT_PARAMS;
 #pragma pack(pop)
+
+/* ---------------------------------------------------------------------------------------------
+ * DspCreateMotionVectors: block motion vectors between two mip-map pyramids
+ * ------------------------------------------------------------------------------------------- */
+
+/* ulMotionFlags of DSP_MOTION_VECTORS_PARAMS (other bits are ignored). */
+#define DSP_MOTION_FORWARD_ONLY 0x01u /* estimate A -> B only; no backward entries            */
+#define DSP_MOTION_WHOLE_PIXEL 0x02u  /* no half- and quarter-pixel refinement                */
+#define DSP_MOTION_NO_GLOBAL 0x04u    /* no global candidate                                  */
+#define DSP_MOTION_NO_SPLIT 0x08u     /* no split stage: each final block keeps the vector of
+                                         the level-0 search block under its centre            */
+
+#define DSP_MOTION_DEFAULT_LAMBDA 24u           /* ulLambda 0 */
+#define DSP_MOTION_DEFAULT_SCENE_THRESHOLD 400u /* ulSceneThreshold 0 */
+
+/* DspCreateMotionVectors's record: 160 bytes on ILP32 (the search settings at 32..147, in the
+ * order of words 11..39 of DSP_FRAME_RATE_CONVERTER_PARAMS), 184 on LP64 (pPriorField at 32,
+ * ulLevels at 52, ulReserved at 168).
+ *
+ * The search settings have the converter's defaults and bounds, applied by one routine shared
+ * with DspCreateFrameRateConverter, with lWidth and lHeight taken as the width and height of
+ * level 0: a 0 selects the default (thresholds 8, block sizes 16, ranges 1); ulLevels at most 5;
+ * blocks 8..32; thresholds at most 255; ulLevelRangeX[k] at most width / 4, ulLevelRangeY[k] at
+ * most height / 4.  All five entries of each array are defaulted and checked whatever ulLevels
+ * says.  What they mean for the search (the same for the converter's own estimation):
+ *
+ *   ulLevels             pyramid levels searched, 1..the lists' count; 0 = all of them.  The
+ *                        search runs from level ulLevels - 1 (the coarsest) down to level 0.
+ *   ulLevelBlockA/B[k]   width / height of the search blocks at level k, in level-k pixels.  The
+ *                        blocks tile the level from its top-left corner; the last column and row
+ *                        may be partial (their costs are scaled to 64 pixels).
+ *   ulBlockA/B           width / height of the blocks of the field (the final blocks), at level
+ *                        0.  16x8 suits fields; 8x8 gives fine boundaries.
+ *   ulLevelRangeX/Y[k]   the search window at level k: at most +-RangeX[k] x +-RangeY[k] level-k
+ *                        pixels around the best predicted vector.
+ *   ulLevelThreshold[k]  when the best predicted vector of a block at level k matches with a mean
+ *                        absolute difference above this (grey levels per pixel), the whole
+ *                        window is searched exhaustively; otherwise a small diamond walks
+ *                        downhill inside it.
+ *
+ * Reach: no vector is longer than reachX = sum over the searched levels k of RangeX[k] * 2^k
+ * pixels horizontally (reachY alike; both at most 8191, the range of an entry's quarter pixels)
+ * -- vectors are clipped to that box at every level, so motion
+ * beyond it cannot be matched and shows up as high costs (DSP_MV_BAD) rather than as a wrong
+ * vector passed off as good.  The defaults give 1 + 2 + 4 + 8 = 15 pixels with 4 levels and 31
+ * with 5.  To reach 48 pixels per frame pair use 4 levels with RangeX = RangeY = {2, 2, 4, 4}
+ * (level 0 first: 2 + 4 + 16 + 32 = 54 pixels; the exhaustive windows of the coarse levels are
+ * then 9x9 at 1/8 and 1/4 resolution), or 5 levels with ranges of 2 (62 pixels).  Ranges are
+ * bounded by the picture (width / 4), so small pictures have small reaches. */
+typedef struct DSP_MOTION_VECTORS_PARAMS {
+  const DSP_MIPMAP_LEVELS *pLevelsA; /* pyramid of frame A (DspCreateMipMaps), level 0 first  */
+  const DSP_MIPMAP_LEVELS *pLevelsB; /* pyramid of frame B, the same geometry                  */
+  void *pVectorField;                /* the field written: header then entries                */
+  uint32_t ulVectorFieldBytes;       /* size of that buffer                                   */
+  const void *pPriorField;           /* the previous pair's field (temporal candidates), or
+                                        NULL; may be pVectorField itself                       */
+  uint32_t ulMotionFlags;            /* DSP_MOTION_*                                          */
+  uint32_t ulLambda;                 /* smoothness weight; 0 = DSP_MOTION_DEFAULT_LAMBDA      */
+  uint32_t ulSceneThreshold;         /* cost above which a block is bad; 0 = 400              */
+  uint32_t ulLevels;                 /* the search settings (converter words 11..39)          */
+  uint32_t ulLevelThreshold[5];
+  uint32_t ulReserved17;             /* not read (converter word 17)                          */
+  uint32_t ulLevelBlockA[5];
+  uint32_t ulLevelBlockB[5];
+  uint32_t ulBlockA;
+  uint32_t ulBlockB;
+  uint32_t ulLevelRangeX[5];
+  uint32_t ulLevelRangeY[5];
+  uint32_t ulReserved[3];            /* must be 0                                             */
+} DSP_MOTION_VECTORS_PARAMS;
+
+/* ulFieldFlags of the field header. */
+#define DSP_VECTOR_FIELD_FORWARD 0x01u     /* forward entries present (always)                */
+#define DSP_VECTOR_FIELD_BACKWARD 0x02u    /* backward entries follow the forward ones        */
+#define DSP_VECTOR_FIELD_WHOLE_PIXEL 0x04u /* every vector is a whole number of pixels        */
+
+/* The field header, 48 bytes (no pointers: the same layout everywhere). */
+typedef struct DSP_VECTOR_FIELD {
+  uint32_t ulFieldBytes;     /* bytes written: 48 + 8 x entries                               */
+  uint32_t ulWidth;          /* level 0 width and height, pixels                              */
+  uint32_t ulHeight;
+  uint32_t ulBlockWidth;     /* final block size (ulBlockA x ulBlockB)                        */
+  uint32_t ulBlockHeight;
+  uint32_t ulColumns;        /* ceil(ulWidth / ulBlockWidth)                                  */
+  uint32_t ulRows;           /* ceil(ulHeight / ulBlockHeight)                                */
+  uint32_t ulFieldFlags;     /* DSP_VECTOR_FIELD_*                                            */
+  uint32_t ulBadForward;     /* forward entries flagged DSP_MV_BAD                            */
+  uint32_t ulBadBackward;    /* backward entries flagged DSP_MV_BAD (0 without them)          */
+  uint32_t ulSceneThreshold; /* the threshold used (after the default)                        */
+  uint32_t ulReserved;       /* written as 0                                                  */
+} DSP_VECTOR_FIELD;
+
+/* usFlags of an entry. */
+#define DSP_MV_BAD 0x01u          /* usCost above the scene threshold: no trustworthy match     */
+#define DSP_MV_INCONSISTENT 0x02u /* the other direction's vector at the block's destination
+                                     differs from the negated vector by more than one pixel in
+                                     x or y (uncovered or covered area, or a wrong match)      */
+#define DSP_MV_OUTSIDE 0x04u      /* the matched block reaches outside the picture (edge
+                                     samples repeated)                                         */
+#define DSP_MV_FLAT 0x08u         /* the block has almost no detail (mean absolute difference
+                                     to its right and lower neighbours below 2): its vector
+                                     follows its neighbours rather than its own content        */
+#define DSP_MV_REFINED 0x10u      /* the block's level-0 prediction failed the threshold and
+                                     the exhaustive search placed it                           */
+
+/* One entry, 8 bytes.  Row-major over the final blocks: all forward entries, then (with
+ * DSP_VECTOR_FIELD_BACKWARD) all backward entries in the same order. */
+typedef struct DSP_MOTION_VECTOR {
+  int16_t sX;       /* quarter pixels: the block at p in A matches p + v in B (forward); the
+                       block at p in B matches p + v in A (backward)                           */
+  int16_t sY;
+  uint16_t usCost;  /* SAD of the match per 64 pixels, saturated at 65535                       */
+  uint16_t usFlags; /* DSP_MV_*                                                                 */
+} DSP_MOTION_VECTOR;
+
+#define DSP_VECTOR_FIELD_HEADER_BYTES 48u
+
+/* Bytes of a field with both directions for a w x h level 0 and bw x bh final blocks (about
+ * 230 KB at 1280x720 with 8x8 blocks).  A forward-only field needs 48 + 8 x columns x rows. */
+#define DSP_VECTOR_FIELD_BYTES(w, h, bw, bh) \
+  (DSP_VECTOR_FIELD_HEADER_BYTES + 16u * (((w) + (bw) - 1u) / (bw)) * (((h) + (bh) - 1u) / (bh)))
 
 /* ---------------------------------------------------------------------------------------------
  * Exports
@@ -1061,8 +1182,47 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter
                                                            DSP_FRAME_RATE_CONVERT_PARAMS *pParams,
                                                            uint32_t ulUnused);
 
-/* Block motion vectors.  E_POINTER for a null record (before the handle is looked at), E_HANDLE
- * for a handle that is not a live converter.  Not yet available: answers DSP_E_NOTIMPL. */
+/* Block motion vectors between two mip-map pyramids.  pParams points to a
+ * DSP_MOTION_VECTORS_PARAMS (all 160 / 184 bytes are read).  E_POINTER for a null record (before
+ * the handle is looked at), E_HANDLE for a handle that is not a live converter (its state is not
+ * used).  E_INVALIDARG, with not a byte of the field written, for: a null level list; a level
+ * count outside 1..5 or two different counts; a level (of those counts) with a null buffer, a
+ * format other than 263, an empty region, a region leaving its image, a stride below the image
+ * width, or a side above 16384; levels of A and B of different sizes; a level that is not the one
+ * before halved (either rounding); search settings outside the bounds above; ulLevels above the
+ * count; a null field or ulVectorFieldBytes below 48 + 8 x entries; a non-zero ulReserved word.
+ * E_OUTOFMEMORY when work memory cannot be had.  Otherwise S_OK and the field is written.
+ * Each level is read as the top-down picture of its region (bottom-up images through their
+ * orientation); eInterlace, eBufferType and eColorSpace are not read.
+ *
+ * The search, per direction (forward A -> B, then backward B -> A), from level ulLevels - 1 down:
+ *   - Every search block of a level gets candidates: the parent level's vector (doubled) at the
+ *     block's centre and at the parent's four neighbours, zero, the global vector (component
+ *     median of the parent field, unless DSP_MOTION_NO_GLOBAL), the prior field's vector at the
+ *     block's centre (pPriorField, when its header has the same size and blocks; scaled to the
+ *     level), and for the backward field the forward vector of the same block negated.  All are
+ *     whole pixels of the level and clipped to the reach.
+ *   - Cost = SAD x 64 / n (n the block's pixels) + lambda x |v - m| (pixels of the level, L1),
+ *     with m the component median of the 3x3 blocks around it in the previous pass.  Ties go to
+ *     the shorter vector, then to the earlier candidate.
+ *   - When the best candidate's mean absolute difference exceeds ulLevelThreshold[k], every
+ *     vector within +-range of it (at the coarsest level also of zero) is tried; otherwise a
+ *     diamond of one-pixel steps walks downhill within +-range.  Then pass 2: each block weighs
+ *     its own vector against its eight neighbours' and walks a diamond when it changes.  Every
+ *     block reads only the previous pass, so the field does not depend on block order or ISA.
+ *   - Level 0: each search block's vector is refined to half, then quarter pixels (the two
+ *     horizontal and two vertical neighbours at each step and the diagonal between the better
+ *     sides; bilinear samples ((4-fx)(4-fy) a + fx(4-fy) b + (4-fx)fy c + fx fy d + 8) >> 4 of
+ *     the four pixels around; pure match); then each block weighs its refined vector against its
+ *     eight neighbours' with lambda against their median (which settles blocks whose texture
+ *     leaves the match open along one direction); then each final block takes the cheapest (with
+ *     lambda, against its own search block's vector) of the 3x3 vectors around it that differ
+ *     from its own by more than half a pixel (the split stage, unless DSP_MOTION_NO_SPLIT).
+ *   - Blocks without detail (DSP_MV_FLAT) cannot be placed by their own content; their vectors
+ *     follow the smoothness term and may be off by more than a quarter pixel.
+ * Samples outside a picture repeat its edge samples.  After both directions, each entry is
+ * checked against the other direction at the point its centre moves to (DSP_MV_INCONSISTENT).
+ * The same inputs give the same field on every CPU and ISA level. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateMotionVectors(DSP_HANDLE hConverter, void *pParams);
 
 /* Builds up to five pyramid levels through the scaler.  E_POINTER for a null record (or a null

@@ -1,0 +1,222 @@
+// One pyramid level of the block search: predictive candidates, cost = SAD + lambda x distance
+// from the neighbourhood's median, an exhaustive window or a small diamond, two passes.
+#include <algorithm>
+
+#include "analysis/motion_search.h"
+
+namespace framedsp {
+namespace {
+
+constexpr int kMaxCandidates = 24;
+
+int32_t iabs(int32_t v) { return v < 0 ? -v : v; }
+int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : (v > hi ? hi : v); }
+
+// Rounds a quarter-pixel value to the nearest whole pixel (halves toward +infinity).
+int32_t whole(int32_t q) { return ((q + 2) >> 2) * 4; }
+
+struct CandidateList {
+  MotionVec v[kMaxCandidates];
+  int n = 0;
+  void add(const MotionVec &c) {
+    for (int i = 0; i < n; ++i) {
+      if (v[i] == c) return;
+    }
+    if (n < kMaxCandidates) v[n++] = c;
+  }
+};
+
+// Evaluates vectors of one block against a fixed prediction and keeps the best.
+class BlockEval {
+ public:
+  BlockEval(const MotionKernels &k, const LevelSearch &s, const MotionBlock &block, MotionVec predicted)
+      : k_(k), s_(s), block_(block), m_(predicted) {}
+
+  bool in_reach(const MotionVec &v) const {
+    return iabs(v.x) <= 4 * s_.reach_x && iabs(v.y) <= 4 * s_.reach_y;
+  }
+
+  // Evaluates v; true when it became the best.
+  bool try_vec(const MotionVec &v) {
+    const uint32_t match = cost16_of_sad(block_, block_sad(k_, block_, s_.b, v.x >> 2, v.y >> 2));
+    const uint64_t cost =
+        match + uint64_t{4} * s_.lambda * static_cast<uint32_t>(iabs(v.x - m_.x) + iabs(v.y - m_.y));
+    if (evaluated_ && !better(cost, v, best_cost_, best_)) return false;
+    evaluated_ = true;
+    best_ = v;
+    best_cost_ = cost;
+    best_match_ = match;
+    return true;
+  }
+
+  // Every whole-pixel vector within +-range of the centre (and inside the reach).
+  void exhaustive(const MotionVec &centre) {
+    for (int32_t dy = -s_.range_y; dy <= s_.range_y; ++dy) {
+      for (int32_t dx = -s_.range_x; dx <= s_.range_x; ++dx) {
+        const MotionVec v{centre.x + 4 * dx, centre.y + 4 * dy};
+        if (in_reach(v)) try_vec(v);
+      }
+    }
+  }
+
+  // Walks downhill over the four whole-pixel neighbours while it stays within +-range of where it
+  // started.
+  void diamond() {
+    static const int32_t kStep[4][2] = {{-4, 0}, {4, 0}, {0, -4}, {0, 4}};
+    const MotionVec origin = best_;
+    const int32_t steps = s_.range_x + s_.range_y;
+    for (int32_t i = 0; i < steps; ++i) {
+      const MotionVec centre = best_;
+      bool moved = false;
+      for (const auto &d : kStep) {
+        const MotionVec v{centre.x + d[0], centre.y + d[1]};
+        if (iabs(v.x - origin.x) > 4 * s_.range_x || iabs(v.y - origin.y) > 4 * s_.range_y) continue;
+        if (in_reach(v) && try_vec(v)) moved = true;
+      }
+      if (!moved) break;
+    }
+  }
+
+  const MotionVec &best() const { return best_; }
+  uint32_t best_match() const { return best_match_; }
+
+ private:
+  const MotionKernels &k_;
+  const LevelSearch &s_;
+  const MotionBlock &block_;
+  MotionVec m_;
+  bool evaluated_ = false;
+  MotionVec best_;
+  uint64_t best_cost_ = 0;
+  uint32_t best_match_ = 0;
+};
+
+MotionVec clip_to_reach(const LevelSearch &s, MotionVec v) {
+  return MotionVec{clamp(whole(v.x), -4 * s.reach_x, 4 * s.reach_x),
+                   clamp(whole(v.y), -4 * s.reach_y, 4 * s.reach_y)};
+}
+
+// Level k + 1's vector at a parent block, scaled to level k.
+MotionVec parent_vec(const LevelSearch &s, int32_t pcol, int32_t prow) {
+  const MotionVec &p = s.parent[clamp(prow, 0, s.parent_grid.rows - 1) * s.parent_grid.cols +
+                                clamp(pcol, 0, s.parent_grid.cols - 1)];
+  return MotionVec{2 * p.x, 2 * p.y};
+}
+
+// The parent block under the centre of block (col, row).
+void parent_of(const LevelSearch &s, int32_t col, int32_t row, int32_t *pcol, int32_t *prow) {
+  const int32_t x = col * s.grid.bw, y = row * s.grid.bh;
+  const int32_t cx = x + std::min(s.grid.bw, s.a.width - x) / 2, cy = y + std::min(s.grid.bh, s.a.height - y) / 2;
+  *pcol = std::min(cx / 2 / s.parent_grid.bw, s.parent_grid.cols - 1);
+  *prow = std::min(cy / 2 / s.parent_grid.bh, s.parent_grid.rows - 1);
+}
+
+// Component-wise median of the parent field, scaled to this level.
+MotionVec global_vec(const LevelSearch &s, MotionVec *scratch) {
+  const int32_t n = s.parent_grid.count();
+  int32_t *values = reinterpret_cast<int32_t *>(scratch);
+  for (int32_t i = 0; i < n; ++i) values[i] = s.parent[i].x;
+  std::nth_element(values, values + n / 2, values + n);
+  const int32_t gx = values[n / 2];
+  for (int32_t i = 0; i < n; ++i) values[i] = s.parent[i].y;
+  std::nth_element(values, values + n / 2, values + n);
+  return MotionVec{2 * gx, 2 * values[n / 2]};
+}
+
+// The candidates of pass 1, in ranking order: parent and its four neighbours, zero, global,
+// temporal, the other direction's vector negated.
+void first_candidates(const LevelSearch &s, int32_t col, int32_t row, bool has_global,
+                      const MotionVec &global, CandidateList *c) {
+  if (s.parent) {
+    int32_t pc, pr;
+    parent_of(s, col, row, &pc, &pr);
+    c->add(clip_to_reach(s, parent_vec(s, pc, pr)));
+    c->add(clip_to_reach(s, parent_vec(s, pc - 1, pr)));
+    c->add(clip_to_reach(s, parent_vec(s, pc + 1, pr)));
+    c->add(clip_to_reach(s, parent_vec(s, pc, pr - 1)));
+    c->add(clip_to_reach(s, parent_vec(s, pc, pr + 1)));
+  }
+  c->add(MotionVec{});
+  if (has_global) c->add(clip_to_reach(s, global));
+  if (s.temporal) {
+    const MotionBlock b = make_block(s.a, s.grid, col, row);
+    const MotionVec t = s.temporal->at((b.x + b.w / 2) << s.level, (b.y + b.h / 2) << s.level);
+    // Level-0 quarter pixels to level-k quarter pixels, rounded to the nearest.
+    const int32_t half = s.level ? 1 << (s.level - 1) : 0;
+    c->add(clip_to_reach(s, MotionVec{(t.x + half) >> s.level, (t.y + half) >> s.level}));
+  }
+  if (s.opposite) {
+    const MotionVec &o = s.opposite[row * s.grid.cols + col];
+    c->add(clip_to_reach(s, MotionVec{-o.x, -o.y}));
+  }
+}
+
+}  // namespace
+
+void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scratch0,
+                  MotionVec *scratch1, MotionVec *out, uint8_t *exhaustive) {
+  const BlockGrid &g = s.grid;
+  const bool has_global = s.parent && s.use_global;
+  const MotionVec global = has_global ? global_vec(s, scratch0) : MotionVec{};
+
+  // Pass 0: the parent field projected onto this level's blocks (zero at the coarsest level)
+  // provides the predictions of pass 1.
+  MotionVec *pass0 = scratch0, *pass1 = scratch1;
+  for (int32_t row = 0; row < g.rows; ++row) {
+    for (int32_t col = 0; col < g.cols; ++col) {
+      MotionVec v;
+      if (s.parent) {
+        int32_t pc, pr;
+        parent_of(s, col, row, &pc, &pr);
+        v = clip_to_reach(s, parent_vec(s, pc, pr));
+      }
+      pass0[row * g.cols + col] = v;
+    }
+  }
+
+  for (int32_t row = 0; row < g.rows; ++row) {
+    for (int32_t col = 0; col < g.cols; ++col) {
+      const MotionBlock block = make_block(s.a, g, col, row);
+      BlockEval eval(k, s, block, median9(pass0, g, col, row));
+      CandidateList c;
+      first_candidates(s, col, row, has_global, global, &c);
+      for (int i = 0; i < c.n; ++i) eval.try_vec(c.v[i]);
+      const bool wide = eval.best_match() > s.threshold * 1024u;
+      if (wide) {
+        eval.exhaustive(eval.best());
+        if (!s.parent) eval.exhaustive(MotionVec{});
+      } else {
+        eval.diamond();
+      }
+      pass1[row * g.cols + col] = eval.best();
+      if (exhaustive) exhaustive[row * g.cols + col] = wide ? 1 : 0;
+    }
+  }
+
+  // Pass 2: the block's own result against its eight neighbours' results of pass 1, judged
+  // against pass 1's medians; a block that changes hands walks a diamond from its new vector.
+  for (int32_t row = 0; row < g.rows; ++row) {
+    for (int32_t col = 0; col < g.cols; ++col) {
+      const MotionVec own = pass1[row * g.cols + col];
+      CandidateList c;
+      c.add(own);
+      for (int32_t dy = -1; dy <= 1; ++dy) {
+        for (int32_t dx = -1; dx <= 1; ++dx) {
+          const int32_t r = row + dy, q = col + dx;
+          if (r >= 0 && r < g.rows && q >= 0 && q < g.cols) c.add(pass1[r * g.cols + q]);
+        }
+      }
+      if (c.n == 1) {  // every neighbour agrees: nothing to weigh
+        out[row * g.cols + col] = own;
+        continue;
+      }
+      const MotionBlock block = make_block(s.a, g, col, row);
+      BlockEval eval(k, s, block, median9(pass1, g, col, row));
+      for (int i = 0; i < c.n; ++i) eval.try_vec(c.v[i]);
+      if (eval.best() != own) eval.diamond();
+      out[row * g.cols + col] = eval.best();
+    }
+  }
+}
+
+}  // namespace framedsp
