@@ -27,20 +27,31 @@ struct Pan {
         a[size_t(y) * w + x] = big[size_t(y + 8) * (w + 64) + x + 8];
         b[size_t(y) * w + x] = big[size_t(y + 11) * (w + 64) + x + 3];  // moved by about (-5, -3)
       }
-    framedsp::EstimateSettings s{};
-    s.levels = 4, s.block_w = s.block_h = 16;
-    const uint32_t ranges[5] = {2, 2, 4, 4, 4};
-    for (int k = 0; k < 5; ++k)
-      s.level_block_w[k] = s.level_block_h[k] = 16, s.range_x[k] = s.range_y[k] = ranges[k], s.threshold[k] = 8;
-    field.resize(framedsp::estimated_field_bytes(w, h, s));
-    framedsp::FrcKernels k;
-    framedsp::frc_kernels_init(&k, framedsp::cpu_flags());
-    framedsp::estimate_field(a.data(), b.data(), w, h, w, s, field.data(), k);
+    const uint32_t ranges[4] = {2, 2, 4, 4};
     DSP_FRAME_RATE_CONVERTER_PARAMS c;
     std::memset(&c, 0, sizeof c);
     c.ulBaseCount = 1, c.lWidth = w, c.lHeight = h, c.ulLevels = 4;
     for (int i = 0; i < 4; ++i) c.ulLevelRangeX[i] = c.ulLevelRangeY[i] = ranges[i];
     DspCreateFrameRateConverter(&c, &handle);
+    // The field the converter makes itself, kept for the runs that are given one.
+    framedsp::FrcJob job;
+    job.width = w, job.height = h, job.stride = w;
+    framedsp::WorkBlock own;
+    uint32_t bytes = 0;
+    const DSP_FRAME_RATE_CONVERT_PARAMS rec = record(false, false);
+    if (framedsp::estimate_own_field(settings(), rec, job, &own, &bytes) == framedsp::kOk)
+      field.assign(static_cast<uint8_t *>(own.aligned()), static_cast<uint8_t *>(own.aligned()) + bytes);
+  }
+  DSP_FRAME_RATE_CONVERTER_PARAMS settings() const {
+    DSP_FRAME_RATE_CONVERTER_PARAMS c;  // as DspCreateFrameRateConverter applies the defaults
+    std::memset(&c, 0, sizeof c);
+    c.ulBaseCount = 1, c.lWidth = w, c.lHeight = h, c.ulLevels = 4, c.ulBlockA = c.ulBlockB = 16;
+    const uint32_t ranges[4] = {2, 2, 4, 4};
+    for (int i = 0; i < 5; ++i) {
+      c.ulLevelRangeX[i] = c.ulLevelRangeY[i] = i < 4 ? ranges[i] : 1;
+      c.ulLevelBlockA[i] = c.ulLevelBlockB[i] = 16, c.ulLevelThreshold[i] = 8;
+    }
+    return c;
   }
   DSP_FRAME_RATE_CONVERT_PARAMS record(bool chroma, bool with_field) {
     DSP_FRAME_RATE_CONVERT_PARAMS p;

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "harness.h"
-#include "framerate/vector_field.h"
 
 namespace {
 

@@ -11,7 +11,6 @@
 #include "frame/cpu.h"
 #include "framedsp/framedsp.h"
 #include "framerate/converter.h"
-#include "framerate/vector_field.h"
 #include "test_util.h"
 
 namespace {

@@ -68,17 +68,6 @@ TEST(FrameRateKernels, SimdEqualsScalar) {
       c.blend(a, b, n, wa, 16384 - wa, bw);
       k.blend(a, b, n, wa, 16384 - wa, bg);
       ASSERT_EQ(0, std::memcmp(bw, bg, size_t(n))) << "blend isa " << isa << " n " << n;
-      const int sw = 1 + int(rng() % 64), sh = 1 + int(rng() % 16);
-      framedsp_test::GuardedBuffer sa(size_t(sh - 1) * 70 + sw, 0), sb(size_t(sh - 1) * 72 + sw, 0);
-      framedsp_test::fill_random(sa.data(), sa.size(), rng);
-      framedsp_test::fill_random(sb.data(), sb.size(), rng);
-      ASSERT_EQ(c.sad(sa.data(), 70, sb.data(), 72, sw, sh), k.sad(sa.data(), 70, sb.data(), 72, sw, sh))
-          << "sad isa " << isa << " " << sw << "x" << sh;
-      const int fx = int(rng() % 4), fy = int(rng() % 4);
-      framedsp_test::GuardedBuffer sq(size_t(sh) * 72 + sw + 1, 0);
-      framedsp_test::fill_random(sq.data(), sq.size(), rng);
-      ASSERT_EQ(c.qsad(sa.data(), 70, sq.data(), 72, sw, sh, fx, fy), k.qsad(sa.data(), 70, sq.data(), 72, sw, sh, fx, fy))
-          << "qpel sad isa " << isa << " " << sw << "x" << sh << " phase " << fx << "," << fy;
     }
   }
 }

@@ -104,6 +104,7 @@ bool record_ok(const DSP_FRAME_RATE_CONVERTER_PARAMS &s, const DSP_FRAME_RATE_CO
   job->band_y0 = int(uint64_t(number - 1) * h / count);
   job->band_y1 = int(uint64_t(number) * h / count);
   frc_kernels_init(&job->k, cpu_flags());
+  motion_kernels_init(&job->mk, cpu_flags());
   return true;
 }
 
@@ -133,33 +134,18 @@ bool scene_cut(const FieldView &f, uint32_t threshold_256) {
   return bad * 256 > uint64_t(threshold_256) * n;
 }
 
-EstimateSettings estimate_settings(const DSP_FRAME_RATE_CONVERTER_PARAMS &s) {
-  EstimateSettings e{};
-  e.levels = s.ulLevels ? s.ulLevels : 4;
-  e.block_w = s.ulBlockA;
-  e.block_h = s.ulBlockB;
-  for (int k = 0; k < 5; ++k) {
-    e.level_block_w[k] = s.ulLevelBlockA[k];
-    e.level_block_h[k] = s.ulLevelBlockB[k];
-    e.range_x[k] = s.ulLevelRangeX[k];
-    e.range_y[k] = s.ulLevelRangeY[k];
-    e.threshold[k] = s.ulLevelThreshold[k];
-  }
-  return e;
-}
-
 HRESULT convert_motion(const DSP_FRAME_RATE_CONVERTER_PARAMS &s, const DSP_FRAME_RATE_CONVERT_PARAMS &p,
                        const FrcJob &job, FieldView field) {
   WorkBlock own_field, private_entries;
   if (!p.pVectorField) {
-    const EstimateSettings e = estimate_settings(s);
-    if (!own_field.allocate(estimated_field_bytes(job.width, job.height, e) + 16)) return kOutOfMemory;
-    const HRESULT hr = estimate_field(job.plane[0].a, job.plane[0].b, job.width, job.height, job.stride, e,
-                                      own_field.aligned(), job.k);
-    if (hr != kOk) return hr;
+    if (job.width < 4 || job.height < 4) {  // too small to search: no window fits
+      convert_without_motion(job, DSP_CONVERT_MODE_BLEND);
+      return kOk;
+    }
     DSP_FRAME_RATE_CONVERT_PARAMS q = p;
+    const HRESULT hr = estimate_own_field(s, p, job, &own_field, &q.ulVectorFieldBytes);
+    if (hr != kOk) return hr;
     q.pVectorField = own_field.aligned();
-    q.ulVectorFieldBytes = static_cast<uint32_t>(estimated_field_bytes(job.width, job.height, e));
     if (!field_ok(q, uint32_t(job.width), uint32_t(job.height), &field)) return kUnexpected;
   }
   const uint32_t fallback = p.ulFallbackThreshold ? p.ulFallbackThreshold : DSP_CONVERT_DEFAULT_FALLBACK_THRESHOLD;
@@ -173,8 +159,7 @@ HRESULT convert_motion(const DSP_FRAME_RATE_CONVERTER_PARAMS &s, const DSP_FRAME
     auto *copy = reinterpret_cast<DSP_MOTION_VECTOR *>(private_entries.aligned());
     std::memcpy(copy, field.fwd, n / (field.bwd ? 2 : 1) * sizeof *copy);
     if (field.bwd) std::memcpy(copy + n / 2, field.bwd, n / 2 * sizeof *copy);
-    refine_field(job.plane[0].a, job.plane[0].b, job.width, job.height, job.stride, field, p.ulRefineThreshold,
-                 copy, field.bwd ? copy + n / 2 : nullptr, job.k);
+    refine_field(job, field, p.ulRefineThreshold, copy, field.bwd ? copy + n / 2 : nullptr);
     field.fwd = copy;
     if (field.bwd) field.bwd = copy + n / 2;
   }

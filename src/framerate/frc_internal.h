@@ -1,12 +1,14 @@
 // Shared pieces of one conversion call: the checked geometry, the field being followed and the
-// stages (vector choice, motion compensation, refinement, the converter's own estimation).
+// stages (vector choice, motion compensation, refinement, the converter's own field).
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
+#include "analysis/motion_search.h"
+#include "frame/status.h"
+#include "frame/work_memory.h"
 #include "framerate/frc_kernels.h"
-#include "framerate/vector_field.h"
 
 namespace framedsp {
 
@@ -31,6 +33,7 @@ struct FrcJob {
   uint32_t occlusion_threshold = 4;  // quarter pixels
   int band_y0 = 0, band_y1 = 0;      // output lines [y0, y1)
   FrcKernels k{};
+  MotionKernels mk{};  // block matching: the bilateral cost and refinement
 };
 
 // A field to follow: forward entries (A -> B) and, when present, backward entries (B -> A).
@@ -62,31 +65,20 @@ inline int32_t side_a_offset(int32_t v64, uint32_t phase) {
 // memory is refused, else S_OK.
 int32_t convert_along_field(const FrcJob &job, const FieldView &field);
 
-// Sum of |A(x) - B(x + v)| over a block with B sampled bilinearly at quarter pixels (v in quarter
-// pixels), edges repeated: the match cost of refinement and of the converter's own estimation.
-uint32_t qpel_sad(const uint8_t *a, const uint8_t *b, int width, int height, ptrdiff_t stride, int x0,
-                  int y0, int w, int h, int vx, int vy, const FrcKernels &k);
+// Searches again, at full resolution, the forward (and backward) entries whose cost exceeds
+// `threshold`, writing them into `fwd` and `bwd` (a private copy of the field's entries).
+void refine_field(const FrcJob &job, const FieldView &field, uint32_t threshold, DSP_MOTION_VECTOR *fwd,
+                  DSP_MOTION_VECTOR *bwd);
 
-// Searches again the forward (and backward) entries whose cost exceeds `threshold`, at full
-// resolution, in `entries` (a private copy of the field's entries).
-void refine_field(const uint8_t *a, const uint8_t *b, int width, int height, ptrdiff_t stride,
-                  const FieldView &field, uint32_t threshold, DSP_MOTION_VECTOR *fwd, DSP_MOTION_VECTOR *bwd,
-                  const FrcKernels &k);
+// Pyramid levels of the converter's own field for a width x height picture: ulLevels (0 = 4),
+// fewer while the coarsest level would be below 16 pixels in a direction.
+uint32_t own_field_levels(const DSP_FRAME_RATE_CONVERTER_PARAMS &s, int width, int height);
 
-// Settings of the converter's own estimation (from its creation record).
-struct EstimateSettings {
-  uint32_t levels;
-  uint32_t block_w, block_h;
-  uint32_t level_block_w[5], level_block_h[5];
-  uint32_t range_x[5], range_y[5];
-  uint32_t threshold[5];
-};
-
-// Bytes of the field the converter estimates for a width x height picture.
-size_t estimated_field_bytes(int width, int height, const EstimateSettings &s);
-// Estimates forward and backward vectors between plane 1 of A and B into `field` (header and
-// entries, estimated_field_bytes long).  E_OUTOFMEMORY or S_OK.
-int32_t estimate_field(const uint8_t *a, const uint8_t *b, int width, int height, ptrdiff_t stride,
-                       const EstimateSettings &s, void *field, const FrcKernels &k);
+// The converter's own field between plane 1 of the record's frames: their pyramids as
+// DspCreateMipMaps makes them (linear filter), then DspCreateMotionVectors's search in both
+// directions with the converter's search settings (ulLevels from own_field_levels, ranges at most
+// a quarter of the picture).  *field receives the field, *field_bytes its size.
+HRESULT estimate_own_field(const DSP_FRAME_RATE_CONVERTER_PARAMS &s, const DSP_FRAME_RATE_CONVERT_PARAMS &p,
+                           const FrcJob &job, WorkBlock *field, uint32_t *field_bytes);
 
 }  // namespace framedsp

@@ -1,6 +1,5 @@
 #include "framerate/frc_kernels.h"
 
-#include <cstdlib>
 
 #include "frame/cpu.h"
 #include "resample/resample.h"
@@ -55,25 +54,6 @@ void mc_blend_c(const int16_t *a, const int16_t *b, int n, int wa, int wb, uint8
   }
 }
 
-uint32_t sad_c(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b, int w, int h) {
-  uint32_t sum = 0;
-  for (int y = 0; y < h; ++y, a += stride_a, b += stride_b)
-    for (int x = 0; x < w; ++x) sum += static_cast<uint32_t>(std::abs(a[x] - b[x]));
-  return sum;
-}
-
-uint32_t qpel_sad_c(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b, int w, int h,
-                    int fx, int fy) {
-  const int w00 = (4 - fx) * (4 - fy), w01 = fx * (4 - fy), w10 = (4 - fx) * fy, w11 = fx * fy;
-  uint32_t sum = 0;
-  for (int y = 0; y < h; ++y, a += stride_a, b += stride_b)
-    for (int x = 0; x < w; ++x) {
-      const int s = (w00 * b[x] + w01 * b[x + 1] + w10 * b[x + stride_b] + w11 * b[x + stride_b + 1] + 8) >> 4;
-      sum += uint32_t(std::abs(a[x] - s));
-    }
-  return sum;
-}
-
 uint32_t frc_isas_built() {
 #if defined(FRAMEDSP_HAVE_X86)
   return kCpuSSE2 | kCpuAVX2;
@@ -85,8 +65,6 @@ uint32_t frc_isas_built() {
 void frc_kernels_init(FrcKernels *k, uint32_t cpu_flags) {
   k->tile = mc_tile_c;
   k->blend = mc_blend_c;
-  k->sad = sad_c;
-  k->qsad = qpel_sad_c;
 #if defined(FRAMEDSP_HAVE_X86)
   if (cpu_flags & kCpuSSE2) frc_init_sse2(k);
   if (cpu_flags & kCpuAVX2) frc_init_avx2(k);

@@ -1,5 +1,5 @@
 // Kernels of the frame-rate conversion: motion compensation of one tile at 1/64 pixel, the
-// weighted blend of two compensated tiles, and block SADs.
+// weighted blend of two compensated tiles.
 //
 // Fixed point: filter rows are 6 taps in Q14 (sum 16384) at 64 phases, taps at x - 2 .. x + 3.
 // The horizontal pass keeps t = (sum c s + 128) >> 8 (the sample in Q6, |t| < 2^15), the
@@ -43,21 +43,9 @@ using McTileKernel = void (*)(const uint8_t *src, ptrdiff_t stride, int w, int h
                               const int16_t *vrow, int16_t *dst);
 // out[i] = clamp((wa a[i] + wb b[i] + 2^19) >> 20, 0, 255) for i < n; wa + wb = 16384.
 using McBlendKernel = void (*)(const int16_t *a, const int16_t *b, int n, int wa, int wb, uint8_t *out);
-// Sum of |a - b| over a w x h block.
-using SadKernel = uint32_t (*)(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b,
-                               int w, int h);
-
-// Sum of |a - s| over a w x h block, s the bilinear sample of b at (x + fx / 4, y + fy / 4):
-// ((4 - fx)(4 - fy) b00 + fx (4 - fy) b01 + (4 - fx) fy b10 + fx fy b11 + 8) >> 4, fx, fy in
-// 0..3.  Reads (w + 1) x (h + 1) samples of b.
-using QpelSadKernel = uint32_t (*)(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b,
-                                   int w, int h, int fx, int fy);
-
 struct FrcKernels {
   McTileKernel tile;
   McBlendKernel blend;
-  SadKernel sad;
-  QpelSadKernel qsad;
 };
 
 // Scalar kernels, then what `cpu_flags` allows on this build.
@@ -67,10 +55,6 @@ uint32_t frc_isas_built();
 void mc_tile_c(const uint8_t *src, ptrdiff_t stride, int w, int h, int step, const int16_t *hrow,
                const int16_t *vrow, int16_t *dst);
 void mc_blend_c(const int16_t *a, const int16_t *b, int n, int wa, int wb, uint8_t *out);
-uint32_t sad_c(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b, int w, int h);
-uint32_t qpel_sad_c(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b, int w, int h,
-                    int fx, int fy);
-
 #if defined(FRAMEDSP_HAVE_X86)
 void frc_init_sse2(FrcKernels *k);
 void frc_init_avx2(FrcKernels *k);

@@ -97,7 +97,8 @@ uint32_t Converter::bilateral_cost(const Tile &t, Vec v, uint32_t penalty) const
   uint32_t sum = 0;
   if (std::min(ax, bx) >= 0 && std::min(ay, by) >= 0 && std::max(ax, bx) + t.w <= j_.width &&
       std::max(ay, by) + t.h <= j_.height) {
-    sum = j_.k.sad(a + ay * j_.stride + ax, j_.stride, b + by * j_.stride + bx, j_.stride, t.w, t.h);
+    sum = j_.mk.sad(a + ay * j_.stride + ax, j_.stride, b + by * j_.stride + bx, j_.stride, uint32_t(t.w),
+                    uint32_t(t.h));
   } else {
     for (int y = 0; y < t.h; ++y) {
       for (int x = 0; x < t.w; ++x) {

@@ -79,29 +79,11 @@ void mc_blend_avx2(const int16_t *a, const int16_t *b, int n, int wa, int wb, ui
   if (i < n) mc_blend_sse2_body(a + i, b + i, n - i, wa, wb, out + i);
 }
 
-uint32_t sad_avx2(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b, int w, int h) {
-  if (w < 32) return sad_sse2_body(a, stride_a, b, stride_b, w, h);
-  __m256i acc = _mm256_setzero_si256();
-  uint32_t rest = 0;
-  const int body = w & ~31;
-  for (int y = 0; y < h; ++y) {
-    const uint8_t *la = a + y * stride_a, *lb = b + y * stride_b;
-    for (int x = 0; x < body; x += 32)
-      acc = _mm256_add_epi64(acc, _mm256_sad_epu8(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(la + x)),
-                                                  _mm256_loadu_si256(reinterpret_cast<const __m256i *>(lb + x))));
-  }
-  if (body < w) rest = sad_sse2_body(a + body, stride_a, b + body, stride_b, w - body, h);
-  const __m128i s = _mm_add_epi64(_mm256_castsi256_si128(acc), _mm256_extracti128_si256(acc, 1));
-  return uint32_t(_mm_cvtsi128_si32(s)) + uint32_t(_mm_cvtsi128_si32(_mm_srli_si128(s, 8))) + rest;
-}
-
 }  // namespace
 
 void frc_init_avx2(FrcKernels *k) {
   k->tile = mc_tile_avx2;
   k->blend = mc_blend_avx2;
-  k->sad = sad_avx2;
-  k->qsad = qpel_sad_sse2_body;
 }
 
 }  // namespace framedsp

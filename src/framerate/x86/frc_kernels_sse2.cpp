@@ -5,8 +5,6 @@ namespace framedsp {
 void frc_init_sse2(FrcKernels *k) {
   k->tile = mc_tile_sse2_body;
   k->blend = mc_blend_sse2_body;
-  k->sad = sad_sse2_body;
-  k->qsad = qpel_sad_sse2_body;
 }
 
 }  // namespace framedsp

@@ -74,47 +74,5 @@ inline void mc_blend_sse2_body(const int16_t *a, const int16_t *b, int n, int wa
   if (i < n) mc_blend_c(a + i, b + i, n - i, wa, wb, out + i);
 }
 
-inline uint32_t sad_sse2_body(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b, int w, int h) {
-  __m128i acc = _mm_setzero_si128();
-  uint32_t tail = 0;
-  for (int y = 0; y < h; ++y, a += stride_a, b += stride_b) {
-    int x = 0;
-    for (; x + 16 <= w; x += 16)
-      acc = _mm_add_epi64(acc, _mm_sad_epu8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(a + x)),
-                                            _mm_loadu_si128(reinterpret_cast<const __m128i *>(b + x))));
-    if (x + 8 <= w) {
-      acc = _mm_add_epi64(acc, _mm_sad_epu8(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(a + x)),
-                                            _mm_loadl_epi64(reinterpret_cast<const __m128i *>(b + x))));
-      x += 8;
-    }
-    for (; x < w; ++x) tail += uint32_t(std::abs(a[x] - b[x]));
-  }
-  return uint32_t(_mm_cvtsi128_si32(acc)) + uint32_t(_mm_cvtsi128_si32(_mm_srli_si128(acc, 8))) + tail;
-}
-
-inline uint32_t qpel_sad_sse2_body(const uint8_t *a, ptrdiff_t stride_a, const uint8_t *b, ptrdiff_t stride_b,
-                                   int w, int h, int fx, int fy) {
-  const __m128i w00 = _mm_set1_epi16(short((4 - fx) * (4 - fy))), w01 = _mm_set1_epi16(short(fx * (4 - fy)));
-  const __m128i w10 = _mm_set1_epi16(short((4 - fx) * fy)), w11 = _mm_set1_epi16(short(fx * fy));
-  const __m128i eight = _mm_set1_epi16(8);
-  const int body = w & ~7;
-  __m128i acc = _mm_setzero_si128();
-  for (int y = 0; y < h; ++y) {
-    const uint8_t *la = a + y * stride_a, *l0 = b + y * stride_b, *l1 = l0 + stride_b;
-    for (int x = 0; x < body; x += 8) {
-      // 16 x 255 fits 16 bits
-      __m128i s = _mm_add_epi16(_mm_mullo_epi16(load8_epi16(l0 + x), w00), _mm_mullo_epi16(load8_epi16(l0 + x + 1), w01));
-      s = _mm_add_epi16(s, _mm_mullo_epi16(load8_epi16(l1 + x), w10));
-      s = _mm_add_epi16(s, _mm_mullo_epi16(load8_epi16(l1 + x + 1), w11));
-      s = _mm_srli_epi16(_mm_add_epi16(s, eight), 4);
-      const __m128i px = _mm_packus_epi16(s, _mm_setzero_si128());
-      acc = _mm_add_epi64(acc, _mm_sad_epu8(px, _mm_loadl_epi64(reinterpret_cast<const __m128i *>(la + x))));
-    }
-  }
-  uint32_t sum = uint32_t(_mm_cvtsi128_si32(acc));
-  if (body < w) sum += qpel_sad_c(a + body, stride_a, b + body, stride_b, w - body, h, fx, fy);
-  return sum;
-}
-
 }  // namespace
 }  // namespace framedsp
