@@ -132,7 +132,6 @@ uint32_t pick(const std::string &text, const char *option, const std::vector<con
   throw UsageError(std::string(option) + " is one of " + all + "; got '" + text + "'");
 }
 
-#if defined(DSP_MOTION_DEFAULT_LAMBDA)
 // Streaming: each input's pyramid (DspCreateMipMaps) is made once, each pair's field
 // (DspCreateMotionVectors, both directions) once, and every output of the pair follows it.
 class Stream {
@@ -142,9 +141,8 @@ class Stream {
     while (levels_ < 4 && (width >> levels_) >= 16 && (height >> levels_) >= 16) ++levels_;
     field_.resize(DSP_VECTOR_FIELD_BYTES(width, height, 16u, 16u));
   }
-  // The field from input `pair` to `pair` + 1, or null when the library has no estimator.
+  // The field from input `pair` to `pair` + 1.
   const std::vector<uint8_t> *field(DSP_HANDLE converter, uint64_t pair, const uint8_t *a, const uint8_t *b) {
-    if (!usable_) return nullptr;
     if (field_pair_ == pair) return &field_;
     const DSP_MIPMAP_LEVELS *la = pyramid(converter, pair, a), *lb = pyramid(converter, pair + 1, b);
     DSP_MOTION_VECTORS_PARAMS p;
@@ -159,9 +157,7 @@ class Stream {
       p.ulLevelRangeX[k] = std::max<uint32_t>(std::min(ranges[k], w_ / 4), 1);
       p.ulLevelRangeY[k] = std::max<uint32_t>(std::min(ranges[k], h_ / 4), 1);
     }
-    const DSP_HRESULT hr = DspCreateMotionVectors(converter, &p);
-    if (hr == DSP_E_NOTIMPL) return usable_ = false, nullptr;
-    check_status("DspCreateMotionVectors", hr);
+    check_status("DspCreateMotionVectors", DspCreateMotionVectors(converter, &p));
     field_pair_ = pair;
     return &field_;
   }
@@ -211,9 +207,7 @@ class Stream {
   size_t next_ = 0;
   std::vector<uint8_t> field_;
   uint64_t field_pair_ = UINT64_MAX;
-  bool usable_ = true;
 };
-#endif
 
 class ConvertRate : public FrameCommand {
  public:
@@ -251,12 +245,10 @@ class ConvertRate : public FrameCommand {
     const uint8_t *b = t.phase ? job.input(t.pair + 1) : a;
     double ms = 0;
     const std::vector<uint8_t> *field = nullptr;
-#if defined(DSP_MOTION_DEFAULT_LAMBDA)
     if (t.phase && mode_ == DSP_CONVERT_MODE_MOTION) {
       if (!stream_) stream_ = std::make_unique<Stream>(width_, height_);
       field = stream_->field(converter_, t.pair, a, b);
     }
-#endif
     check_status("DspFrameRateConvert", convert_frame(converter_, width_, height_, luma_only_, a, b, out, t.phase,
                                                       sampling_, false, &ms, field));
     ms_ += ms;
@@ -288,9 +280,7 @@ class ConvertRate : public FrameCommand {
   std::string png_;
   DSP_HANDLE converter_ = nullptr;
   double ms_ = 0;
-#if defined(DSP_MOTION_DEFAULT_LAMBDA)
   std::unique_ptr<Stream> stream_;
-#endif
 };
 
 }  // namespace

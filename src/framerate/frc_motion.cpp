@@ -14,6 +14,9 @@ namespace {
 
 constexpr int32_t kLambda = 4;          // cost per quarter pixel away from the neighbours' median
 constexpr int32_t kLambdaCap = 128;     // at most two grey levels a pixel: evidence beats smoothness
+constexpr int32_t kGlobalLambda = 2;    // cost per quarter pixel away from the picture's median vector
+constexpr int32_t kGlobalCap = 256;     // ... for a block the field trusts ...
+constexpr int32_t kGlobalCapDoubt = 512;  // ... and for one it flags flat, inconsistent or bad
 constexpr uint32_t kOutsidePenalty = 6;  // cost of a pixel one side of which is outside ...
 constexpr uint32_t kOutsideKept = 1;     // ... when the field agrees with the vector on its other side
 constexpr int kMaxCandidates = 12;
@@ -95,10 +98,13 @@ uint32_t Converter::bilateral_cost(const Tile &t, Vec v, uint32_t penalty) const
   const int ax = t.x - iax, ay = t.y - iay, bx = t.x + ibx, by = t.y + iby;
   const uint8_t *a = j_.plane[0].a, *b = j_.plane[0].b;
   uint32_t sum = 0;
-  if (std::min(ax, bx) >= 0 && std::min(ay, by) >= 0 && std::max(ax, bx) + t.w <= j_.width &&
-      std::max(ay, by) + t.h <= j_.height) {
-    sum = j_.mk.sad(a + ay * j_.stride + ax, j_.stride, b + by * j_.stride + bx, j_.stride, uint32_t(t.w),
-                    uint32_t(t.h));
+  // Inside: A at whole pixels and B at A's position + v, at quarter pixels (bilinear), so the two
+  // sides keep v exactly between them.
+  const int qbx = ax + floor_div(v.x, 4), qby = ay + floor_div(v.y, 4);
+  if (ax >= 0 && ay >= 0 && ax + t.w <= j_.width && ay + t.h <= j_.height && qbx >= 0 && qby >= 0 &&
+      qbx + t.w + 1 <= j_.width && qby + t.h + 1 <= j_.height) {
+    sum = j_.mk.sad_q(a + ay * j_.stride + ax, j_.stride, b + qby * j_.stride + qbx, j_.stride, uint32_t(t.w),
+                      uint32_t(t.h), uint32_t(v.x & 3), uint32_t(v.y & 3));
   } else {
     for (int y = 0; y < t.h; ++y) {
       for (int x = 0; x < t.w; ++x) {
@@ -140,13 +146,16 @@ Vec Converter::choose_block(int c, int r) const {
   add(left), add(right), add(up), add(down), add(global_), add({0, 0});
   const Vec med{median3(median3(left.x, right.x, fv.x), up.x, down.x),
                 median3(median3(left.y, right.y, fv.y), up.y, down.y)};
+  const int32_t global_cap =
+      f_.f(c, r).usFlags & (DSP_MV_FLAT | DSP_MV_INCONSISTENT | DSP_MV_BAD) ? kGlobalCapDoubt : kGlobalCap;
   Vec best = cand[0];
   uint32_t best_cost = UINT32_MAX;
   for (int i = 0; i < n; ++i) {
     const bool kept = consistent_a(cx, cy, cand[i]) || consistent_b(cx, cy, cand[i]);
     const uint32_t cost =
         bilateral_cost(t, cand[i], kept ? kOutsideKept : kOutsidePenalty) +
-        uint32_t(std::min(kLambdaCap, kLambda * (std::abs(cand[i].x - med.x) + std::abs(cand[i].y - med.y))));
+        uint32_t(std::min(kLambdaCap, kLambda * (std::abs(cand[i].x - med.x) + std::abs(cand[i].y - med.y)))) +
+        uint32_t(std::min(global_cap, kGlobalLambda * (std::abs(cand[i].x - global_.x) + std::abs(cand[i].y - global_.y))));
     if (cost < best_cost) best_cost = cost, best = cand[i];
   }
   return best;
