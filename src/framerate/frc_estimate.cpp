@@ -57,8 +57,10 @@ HRESULT estimate_own_field(const DSP_FRAME_RATE_CONVERTER_PARAMS &s, const DSP_F
     std::memset(&l, 0, sizeof l);
     l.ulCount = levels;
     l.Levels[0] = plane_image(frames[side]->Buffer.pBuffer, frames[side]->Buffer.ulBytes, w, h, uint32_t(job.stride));
-    for (uint32_t k = 1; k < levels; ++k, next += size_t(w >> k) * (h >> k))
+    for (uint32_t k = 1; k < levels; ++k) {
       l.Levels[k] = plane_image(next, (w >> k) * (h >> k), w >> k, h >> k, w >> k);
+      next += size_t(w >> k) * (h >> k);
+    }
     DSP_MIPMAP_PARAMS mip;
     std::memset(&mip, 0, sizeof mip);
     mip.Base = l.Levels[0];
