@@ -1168,7 +1168,9 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateFrameRateConverter(
  *          then follows the picture's motion).
  *       3. Each quarter of a block (a tile) takes the vectors of the nearest four block centres:
  *          when they differ by at most ulOcclusionThreshold quarter pixels (0 = 4), their
- *          bilinear mix at 1/64 pixel from both sides; otherwise one of them whole: preferring a
+ *          bilinear mix at 1/64 pixel from both sides; otherwise each quarter of the tile (each
+ *          at least 4 x 4 pixels when the tile is 8 x 8 or more) takes the same rule on its own,
+ *          and where they still differ one of them whole: preferring a
  *          vector both fields agree with (both sides), then one only one side's field agrees
  *          with (covered: A only; uncovered: B only), then the least bilateral SAD.  Without
  *          backward entries or with DSP_CONVERT_NO_OCCLUSION only the SAD decides, both sides.

@@ -49,7 +49,8 @@ class Converter {
   bool consistent_a(int32_t cx, int32_t cy, Vec v) const;
   bool consistent_b(int32_t cx, int32_t cy, Vec v) const;
   Vec choose_block(int c, int r) const;
-  void tile_decision(const Tile &t, Vec *v64, Sides *sides) const;
+  bool tile_decision(const Tile &t, Vec *v64, Sides *sides) const;
+  void render_tile(const Tile &t, int y0, int y1, bool top);
   void compensate(const FrcPlane &pl, const Tile &t, Vec v64, Sides sides, int step);
 
   const FrcJob &j_;
@@ -177,7 +178,8 @@ void axis_weights(int start, int len, int block, int count, int *i0, int32_t *w1
   if (*i0 >= count - 1) *i0 = count - 1, *w1 = 0;
 }
 
-void Converter::tile_decision(const Tile &t, Vec *v64, Sides *sides) const {
+// True when the tile's vectors disagree and one of them was chosen whole.
+bool Converter::tile_decision(const Tile &t, Vec *v64, Sides *sides) const {
   int c0, r0;
   int32_t wx, wy;
   axis_weights(t.x, t.w, f_.bw, f_.cols, &c0, &wx);
@@ -195,7 +197,7 @@ void Converter::tile_decision(const Tile &t, Vec *v64, Sides *sides) const {
     int64_t sx = 0, sy = 0;  // Q16 weights times quarter pixels, to 1/64 pixel
     for (int i = 0; i < 4; ++i) sx += int64_t(w[i]) * n[i].x, sy += int64_t(w[i]) * n[i].y;
     *v64 = {int32_t((sx * 16 + 32768) >> 16), int32_t((sy * 16 + 32768) >> 16)};
-    return;
+    return false;
   }
   const bool occlusion = j_.occlusion && f_.bwd;
   const int32_t cx = t.x + t.w / 2, cy = t.y + t.h / 2;
@@ -219,6 +221,7 @@ void Converter::tile_decision(const Tile &t, Vec *v64, Sides *sides) const {
       *sides = s;
     }
   }
+  return true;
 }
 
 // One side of a tile: Q6 samples for bytes [x, x + w) of lines [y, y + h), taken at an offset of
@@ -288,6 +291,26 @@ void Converter::compensate(const FrcPlane &pl, const Tile &t, Vec v64, Sides sid
   }
 }
 
+// A tile whose vectors disagree is decided again in quarters (down to 4 x 4 pixels), so that
+// covered and uncovered strips follow object boundaries closely.  Decisions use a tile's whole
+// extent; only its lines [y0, y1) are made.
+void Converter::render_tile(const Tile &t, int y0, int y1, bool top) {
+  Vec v64;
+  Sides sides;
+  if (tile_decision(t, &v64, &sides) && top && t.w >= 8 && t.h >= 8) {
+    const int hw = (t.w + 1) / 2, hh = (t.h + 1) / 2;
+    for (int q = 0; q < 4; ++q) {
+      const Tile s{t.x + (q & 1) * hw, t.y + (q >> 1) * hh, (q & 1) ? t.w - hw : hw, (q >> 1) ? t.h - hh : hh};
+      const int a = std::max(s.y, y0), b = std::min(s.y + s.h, y1);
+      if (a < b) render_tile(s, a, b, false);
+    }
+    return;
+  }
+  const Tile part{t.x, y0, t.w, y1 - y0};
+  compensate(j_.plane[0], part, v64, sides, 1);
+  if (j_.planes == 2) compensate(j_.plane[1], part, v64, sides, j_.nv16 ? 2 : 1);
+}
+
 void Converter::render_band() {
   for (int r = j_.band_y0 / f_.bh; r * f_.bh < j_.band_y1; ++r) {
     const int y0 = r * f_.bh, h = std::min(f_.bh, j_.height - y0);
@@ -307,12 +330,7 @@ void Converter::render_band() {
           full.x = x0 + (tx ? tw0 : 0);
           full.w = tx ? w - tw0 : tw0;
           if (full.w <= 0) continue;
-          Vec v64;
-          Sides sides;
-          tile_decision(full, &v64, &sides);
-          const Tile part{full.x, ya, full.w, yb - ya};
-          compensate(j_.plane[0], part, v64, sides, 1);
-          if (j_.planes == 2) compensate(j_.plane[1], part, v64, sides, j_.nv16 ? 2 : 1);
+          render_tile(full, ya, yb, true);
         }
       }
     }
