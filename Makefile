@@ -15,7 +15,7 @@ FUZZ_CXX ?= clang++
 FUZZ_CC ?= clang
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := copy filter compare handles scaler subpixel_filter scaler_helper subpixel_scaler_helper mipmaps \
-                motion_vectors
+                motion_vectors frame_rate
 
 .PHONY: all deps build run test test-release test-asan layout32 windows windows64 windows-test windows-test32 \
         windows-test64 windows-check bench bench-frc clean \
@@ -190,7 +190,7 @@ fuzz-corpus:
 	done
 
 # The band and handle stress tests under ThreadSanitizer.
-TSAN_FILTER = *StressBands*:HandleStress*
+TSAN_FILTER = *StressBands*:HandleStress*:FrameRateConvert.OneConverterOnSeveralThreads
 tsan:
 	@if ! echo 'int main(){}' | $(CXX) -fsanitize=thread -x c++ - -o /dev/null >/dev/null 2>&1; then \
 	  echo "tsan: SKIPPED ($(CXX) has no ThreadSanitizer)"; exit 0; fi; \

@@ -85,6 +85,7 @@ scale|--factor
 fit|--mode fill|width|height
 mipmaps|--levels
 vectors|--style arrows|wheel
+convert-rate|--sampling
 generate|-y
 demo|-y
 help|framedsp help compare
@@ -192,6 +193,9 @@ cases <<EOF
 2|--style expects arrows or wheel, got 'dots'|vectors $T/fin.uyvy $T/fin.uyvy $T/x.png -s 8x6 -f gray --style dots
 2|--block must be 8..32|vectors $T/fin.uyvy $T/fin.uyvy $T/x.png -s 8x6 -f gray --block 33
 1|add -y|vectors $T/fin.uyvy $T/fin.uyvy $T/exist -s 8x6 -f gray
+2|missing --from or --to|convert-rate $T/fin.uyvy $T/x -s 12x8 -f gray --to 60
+2|convert-rate reads gray or 263 frames|convert-rate $T/fin.uyvy $T/x -s 12x4 -f uyvy422 --from 30 --to 60
+2|--sampling is one of 6tap, 4tap, bilinear, nearest|convert-rate $T/fin.uyvy $T/x -s 12x8 -f gray --from 1 --to 2 --sampling 8tap
 2|missing destination size (--dst WxH)|fit --src 720x486
 2|--src-aspect must be at least 1|fit --src 720x486 --dst 720x486 --src-aspect 4:0
 2|--src-aspect expects N:D|fit --src 720x486 --dst 720x486 --src-aspect 43
@@ -374,10 +378,21 @@ gray||240|160 96 8 2
 263|--style wheel --block 16|60|160 96 8 2
 EOF
 
+# ---- convert-rate: flat frames 10, 20, 30 at 30 -> 60 give 10, 15, 20, 25, 30; 60 -> 50 gives
+# 10 and the frame 1/5 of the way from 20 to 30 (phase 3277: 22)
+mk "$T/flat.gray" 4608 '10 + 10 * int(i / 1536)'
+run convert-rate --from 30 --to 60 -s 48x32 -pix_fmt gray -i "$T/flat.gray" "$T/cr.gray" --png "$T/cr.png" --log
+[ "$(bytes "$T/cr.gray" | tr ' ' '\n' | uniq | tr '\n' ' ')" = "10 15 20 25 30 " ] || fail "convert-rate 30 -> 60"
+has "$T/out" "output 3: inputs 1-2 phase 8192" "convert-rate --log"
+[ -s "$T/cr.png" ] || fail "convert-rate --png"
+run convert-rate --from 60 --to 50 -s 48x32 -pix_fmt gray -i "$T/flat.gray" "$T/cr2.gray" --sampling 4tap
+[ "$(bytes "$T/cr2.gray" | tr ' ' '\n' | uniq | tr '\n' ' ')" = "10 22 " ] || fail "convert-rate 60 -> 50"
+
 # ---- demo, contact sheet
 run demo --out "$T/demo" -s 64x32 --frames 3
 for f in report.txt index.html clip_0.png diff_0_1.png diff_key.png copy_0.png fields_rebuilt.png \
-  bt709.png fir7_50.png box9x9.png scaled_720.png scaled_sd_hd.png fit.png mipmaps.png vectors.png; do
+  bt709.png fir7_50.png box9x9.png scaled_720.png scaled_sd_hd.png fit.png mipmaps.png vectors.png \
+  convert_rate.png; do
   [ -s "$T/demo/$f" ] || fail "demo: $f missing"
 done
 png_is "$T/demo/diff_0_1.png" "128 32 8 0"

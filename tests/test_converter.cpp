@@ -134,7 +134,7 @@ uint32_t exact_q14(float num, float den) {
 TEST(Converter, AllOptionalWordsZeroTakeTheDefaults) {
   DSP_FRAME_RATE_CONVERTER_PARAMS p = minimal_record();
   p.ulReserved2 = 0x22;  // carried words are copied unchecked
-  p.ulReserved9[1] = 0x1010;
+  p.eConvertMode = 0x1010;
   p.ulReserved17 = 17;
   p.ulReserved40[6] = 46;
   p.bReserved47[0] = 0xA7;
@@ -461,8 +461,8 @@ TEST(Converter, LiveHandleReachesTheOperations) {
   Converter c;
   ASSERT_EQ(c.status(), DSP_S_OK);
   const HandleExportResults r = call_handle_exports(c.handle());
-  EXPECT_EQ(r.convert, DSP_E_NOTIMPL);
-  // A zeroed motion record names no pyramids.
+  // Zeroed records name no frames and no pyramids.
+  EXPECT_EQ(r.convert, DSP_E_INVALIDARG);
   EXPECT_EQ(r.vectors, DSP_E_INVALIDARG);
   // Past the handle check the pyramid reads its record: a zeroed one has no level list.
   EXPECT_EQ(r.mipmaps, DSP_E_POINTER);
@@ -503,7 +503,7 @@ TEST(Converter, ThrowingOperationGivesEUnexpectedAndKeepsTheCount) {
     EXPECT_EQ(r.mipmaps, DSP_E_UNEXPECTED);
     EXPECT_EQ(references_of(c.handle()), 1);
   }
-  EXPECT_EQ(call_handle_exports(c.handle()).convert, DSP_E_NOTIMPL);
+  EXPECT_EQ(call_handle_exports(c.handle()).convert, DSP_E_INVALIDARG);
 }
 
 TEST(Converter, ThrowDuringCreationGivesEUnexpectedAndFreesTheObject) {

@@ -267,7 +267,7 @@ const std::vector<ExportCase> &export_cases() {
         {"all_ones_handle", [](Rig &r) { return DspFrameRateConvert(kAllOnes, &r.convert, 7); },
          kHdl}},
        nullptr, [](Rig &r) { return DspFrameRateConvert(r.converter, &r.convert, 0xFFFFFFFFu); },
-       kNotImpl, true},
+       DSP_E_INVALIDARG, true},  // the zeroed record has no frames
       {"DspCreateMotionVectors", "DspCreateMotionVectors",
        {{"null_record", [](Rig &r) { return DspCreateMotionVectors(r.converter, nullptr); }, kPtr},
         {"null_record_bad_handle", [](Rig &) { return DspCreateMotionVectors(nullptr, nullptr); },

@@ -33,16 +33,19 @@ DSP_HANDLE create_converter() {
 }
 
 // Every handle export once; the count of answers that differ from `want`.  `want` is what the
-// handle check decides: E_HANDLE for a bad handle, or E_NOTIMPL for a live one (E_INVALIDARG from the zeroed motion record), where the pyramid
-// gets past the handle and answers E_POINTER for the zeroed record's missing level list.
+// handle check decides: E_HANDLE for a bad handle, or E_NOTIMPL for a live one, where each
+// operation gets past the handle and reads its zeroed record: the pyramid answers E_POINTER for
+// the missing level list, the motion vectors and the conversion E_INVALIDARG for their missing
+// pyramids and frames.
 int use(DSP_HANDLE h, DSP_HRESULT want) {
   DSP_FRAME_RATE_CONVERT_PARAMS convert{};
   DSP_MOTION_VECTORS_PARAMS motion{};
   DSP_MIPMAP_PARAMS mip{};
   const DSP_HRESULT want_motion = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_INVALIDARG;
   const DSP_HRESULT want_mip = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_POINTER;
+  const DSP_HRESULT want_convert = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_INVALIDARG;
   int wrong = 0;
-  wrong += DspFrameRateConvert(h, &convert, 0) != want;
+  wrong += DspFrameRateConvert(h, &convert, 0) != want_convert;
   wrong += DspCreateMotionVectors(h, &motion) != want_motion;
   wrong += DspCreateMipMaps(h, &mip) != want_mip;
   return wrong;

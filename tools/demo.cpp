@@ -12,6 +12,7 @@
 #include "demo.h"
 #include "formats.h"
 #include "frame_loop.h"
+#include "frame_rate_calls.h"
 
 namespace framedsp {
 namespace cli {
@@ -480,6 +481,37 @@ bool step_vectors(Demo &demo, StepReport *report, std::string *error) {
   return true;
 }
 
+// The clip at four times its frame rate: frames 0 and 1 as format 263 (luma, NV16 chroma), the
+// frame halfway between them, and the same with the vectors drawn into its luma.
+bool step_convert_rate(Demo &demo, StepReport *report, std::string *error) {
+  const RawLayout &l = demo.layout;
+  const uint32_t count = 4 * uint32_t(demo.frames.size());
+  const size_t bytes = size_t(l.width) * l.height * 2;
+  std::vector<uint8_t> a(bytes), b(bytes), out(bytes), drawn(bytes), uyvy(l.frame_bytes);
+  uyvy_to_nv16(render_clip_frame(l.width, l.height, 0, count).data(), l.width, l.height, a.data());
+  uyvy_to_nv16(render_clip_frame(l.width, l.height, 1, count).data(), l.width, l.height, b.data());
+  const DSP_HANDLE converter = frame_rate_converter(l.width, l.height, DSP_CONVERT_MODE_MOTION);
+  double ms = 0, drawn_ms = 0;
+  DSP_HRESULT hr = convert_frame(converter, l.width, l.height, false, a.data(), b.data(), out.data(), 8192, 0, false, &ms);
+  if (hr == DSP_S_OK)
+    hr = convert_frame(converter, l.width, l.height, false, a.data(), b.data(), drawn.data(), 8192, 0, true, &drawn_ms);
+  if (hr != DSP_S_OK) {
+    char text[64];
+    std::snprintf(text, sizeof text, "DspFrameRateConvert returned 0x%08X", unsigned(hr));
+    *error = text;
+    return false;
+  }
+  nv16_to_uyvy(out.data(), l.width, l.height, uyvy.data());
+  if (!save_png(demo, "convert_rate.png", preview(l, uyvy.data()), error) ||
+      !save_png(demo, "convert_rate_vectors.png", gray_strip({drawn.data()}, l.width, l.height), error))
+    return false;
+  report->entries.push_back({"convert_rate.png", "DspFrameRateConvert: the clip at 4x its rate, frame 0.5, "
+                                                 "motion-compensated, 6-tap, NV16 chroma", {}, ms});
+  report->entries.push_back({"convert_rate_vectors.png", "DspFrameRateConvert: the same with each block's vector "
+                                                         "drawn into the luma", {}, drawn_ms});
+  return true;
+}
+
 struct Step {
   const char *title;
   bool (*run)(Demo &, StepReport *, std::string *);
@@ -500,6 +532,7 @@ const Step kSteps[] = {
     {"DspScalerHelper: 4:3 fitted into 16:9, then DspScaler", step_fit},
     {"DspCreateMipMaps: pyramid of frame 0's luma", step_mipmaps},
     {"DspCreateMotionVectors: frame 0 to frame 1", step_vectors},
+    {"DspFrameRateConvert: between frames 0 and 1 at 4x the rate", step_convert_rate},
 };
 
 // The demo writes into a folder of its own: a new or empty one, or one an earlier demo wrote
@@ -577,7 +610,9 @@ const char kHelp[] =
     "DspFilter: a 7-tap FIR low-pass at 50 % and a 9x9 box blur, each against the original;\n"
     "DspScaler: frame 0 to two thirds of its size (720p from 1080p) field by field and a trip\n"
     "through standard definition and back; DspScalerHelper: the clip as a 4:3 picture fitted\n"
-    "into 16:9, then scaled; DspCreateMipMaps: a pyramid of frame 0's luma.\n"
+    "into 16:9, then scaled; DspCreateMipMaps: a pyramid of frame 0's luma;\n"
+    "DspFrameRateConvert: the clip rendered at four times its rate, the frame halfway between\n"
+    "its frames 0 and 1, and its vectors.\n"
     "Writes the images, DIR/contact_sheet.png (one labelled tile per operation with the PSNR\n"
     "against its source and the time of the call), DIR/report.txt and DIR/index.html with the\n"
     "MSE/PSNR figures and the time each call took.\n"

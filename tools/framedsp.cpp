@@ -12,14 +12,16 @@ namespace cli {
 
 // The commands, one file each (cmd_*.cpp, demo.cpp); `framedsp --help` lists them in this order.
 extern const Command kFormatsCommand, kCompareCommand, kCopyCommand, kFilterCommand,
-    kScaleCommand, kFitCommand, kMipmapsCommand, kVectorsCommand, kGenerateCommand, kDemoCommand,
+    kScaleCommand, kFitCommand, kMipmapsCommand, kVectorsCommand, kConvertRateCommand,
+    kGenerateCommand, kDemoCommand,
     kHelpCommand;
 
 namespace {
 
 const Command *const kCommands[] = {
     &kFormatsCommand, &kCompareCommand, &kCopyCommand,     &kFilterCommand, &kScaleCommand,
-    &kFitCommand,     &kMipmapsCommand, &kVectorsCommand, &kGenerateCommand, &kDemoCommand,
+    &kFitCommand,     &kMipmapsCommand, &kVectorsCommand, &kConvertRateCommand,
+    &kGenerateCommand, &kDemoCommand,
     &kHelpCommand,
 };
 

@@ -63,11 +63,9 @@
  * ----------------------------
  * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspSubPixelFilter, DspScaler (general,
  * fast and filtered paths), DspScalerHelper, DspSubPixelScalerHelper, DspCreateMipMaps,
- * DspCreateFrameRateConverter, DspCreateMotionVectors, and the handle checks of
- * DspFrameRateConvert.
+ * DspCreateFrameRateConverter, DspCreateMotionVectors and DspFrameRateConvert.
  * Not yet available (their algorithms are still open; the frame and handle checks are final and
- * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler, DspSubPixelScaler and the
- * conversion behind DspFrameRateConvert.
+ * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler and DspSubPixelScaler.
  */
 #ifndef FRAMEDSP_FRAMEDSP_H
 #define FRAMEDSP_FRAMEDSP_H
@@ -636,7 +634,9 @@ typedef struct DSP_FRAME_RATE_CONVERTER_PARAMS {
   uint32_t ulReserved5[2];  /* w5, w6                                                       */
   int32_t lWidth;           /* w7:  bounds ulLevelRangeX (at most lWidth / 4)               */
   int32_t lHeight;          /* w8:  bounds ulLevelRangeY (at most lHeight / 4)              */
-  uint32_t ulReserved9[2];  /* w9, w10                                                      */
+  uint32_t ulReserved9;     /* w9                                                           */
+  uint32_t eConvertMode;    /* w10: DSP_CONVERT_MODE_*; read by DspFrameRateConvert (values
+                                    above 2 make every conversion DSP_E_INVALIDARG)         */
   uint32_t ulLevels;        /* w11: at most 5                                               */
   uint32_t ulLevelThreshold[5]; /* w12..16: default 8, at most 255                          */
   uint32_t ulReserved17;        /* w17                                                      */
@@ -652,22 +652,54 @@ typedef struct DSP_FRAME_RATE_CONVERTER_PARAMS {
   uint8_t bReserved47b;         /* w47 byte 3                                               */
 } DSP_FRAME_RATE_CONVERTER_PARAMS;
 
-/* Conversion record, byte-packed (243 bytes on ILP32). */
+/* eConvertMode (creation word 10): how the converter makes a frame between two sources. */
+#define DSP_CONVERT_MODE_MOTION 0u  /* motion-compensated (default)                          */
+#define DSP_CONVERT_MODE_BLEND 1u   /* (wA a + wB b + 8192) >> 14 per byte, no motion          */
+#define DSP_CONVERT_MODE_NEAREST 2u /* the nearer source: A below phase 8192, B from it on     */
+
+/* bConvertFlags bits. */
+#define DSP_CONVERT_REFINE 0x01u       /* search blocks whose usCost exceeds ulRefineThreshold
+                                          again at full resolution before converting          */
+#define DSP_CONVERT_PLAIN_PLANE2 0x02u /* plane 2 is a plain picture moved like the luma, not
+                                          NV16 chroma (Cb Cr pairs at half horizontal
+                                          resolution, moved by (vx / 2, vy))                  */
+#define DSP_CONVERT_LUMA_ONLY 0x04u    /* plane 1 only: plane 2 is neither read nor written   */
+#define DSP_CONVERT_NO_OCCLUSION 0x08u /* no covered / uncovered handling: always both sides  */
+
+/* eSampling: the motion-compensation filter, sampling at 1/64 pixel. */
+#define DSP_SAMPLING_6TAP 0u     /* Lanczos-3, 6 taps (default)                              */
+#define DSP_SAMPLING_4TAP 1u     /* cubic (Catmull-Rom), 4 taps                              */
+#define DSP_SAMPLING_BILINEAR 2u /* 2 taps                                                   */
+#define DSP_SAMPLING_NEAREST 3u  /* the nearest whole sample                                 */
+
+#define DSP_CONVERT_DEFAULT_OCCLUSION_THRESHOLD 4u /* ulOcclusionThreshold 0, quarter pixels  */
+#define DSP_CONVERT_DEFAULT_FALLBACK_THRESHOLD 130u /* ulFallbackThreshold 0, in 1/256        */
+
+/* Conversion record, byte-packed: 243 bytes on ILP32 (pVectorField at 204, ulPhaseQ14 at 208,
+ * ulVectorFieldBytes at 212, ulRefineThreshold at 216, bConvertFlags at 220, bOverlay at 221,
+ * ulSliceCount at 222, ulSliceNumber at 226, ulOcclusionThreshold at 230, ulFallbackThreshold at
+ * 234, eSampling at 238, ulReserved at 239); 259 bytes on LP64 (every field after pVectorField
+ * 12 bytes further on).  See DspFrameRateConvert for what each field means. */
 #pragma pack(push, 1)
 typedef struct DSP_FRAME_RATE_CONVERT_PARAMS {
-  DSP_IMAGE FrameA;         /* first source, weighted by 16384 - ulPhaseQ14        */
-  DSP_IMAGE FrameB;         /* second source, weighted by ulPhaseQ14; its geometry
-                               serves all three frames                            */
-  DSP_IMAGE FrameOut;       /* the frame produced                                 */
-  void *pVectorField;       /* block motion vectors to follow                     */
-  uint32_t ulPhaseQ14;      /* 0..16384                                           */
-  uint32_t ulReserved1;
-  uint32_t ulRefineThreshold;
-  uint8_t bConvertFlags;    /* bit 0: refine blocks over ulRefineThreshold        */
-  uint8_t bOverlay;         /* non-zero: draw the vectors into the output         */
-  uint32_t ulReserved2[4];
-  uint8_t bReserved3;
-  uint32_t ulReserved4;
+  DSP_IMAGE FrameA;              /* first source, weighted by 16384 - ulPhaseQ14             */
+  DSP_IMAGE FrameB;              /* second source, weighted by ulPhaseQ14; its geometry
+                                    serves all three frames                                 */
+  DSP_IMAGE FrameOut;            /* the frame produced                                      */
+  void *pVectorField;            /* a vector field of DspCreateMotionVectors from A to B, or
+                                    NULL: the converter estimates one itself                */
+  uint32_t ulPhaseQ14;           /* 0..16384: the output's time between A (0) and B (16384) */
+  uint32_t ulVectorFieldBytes;   /* readable bytes at pVectorField (ignored when NULL)      */
+  uint32_t ulRefineThreshold;    /* with DSP_CONVERT_REFINE: usCost above this is refined   */
+  uint8_t bConvertFlags;         /* DSP_CONVERT_*                                           */
+  uint8_t bOverlay;              /* non-zero: draw each block's vector into plane 1         */
+  uint32_t ulSliceCount;         /* bands of the output; 0 = 1                              */
+  uint32_t ulSliceNumber;        /* the band produced, from 1; 0 = 1                        */
+  uint32_t ulOcclusionThreshold; /* quarter pixels; 0 = 4                                   */
+  uint32_t ulFallbackThreshold;  /* bad blocks in 1/256 above which the pair is blended;
+                                    0 = 130                                                 */
+  uint8_t eSampling;             /* DSP_SAMPLING_*                                          */
+  uint32_t ulReserved;           /* must be 0                                               */
 } DSP_FRAME_RATE_CONVERT_PARAMS;
 #pragma pack(pop)
 
@@ -1082,9 +1114,77 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScalerHelper(const DSP_SUBPIXE
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateFrameRateConverter(
     const DSP_FRAME_RATE_CONVERTER_PARAMS *pParams, DSP_HANDLE *phConverter);
 
-/* Converts between frame rates with a live converter.  E_HANDLE for a handle that is not a live
- * converter (checked before the record, which is not checked for null).  The third argument is
- * ignored.  Not yet available: a live handle answers DSP_E_NOTIMPL. */
+/* Makes the frame at ulPhaseQ14 between FrameA (0) and FrameB (16384) with a live converter.
+ * E_HANDLE for a handle that is not a live converter (checked first); then E_POINTER for a null
+ * record.  The third argument is ignored.
+ *
+ * Frames.  All three are read as two planes of FrameB's geometry: plane 1 (luma) at pBuffer,
+ * ulWidth x ulHeight bytes with lines ulPrimaryStrideBytes apart, plane 2 at pBuffer + ulHeight x
+ * ulPrimaryStrideBytes with the same geometry.  Plane 2 is NV16 chroma (ulWidth / 2 Cb Cr pairs a
+ * line, moved by half the horizontal motion), or with DSP_CONVERT_PLAIN_PLANE2 a plain picture
+ * moved like the luma, or with DSP_CONVERT_LUMA_ONLY neither read nor written.  Only pBuffer and
+ * ulBytes of FrameA and FrameOut are read, and of FrameB also ulWidth, ulHeight and
+ * ulPrimaryStrideBytes (regions, formats, interlace and orientation are not read: frames are
+ * progressive, top-down).  The whole picture is produced (or the band, below).
+ *
+ * Refusals: DSP_E_INVALIDARG with not a byte written, for: a null frame buffer; a frame whose
+ * ulBytes is below (planes x ulHeight - 1) x stride + ulWidth; a width or height of 0 or above
+ * 16384; a stride below the width; an odd width with NV16 chroma; a phase above 16384; eSampling
+ * above 3; unknown bConvertFlags bits; a non-zero ulReserved; ulSliceNumber above ulSliceCount;
+ * the converter's eConvertMode above 2; and with a field: ulVectorFieldBytes below 48, a header
+ * whose size differs from FrameB's, blocks outside 4..32, a column or row count that is not
+ * ceil(size / block), no forward entries, or ulFieldBytes other than 48 + 8 x entries or above
+ * ulVectorFieldBytes.  A record that passes never makes the library read or write outside the
+ * first ulBytes of its frames, whatever the vectors.  DSP_E_OUTOFMEMORY when work memory is
+ * refused.
+ *
+ * Bands: band n (from 1) of c makes output lines floor((n - 1) h / c) to floor(n h / c) - 1 of both
+ * planes and writes nothing else; any split gives the bytes of one whole call, so a host may run
+ * the bands on several threads.  One converter may serve any number of calls at once (its
+ * settings are only read).  The bytes do not depend on the CPU or its instruction sets.
+ *
+ * What is made (wA = 16384 - phase, wB = phase):
+ *   - phase 0 or 16384: FrameA or FrameB, byte for byte.
+ *   - eConvertMode 1 (blend): (wA a + wB b + 8192) >> 14 per byte; 2 (nearest): A below phase
+ *     8192, B from it on.  Also mode 1 when the field's share of forward blocks flagged
+ *     DSP_MV_BAD is above ulFallbackThreshold / 256 (a scene cut).
+ *   - Otherwise the motion-compensated frame along the field (pVectorField, the forward entries
+ *     and, when present, the backward ones), or with a null pVectorField along the field the
+ *     converter estimates itself from its creation settings (ulLevels, 0 = 4; the per-level
+ *     blocks, ranges and thresholds; ulBlockA x ulBlockB final blocks; both directions):
+ *       1. With DSP_CONVERT_REFINE, entries whose usCost exceeds ulRefineThreshold are searched
+ *          again at full resolution (the neighbours' vectors and zero, a +-8 pixel window, then
+ *          half and quarter pixels) in a private copy; the caller's field is not written.
+ *       2. Each output block (the field's blocks) takes one vector at the output time: among the
+ *          forward vector at the block, the forward vector again at where that vector says the
+ *          block comes from in A, the negated backward vector at the block and at where that one
+ *          leads in B, the four neighbours' forward vectors, the median vector and zero, the one
+ *          whose two sides A(x - p v) and B(x + (1 - p) v) differ least: the bilateral SAD per 64
+ *          pixels, with A at whole pixels and B at that position + v in bilinear quarter pixels
+ *          (where a side leaves the picture, both at whole pixels and a pixel with a side outside
+ *          costing 6, or 1 when the field agrees with v on the other side); plus 4 per quarter
+ *          pixel from the neighbours' median (at most 128) and 2 per quarter pixel from the
+ *          median vector of the picture (at most 256, or 512 for a block whose own entry is
+ *          flagged DSP_MV_FLAT, DSP_MV_INCONSISTENT or DSP_MV_BAD: ambiguous or periodic texture
+ *          then follows the picture's motion).
+ *       3. Each quarter of a block (a tile) takes the vectors of the nearest four block centres:
+ *          when they differ by at most ulOcclusionThreshold quarter pixels (0 = 4), their
+ *          bilinear mix at 1/64 pixel from both sides; otherwise each quarter of the tile (each
+ *          at least 4 x 4 pixels when the tile is 8 x 8 or more) takes the same rule on its own,
+ *          and where they still differ one of them whole: preferring a
+ *          vector both fields agree with (both sides), then one only one side's field agrees
+ *          with (covered: A only; uncovered: B only), then the least bilateral SAD.  Without
+ *          backward entries or with DSP_CONVERT_NO_OCCLUSION only the SAD decides, both sides.
+ *       4. Each side is sampled at 1/64 pixel with eSampling's filter (6-tap Lanczos-3, 4-tap
+ *          Catmull-Rom, bilinear, nearest; Q14 taps, edges repeated), horizontally then
+ *          vertically, kept in 1/64 of a grey level, and the output is
+ *          clamp((wA a + wB b + 2^19) >> 20); a side whose sample lies more than half a pixel
+ *          outside the picture is dropped for that pixel (the other one is used alone).
+ *   - bOverlay non-zero: plane 1 shows each block's forward vector, drawn after the block in
+ *     raster order of blocks: bytes set to 0 in the 3 x 3 around the block's centre, then to 255
+ *     along the line (Bresenham, both ends) from the centre to centre + v rounded to whole pixels,
+ *     clipped to the picture and the band.  A drawing covers the blocks before it and its own;
+ *     later blocks are produced over it.  Exact copies, blends and scene cuts draw nothing. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter,
                                                            DSP_FRAME_RATE_CONVERT_PARAMS *pParams,
                                                            uint32_t ulUnused);

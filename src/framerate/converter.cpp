@@ -10,6 +10,7 @@
 #include "analysis/motion_settings.h"
 #include "frame/guard.h"
 #include "frame/trace.h"
+#include "framerate/frc_convert.h"
 
 namespace framedsp {
 
@@ -90,9 +91,8 @@ HRESULT DspFrameRateConverter::Initialise(const DSP_FRAME_RATE_CONVERTER_PARAMS 
   return search_ok ? kOk : kInvalidArg;
 }
 
-HRESULT DspFrameRateConverter::Convert(DSP_FRAME_RATE_CONVERT_PARAMS * /*params*/) {
-  worker_entry("DspFrameRateConvert");
-  return kNotImpl;
+HRESULT DspFrameRateConverter::Convert(DSP_FRAME_RATE_CONVERT_PARAMS *params) {
+  return frame_rate_convert(settings_, params);
 }
 
 HRESULT create_frame_rate_converter(const DSP_FRAME_RATE_CONVERTER_PARAMS *params,
