@@ -1235,7 +1235,11 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter
  *     blocks whose texture leaves the match open along one direction; then each final block
  *     takes the cheapest (with lambda, against its own search block's vector) of the 3x3 vectors
  *     around it that differ from its own by more than half a pixel (the split stage, unless
- *     DSP_MOTION_NO_SPLIT).
+ *     DSP_MOTION_NO_SPLIT).  The refinement and the settling weigh a block whose matches at the
+ *     vectors they compare would read samples outside B on the part of the block whose samples
+ *     all lie inside B (when there is one): repeated edge samples say nothing about where a block
+ *     lies between two pixels, so on a pan the blocks at the picture's edges keep the vector of
+ *     their real content.  Their cost and DSP_MV_OUTSIDE still describe the whole block.
  *   - Blocks without detail (DSP_MV_FLAT) cannot be placed by their own content; their vectors
  *     follow the global motion or the smoothness term and may be off by more than a quarter
  *     pixel where the picture does not move as a whole.

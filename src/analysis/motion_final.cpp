@@ -115,6 +115,29 @@ bool outside(const FinalStage &f, const MotionBlock &b, const MotionVec &v) {
          ((qy + 3) >> 2) + b.h > f.b.height;
 }
 
+// The part of a block whose samples at every whole-pixel offset lo..hi (per axis, inclusive) lie
+// inside the target.  False when that is the whole block, or nothing of it.  Edge-repeated
+// samples say nothing about where a block lies between two pixels, so sub-pixel decisions are
+// taken on this part alone.
+bool inside_part(const MotionPlane &target, const MotionBlock &b, MotionVec lo, MotionVec hi, MotionBlock *out) {
+  const int32_t x0 = std::max(b.x, -lo.x), x1 = std::min(b.x + b.w, target.width - hi.x);
+  const int32_t y0 = std::max(b.y, -lo.y), y1 = std::min(b.y + b.h, target.height - hi.y);
+  if (x0 >= x1 || y0 >= y1 || (x0 == b.x && y0 == b.y && x1 == b.x + b.w && y1 == b.y + b.h)) return false;
+  *out = b;
+  out->x = x0;
+  out->y = y0;
+  out->w = x1 - x0;
+  out->h = y1 - y0;
+  out->a = b.a + (y0 - b.y) * b.a_stride + (x0 - b.x);
+  const uint32_t n = static_cast<uint32_t>(out->w * out->h);
+  out->recip = ((1u << 26) + n / 2) / n;
+  return true;
+}
+
+// Whole-pixel offsets (per axis) the matches of v read: a fraction reads one pixel more.
+MotionVec read_lo(const MotionVec &v) { return MotionVec{v.x >> 2, v.y >> 2}; }
+MotionVec read_hi(const MotionVec &v) { return MotionVec{(v.x + 3) >> 2, (v.y + 3) >> 2}; }
+
 // Offset (quarter pixels, -2..2) of the vertex of the parabola through the matches one whole
 // pixel before, at and after a vector; halves round away from zero, so mirrored inputs give
 // mirrored offsets.
@@ -182,24 +205,31 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
       f.refined[i] = own;
       continue;
     }
+    // Every vector weighed here lies within a pixel of `own`; where their matches reach outside
+    // the target, only the part of the block inside it is weighed (and its sums are not kept).
+    const MotionBlock whole = make_block(f.a, sg, i % sg.cols, i / sg.cols);
+    MotionBlock part;
+    const bool cut = inside_part(f.b, whole, MotionVec{(own.x >> 2) - 1, (own.y >> 2) - 1},
+                                 MotionVec{(own.x >> 2) + 1, (own.y >> 2) + 1}, &part);
+    const MotionBlock &b = cut ? part : whole;
     uint32_t a[5] = {};
-    if (f.around) {
+    if (f.around && !cut) {
       std::copy(f.around + 5 * i, f.around + 5 * i + 5, a);
     } else {
-      around_of(k, f, make_block(f.a, sg, i % sg.cols, i / sg.cols), own, a);
+      around_of(k, f, b, own, a);
     }
     const MotionVec r{clamp(own.x + vertex(a[1], a[0], a[2]), -4 * f.reach_x, 4 * f.reach_x),
                       clamp(own.y + vertex(a[3], a[0], a[4]), -4 * f.reach_y, 4 * f.reach_y)};
     // The vertex lands within a quarter pixel or so of the best match; a quarter-pixel step
     // around it settles the rest.
-    const MotionBlock b = make_block(f.a, sg, i % sg.cols, i / sg.cols);
     uint32_t sx, sy;
     split_of(f, b, &sx, &sy);
-    FinalEval eval(k, f, b, own, 0, sx, sy);  // pure match: a smoothness term would pull to `own`
-    eval.consider(r);
+    FinalEval eval(k, f, b, own, 0, cut ? static_cast<uint32_t>(b.w) : sx, cut ? static_cast<uint32_t>(b.h) : sy);
+    eval.consider(r);  // pure match: a smoothness term would pull to `own`
     quarter_step(&eval);
     f.refined[i] = eval.best().v;
     f.parts[i] = eval.best_parts();
+    f.parts[i].known = !cut;
     xs[placed] = f.refined[i].x;
     ys[placed++] = f.refined[i].y;
   }
@@ -236,11 +266,20 @@ void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global
         continue;
       }
       const bool loose = has_global && f.loose[i];
-      const MotionBlock block = make_block(f.a, sg, col, row);
+      MotionVec lo = read_lo(own), hi = read_hi(own);
+      for (int j = 0; j < n; ++j) {
+        lo = MotionVec{std::min(lo.x, read_lo(cand[j]).x), std::min(lo.y, read_lo(cand[j]).y)};
+        hi = MotionVec{std::max(hi.x, read_hi(cand[j]).x), std::max(hi.y, read_hi(cand[j]).y)};
+      }
+      const MotionBlock whole = make_block(f.a, sg, col, row);
+      MotionBlock part;
+      const bool cut = inside_part(f.b, whole, lo, hi, &part);  // as in refine()
+      const MotionBlock &block = cut ? part : whole;
       uint32_t sx, sy;
       split_of(f, block, &sx, &sy);
+      if (cut) sx = static_cast<uint32_t>(block.w), sy = static_cast<uint32_t>(block.h);
       FinalEval eval(k, f, block, loose ? global : median9(f.refined, sg, col, row), f.lambda, sx, sy);
-      if (f.parts[i].known) {
+      if (f.parts[i].known && !cut) {
         eval.take(f.parts[i]);
       } else {
         eval.consider(own);
@@ -248,6 +287,7 @@ void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global
       for (int j = 0; j < n; ++j) eval.consider(cand[j]);
       f.settled[i] = eval.best().v;
       f.parts[i] = eval.best_parts();
+      f.parts[i].known = !cut;
     }
   }
 }
