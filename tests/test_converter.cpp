@@ -2,8 +2,6 @@
 // ratios and the derived count, handle checks of the three handle exports, and the exception
 // guard (E_UNEXPECTED with reference counts and memory intact).
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <cstdint>
@@ -18,6 +16,7 @@
 #include "platform/handle.h"
 #include "framedsp/framedsp.h"
 #include "framerate/converter.h"
+#include "test_os.h"
 
 namespace {
 
@@ -135,7 +134,7 @@ uint32_t exact_q14(float num, float den) {
 TEST(Converter, AllOptionalWordsZeroTakeTheDefaults) {
   DSP_FRAME_RATE_CONVERTER_PARAMS p = minimal_record();
   p.ulReserved2 = 0x22;  // carried words are copied unchecked
-  p.ulReserved9[1] = 0x1010;
+  p.eConvertMode = 0x1010;
   p.ulReserved17 = 17;
   p.ulReserved40[6] = 46;
   p.bReserved47[0] = 0xA7;
@@ -410,9 +409,10 @@ HandleExportResults call_handle_exports(DSP_HANDLE h) {
   std::memset(&convert, 0, sizeof convert);
   DSP_MIPMAP_PARAMS mipmaps;
   std::memset(&mipmaps, 0, sizeof mipmaps);
-  uint32_t vectors[64] = {};
+  DSP_MOTION_VECTORS_PARAMS vectors;
+  std::memset(&vectors, 0, sizeof vectors);
   return HandleExportResults{DspFrameRateConvert(h, &convert, 0),
-                             DspCreateMotionVectors(h, vectors), DspCreateMipMaps(h, &mipmaps)};
+                             DspCreateMotionVectors(h, &vectors), DspCreateMipMaps(h, &mipmaps)};
 }
 
 void expect_bad_handle(DSP_HANDLE h, const std::string &what) {
@@ -428,11 +428,7 @@ TEST(Converter, BadHandlesGiveEHandle) {
   expect_bad_handle(reinterpret_cast<DSP_HANDLE>(uintptr_t{0xFFFFFFFFu}), "0xFFFFFFFF");
   expect_bad_handle(reinterpret_cast<DSP_HANDLE>(~uintptr_t{0}), "all ones");
 
-  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-  void *gone = mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(gone, MAP_FAILED);
-  ASSERT_EQ(munmap(gone, page), 0);
-  expect_bad_handle(gone, "unmapped page");
+  expect_bad_handle(framedsp_test::unmapped_address(), "unmapped page");
 
   std::unique_ptr<uint64_t[]> block(new uint64_t[32]());
   expect_bad_handle(block.get(), "unrelated block");
@@ -465,8 +461,9 @@ TEST(Converter, LiveHandleReachesTheOperations) {
   Converter c;
   ASSERT_EQ(c.status(), DSP_S_OK);
   const HandleExportResults r = call_handle_exports(c.handle());
-  EXPECT_EQ(r.convert, DSP_E_NOTIMPL);
-  EXPECT_EQ(r.vectors, DSP_E_NOTIMPL);
+  // Zeroed records name no frames and no pyramids.
+  EXPECT_EQ(r.convert, DSP_E_INVALIDARG);
+  EXPECT_EQ(r.vectors, DSP_E_INVALIDARG);
   // Past the handle check the pyramid reads its record: a zeroed one has no level list.
   EXPECT_EQ(r.mipmaps, DSP_E_POINTER);
   EXPECT_EQ(references_of(c.handle()), 1) << "each call drops the reference it took";
@@ -506,7 +503,7 @@ TEST(Converter, ThrowingOperationGivesEUnexpectedAndKeepsTheCount) {
     EXPECT_EQ(r.mipmaps, DSP_E_UNEXPECTED);
     EXPECT_EQ(references_of(c.handle()), 1);
   }
-  EXPECT_EQ(call_handle_exports(c.handle()).convert, DSP_E_NOTIMPL);
+  EXPECT_EQ(call_handle_exports(c.handle()).convert, DSP_E_INVALIDARG);
 }
 
 TEST(Converter, ThrowDuringCreationGivesEUnexpectedAndFreesTheObject) {

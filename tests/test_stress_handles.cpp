@@ -3,9 +3,6 @@
 // handles; concurrent creation draws distinct identities; and two processes creating converters
 // at the same time never share an identity.  Run under ThreadSanitizer by `make tsan`.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstring>
@@ -16,6 +13,7 @@
 
 #include "platform/handle.h"
 #include "framedsp/framedsp.h"
+#include "test_os.h"
 #include "test_util.h"
 
 namespace {
@@ -35,16 +33,20 @@ DSP_HANDLE create_converter() {
 }
 
 // Every handle export once; the count of answers that differ from `want`.  `want` is what the
-// handle check decides: E_HANDLE for a bad handle, or E_NOTIMPL for a live one, where the pyramid
-// gets past the handle and answers E_POINTER for the zeroed record's missing level list.
+// handle check decides: E_HANDLE for a bad handle, or E_NOTIMPL for a live one, where each
+// operation gets past the handle and reads its zeroed record: the pyramid answers E_POINTER for
+// the missing level list, the motion vectors and the conversion E_INVALIDARG for their missing
+// pyramids and frames.
 int use(DSP_HANDLE h, DSP_HRESULT want) {
   DSP_FRAME_RATE_CONVERT_PARAMS convert{};
-  uint32_t motion[16] = {};
+  DSP_MOTION_VECTORS_PARAMS motion{};
   DSP_MIPMAP_PARAMS mip{};
+  const DSP_HRESULT want_motion = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_INVALIDARG;
   const DSP_HRESULT want_mip = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_POINTER;
+  const DSP_HRESULT want_convert = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_INVALIDARG;
   int wrong = 0;
-  wrong += DspFrameRateConvert(h, &convert, 0) != want;
-  wrong += DspCreateMotionVectors(h, motion) != want;
+  wrong += DspFrameRateConvert(h, &convert, 0) != want_convert;
+  wrong += DspCreateMotionVectors(h, &motion) != want_motion;
   wrong += DspCreateMipMaps(h, &mip) != want_mip;
   return wrong;
 }
@@ -61,18 +63,14 @@ TEST(HandleStress, OneConverterUnderContentionWithBadHandles) {
   DSP_HANDLE stale = create_converter();
   ASSERT_EQ(framedsp::HandleObject::lookup(stale)->release(), 0);
 
-  // An unmapped page and a page without read access, each holding a self word that would pass.
-  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-  auto *gone = static_cast<uintptr_t *>(
-      mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  auto *locked = static_cast<uintptr_t *>(
-      mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  ASSERT_NE(gone, MAP_FAILED);
-  ASSERT_NE(locked, MAP_FAILED);
-  gone[1] = reinterpret_cast<uintptr_t>(gone);
+  // An unmapped page, and a page without access holding a self word that would pass.
+  const size_t page = framedsp_test::page_size();
+  void *gone = framedsp_test::unmapped_address();
+  auto *locked = reinterpret_cast<uintptr_t *>(framedsp_test::map_pages(page));
+  ASSERT_NE(gone, nullptr);
+  ASSERT_NE(locked, nullptr);
   locked[1] = reinterpret_cast<uintptr_t>(locked);
-  ASSERT_EQ(munmap(gone, page), 0);
-  ASSERT_EQ(mprotect(locked, page, PROT_NONE), 0);
+  ASSERT_TRUE(framedsp_test::protect_pages(locked, page));
 
   // A foreign block shaped like an object whose self word names another address.
   std::vector<uintptr_t> foreign(8, 0);
@@ -124,7 +122,7 @@ TEST(HandleStress, OneConverterUnderContentionWithBadHandles) {
   EXPECT_EQ(wrong_bad.load(), 0) << "a bad handle was accepted";
   EXPECT_EQ(object->references(), 1) << "references not restored";
   EXPECT_EQ(framedsp::HandleObject::lookup(live), object);
-  munmap(locked, page);
+  framedsp_test::unmap_pages(locked, page);
   // The converter has no destroy export; the test drops the creation reference itself.
   EXPECT_EQ(object->release(), 0);
   EXPECT_EQ(framedsp::HandleObject::lookup(live), nullptr);
@@ -174,66 +172,28 @@ TEST(HandleStress, ConcurrentCreationDrawsDistinctIdentities) {
 // Two processes create converters through the export at the same time; their identities, drawn
 // from the machine-wide counter, never coincide.
 TEST(HandleStress, IdentityStaysUniqueAcrossTwoProcesses) {
-  if (access("/dev/shm", W_OK | X_OK) != 0) GTEST_SKIP() << "/dev/shm is unavailable: ids are process-local";
+  if (const char *why = framedsp_test::named_memory_missing()) GTEST_SKIP() << why;
   constexpr int kEach = 500;
-  int go[2], out[2];
-  ASSERT_EQ(pipe(go), 0);
-  ASSERT_EQ(pipe(out), 0);
-  const pid_t pid = fork();
-  ASSERT_GE(pid, 0);
-  auto create_ids = [&] {
+  std::string error;
+  const auto drawn = framedsp_test::draw_in_processes(1, [] {
     std::vector<uint32_t> ids;
     for (int i = 0; i < kEach; ++i) {
       DSP_FRAME_RATE_CONVERTER_PARAMS p{};
       p.ulBaseCount = 1;
       p.lWidth = p.lHeight = 16;  // the default range of 1 needs extents of 4 or more
       DSP_HANDLE h = nullptr;
-      if (DspCreateFrameRateConverter(&p, &h) != DSP_S_OK) return std::vector<uint32_t>{};
+      if (DspCreateFrameRateConverter(&p, &h) != DSP_S_OK) break;
       framedsp::HandleObject *o = framedsp::HandleObject::lookup(h);
       ids.push_back(o->id());
       o->release();
     }
     return ids;
-  };
-  if (pid == 0) {
-    close(go[1]);
-    close(out[0]);
-    char byte;
-    if (read(go[0], &byte, 1) != 0) _exit(4);
-    const std::vector<uint32_t> ids = create_ids();
-    if (ids.size() != kEach) _exit(3);
-    const char *p = reinterpret_cast<const char *>(ids.data());
-    size_t left = ids.size() * sizeof(uint32_t);
-    while (left > 0) {
-      const ssize_t n = write(out[1], p, left);
-      if (n <= 0) _exit(5);
-      p += n;
-      left -= static_cast<size_t>(n);
-    }
-    _exit(0);
-  }
-  close(go[0]);
-  close(out[1]);
-  close(go[1]);  // both start now
-  const std::vector<uint32_t> mine = create_ids();
-  std::vector<uint32_t> theirs(kEach);
-  char *p = reinterpret_cast<char *>(theirs.data());
-  size_t left = theirs.size() * sizeof(uint32_t);
-  while (left > 0) {
-    const ssize_t n = read(out[0], p, left);
-    if (n <= 0) break;
-    p += n;
-    left -= static_cast<size_t>(n);
-  }
-  close(out[0]);
-  int status = 0;
-  ASSERT_EQ(waitpid(pid, &status, 0), pid);
-  ASSERT_TRUE(WIFEXITED(status));
-  ASSERT_EQ(WEXITSTATUS(status), 0);
-  ASSERT_EQ(left, 0u);
-  ASSERT_EQ(mine.size(), size_t{kEach});
-  std::set<uint32_t> all(mine.begin(), mine.end());
-  all.insert(theirs.begin(), theirs.end());
+  }, &error);
+  ASSERT_EQ(drawn.size(), 2u) << error;
+  ASSERT_EQ(drawn[0].size(), size_t{kEach});
+  ASSERT_EQ(drawn[1].size(), size_t{kEach});
+  std::set<uint32_t> all(drawn[0].begin(), drawn[0].end());
+  all.insert(drawn[1].begin(), drawn[1].end());
   EXPECT_EQ(all.size(), 2u * kEach) << "an identity appeared in both processes";
   EXPECT_EQ(all.count(0u), 0u);
 }

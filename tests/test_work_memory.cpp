@@ -1,13 +1,13 @@
 // Work memory: the aligned start of a work line and block ownership
 // (every block committed is released exactly once, injected failures leak nothing).
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
 #include <vector>
 
 #include "platform/work_memory.h"
+#include "test_os.h"
 
 namespace {
 
@@ -91,7 +91,7 @@ TEST(WorkMemory, ZeroSizedBlockIsRefused) {
 }
 
 TEST(WorkMemory, BlocksAreWritableOverTheirWholeSize) {
-  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t page = framedsp_test::page_size();
   for (size_t bytes : {size_t{1}, size_t{17}, page - 1, page, page + 1, size_t{1} << 20}) {
     WorkBlock block;
     ASSERT_TRUE(block.allocate(bytes)) << bytes;

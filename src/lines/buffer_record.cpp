@@ -9,8 +9,6 @@
 
 namespace framedsp {
 
-namespace {
-
 void normalise_side(DSP_IMAGE *image) {
   if (image->eImageOrientation != DSP_ORIENTATION_BOTTOM_UP) return;
   // Modulo 2^32, the arithmetic of the 32-bit ABI; a region that does not fit gives a wild offset
@@ -20,6 +18,7 @@ void normalise_side(DSP_IMAGE *image) {
   image->Buffer.Region.ptOffset.y = static_cast<int32_t>(y);
 }
 
+namespace {
 
 #if defined(__GNUC__)
 #define FRAMEDSP_PRINTF_METHOD [[gnu::format(printf, 2, 3)]]

@@ -9,6 +9,7 @@ namespace framedsp {
 // Bottom-up re-measure of the region on a private copy: for each side whose orientation is 1,
 // ptOffset.y = ulHeight - Region.ulHeight - ptOffset.y.
 void normalise_orientation(DSP_BUFFER *copy);
+void normalise_side(DSP_IMAGE *image);  // the same for one image
 
 // Diagnostic dump of a buffer record: message box on Windows, stderr elsewhere.  Developer aid;
 // no operation calls it.  format_buffer_dump writes the text (returns its length, truncating to

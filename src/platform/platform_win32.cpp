@@ -54,6 +54,26 @@ SECURITY_ATTRIBUTES *section_attributes() {
   return &security.attributes;
 }
 
+// Every page of [address, address + n) committed and readable.  Checked before the copy, since
+// not every system's ReadProcessMemory refuses no-access pages of the calling process (Wine's
+// reads them), and a guard page must not be tripped.
+bool pages_readable(const void *address, size_t n) {
+  constexpr DWORD kReadable = PAGE_READONLY | PAGE_READWRITE | PAGE_WRITECOPY | PAGE_EXECUTE_READ |
+                              PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
+  uintptr_t at = reinterpret_cast<uintptr_t>(address);
+  const uintptr_t end = at + n;
+  if (end < at) return false;
+  while (at < end) {
+    MEMORY_BASIC_INFORMATION info;
+    if (VirtualQuery(reinterpret_cast<LPCVOID>(at), &info, sizeof info) == 0) return false;
+    if (info.State != MEM_COMMIT || (info.Protect & PAGE_GUARD) || !(info.Protect & kReadable)) {
+      return false;
+    }
+    at = reinterpret_cast<uintptr_t>(info.BaseAddress) + info.RegionSize;
+  }
+  return true;
+}
+
 }  // namespace
 
 void *vm_allocate(size_t bytes) {
@@ -98,6 +118,7 @@ void shared_counter_close() {
 const char *shared_counter_name() { return kSectionName; }
 
 bool probe_read(const void *address, void *out, size_t n) {
+  if (!pages_readable(address, n)) return false;
 #if defined(_MSC_VER)
   __try {
     std::memcpy(out, address, n);
@@ -107,7 +128,8 @@ bool probe_read(const void *address, void *out, size_t n) {
   }
   return true;
 #else
-  // No structured exception handling here: the kernel copies and reports unreadable pages.
+  // No structured exception handling here: the kernel copies, which fails cleanly should another
+  // thread have freed the pages since they were checked.
   SIZE_T got = 0;
   return ReadProcessMemory(GetCurrentProcess(), address, out, n, &got) && got == n;
 #endif

@@ -104,17 +104,4 @@ HRESULT scaler_helper_worker(const DSP_SCALER_HELPER_IN *in, DSP_SCALER_HELPER_O
   return kOk;
 }
 
-// The sub-pixel helper's records are not fixed yet, so there is nothing to refuse.
-HRESULT subpixel_scaler_helper_validate(const void *in) {
-  (void)in;
-  return kOk;
-}
-
-HRESULT subpixel_scaler_helper_worker(const void *in, void *out) {
-  worker_entry("DspSubPixelScalerHelper");
-  (void)in;
-  (void)out;
-  return kNotImpl;
-}
-
 }  // namespace framedsp
