@@ -327,27 +327,18 @@ TEST(ResamplePlan, BandsEqualOneRunAndCoverageBlendsOnlyTheBorder) {
 }
 
 TEST(ResamplePlan, RefusesWhatItCannotHold) {
-  Job job(6, 2, 10, 10, 20, 20);
-  framedsp::ResamplePlan plan;
-  job.s.kernel = 4;
-  EXPECT_EQ(framedsp::resample_plan_build(job.s, 0, &plan), framedsp::kInvalidArg);
-  job.s.kernel = 2;
-  job.s.cubic_b_q14 = 16385;
-  EXPECT_EQ(framedsp::resample_plan_build(job.s, 0, &plan), framedsp::kInvalidArg);
-  job.s.cubic_b_q14 = 0;
-  job.s.phase_bits = 15;
-  EXPECT_EQ(framedsp::resample_plan_build(job.s, 0, &plan), framedsp::kInvalidArg);
-  job.s.phase_bits = 0;
-  job.s.cls = 0;  // 4:2:2: whole groups only
-  job.s.cols.count = 19;
-  EXPECT_EQ(framedsp::resample_plan_build(job.s, 0, &plan), framedsp::kInvalidArg);
-  job.s.cls = 6;
-  job.s.cols.count = 20;
-  job.cols[3] = int64_t{1} << 62;
-  EXPECT_EQ(framedsp::resample_plan_build(job.s, 0, &plan), framedsp::kInvalidArg);
-  job.cols[3] = 0;
-  job.s.cols.widen_q16 = 200u << 16;  // more taps than a row holds
-  EXPECT_EQ(framedsp::resample_plan_build(job.s, 0, &plan), framedsp::kInvalidArg);
+  void (*const spoil[])(Job &) = {
+      [](Job &j) { j.s.kernel = 4; }, [](Job &j) { j.s.cubic_b_q14 = 16385; }, [](Job &j) { j.s.phase_bits = 15; },
+      [](Job &j) { j.s.cls = 0, j.s.cols.count = 19; },  // 4:2:2: whole groups only
+      [](Job &j) { j.cols[3] = int64_t{1} << 62; },
+      [](Job &j) { j.s.cols.widen_q16 = 200u << 16; }};  // more taps than a row holds
+  for (auto f : spoil) {
+    Job job(6, 2, 10, 10, 20, 20);
+    framedsp::ResamplePlan good, plan;
+    ASSERT_EQ(framedsp::resample_plan_build(job.s, 0, &good), 0);
+    f(job);
+    EXPECT_EQ(framedsp::resample_plan_build(job.s, 0, &plan), framedsp::kInvalidArg);
+  }
 }
 
 // The scaler's general path in the engine's terms: positions j * step (step = (src << 14) / dst,
