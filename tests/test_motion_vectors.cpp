@@ -165,7 +165,7 @@ TEST(MotionKernels, EveryIsaMatchesTheScalarKernels) {
       c2[i] = static_cast<uint8_t>(rng());
     }
     // Half the rounds take the 16-wide paths (split after 8 columns, or not by columns).
-    const bool wide = round & 2;
+    const bool wide = (round / 4) & 1;
     const uint32_t w = wide ? 16 : 1 + rng() % 64, h = 1 + rng() % 64, fx = rng() % 4, fy = rng() % 4;
     const uint32_t sx = wide ? 8u << (rng() & 1) : 1 + rng() % w, sy = 1 + rng() % h;
     // Negative strides read bottom-up pictures; one line and column of margin (sad_b4 reads them).
