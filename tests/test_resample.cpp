@@ -182,7 +182,7 @@ TEST(ResamplePlan, ConstantInConstantOutAndEveryLevelMatchesScalar) {
           ASSERT_TRUE(out.bytes[i] == c || (edge == 3 && out.bytes[i] == uint8_t(c ^ 0x55)))
               << "class " << cls << " kernel " << kernel << " edge " << edge << " byte " << i;
         }
-        resample_test::fill_random(src.bytes, rng);
+        framedsp_test::fill_random(src.bytes.data(), src.bytes.size(), rng);
         Picture ref(cls, sz[2], sz[3], 7);
         ASSERT_EQ(job.run(src, ref, 0), 0);
         for (uint32_t level : {uint32_t(framedsp::kCpuSSE2), framedsp::kCpuSSE2 | framedsp::kCpuSSSE3, ~0u}) {
@@ -221,7 +221,7 @@ TEST(ResamplePlan, OffsetByOneColumnShiftsTheSource) {
   for (uint32_t cls : {0u, 4u, 5u, 6u, 9u}) {
     const int32_t g = int32_t(framedsp::resample_group_pixels(cls));
     Picture src(cls, 64, 20), shifted(cls, 64, 20);
-    resample_test::fill_random(src.bytes, rng);
+    framedsp_test::fill_random(src.bytes.data(), src.bytes.size(), rng);
     const size_t gb = framedsp::resample_group_bytes(cls);
     for (int r = 0; r < 20; ++r) std::memcpy(shifted.row(r), src.row(r) + gb, src.stride - gb);
     for (uint32_t kernel : kKernels) {
@@ -292,7 +292,7 @@ TEST(ResamplePlan, BandsEqualOneRunAndCoverageBlendsOnlyTheBorder) {
   const framedsp::WorkMemoryStats before = framedsp::work_memory_stats();
   for (uint32_t cls : {0u, 6u, 10u}) {
     Picture src(cls, 30, 22);
-    resample_test::fill_random(src.bytes, rng);
+    framedsp_test::fill_random(src.bytes.data(), src.bytes.size(), rng);
     Job job(cls, 2, 30, 22, 46, 35, 3 << 20, 5 << 20);
     Picture whole(cls, 46, 35, 1), banded(cls, 46, 35, 1);
     ASSERT_EQ(job.run(src, whole, framedsp::cpu_flags()), 0);
@@ -366,7 +366,7 @@ TEST(ResamplePlan, ScalerPositionsGiveTheScalerLines) {
         job.s.phase_bits = 14;
         job.s.cols.widen_q16 = job.s.rows.widen_q16 = 65536;  // the scaler never widens
         Picture src(cls, sw, 2), out(cls, dw, 3);
-        resample_test::fill_random(src.bytes, rng);
+        framedsp_test::fill_random(src.bytes.data(), src.bytes.size(), rng);
         ASSERT_EQ(job.run(src, out, framedsp::cpu_flags()), 0);
         Picture want(cls, dw, 3);
         std::vector<uint8_t> a(want.stride), b(want.stride);
