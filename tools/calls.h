@@ -73,6 +73,25 @@ struct ScaleChoice {
 DSP_HRESULT scale_frame(const RawLayout &in, const uint8_t *in_pixels, const RawLayout &out,
                         uint8_t *out_pixels, const ScaleChoice &choice);
 
+// ---- DspSubPixelScaler: the fractional region `src` (x, y, w, h) of a whole frame of `in` into
+// the region `dst` of a whole frame of `out`; a region of width 0 is the whole frame.  Staging,
+// the FIR sub-record, interlacing and colour spaces come from `choice`.
+struct SubPixelChoice {
+  uint32_t kernel = DSP_SUBPIXEL_FILTER_CUBIC;
+  uint32_t edge = DSP_SUBPIXEL_EDGE_REPEAT;
+  bool coverage = false;
+  double src[4] = {0, 0, 0, 0};
+  double dst[4] = {0, 0, 0, 0};
+};
+DSP_HRESULT subpixel_scale_frame(const RawLayout &in, const uint8_t *in_pixels, const RawLayout &out,
+                                 uint8_t *out_pixels, const ScaleChoice &choice, const SubPixelChoice &sub);
+
+// "x,y,w,h" (fractions allowed, w and h > 0), "nearest|linear|cubic|lanczos3",
+// "repeat|mirror|fill|untouched"; UsageError when malformed.
+void parse_rect(const std::string &text, const char *option, double rect[4]);
+uint32_t parse_kernel(const std::string &text);
+uint32_t parse_edge(const std::string &text);
+
 // floor(size * factor + 0.5), as the library derives it.
 uint32_t derived_length(uint32_t size, float factor);
 
