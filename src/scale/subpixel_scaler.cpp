@@ -50,6 +50,12 @@ bool to_q32(double v, bool size, int64_t *out) {
 bool mul_div(int64_t a, uint64_t b, uint64_t c, int64_t *out) {
   const bool neg = a < 0;
   const uint64_t ua = neg ? 0 - static_cast<uint64_t>(a) : static_cast<uint64_t>(a);
+  uint64_t q = 0;
+#if defined(__SIZEOF_INT128__)
+  const unsigned __int128 n = static_cast<unsigned __int128>(ua) * b + (c >> 1);
+  if ((n >> 64) >= c) return false;
+  q = static_cast<uint64_t>(n / c);
+#else
   const uint64_t al = ua & 0xFFFFFFFFu, ah = ua >> 32, bl = b & 0xFFFFFFFFu, bh = b >> 32;
   const uint64_t p0 = al * bl, p1 = al * bh, p2 = ah * bl, p3 = ah * bh;
   const uint64_t mid = (p0 >> 32) + (p1 & 0xFFFFFFFFu) + (p2 & 0xFFFFFFFFu);
@@ -58,12 +64,13 @@ bool mul_div(int64_t a, uint64_t b, uint64_t c, int64_t *out) {
   lo += c >> 1;
   if (lo < (c >> 1)) ++hi;
   if (hi >= c) return false;
-  uint64_t q = 0, r = hi;
+  uint64_t r = hi;
   for (int i = 63; i >= 0; --i) {
     r = (r << 1) | ((lo >> i) & 1u);
     q <<= 1;
     if (r >= c) r -= c, q |= 1;
   }
+#endif
   if (q >> 62) return false;
   *out = neg ? -static_cast<int64_t>(q) : static_cast<int64_t>(q);
   return true;
