@@ -218,6 +218,63 @@ DSP_HRESULT subpixel_scale_frame(const RawLayout &in, const uint8_t *in_pixels, 
   return DspSubPixelScaler(&p);
 }
 
+bool kenburns_frame(const RawLayout &in, const uint8_t *in_pixels, const RawLayout &out, uint8_t *out_pixels,
+                    const KenBurnsMove &move, uint32_t phase_q14, double *ms, std::string *error) {
+  DSP_SUBPIXEL_SCALER_HELPER_IN h;
+  std::memset(&h, 0, sizeof h);
+  h.ulSrcAspectNumerator = h.ulSrcWidth = in.width;
+  h.ulSrcAspectDenominator = h.ulSrcHeight = in.height;
+  h.ulDstAspectNumerator = h.ulDstWidth = out.width;
+  h.ulDstAspectDenominator = h.ulDstHeight = out.height;
+  h.ulModeFlags = DSP_SUBPIXEL_SCALER_HELPER_FILL | DSP_SUBPIXEL_SCALER_HELPER_KEEP_INSIDE |
+                  DSP_SUBPIXEL_SCALER_HELPER_CENTRE;
+  h.ViewA = move.from;
+  h.ViewB = move.to;
+  h.ulPhaseQ14 = phase_q14;
+  h.ulEase = move.ease ? DSP_SUBPIXEL_SCALER_HELPER_EASE_SMOOTHSTEP : DSP_SUBPIXEL_SCALER_HELPER_EASE_LINEAR;
+  DSP_SUBPIXEL_SCALER_HELPER_OUT r;
+  std::memset(&r, 0, sizeof r);  // a quiet refusal leaves sizes of 0
+  const auto start = std::chrono::steady_clock::now();
+  DSP_HRESULT status = DspSubPixelScalerHelper(&h, &r);
+  if (status == DSP_S_OK && !(r.dSrcWidth > 0 && r.dDstWidth > 0)) {
+    *error = "DspSubPixelScalerHelper refused the views (zoom >= 1, centres within +-1/2)";
+    return false;
+  }
+  ScaleChoice choice;
+  SubPixelChoice sub;
+  sub.kernel = move.kernel;
+  const double src[4] = {r.dSrcX, r.dSrcY, r.dSrcWidth, r.dSrcHeight};
+  const double dst[4] = {r.dDstX, r.dDstY, r.dDstWidth, r.dDstHeight};
+  std::copy(src, src + 4, sub.src);
+  std::copy(dst, dst + 4, sub.dst);
+  if (status == DSP_S_OK) status = subpixel_scale_frame(in, in_pixels, out, out_pixels, choice, sub);
+  *ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+  if (status != DSP_S_OK) *error = status_text("DspSubPixelScaler", status);
+  return status == DSP_S_OK;
+}
+
+Picture side_by_side(const std::vector<Picture> &pictures) {
+  Picture s;
+  if (pictures.empty()) return s;
+  s.channels = pictures[0].channels;
+  for (const Picture &p : pictures) {
+    s.width += p.width + (s.width ? 4 : 0);
+    s.height = std::max(s.height, p.height);
+  }
+  s.pixels.assign(size_t(s.width) * s.height * size_t(s.channels), 0);
+  uint32_t x = 0;
+  for (const Picture &p : pictures) {
+    if (p.channels == s.channels) {
+      for (uint32_t y = 0; y < p.height; ++y) {
+        std::memcpy(&s.pixels[(size_t(y) * s.width + x) * size_t(s.channels)],
+                    &p.pixels[size_t(y) * p.width * size_t(p.channels)], size_t(p.width) * size_t(p.channels));
+      }
+    }
+    x += p.width + 4;
+  }
+  return s;
+}
+
 void parse_rect(const std::string &text, const char *option, double rect[4]) {
   const char *at = text.c_str();
   char *end = nullptr;

@@ -86,6 +86,21 @@ struct SubPixelChoice {
 DSP_HRESULT subpixel_scale_frame(const RawLayout &in, const uint8_t *in_pixels, const RawLayout &out,
                                  uint8_t *out_pixels, const ScaleChoice &choice, const SubPixelChoice &sub);
 
+// ---- A Ken Burns move: DspSubPixelScalerHelper's view at `phase_q14` (0 = view A .. 16384 =
+// view B) of a source of `src_w` x `src_h` filling `dst_w` x `dst_h` (square pixels, views kept
+// inside the source), then DspSubPixelScaler from that view; *ms is the time of both calls.
+struct KenBurnsMove {
+  DSP_SUBPIXEL_VIEW from{16384, 0, 0};
+  DSP_SUBPIXEL_VIEW to{32768, 0, 0};
+  bool ease = false;
+  uint32_t kernel = DSP_SUBPIXEL_FILTER_CUBIC;
+};
+bool kenburns_frame(const RawLayout &in, const uint8_t *in_pixels, const RawLayout &out, uint8_t *out_pixels,
+                    const KenBurnsMove &move, uint32_t phase_q14, double *ms, std::string *error);
+
+// The pictures left to right, 4 black pixels apart, top-aligned (the first one's channels).
+Picture side_by_side(const std::vector<Picture> &pictures);
+
 // "x,y,w,h" (fractions allowed, w and h > 0), "nearest|linear|cubic|lanczos3",
 // "repeat|mirror|fill|untouched"; UsageError when malformed.
 void parse_rect(const std::string &text, const char *option, double rect[4]);
