@@ -488,7 +488,8 @@ typedef struct DSP_SCALER_PARAMS {
  * Statuses: DSP_S_OK; DSP_E_POINTER for a null image address; DSP_E_INVALIDARG for any setting
  * outside the ranges below, a reserved word or bit that is not 0, a NaN, infinite, negative or
  * zero region size, a region value beyond +-2^28, a format or interlace pair not taken, a
- * band beyond the count, and (filtered worker) a filter sub-record DspFilter would refuse;
+ * band beyond the count, a reduction too strong for the kernel (more than 96 taps after widening
+ * and the low-pass), and (filtered worker) a filter sub-record DspFilter would refuse;
  * DSP_E_OUTOFMEMORY when work memory cannot be had.  Every refusal comes before the first byte
  * is written; work memory is released on every path.
  *
