@@ -9,7 +9,8 @@
  * The records below are the binary interface shared with the host.  Every record keeps its field
  * order.  32-bit fields are uint32_t (int32_t where signed, float where a 32-bit float), addresses
  * are real pointers, doubles are doubles and 8-bit fields are uint8_t.  Reserved words keep their
- * place and are never read or written by the library.
+ * place and are never written by the library; it reads only those a record documents as "must
+ * be 0" (refusing other values, so that they can be given a meaning later).
  *
  * Under a 32-bit (ILP32) compiler every record has the byte offsets of the original 32-bit
  * Windows interface, e.g. DSP_BUFFER is 148 bytes with Out at 68 and DSP_SCALER_PARAMS has its
