@@ -2,6 +2,7 @@
 // random texture, reach, boundaries, flat areas, scene cuts, odd sizes, ISA independence, refusals.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -443,6 +444,45 @@ TEST(MotionVectors, RefusedRecordsWriteNothing) {
   framedsp::work_memory_fail_at(1);
   EXPECT_EQ(estimate(a, b, 16).status, DSP_E_OUTOFMEMORY);
   framedsp::work_memory_fail_at(0);
+}
+
+
+// A whole-pixel pan of a texture interpolated between random values 4 pixels apart: every block
+// whose match lies inside the picture gets the exact vector, both ways, with the frame-rate
+// converter's settings (3 levels, ranges 2) and with the defaults.
+TEST(MotionVectors, WholePixelPansAreExact) {
+  constexpr int w = 128, h = 64;
+  std::mt19937 rng(3);
+  std::vector<int> grid(35 * 18);
+  for (int &g : grid) g = int(rng() % 256);
+  auto picture = [&](int dx, int dy) {  // moved by (dx, dy), edges repeated
+    std::vector<uint8_t> p(w * h);
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) {
+        const int sx = std::clamp(x - dx, 0, w - 1), sy = std::clamp(y - dy, 0, h - 1), fx = sx % 4, fy = sy % 4;
+        const int *c = &grid[sy / 4 * 35 + sx / 4];
+        p[y * w + x] = uint8_t(((4 - fx) * (4 - fy) * c[0] + fx * (4 - fy) * c[1] + (4 - fx) * fy * c[35] + fx * fy * c[36]) / 16);
+      }
+    return p;
+  };
+  const Pyramid a(picture(0, 0), w, h, 4);
+  for (const auto &[dx, dy] : {std::pair{-5, 3}, {3, 5}, {6, -4}, {-7, -6}, {2, 0}, {0, -3}}) {
+    const Pyramid b(picture(dx, dy), w, h, 4);
+    for (const bool own : {true, false}) {
+      const Field e = estimate(a, b, 16, [&](DSP_MOTION_VECTORS_PARAMS &p) {
+        if (own) p.ulLevels = 3, std::fill_n(p.ulLevelRangeX, 5, 2u), std::fill_n(p.ulLevelRangeY, 5, 2u);
+      });
+      ASSERT_EQ(e.status, DSP_S_OK);
+      for (int dir = 0; dir < 2; ++dir)
+        for (int i = 0; i < e.count(); ++i) {
+          const int vx = dir ? -dx : dx, vy = dir ? -dy : dy, x = i % 8 * 16 + vx, y = i / 8 * 16 + vy;
+          const DSP_MOTION_VECTOR &v = e.at(dir, i);
+          if (x >= 0 && y >= 0 && x + 16 <= w && y + 16 <= h)
+            EXPECT_TRUE(v.sX == 4 * vx && v.sY == 4 * vy) << "pan " << dx << "," << dy << (own ? " converter's" : " default")
+                << " settings, direction " << dir << ", block " << i << ": " << v.sX << "," << v.sY;
+        }
+    }
+  }
 }
 
 }  // namespace

@@ -66,8 +66,9 @@ class BlockEval {
     return true;
   }
 
-  // Every whole-pixel vector within +-range of the centre (and inside the reach).
-  void exhaustive(const MotionVec &centre) {
+  // Every whole-pixel vector within +-range of the centre (and inside the reach).  The centre is
+  // taken by value: it is often best_, which moves while the window is searched.
+  void exhaustive(const MotionVec centre) {
     for (int32_t dy = -s_.range_y; dy <= s_.range_y; ++dy) {
       for (int32_t dx = -s_.range_x; dx <= s_.range_x; ++dx) {
         const MotionVec v{centre.x + 4 * dx, centre.y + 4 * dy};
