@@ -17,7 +17,7 @@ FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := copy filter compare handles scaler subpixel_filter scaler_helper mipmaps
 
 .PHONY: all deps build run test test-release test-asan layout32 windows windows-test windows-check bench clean \
-        fuzz fuzz-build fuzz-corpus tsan
+        fuzz fuzz-build fuzz-corpus tsan mutate
 
 all: build
 
@@ -134,6 +134,14 @@ tsan:
 	  -DFRAMEDSP_TSAN=ON -DFRAMEDSP_BENCH=OFF -DFRAMEDSP_TOOLS=OFF; \
 	$(CMAKE) --build $(TSAN_BUILD) -j $(JOBS) --target framedsp_tests && \
 	TSAN_OPTIONS=halt_on_error=1 ./$(TSAN_BUILD)/tests/framedsp_tests --gtest_filter='$(TSAN_FILTER)'
+
+# The mutation measure of the suite: MUTANTS faults drawn from SEED, planted one at a time in a
+# snapshot of REV (build-mutate/), at low priority on one job.  Resumes an interrupted run.
+MUTANTS ?= 400
+SEED ?= 1
+REV ?= HEAD
+mutate:
+	python3 scripts/mutate --rev $(REV) -n $(MUTANTS) --seed $(SEED) $(MUTATE_FLAGS)
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(WIN_BUILD) $(FUZZ_BUILD) $(TSAN_BUILD) out
