@@ -8,6 +8,9 @@
 #include <cstring>
 #include <new>
 
+#include "frame/cpu.h"
+#include "frame/work_memory.h"
+
 namespace framedsp_test {
 
 GuardedBuffer::GuardedBuffer(size_t size, size_t margin, uint8_t fill) : size_(size), margin_(margin) {
@@ -86,5 +89,83 @@ DSP_SUBPIXEL_IMAGE fractional(const DSP_IMAGE &d, double fx, double fy, double f
   s.ulFlags = d.ulFlags;
   return s;
 }
+
+uint32_t main_bytes(uint32_t format) {
+  switch (format) {
+    case 0: case 17: case 22: case 31: return 4;
+    case 1: case 5: return 3;
+    case 21: case 24: case 25: case 28: case 30: case 262: return 2;
+    case 23: return 6;
+    case 129: return 8;
+    case 261: case 263: return 1;
+    default: return 0;
+  }
+}
+
+uint32_t plane_bytes(uint32_t format) { return format == 5 || format == 28 || format == 30 ? 1 : 0; }
+
+Pic::Pic(uint32_t f, uint32_t w, uint32_t h, bool up, uint32_t slack, uint8_t fill)
+    : format(f), width(w), height(h), stride(w * main_bytes(f) + slack),
+      stride2(plane_bytes(f) ? w + slack + 3 : 0), bottom_up(up),
+      mem(std::make_unique<GuardedBuffer>(size_t{h} * (stride + stride2), 48, fill)) {}
+
+Pic::Pic(const Pic &o)
+    : format(o.format), width(o.width), height(o.height), stride(o.stride), stride2(o.stride2),
+      bottom_up(o.bottom_up), mem(std::make_unique<GuardedBuffer>(o.size(), 48)) {
+  std::memcpy(data(), o.data(), size());
+}
+
+uint8_t *Pic::row(uint32_t y, bool plane) const {
+  const size_t line = bottom_up ? height - 1 - y : y;
+  return plane ? data() + size_t{height} * stride + line * stride2 : data() + line * stride;
+}
+
+DSP_IMAGE Pic::image(int x, int y, uint32_t w, uint32_t h, uint32_t type, uint32_t interlace) const {
+  DSP_IMAGE d;
+  std::memset(&d, 0, sizeof d);
+  d.Buffer.pBuffer = data();
+  d.Buffer.ulBytes = static_cast<uint32_t>(size());
+  d.Buffer.eBufferType = type;
+  d.Buffer.Region = DSP_REGION{{x, y}, w ? w : width, w ? h : height};
+  d.ulWidth = width;
+  d.ulHeight = height;
+  d.ePixelFormat = format;
+  d.eInterlace = interlace;
+  d.eImageOrientation = bottom_up ? DSP_ORIENTATION_BOTTOM_UP : DSP_ORIENTATION_TOP_DOWN;
+  d.ulPrimaryStrideBytes = stride;
+  d.ulSecondaryStrideBytes = stride2;
+  return d;
+}
+
+::testing::AssertionResult same_bytes(const Pic &want, const Pic &got) {
+  if (!got.mem->intact()) return ::testing::AssertionFailure() << "guard bytes: " << got.mem->damage();
+  if (want.size() != got.size() || std::memcmp(want.data(), got.data(), got.size()) != 0) {
+    return ::testing::AssertionFailure() << "bytes differ\n" << hex_diff(want.data(), got.data(), got.size());
+  }
+  return ::testing::AssertionSuccess();
+}
+
+void expect_released_on_every_failure(const std::function<DSP_HRESULT()> &call, DSP_HRESULT failure) {
+  auto outstanding = [] {
+    const framedsp::WorkMemoryStats s = framedsp::work_memory_stats();
+    return s.allocations - s.releases;
+  };
+  const uint64_t base = outstanding(), before = framedsp::work_memory_stats().allocations;
+  ASSERT_EQ(call(), DSP_S_OK);
+  const uint64_t used = framedsp::work_memory_stats().allocations - before;
+  EXPECT_GT(used, 0u);
+  EXPECT_EQ(outstanding(), base) << "after success";
+  for (uint64_t k = 1; k <= used + 1; ++k) {
+    framedsp::work_memory_fail_at(k);
+    const uint64_t at = framedsp::work_memory_stats().allocations;
+    EXPECT_EQ(call(), k > used ? DSP_S_OK : failure) << "allocation " << k;
+    framedsp::work_memory_fail_at(0);
+    EXPECT_EQ(framedsp::work_memory_stats().allocations - at, k > used ? used : k - 1) << "allocation " << k;
+    EXPECT_EQ(outstanding(), base) << "blocks left after failing allocation " << k;
+  }
+}
+
+CpuLevel::CpuLevel(bool simd) { framedsp::set_cpu_mask(simd ? ~0u : 0u); }
+CpuLevel::~CpuLevel() { framedsp::set_cpu_mask(~0u); }
 
 }  // namespace framedsp_test

@@ -1,8 +1,12 @@
 // Test helpers: guarded image buffers and seeded random data.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -56,5 +60,46 @@ std::string hex_diff(const uint8_t *expected, const uint8_t *got, size_t n, size
 // The same image for DspSubPixelFilter: its region as doubles, plus fractions (fx, fy, fw, fh)
 // that the filter's truncation removes.
 DSP_SUBPIXEL_IMAGE fractional(const DSP_IMAGE &d, double fx = 0, double fy = 0, double fw = 0, double fh = 0);
+
+// Bytes per pixel of a format's picture plane and of its second plane (0: none), from the
+// layouts in the header; 0 for formats the operations do not take.
+uint32_t main_bytes(uint32_t format);
+uint32_t plane_bytes(uint32_t format);
+
+constexpr uint8_t kFill = 0xEE;  // output bytes before a call
+
+// A picture in guarded memory: `height` lines of the picture plane, then for two-plane formats
+// `height` lines of the second plane.  Rows are addressed in picture order (a bottom-up picture
+// stores its first row last).
+struct Pic {
+  uint32_t format, width, height, stride, stride2;
+  bool bottom_up;
+  std::unique_ptr<GuardedBuffer> mem;
+  Pic(uint32_t format, uint32_t width, uint32_t height, bool bottom_up = false, uint32_t slack = 6,
+      uint8_t fill = kFill);
+  Pic(const Pic &from);  // same shape and bytes, its own memory
+  size_t size() const { return mem->size(); }
+  uint8_t *data() const { return mem->data(); }
+  uint8_t *row(uint32_t y, bool plane = false) const;
+  void randomise(std::mt19937 &rng) { fill_random(data(), size(), rng); }
+  std::vector<uint8_t> bytes() const { return std::vector<uint8_t>(data(), data() + size()); }
+  // The record of region (x, y, w, h); w = 0 takes the whole picture.
+  DSP_IMAGE image(int x = 0, int y = 0, uint32_t w = 0, uint32_t h = 0, uint32_t type = DSP_BUFFER_TYPE_FRAME,
+                  uint32_t interlace = DSP_INTERLACE_PROGRESSIVE) const;
+};
+
+// Both pictures' bytes equal, and `got`'s guard margins intact.
+::testing::AssertionResult same_bytes(const Pic &want, const Pic &got);
+
+// Runs `call` once (it must succeed and take work memory), then fails each of its allocations in
+// turn: every failure answers `failure` and every call leaves no block behind.
+void expect_released_on_every_failure(const std::function<DSP_HRESULT()> &call,
+                                      DSP_HRESULT failure = DSP_E_OUTOFMEMORY);
+
+// Forces the scalar kernels (false) or every instruction set the machine has (true) while alive.
+struct CpuLevel {
+  explicit CpuLevel(bool simd);
+  ~CpuLevel();
+};
 
 }  // namespace framedsp_test
