@@ -1,17 +1,13 @@
-// Rejection diagnostics: every refusal of the copy, the filter, the comparison, converter creation
-// and the handle exports prints its one line when tracing is on, the status is the same with
-// tracing on and off, and nothing is printed with tracing off or for an accepted record.
+// Rejection diagnostics: every refusal of the copy, the filter and the comparison prints its one
+// line when tracing is on, the status is the same with tracing on and off, and nothing is printed
+// with tracing off or for an accepted record.  (The converter's are in test_converter.cpp.)
 #include <gtest/gtest.h>
-
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "frame/handle.h"
 #include "frame/trace.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
@@ -144,72 +140,6 @@ std::function<DSP_HRESULT(bool *)> compare_format(uint32_t format) {
     for (uint8_t v : out) *untouched = *untouched && v == 0x5A;
     return hr;
   };
-}
-
-using ConverterEdit = std::function<void(DSP_FRAME_RATE_CONVERTER_PARAMS &)>;
-
-std::function<DSP_HRESULT(bool *)> create_with(ConverterEdit edit) {
-  return [edit](bool *untouched) {
-    DSP_FRAME_RATE_CONVERTER_PARAMS p{};
-    p.ulBaseCount = 10;
-    p.fRateA = 25.0f;
-    p.fRateB = 50.0f;
-    p.lWidth = 720;
-    p.lHeight = 576;
-    edit(p);
-    DSP_HANDLE h = reinterpret_cast<DSP_HANDLE>(uintptr_t{0x1234});
-    const DSP_HRESULT hr = DspCreateFrameRateConverter(&p, &h);
-    *untouched = h == reinterpret_cast<DSP_HANDLE>(uintptr_t{0x1234});
-    return hr;
-  };
-}
-
-class OtherObject : public framedsp::HandleObject {};
-
-// The three handle exports, given a handle.
-enum class HandleExport { kConvert, kMotion, kMip };
-
-DSP_HRESULT call_handle_export(HandleExport which, DSP_HANDLE h) {
-  DSP_MIPMAP_PARAMS mip{};
-  uint32_t motion[16] = {};
-  switch (which) {
-    case HandleExport::kConvert:
-      return DspFrameRateConvert(h, nullptr, 0);
-    case HandleExport::kMotion:
-      return DspCreateMotionVectors(h, motion);
-    case HandleExport::kMip:
-      return DspCreateMipMaps(h, &mip);
-  }
-  return DSP_S_OK;
-}
-
-const char *export_name(HandleExport which) {
-  switch (which) {
-    case HandleExport::kConvert:
-      return "DspFrameRateConvert";
-    case HandleExport::kMotion:
-      return "DspCreateMotionVectors";
-    case HandleExport::kMip:
-      return "DspCreateMipMaps";
-  }
-  return "";
-}
-
-std::string hex(const void *p) {
-  char text[32];
-  std::snprintf(text, sizeof text, "0x%llX",
-                static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(p)));
-  return text;
-}
-
-// An address that is certainly not mapped: a page mapped and given back.
-void *unmapped_address() {
-  const long page = sysconf(_SC_PAGESIZE);
-  void *p = mmap(nullptr, static_cast<size_t>(page), PROT_READ | PROT_WRITE,
-                 MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (p == MAP_FAILED) return nullptr;
-  munmap(p, static_cast<size_t>(page));
-  return p;
 }
 
 // Runs a case with tracing forced on or off and returns what it wrote to stderr.
@@ -400,107 +330,5 @@ INSTANTIATE_TEST_SUITE_P(
                   "DspCompare: refused: pixel format 262 is not one the comparison takes (0, 1, 5, 21, "
                   "25, 28, 30, 261)"}),
     [](const auto &info) { return std::string(info.param.name); });
-
-const std::string kCreate = "DspCreateFrameRateConverter: refused: ";
-
-INSTANTIATE_TEST_SUITE_P(
-    CreateConverter, TraceTest,
-    ::testing::Values(
-        TraceCase{"base_count", create_with([](auto &p) { p.ulBaseCount = 0; }), DSP_E_INVALIDARG,
-                  kCreate + "base count is 0"},
-        TraceCase{"derived_count",
-                  create_with([](auto &p) {
-                    p.bDeriveCount = 1;
-                    p.ulDerivedCount = 0;
-                  }),
-                  DSP_E_INVALIDARG, kCreate + "derive-count flag 1 is set and the derived count is 0"},
-        TraceCase{"levels", create_with([](auto &p) { p.ulLevels = 6; }), DSP_E_INVALIDARG,
-                  kCreate + "level count 6 is above 5"},
-        TraceCase{"block_a", create_with([](auto &p) { p.ulBlockA = 7; }), DSP_E_INVALIDARG,
-                  kCreate + "block A 7 is outside 8..32"},
-        TraceCase{"block_b", create_with([](auto &p) { p.ulBlockB = 33; }), DSP_E_INVALIDARG,
-                  kCreate + "block B 33 is outside 8..32"},
-        TraceCase{"level_block_a", create_with([](auto &p) { p.ulLevelBlockA[2] = 40; }), DSP_E_INVALIDARG,
-                  kCreate + "level 2 block A 40 is outside 8..32"},
-        TraceCase{"level_block_b", create_with([](auto &p) { p.ulLevelBlockB[4] = 4; }), DSP_E_INVALIDARG,
-                  kCreate + "level 4 block B 4 is outside 8..32"},
-        TraceCase{"range_x", create_with([](auto &p) { p.ulLevelRangeX[0] = 181; }), DSP_E_INVALIDARG,
-                  kCreate + "level 0 search range x 181 is above width 720 / 4 = 180"},
-        TraceCase{"range_x_small_width", create_with([](auto &p) { p.lWidth = 3; }), DSP_E_INVALIDARG,
-                  kCreate + "level 0 search range x 1 is above width 3 / 4 = 0"},
-        TraceCase{"range_y", create_with([](auto &p) { p.ulLevelRangeY[3] = 145; }), DSP_E_INVALIDARG,
-                  kCreate + "level 3 search range y 145 is above height 576 / 4 = 144"},
-        TraceCase{"threshold", create_with([](auto &p) { p.ulLevelThreshold[1] = 256; }), DSP_E_INVALIDARG,
-                  kCreate + "level 1 threshold 256 is above 255"}),
-    [](const auto &info) { return std::string(info.param.name); });
-
-// Handles: null, the invalid-handle value, unmapped memory, a released converter and a live object
-// of another class, for each of the three handle exports.
-class HandleTraceTest : public ::testing::TestWithParam<HandleExport> {};
-
-TEST_P(HandleTraceTest, EachBadHandleNamed) {
-  const HandleExport which = GetParam();
-  const std::string prefix = std::string(export_name(which)) + ": refused: ";
-
-  DSP_FRAME_RATE_CONVERTER_PARAMS cp{};
-  cp.ulBaseCount = 1;
-  cp.lWidth = 720;
-  cp.lHeight = 576;
-  DSP_HANDLE stale = nullptr;
-  ASSERT_EQ(DspCreateFrameRateConverter(&cp, &stale), DSP_S_OK);
-  framedsp::HandleObject::lookup(stale)->release();  // the host's reference: destroyed
-  OtherObject *other = new OtherObject;
-  void *unmapped = unmapped_address();
-  ASSERT_NE(unmapped, nullptr);
-
-  const struct {
-    DSP_HANDLE handle;
-    std::string line;
-  } cases[] = {
-      {nullptr, prefix + "handle is null"},
-      {reinterpret_cast<DSP_HANDLE>(~uintptr_t{0}),
-       prefix + "handle " + hex(reinterpret_cast<void *>(~uintptr_t{0})) + " is the invalid-handle value"},
-      {reinterpret_cast<DSP_HANDLE>(uintptr_t{0xFFFFFFFFu}),
-       prefix + "handle 0xFFFFFFFF is the invalid-handle value"},
-      {unmapped, prefix + "handle " + hex(unmapped) + " is not a live object (released, or never a handle)"},
-      {stale, prefix + "handle " + hex(stale) + " is not a live object (released, or never a handle)"},
-      {other->handle(),
-       prefix + "handle " + hex(other->handle()) + " names an object that is not a frame-rate converter"},
-  };
-  for (const auto &c : cases) {
-    for (int mode : {1, 0}) {
-      set_trace_override(mode);
-      ::testing::internal::CaptureStderr();
-      const DSP_HRESULT hr = call_handle_export(which, c.handle);
-      const std::string text = ::testing::internal::GetCapturedStderr();
-      set_trace_override(-1);
-      EXPECT_EQ(hr, DSP_E_HANDLE) << c.line;
-      EXPECT_EQ(text, mode ? c.line + "\n" : std::string()) << "tracing " << mode;
-    }
-  }
-  EXPECT_EQ(other->references(), 1) << "a refused handle kept a reference";
-  other->release();
-}
-
-TEST_P(HandleTraceTest, LiveConverterPrintsNothing) {
-  DSP_FRAME_RATE_CONVERTER_PARAMS cp{};
-  cp.ulBaseCount = 1;
-  cp.lWidth = 720;
-  cp.lHeight = 576;
-  DSP_HANDLE h = nullptr;
-  ASSERT_EQ(DspCreateFrameRateConverter(&cp, &h), DSP_S_OK);
-  set_trace_override(1);
-  ::testing::internal::CaptureStderr();
-  const DSP_HRESULT hr = call_handle_export(GetParam(), h);
-  const std::string text = ::testing::internal::GetCapturedStderr();
-  set_trace_override(-1);
-  EXPECT_NE(hr, DSP_E_HANDLE);
-  EXPECT_EQ(text, "");
-  framedsp::HandleObject::lookup(h)->release();
-}
-
-INSTANTIATE_TEST_SUITE_P(Handles, HandleTraceTest,
-                         ::testing::Values(HandleExport::kConvert, HandleExport::kMotion, HandleExport::kMip),
-                         [](const auto &info) { return std::string(export_name(info.param)); });
 
 }  // namespace
