@@ -104,10 +104,10 @@ uint32_t main_bytes(uint32_t format) {
 
 uint32_t plane_bytes(uint32_t format) { return format == 5 || format == 28 || format == 30 ? 1 : 0; }
 
-Pic::Pic(uint32_t f, uint32_t w, uint32_t h, bool up, uint32_t slack, uint8_t fill)
+Pic::Pic(uint32_t f, uint32_t w, uint32_t h, bool up, uint32_t slack, uint8_t fill, size_t margin)
     : format(f), width(w), height(h), stride(w * main_bytes(f) + slack),
       stride2(plane_bytes(f) ? w + slack + 3 : 0), bottom_up(up),
-      mem(std::make_unique<GuardedBuffer>(size_t{h} * (stride + stride2), 48, fill)) {}
+      mem(std::make_unique<GuardedBuffer>(size_t{h} * (stride + stride2), margin, fill)) {}
 
 Pic::Pic(const Pic &o)
     : format(o.format), width(o.width), height(o.height), stride(o.stride), stride2(o.stride2),
@@ -120,7 +120,8 @@ uint8_t *Pic::row(uint32_t y, bool plane) const {
   return plane ? data() + size_t{height} * stride + line * stride2 : data() + line * stride;
 }
 
-DSP_IMAGE Pic::image(int x, int y, uint32_t w, uint32_t h, uint32_t type, uint32_t interlace) const {
+DSP_IMAGE Pic::image(int x, int y, uint32_t w, uint32_t h, uint32_t type, uint32_t interlace,
+                     uint32_t colour) const {
   DSP_IMAGE d;
   std::memset(&d, 0, sizeof d);
   d.Buffer.pBuffer = data();
@@ -134,6 +135,7 @@ DSP_IMAGE Pic::image(int x, int y, uint32_t w, uint32_t h, uint32_t type, uint32
   d.eImageOrientation = bottom_up ? DSP_ORIENTATION_BOTTOM_UP : DSP_ORIENTATION_TOP_DOWN;
   d.ulPrimaryStrideBytes = stride;
   d.ulSecondaryStrideBytes = stride2;
+  d.eColorSpace = colour;
   return d;
 }
 

@@ -75,8 +75,9 @@ struct Pic {
   uint32_t format, width, height, stride, stride2;
   bool bottom_up;
   std::unique_ptr<GuardedBuffer> mem;
+  // `margin` canary bytes on each side; 0 puts the picture's last byte against the protected page.
   Pic(uint32_t format, uint32_t width, uint32_t height, bool bottom_up = false, uint32_t slack = 6,
-      uint8_t fill = kFill);
+      uint8_t fill = kFill, size_t margin = 48);
   Pic(const Pic &from);  // same shape and bytes, its own memory
   size_t size() const { return mem->size(); }
   uint8_t *data() const { return mem->data(); }
@@ -85,7 +86,7 @@ struct Pic {
   std::vector<uint8_t> bytes() const { return std::vector<uint8_t>(data(), data() + size()); }
   // The record of region (x, y, w, h); w = 0 takes the whole picture.
   DSP_IMAGE image(int x = 0, int y = 0, uint32_t w = 0, uint32_t h = 0, uint32_t type = DSP_BUFFER_TYPE_FRAME,
-                  uint32_t interlace = DSP_INTERLACE_PROGRESSIVE) const;
+                  uint32_t interlace = DSP_INTERLACE_PROGRESSIVE, uint32_t colour = 0) const;
 };
 
 // Both pictures' bytes equal, and `got`'s guard margins intact.
