@@ -17,7 +17,7 @@ FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := copy filter compare handles scaler subpixel_filter scaler_helper mipmaps
 
 .PHONY: all deps build run test test-release test-asan layout32 windows windows-test windows-check bench clean \
-        fuzz fuzz-build fuzz-corpus tsan mutate
+        fuzz fuzz-build fuzz-corpus tsan mutate balance
 
 all: build
 
@@ -35,6 +35,16 @@ run: build
 
 test: test-release test-asan layout32 windows-check fuzz-corpus tsan
 	@echo "make test: all suites passed"
+	@$(MAKE) --no-print-directory balance
+
+# Non-blank lines of the tests (tests/, fuzz/) against the code (src/, include/, tools/, bench/);
+# the owner's balance is tests at a quarter to a third of the two together.
+BALANCE_FILES = -type f \( -name '*.c' -o -name '*.cc' -o -name '*.cpp' -o -name '*.cxx' -o -name '*.h' \
+  -o -name '*.hh' -o -name '*.hpp' -o -name '*.inc' -o -name '*.py' -o -name '*.sh' \)
+balance:
+	@t=$$(find tests fuzz $(BALANCE_FILES) -exec cat {} + | grep -cv '^[[:space:]]*$$'); \
+	c=$$(find src include tools bench $(BALANCE_FILES) -exec cat {} + | grep -cv '^[[:space:]]*$$'); \
+	echo "balance: $$t test lines, $$c code lines; tests are $$((100 * t / (t + c)))% of the $$((t + c)) lines"
 
 test-release: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
