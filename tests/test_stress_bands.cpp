@@ -1,5 +1,6 @@
-// Bands from many threads: N threads, each producing one band of the same call at the same time,
-// must leave exactly the bytes of one whole call, for the copy, the filter and the scaler over
+// Bands: each band alone writes only bytes of the whole call and none another band writes, and N
+// threads, each producing one band of the same call at the same time, leave exactly the bytes of
+// one whole call, for the copy, the filter and the scaler (general, staged, filtered) over
 // progressive, interleaved, separate-field, field and bottom-up geometries.  Run under
 // ThreadSanitizer by
 // `make tsan`.  A new banded operation is one more entry in kOperations.
@@ -42,6 +43,10 @@ DSP_HRESULT run_scaler(const DSP_BUFFER &buffer, uint32_t filter, uint32_t optio
   DSP_SCALER_PARAMS p{};
   p.eScalerPath = DSP_SCALER_PATH_GENERAL;
   p.eFilter = filter;
+  if (options & DSP_SCALER_OPTION_FILTERED) {
+    p.eFilterType = DSP_FILTER_TYPE_FIR;
+    p.pSettings = &kFir;
+  }
   p.Buffer = buffer;
   p.Buffer.In.Buffer.Region.ulWidth = 30;
   p.Buffer.In.Buffer.Region.ulHeight = buffer.In.Buffer.Region.ulHeight / 4 * 3;
@@ -61,6 +66,8 @@ const BandOperation kOperations[] = {
     {"scale_linear", [](const DSP_BUFFER &b) { return run_scaler(b, DSP_SCALER_FILTER_LINEAR, 0); }},
     {"scale_nearest_staged",
      [](const DSP_BUFFER &b) { return run_scaler(b, DSP_SCALER_FILTER_NEAREST, DSP_SCALER_OPTION_STAGED); }},
+    {"scale_filtered",
+     [](const DSP_BUFFER &b) { return run_scaler(b, DSP_SCALER_FILTER_LINEAR, DSP_SCALER_OPTION_FILTERED); }},
 };
 constexpr int kOperationCount = static_cast<int>(sizeof kOperations / sizeof kOperations[0]);
 
@@ -158,6 +165,33 @@ TEST_P(StressBands, ThreadsGiveTheBytesOfOneCall) {
     one.ulFlags = g.flags;
     ASSERT_EQ(op.call(one), DSP_S_OK);
     ASSERT_NE(whole.bytes, untouched) << "the whole call wrote nothing";
+
+    if (iteration == 0) {
+      // One band at a time: each writes only bytes of the whole call, no byte is written by two
+      // bands, and together they write every byte the whole call changed.
+      std::vector<int> owner(untouched.size(), 0);
+      for (uint32_t n = 1; n <= threads; ++n) {
+        Image alone = whole;
+        alone.bytes = untouched;
+        DSP_BUFFER band{};
+        band.In = in.image;
+        band.Out = alone.image;
+        band.Out.Buffer.pBuffer = alone.bytes.data();
+        band.ulFlags = g.flags;
+        band.ulSliceCount = threads;
+        band.ulSliceNumber = n;
+        ASSERT_EQ(op.call(band), DSP_S_OK) << "band " << n;
+        for (size_t i = 0; i < untouched.size(); ++i) {
+          if (alone.bytes[i] == untouched[i]) continue;
+          ASSERT_EQ(owner[i], 0) << "byte " << i << " written by bands " << owner[i] << " and " << n;
+          ASSERT_EQ(alone.bytes[i], whole.bytes[i]) << "band " << n << " byte " << i;
+          owner[i] = static_cast<int>(n);
+        }
+      }
+      for (size_t i = 0; i < untouched.size(); ++i) {
+        if (whole.bytes[i] != untouched[i]) ASSERT_NE(owner[i], 0) << "byte " << i << " in no band";
+      }
+    }
 
     std::atomic<uint32_t> ready{0};
     std::vector<DSP_HRESULT> status(threads, DSP_E_UNEXPECTED);
