@@ -256,21 +256,6 @@ TEST(BufferDump, TextIsExact) {
   EXPECT_EQ(n, static_cast<int>(sizeof kExpectedDump - 1));
 }
 
-TEST(BufferDump, FlagLinesPrintOneForEveryBitSet) {
-  DSP_BUFFER b = dump_record();
-  b.ulFlags = 0x0A;  // bits 1 and 3
-  std::vector<char> out(4096);
-  framedsp::format_buffer_dump(&b, "t", out.data(), static_cast<int>(out.size()));
-  const std::string text(out.data());
-  EXPECT_NE(text.find("DSP_BUFFER_IN_FIELD2_DOMINANCE: 0\n"
-                      "pBuffer->ulFlags & DSP_BUFFER_OUT_FIELD2_DOMINANCE: 1\n"
-                      "pBuffer->ulFlags & DSP_BUFFER_DOMINANCE_BY_SHIFTING_UP: 0\n"
-                      "pBuffer->ulFlags & DSP_BUFFER_PROCESS_FIELDA: 1\n"
-                      "pBuffer->ulFlags & DSP_BUFFER_PROCESS_FIELDB: 0\n\n"),
-            std::string::npos)
-      << text;
-}
-
 TEST(BufferDump, TruncatesLikeSnprintf) {
   const DSP_BUFFER b = dump_record();
   const int full = static_cast<int>(sizeof kExpectedDump - 1);
