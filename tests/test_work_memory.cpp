@@ -29,14 +29,6 @@ struct FormatBytes {
 constexpr FormatBytes kFormats[] = {{0, 4},  {1, 3},   {21, 2},  {22, 4}, {23, 6},
                                     {24, 2}, {129, 8}, {261, 1}, {5, 0},  {28, 0}};
 
-TEST(WorkMemory, LineSizeExamples) {
-  EXPECT_EQ(framedsp::line_size(1, 5, 16), 16u);  // 15 bytes rounded up
-  EXPECT_EQ(framedsp::line_size(0, 4, 16), 16u);  // already a multiple: kept
-  EXPECT_EQ(framedsp::line_size(21, 720, 16), 1440u);
-  EXPECT_EQ(framedsp::line_size(1, 5, 1), 15u);
-  EXPECT_EQ(framedsp::line_size(1, 0, 16), 0u);
-}
-
 TEST(WorkMemory, LineSizeMatchesRoundedProduct) {
   const uint32_t alignments[] = {1, 2, 3, 4, 7, 16, 64, 100};
   for (const FormatBytes &f : kFormats) {
@@ -55,27 +47,6 @@ TEST(WorkMemory, FrameSize) {
   EXPECT_EQ(framedsp::frame_size(1, 5, 3), size_t{16} * 3);
   EXPECT_EQ(framedsp::frame_size(261, 33, 10), size_t{48} * 10);
   EXPECT_EQ(framedsp::frame_size(21, 720, 0), 0u);
-}
-
-// A format-28 output region of 720 x 486 with a nonzero secondary stride: the intermediate frame
-// holds a main line of format 21 and a plane line of format 261 per output line.
-TEST(WorkMemory, IntermediateFrameOfTwoPlaneFormat) {
-  uint32_t main_format = 0, plane_format = 0;
-  framedsp::split_format(28, &main_format, &plane_format);
-  ASSERT_EQ(main_format, 21u);
-  ASSERT_EQ(plane_format, 261u);
-  const size_t main_bytes = framedsp::line_size(main_format, 720, 16);
-  const size_t plane_bytes = framedsp::line_size(plane_format, 720, 16);
-  EXPECT_EQ(main_bytes, 1440u);
-  EXPECT_EQ(plane_bytes, 720u);
-  EXPECT_EQ((main_bytes + plane_bytes) * 486, size_t{1440 + 720} * 486);
-
-  WorkBlock frame;
-  ASSERT_TRUE(frame.allocate((main_bytes + plane_bytes) * 486));
-  EXPECT_EQ(frame.size(), size_t{2160} * 486);
-  // Every line of both parts starts 16-byte aligned.
-  EXPECT_EQ(main_bytes % 16, 0u);
-  EXPECT_EQ(plane_bytes % 16, 0u);
 }
 
 TEST(WorkMemory, AlignedStartForEveryOffset) {
