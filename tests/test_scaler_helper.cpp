@@ -1,6 +1,6 @@
 // DspScalerHelper against a double-precision calculation written out here, on hand-checked
-// examples and on random records (bit-exact sizes and factors), and every refusal leaving the
-// result untouched.
+// examples and on random records (bit-exact sizes and factors).  Its refusals and null pointers
+// are rows of the export tables in test_exports.cpp.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -10,7 +10,6 @@
 #include <string>
 
 #include "framedsp/framedsp.h"
-#include "frame/trace.h"
 #include "test_util.h"
 
 namespace {
@@ -221,71 +220,6 @@ TEST(ScalerHelper, RandomRecordsMatchTheReference) {
   // Both cropping directions were exercised.
   EXPECT_GT(fill_steps[0], 10);
   EXPECT_GT(fill_steps[1], 10);
-}
-
-struct Refusal {
-  const char *label;
-  void (*edit)(DSP_SCALER_HELPER_IN &);
-};
-
-void PrintTo(const Refusal &r, std::ostream *os) { *os << r.label; }
-
-class ScalerHelperRefusal : public ::testing::TestWithParam<Refusal> {};
-
-TEST_P(ScalerHelperRefusal, ResultUntouched) {
-  DSP_SCALER_HELPER_IN in = record(4, 3, 720, 486, 16, 9, 1920, 1080, 0);
-  GetParam().edit(in);
-  const DSP_SCALER_HELPER_IN before = in;
-  DSP_SCALER_HELPER_OUT out = sentinel();
-  const DSP_SCALER_HELPER_OUT untouched = out;
-  framedsp::set_trace_override(1);
-  ::testing::internal::CaptureStderr();
-  const DSP_HRESULT hr = DspScalerHelper(&in, &out);
-  const std::string trace = ::testing::internal::GetCapturedStderr();
-  framedsp::set_trace_override(-1);
-  EXPECT_EQ(hr, DSP_S_OK);
-  EXPECT_EQ(std::memcmp(&out, &untouched, sizeof out), 0);
-  EXPECT_EQ(std::memcmp(&in, &before, sizeof in), 0);
-  EXPECT_EQ(trace.rfind("DspScalerHelper: refused: ", 0), 0u) << trace;
-}
-
-const Refusal kRefusals[] = {
-    {"src_aspect_numerator_0", [](DSP_SCALER_HELPER_IN &in) { in.ulSrcAspectNumerator = 0; }},
-    {"src_aspect_denominator_0", [](DSP_SCALER_HELPER_IN &in) { in.ulSrcAspectDenominator = 0; }},
-    {"src_width_0", [](DSP_SCALER_HELPER_IN &in) { in.ulSrcWidth = 0; }},
-    {"src_height_0", [](DSP_SCALER_HELPER_IN &in) { in.ulSrcHeight = 0; }},
-    {"dst_aspect_numerator_0", [](DSP_SCALER_HELPER_IN &in) { in.ulDstAspectNumerator = 0; }},
-    {"dst_aspect_denominator_0", [](DSP_SCALER_HELPER_IN &in) { in.ulDstAspectDenominator = 0; }},
-    {"dst_width_0", [](DSP_SCALER_HELPER_IN &in) { in.ulDstWidth = 0; }},
-    {"dst_height_0", [](DSP_SCALER_HELPER_IN &in) { in.ulDstHeight = 0; }},
-    {"fill_src_region_0", [](DSP_SCALER_HELPER_IN &in) { in.ulFlags = DSP_SCALER_HELPER_FILL; }},
-    {"fill_src_region_narrower",
-     [](DSP_SCALER_HELPER_IN &in) {
-       in.ulFlags = DSP_SCALER_HELPER_FILL;
-       in.ulSrcRegionWidth = 704;
-       in.ulSrcRegionHeight = 486;
-     }},
-    {"fill_src_region_shorter",
-     [](DSP_SCALER_HELPER_IN &in) {
-       in.ulFlags = DSP_SCALER_HELPER_FILL | DSP_SCALER_HELPER_FIT_WIDTH;
-       in.ulSrcRegionWidth = 720;
-       in.ulSrcRegionHeight = 480;
-     }},
-};
-
-INSTANTIATE_TEST_SUITE_P(Validation, ScalerHelperRefusal, ::testing::ValuesIn(kRefusals),
-                         [](const ::testing::TestParamInfo<Refusal> &info) {
-                           return std::string(info.param.label);
-                         });
-
-TEST(ScalerHelper, NullPointers) {
-  DSP_SCALER_HELPER_IN in = record(4, 3, 720, 486, 16, 9, 1920, 1080, 0);
-  DSP_SCALER_HELPER_OUT out = sentinel();
-  const DSP_SCALER_HELPER_OUT untouched = out;
-  EXPECT_EQ(DspScalerHelper(nullptr, &out), DSP_E_POINTER);
-  EXPECT_EQ(DspScalerHelper(&in, nullptr), DSP_E_POINTER);
-  EXPECT_EQ(DspScalerHelper(nullptr, nullptr), DSP_E_POINTER);
-  EXPECT_EQ(std::memcmp(&out, &untouched, sizeof out), 0);
 }
 
 }  // namespace
