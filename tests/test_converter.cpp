@@ -70,7 +70,7 @@ DSP_HRESULT create_status(const Record &p, std::string *trace = nullptr) {
     const std::string text = ::testing::internal::GetCapturedStderr();
     framedsp::set_trace_override(-1);
     if (on && trace) *trace = text;
-    if (!on) EXPECT_EQ(text, "");
+    if (!on) { EXPECT_EQ(text, ""); }
     if (hr == DSP_S_OK) {
       EXPECT_NE(h, kUntouched);
       destroy(h);
@@ -233,8 +233,8 @@ TEST(Converter, RecordBoundsAndTheirTraces) {
     b.edit(p);
     std::string text;
     EXPECT_EQ(create_status(p, &text), b.status) << b.name;
-    if (b.status == DSP_S_OK) EXPECT_EQ(text, "") << b.name;
-    if (!b.trace.empty()) EXPECT_EQ(text, "DspCreateFrameRateConverter: refused: " + b.trace + "\n");
+    if (b.status == DSP_S_OK) { EXPECT_EQ(text, "") << b.name; }
+    if (!b.trace.empty()) { EXPECT_EQ(text, "DspCreateFrameRateConverter: refused: " + b.trace + "\n"); }
   }
 }
 
@@ -371,7 +371,7 @@ TEST(ConverterHandles, BadHandlesAreRefusedAndNamed) {
       DSP_HRESULT hr = DSP_S_OK;
       const std::string text = traced([&] { hr = call_handle_export(which, c.handle); });
       EXPECT_EQ(hr, DSP_E_HANDLE) << kHandleExports[which] << " " << hex(c.handle);
-      if (!c.line.empty()) EXPECT_EQ(text, std::string(kHandleExports[which]) + ": refused: " + c.line + "\n");
+      if (!c.line.empty()) { EXPECT_EQ(text, std::string(kHandleExports[which]) + ": refused: " + c.line + "\n"); }
       EXPECT_EQ(call_handle_export(which, c.handle), DSP_E_HANDLE);  // tracing off: same status
     }
   }

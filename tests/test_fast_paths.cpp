@@ -551,7 +551,7 @@ TEST_P(LineKernel, ScalarMatchesModelAndSimdMatchesScalar) {
   const KernelEntry e = GetParam();
   std::mt19937 rng(framedsp_test::test_seed() + 7);
   const FixedLineKernel sc = pick(scalar_), sv = pick(simd_), ss = pick(sse_);
-  if ((e.slot != kFixedRgb || e.hd) && (cpu_flags() & (e.hd ? kCpuSSSE3 : kCpuSSE2))) EXPECT_NE(sc, sv) << "no SIMD entry";
+  if ((e.slot != kFixedRgb || e.hd) && (cpu_flags() & (e.hd ? kCpuSSSE3 : kCpuSSE2))) { EXPECT_NE(sc, sv) << "no SIMD entry"; }
   constexpr size_t kGuard = 32;
   const uint32_t f = format_of_slot(e.slot);
   const Op op = e.hd ? Op::kHd : (e.ratio == kRatioHalfLinear ? Op::kHalfLinear : Op::kNearest);

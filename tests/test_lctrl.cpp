@@ -377,7 +377,7 @@ TEST(LCtrl, RegionAtTheLastLineKeepsReadingIt) {
     bool ok = false;
     const std::vector<int> got = run_case(k, &ok);
     EXPECT_TRUE(ok);
-    if (orient == 0) EXPECT_EQ(got, (std::vector<int>{4, 5, 5, 5, 5, 5}));
+    if (orient == 0) { EXPECT_EQ(got, (std::vector<int>{4, 5, 5, 5, 5, 5})); }
     else EXPECT_EQ(got, (std::vector<int>{1, 0, 0, 0, 0, 0}));
   }
 }

@@ -181,8 +181,8 @@ TEST_F(MipMaps, OneScalerCallPerLevel) {
     const std::string before = level_bytes();
     EXPECT_EQ(DspCreateMipMaps(converter, &record), DSP_S_OK) << count;
     EXPECT_EQ(count_entered("DspScaler"), count < 2 ? 0 : static_cast<int>(count - 1)) << count;
-    if (count < 2) EXPECT_TRUE(level_bytes() == before);
-    if (count >= 2) EXPECT_EQ(g_entered.front(), "DspCreateMipMaps");
+    if (count < 2) { EXPECT_TRUE(level_bytes() == before); }
+    if (count >= 2) { EXPECT_EQ(g_entered.front(), "DspCreateMipMaps"); }
     expect_guards_intact();
     EXPECT_EQ(references_of(converter), 1);
   }

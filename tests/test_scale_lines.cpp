@@ -289,7 +289,7 @@ TEST(ScalePlanned, EntriesPerClass) {
   for (const RefLayout &l : layouts()) {
     const size_t db = 7 * l.group + l.group - 1;
     EXPECT_EQ(framedsp::scale_plan_entries(l.cls, db), l.cls > 6 ? 0u : 7 * l.group / (l.cls <= 2 ? 1 : l.group));
-    if (l.cls > 6) EXPECT_EQ(t.planned_linear[l.cls], nullptr);
+    if (l.cls > 6) { EXPECT_EQ(t.planned_linear[l.cls], nullptr); }
   }
 }
 

@@ -143,7 +143,7 @@ TEST(SmartCopyEdges, WiderOutputRegionMovesOnlyTheInputWidth) {
     ASSERT_EQ(copy(describe(in, {8, 0, 8, 4}, convert ? k601 : 0), describe(out, {4, 0, 24, 4}, convert ? k709 : 0)),
               DSP_S_OK);
     for (uint32_t row = 0; row < 4; ++row) {
-      if (!convert) EXPECT_EQ(std::memcmp(out.row(row) + 8, in.row(row) + 16, 16), 0) << "row " << row;
+      if (!convert) { EXPECT_EQ(std::memcmp(out.row(row) + 8, in.row(row) + 16, 16), 0) << "row " << row; }
       EXPECT_EQ(std::memcmp(out.row(row), before.row(row), 8), 0) << "row " << row;
       EXPECT_EQ(std::memcmp(out.row(row) + 24, before.row(row) + 24, 40), 0) << "right of the input width, row " << row;
     }

@@ -189,7 +189,7 @@ TEST_P(StressBands, ThreadsGiveTheBytesOfOneCall) {
         }
       }
       for (size_t i = 0; i < untouched.size(); ++i) {
-        if (whole.bytes[i] != untouched[i]) ASSERT_NE(owner[i], 0) << "byte " << i << " in no band";
+        if (whole.bytes[i] != untouched[i]) { ASSERT_NE(owner[i], 0) << "byte " << i << " in no band"; }
       }
     }
 
