@@ -166,7 +166,7 @@ TEST_P(StressBands, ThreadsGiveTheBytesOfOneCall) {
     ASSERT_EQ(op.call(one), DSP_S_OK);
     ASSERT_NE(whole.bytes, untouched) << "the whole call wrote nothing";
 
-    if (iteration == 0) {
+    if (iteration == 0 && threads == 3) {
       // One band at a time: each writes only bytes of the whole call, no byte is written by two
       // bands, and together they write every byte the whole call changed.
       std::vector<int> owner(untouched.size(), 0);
