@@ -189,44 +189,17 @@ TEST(SubVertKernel, AbsoluteClampReachesTheOtherField) {
 
 // ---- the export
 
-uint32_t bytes_per_pixel(uint32_t f) {
-  switch (f) {
-    case 0: case 22: return 4;
-    case 1: return 3;
-    case 21: case 24: case 25: case 28: case 31: case 262: return 2;
-    case 23: return 6;
-    case 129: return 8;
-    case 261: return 1;
-  }
-  return 0;
-}
+using framedsp_test::main_bytes;
 
-struct Img {
-  uint32_t format, w, h, stride, plane_stride;
-  std::unique_ptr<GuardedBuffer> mem;
-  Img(uint32_t f, uint32_t width, uint32_t height)
-      : format(f), w(width), h(height), stride(width * bytes_per_pixel(f) + 7),
-        plane_stride(f == 28 ? width + 5 : 0) {
-    mem = std::make_unique<GuardedBuffer>(size_t{h} * (stride + plane_stride), 64);
-  }
-  uint8_t *data() { return mem->data(); }
-  size_t bytes() const { return mem->size(); }
-  DSP_IMAGE image(uint32_t type, uint32_t interlace, uint32_t orientation) {
-    DSP_IMAGE d{};
-    d.Buffer.pBuffer = data();
-    d.Buffer.ulBytes = static_cast<uint32_t>(bytes());
-    d.Buffer.eBufferType = type;
-    d.Buffer.Region.ulWidth = w;
-    d.Buffer.Region.ulHeight = h;
-    d.ulWidth = w;
-    d.ulHeight = h;
-    d.ePixelFormat = format;
-    d.eInterlace = interlace;
+// A picture whose record is the whole picture with the given type, interlace and orientation.
+struct Img : framedsp_test::Pic {
+  Img(uint32_t f, uint32_t width, uint32_t height) : Pic(f, width, height, false, 7, 0) {}
+  DSP_IMAGE image(uint32_t type, uint32_t interlace, uint32_t orientation) const {
+    DSP_IMAGE d = Pic::image(0, 0, 0, 0, type, interlace);
     d.eImageOrientation = orientation;
-    d.ulPrimaryStrideBytes = stride;
-    d.ulSecondaryStrideBytes = plane_stride;
     return d;
   }
+  size_t bytes() const { return size(); }
 };
 
 struct Geometry {
@@ -453,7 +426,7 @@ TEST(SubPixelFilterFir, RandomImagesMatchReference) {
             ASSERT_EQ(DSP_S_OK, DspSubPixelFilter(&p));
             ASSERT_TRUE(out.mem->intact()) << out.mem->damage();
             std::vector<std::vector<uint8_t>> rows(h);
-            const size_t n = size_t{w} * bytes_per_pixel(format);
+            const size_t n = size_t{w} * main_bytes(format);
             for (uint32_t y = 0; y < h; ++y) {
               const size_t my = bottom_up ? h - 1 - y : y;
               rows[y].assign(in.data() + my * in.stride, in.data() + my * in.stride + n);
@@ -554,7 +527,7 @@ TEST_P(SubPixelWidths, FilteredOrUntouched) {
   if (v.accepted) {
     EXPECT_EQ(trace, "");
     // The whole part of the width is filtered and nothing beyond it.
-    const size_t n = static_cast<size_t>(v.in_width) * bytes_per_pixel(v.format);
+    const size_t n = static_cast<size_t>(v.in_width) * main_bytes(v.format);
     for (uint32_t y = 0; y < 4; ++y) {
       const uint8_t *line = out.data() + y * out.stride;
       EXPECT_TRUE(line[n - 1] != 0x3C || line[n - 2] != 0x3C || line[n - 3] != 0x3C) << y;
