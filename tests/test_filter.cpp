@@ -10,56 +10,25 @@
 #include <vector>
 
 #include "filter/fir_tables.h"
-#include "frame/work_memory.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
 
 namespace {
 
-using framedsp_test::GuardedBuffer;
 
-uint32_t bpp(uint32_t f) {
-  switch (f) {
-    case 0: return 4;
-    case 1: return 3;
-    case 21: case 24: case 25: case 262: return 2;
-    case 22: return 4;
-    case 23: return 6;
-    case 129: return 8;
-    case 261: return 1;
-  }
-  return 0;
-}
-
-struct Img {
-  uint32_t format, w, h, stride, plane_stride, main_bpp;
-  std::unique_ptr<GuardedBuffer> mem;
+// A picture whose record is the whole picture with the given type, interlace and orientation.
+struct Img : framedsp_test::Pic {
+  uint32_t w, h, main_bpp, plane_stride;
   Img(uint32_t f, uint32_t width, uint32_t height, uint32_t slack = 5)
-      : format(f), w(width), h(height) {
-    main_bpp = f == 28 ? 2 : bpp(f);
-    stride = w * main_bpp + slack;
-    plane_stride = f == 28 ? w + 3 : 0;
-    mem = std::make_unique<GuardedBuffer>(size_t{h} * (stride + plane_stride), 64);
-  }
-  uint8_t *data() { return mem->data(); }
-  size_t bytes() const { return mem->size(); }
+      : Pic(f, width, height, false, slack, 0, 64), w(width), h(height), main_bpp(framedsp_test::main_bytes(f)),
+        plane_stride(stride2) {}
   DSP_IMAGE image(uint32_t type = DSP_BUFFER_TYPE_FRAME, uint32_t interlace = DSP_INTERLACE_PROGRESSIVE,
-                  uint32_t orientation = 0) {
-    DSP_IMAGE d{};
-    d.Buffer.pBuffer = data();
-    d.Buffer.ulBytes = static_cast<uint32_t>(bytes());
-    d.Buffer.eBufferType = type;
-    d.Buffer.Region.ulWidth = w;
-    d.Buffer.Region.ulHeight = h;
-    d.ulWidth = w;
-    d.ulHeight = h;
-    d.ePixelFormat = format;
-    d.eInterlace = interlace;
+                  uint32_t orientation = 0) const {
+    DSP_IMAGE d = Pic::image(0, 0, 0, 0, type, interlace);
     d.eImageOrientation = orientation;
-    d.ulPrimaryStrideBytes = stride;
-    d.ulSecondaryStrideBytes = plane_stride;
     return d;
   }
+  size_t bytes() const { return size(); }
 };
 
 struct Fir {
