@@ -38,7 +38,7 @@ class Probe : public HandleObject {
 };
 
 // POSIX shared memory lives in /dev/shm on Linux; where it is missing or read-only the counter
-// falls back to a process-local word by design, and the cross-process tests cannot run.
+// falls back to a process-local word on purpose, and the cross-process tests cannot run.
 bool shared_memory_available() { return access("/dev/shm", W_OK | X_OK) == 0; }
 constexpr char kNoSharedMemory[] = "/dev/shm is unavailable here: ids are process-local";
 
