@@ -43,6 +43,7 @@ TEST(WorkMemory, LineSizeMatchesRoundedProduct) {
 }
 
 TEST(WorkMemory, FrameSize) {
+  EXPECT_EQ(framedsp::line_size(1, 5, 0), 15u);  // alignment 0 is taken as 1
   EXPECT_EQ(framedsp::frame_size(21, 720, 486), size_t{1440} * 486);
   EXPECT_EQ(framedsp::frame_size(1, 5, 3), size_t{16} * 3);
   EXPECT_EQ(framedsp::frame_size(261, 33, 10), size_t{48} * 10);
