@@ -575,11 +575,14 @@ TEST_P(CompareRefuses, Format) {
   expect_verdict(rig, [](Rig &r) { return DspCompare(&r.compare); }, "DspCompare", false, DSP_S_OK, trace.c_str());
 }
 
-TEST(CompareTakes, UyvyWithoutATraceLine) {
+class CompareTakes : public HookedTest, public ::testing::Test {};
+
+TEST_F(CompareTakes, UyvyEntersItsWorkerWithoutATraceLine) {
   Rig rig;
   HRESULT status = DSP_E_FAIL;
   EXPECT_EQ(traced(1, [&] { status = DspCompare(&rig.compare); }), "");
   EXPECT_EQ(status, DSP_S_OK);
+  EXPECT_EQ(g_entered, std::vector<std::string>{"DspCompare"});
 }
 
 std::string format_name(const ::testing::TestParamInfo<uint32_t> &info) {
