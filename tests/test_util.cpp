@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -169,5 +170,38 @@ void expect_released_on_every_failure(const std::function<DSP_HRESULT()> &call, 
 
 CpuLevel::CpuLevel(bool simd) { framedsp::set_cpu_mask(simd ? ~0u : 0u); }
 CpuLevel::~CpuLevel() { framedsp::set_cpu_mask(~0u); }
+
+std::vector<uint32_t> simd_levels() {
+  const uint32_t have = framedsp::cpu_flags();
+  std::vector<uint32_t> levels;
+  if (!(have & framedsp::kCpuSSE2)) return levels;
+  for (uint32_t want : {uint32_t{framedsp::kCpuSSE2}, framedsp::kCpuSSE2 | framedsp::kCpuSSSE3, have}) {
+    const uint32_t level = want & have;
+    if (std::find(levels.begin(), levels.end(), level) == levels.end()) levels.push_back(level);
+  }
+  return levels;
+}
+
+void fill_line(uint8_t *p, size_t n, int kind, std::mt19937 &rng) {
+  for (size_t i = 0; i < n; ++i) {
+    p[i] = kind == kRandomLine ? uint8_t(rng()) : kind == kZeroLine ? 0 : kind == kFullLine ? 255 : (rng() & 1) * 255;
+  }
+}
+
+void for_each_line(size_t short_max, size_t long_count, std::mt19937 &rng,
+                   const std::function<void(size_t, size_t, int)> &check) {
+  for (size_t n = 0; n <= short_max && !::testing::Test::HasFailure(); ++n) {
+    for (size_t lead = 0; lead < 16; ++lead) check(n, lead, kRandomLine);
+    for (int kind = kZeroLine; kind <= kExtremeLine; ++kind) check(n, (n * 7 + size_t(kind)) % 16, kind);
+  }
+  for (size_t i = 0; i < long_count && !::testing::Test::HasFailure(); ++i) {
+    check(i ? short_max + 1 + rng() % (4096 - short_max) : 4096, rng() % 16, i % 4 == 3 ? kExtremeLine : kRandomLine);
+  }
+}
+
+::testing::AssertionResult same_line(const uint8_t *want, const uint8_t *got, size_t n) {
+  if (n == 0 || std::memcmp(want, got, n) == 0) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "bytes differ\n" << hex_diff(want, got, n);
+}
 
 }  // namespace framedsp_test

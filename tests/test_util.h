@@ -103,4 +103,24 @@ struct CpuLevel {
   ~CpuLevel();
 };
 
+// ---- the kernel check: every SIMD kernel against its scalar twin, line by line ----------------
+
+// The instruction-set masks a kernel check hands to a table's init next to the scalar mask 0:
+// SSE2 alone, SSE2 with SSSE3, and everything the machine has, each only once and only where the
+// machine has it (none without SSE2).
+std::vector<uint32_t> simd_levels();
+
+// Bytes of a kernel check's line: random, all 0, all 255, or 0 and 255 at random.
+enum LineKind { kRandomLine, kZeroLine, kFullLine, kExtremeLine };
+void fill_line(uint8_t *p, size_t n, int kind, std::mt19937 &rng);
+
+// Calls check(length, lead, kind) for every length 0..short_max at every lead 0..15 with random
+// bytes, for every such length once per flat kind, and for `long_count` random lengths up to
+// 4096 (4096 itself among them) at random leads; stops at the first failure.
+void for_each_line(size_t short_max, size_t long_count, std::mt19937 &rng,
+                   const std::function<void(size_t length, size_t lead, int kind)> &check);
+
+// n bytes equal, with the first differing bytes in the message.
+::testing::AssertionResult same_line(const uint8_t *want, const uint8_t *got, size_t n);
+
 }  // namespace framedsp_test
