@@ -115,7 +115,7 @@ TEST(ColorKernel, ScalarFollowsTheFormulaAndTheExactConversionWithinOne) {
       size_t clamped = 0;
       for (int kind = 0; kind < 4; ++kind) {
         for (size_t pixels = 0; pixels <= 301; ++pixels) {
-          GuardedBuffer src(2 * pixels, 0), dst(2 * pixels, 16, 0xC3);
+          GuardedBuffer &src = framedsp_test::scratch(0, 2 * pixels, 0), &dst = framedsp_test::scratch(1, 2 * pixels, 16, 0xC3);
           framedsp_test::fill_line(src.data(), src.size(), kind, rng);
           pick(0, layout)(src.data(), dst.data(), pixels, matrix(m));
           const std::string what = "layout " + std::to_string(layout) + " matrix " + std::to_string(m) + " pixels " +
@@ -157,7 +157,8 @@ TEST(ColorKernel, SimdEqualsScalar) {
         SCOPED_TRACE("level " + std::to_string(level) + " layout " + std::to_string(layout) + " matrix " + std::to_string(m));
         std::mt19937 rng(framedsp_test::test_seed() + layout);
         framedsp_test::for_each_line(300, 40, rng, [&](size_t pixels, size_t lead, int kind) {
-          GuardedBuffer src(2 * pixels + 15, 0), dst(2 * pixels + 15, 64, 0xC3);
+          GuardedBuffer &src = framedsp_test::scratch(0, 2 * pixels + 15, 0),
+                        &dst = framedsp_test::scratch(1, 2 * pixels + 15, 64, 0xC3);
           framedsp_test::fill_line(src.data(), src.size(), kind, rng);
           std::vector<uint8_t> want(dst.data(), dst.data() + dst.size());
           const size_t at = (pixels * 7 + lead) % 16;

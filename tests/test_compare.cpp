@@ -248,7 +248,8 @@ TEST_P(CompareKernel, SimdEqualsScalar) {
     SCOPED_TRACE(std::string(framedsp::compare_kernel_name(id)) + " level " + std::to_string(level));
     std::mt19937 rng(framedsp_test::test_seed() + id);
     framedsp_test::for_each_line(200, 60, rng, [&](size_t len, size_t lead, int kind) {
-      GuardedBuffer ga(len + 15, 0), gb(len + 15, 0), go(len + 15, 64);
+      GuardedBuffer &ga = framedsp_test::scratch(0, len + 15, 0), &gb = framedsp_test::scratch(1, len + 15, 0),
+                    &go = framedsp_test::scratch(2, len + 15);
       framedsp_test::fill_line(ga.data(), len + 15, kind, rng);
       framedsp_test::fill_line(gb.data(), len + 15, kind == framedsp_test::kFullLine ? framedsp_test::kZeroLine : kind, rng);
       ASSERT_TRUE(same_run(simd, scalar, ga.data() + 15 - lead, gb.data() + (lead * 5 + 3) % 16, go, (len * 3) % 16,

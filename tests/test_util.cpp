@@ -39,6 +39,23 @@ bool GuardedBuffer::intact() const {
   return true;
 }
 
+void GuardedBuffer::reset(uint8_t fill) {
+  std::memset(data_ - margin_, kCanary, size_ + 2 * margin_);
+  std::memset(data_, fill, size_);
+}
+
+GuardedBuffer &scratch(int slot, size_t size, size_t margin, uint8_t fill) {
+  static std::unique_ptr<GuardedBuffer> slots[8];
+  std::unique_ptr<GuardedBuffer> &b = slots[slot];
+  if (!b || b->size() != size || b->margin() != margin) {
+    b.reset();
+    b.reset(new GuardedBuffer(size, margin, fill));
+  } else {
+    b->reset(fill);
+  }
+  return *b;
+}
+
 std::string GuardedBuffer::damage() const {
   for (size_t i = margin_; i > 0; --i) {
     if (data_[-static_cast<ptrdiff_t>(i)] != kCanary) return "left margin at -" + std::to_string(i);

@@ -35,6 +35,9 @@ class GuardedBuffer {
 
   // True when every margin byte still holds the canary.
   bool intact() const;
+  // Canaries back in the margins and `fill` in every usable byte.
+  void reset(uint8_t fill);
+  size_t margin() const { return margin_; }
   // Offset (negative: left margin) of the first changed margin byte, for messages.
   std::string damage() const;
 
@@ -45,6 +48,10 @@ class GuardedBuffer {
   size_t size_ = 0;
   size_t margin_ = 0;
 };
+
+// A guarded buffer kept for reuse in one of 8 slots: mapping pages for every line of a kernel
+// check costs more than the check.  Reset to the canaries and `fill` on every call.
+GuardedBuffer &scratch(int slot, size_t size, size_t margin = 64, uint8_t fill = 0);
 
 // Seed for random tests: FRAMEDSP_SEED from the environment, else a fixed value.  Tests print
 // it on failure so that a run can be repeated.
