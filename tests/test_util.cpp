@@ -157,6 +157,15 @@ DSP_IMAGE Pic::image(int x, int y, uint32_t w, uint32_t h, uint32_t type, uint32
   return d;
 }
 
+DSP_FILTER_PARAMS filter_params(uint32_t type, const void *settings, const DSP_BUFFER &buffer, uint32_t options) {
+  DSP_FILTER_PARAMS p{};
+  p.eFilterType = type;
+  p.pSettings = settings;
+  p.Buffer = buffer;
+  p.ulOptions = options;
+  return p;
+}
+
 ::testing::AssertionResult same_bytes(const Pic &want, const Pic &got) {
   if (!got.mem->intact()) return ::testing::AssertionFailure() << "guard bytes: " << got.mem->damage();
   if (want.size() != got.size() || std::memcmp(want.data(), got.data(), got.size()) != 0) {

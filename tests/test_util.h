@@ -96,6 +96,18 @@ struct Pic {
                   uint32_t interlace = DSP_INTERLACE_PROGRESSIVE, uint32_t colour = 0) const;
 };
 
+// A buffer record of two images.
+inline DSP_BUFFER buffer_of(const DSP_IMAGE &in, const DSP_IMAGE &out, uint32_t flags = 0) {
+  DSP_BUFFER b{};
+  b.In = in;
+  b.Out = out;
+  b.ulFlags = flags;
+  return b;
+}
+
+// DspFilter's record.
+DSP_FILTER_PARAMS filter_params(uint32_t type, const void *settings, const DSP_BUFFER &buffer, uint32_t options = 0);
+
 // Both pictures' bytes equal, and `got`'s guard margins intact.
 ::testing::AssertionResult same_bytes(const Pic &want, const Pic &got);
 
