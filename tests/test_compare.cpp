@@ -252,7 +252,7 @@ TEST_P(CompareKernel, SimdEqualsScalar) {
                     &go = framedsp_test::scratch(2, len + 15);
       framedsp_test::fill_line(ga.data(), len + 15, kind, rng);
       framedsp_test::fill_line(gb.data(), len + 15, kind == framedsp_test::kFullLine ? framedsp_test::kZeroLine : kind, rng);
-      ASSERT_TRUE(same_run(simd, scalar, ga.data() + 15 - lead, gb.data() + (lead * 5 + 3) % 16, go, (len * 3) % 16,
+      ASSERT_TRUE(same_run(simd, scalar, ga.data() + 15 - lead, gb.data() + (lead * 5 + 3) % 16, go, (lead * 5 + len) % 16,
                            1, len, len + 7))
           << "len " << len << " lead " << lead << " kind " << kind;
     });

@@ -225,6 +225,14 @@ void for_each_line(size_t short_max, size_t long_count, std::mt19937 &rng,
   }
 }
 
+::testing::AssertionResult line_in(const GuardedBuffer &got, size_t at, const uint8_t *want, size_t n, uint8_t fill) {
+  if (!got.intact()) return ::testing::AssertionFailure() << "guard bytes: " << got.damage();
+  for (size_t i = 0; i < got.size(); ++i) {
+    if ((i < at || i >= at + n) && got.data()[i] != fill) return ::testing::AssertionFailure() << "byte " << i << " outside the line written";
+  }
+  return same_line(want, got.data() + at, n);
+}
+
 ::testing::AssertionResult same_line(const uint8_t *want, const uint8_t *got, size_t n) {
   if (n == 0 || std::memcmp(want, got, n) == 0) return ::testing::AssertionSuccess();
   return ::testing::AssertionFailure() << "bytes differ\n" << hex_diff(want, got, n);

@@ -141,5 +141,8 @@ void for_each_line(size_t short_max, size_t long_count, std::mt19937 &rng,
 
 // n bytes equal, with the first differing bytes in the message.
 ::testing::AssertionResult same_line(const uint8_t *want, const uint8_t *got, size_t n);
+// The n bytes at `at` in `got` equal `want`, every other byte still holds `fill` and the guards
+// are intact.
+::testing::AssertionResult line_in(const GuardedBuffer &got, size_t at, const uint8_t *want, size_t n, uint8_t fill);
 
 }  // namespace framedsp_test
