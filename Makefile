@@ -136,7 +136,7 @@ fuzz-corpus:
 	done
 
 # The band and handle stress tests under ThreadSanitizer.
-TSAN_FILTER = *StressBands*:HandleStress*
+TSAN_FILTER = *OperationBands*:HandleStress*
 tsan:
 	@if ! echo 'int main(){}' | $(CXX) -fsanitize=thread -x c++ - -o /dev/null >/dev/null 2>&1; then \
 	  echo "tsan: SKIPPED ($(CXX) has no ThreadSanitizer)"; exit 0; fi; \
