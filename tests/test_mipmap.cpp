@@ -132,32 +132,21 @@ TEST_P(MipMapRecordChecks, InvalidArgBeforeAnyLevelIsWritten) {
   EXPECT_EQ(references_of(converter), refs);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Refused, MipMapRecordChecks,
-    ::testing::Values(
-        BadRecord{"count6", [](DSP_MIPMAP_PARAMS &, DSP_MIPMAP_LEVELS &l) { l.ulCount = 6; }},
-        BadRecord{"count_all_ones",
-                  [](DSP_MIPMAP_PARAMS &, DSP_MIPMAP_LEVELS &l) { l.ulCount = 0xFFFFFFFFu; }},
-        BadRecord{"base_null",
-                  [](DSP_MIPMAP_PARAMS &r, DSP_MIPMAP_LEVELS &) { r.Base.Buffer.pBuffer = nullptr; }},
-        BadRecord{"base_uyvy",
-                  [](DSP_MIPMAP_PARAMS &r, DSP_MIPMAP_LEVELS &) {
-                    r.Base.ePixelFormat = DSP_PIXEL_FORMAT_UYVY;
-                  }},
-        BadRecord{"base_luma_plane",
-                  [](DSP_MIPMAP_PARAMS &r, DSP_MIPMAP_LEVELS &) { r.Base.ePixelFormat = 261; }},
-        // The last level is the one a careless check would reach only after writing the others.
-        BadRecord{"last_level_format",
-                  [](DSP_MIPMAP_PARAMS &, DSP_MIPMAP_LEVELS &l) { l.Levels[4].ePixelFormat = 262; }},
-        BadRecord{"last_level_null",
-                  [](DSP_MIPMAP_PARAMS &, DSP_MIPMAP_LEVELS &l) {
-                    l.Levels[4].Buffer.pBuffer = nullptr;
-                  }},
-        BadRecord{"first_level_null",
-                  [](DSP_MIPMAP_PARAMS &, DSP_MIPMAP_LEVELS &l) {
-                    l.Levels[0].Buffer.pBuffer = nullptr;
-                  }}),
-    [](const ::testing::TestParamInfo<BadRecord> &info) { return std::string(info.param.label); });
+using P = DSP_MIPMAP_PARAMS;
+using L = DSP_MIPMAP_LEVELS;
+// The last level is the one a careless check would reach only after writing the others.
+const BadRecord kBadRecords[] = {
+    {"count6", [](P &, L &l) { l.ulCount = 6; }},
+    {"count_all_ones", [](P &, L &l) { l.ulCount = 0xFFFFFFFFu; }},
+    {"base_null", [](P &r, L &) { r.Base.Buffer.pBuffer = nullptr; }},
+    {"base_uyvy", [](P &r, L &) { r.Base.ePixelFormat = DSP_PIXEL_FORMAT_UYVY; }},
+    {"base_luma_plane", [](P &r, L &) { r.Base.ePixelFormat = 261; }},
+    {"last_level_format", [](P &, L &l) { l.Levels[4].ePixelFormat = 262; }},
+    {"last_level_null", [](P &, L &l) { l.Levels[4].Buffer.pBuffer = nullptr; }},
+    {"first_level_null", [](P &, L &l) { l.Levels[0].Buffer.pBuffer = nullptr; }},
+};
+INSTANTIATE_TEST_SUITE_P(Refused, MipMapRecordChecks, ::testing::ValuesIn(kBadRecords),
+                         [](const auto &info) { return std::string(info.param.label); });
 
 TEST_F(MipMaps, LevelsPastTheCountAreNotChecked) {
   levels.ulCount = 2;
