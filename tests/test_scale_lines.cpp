@@ -114,8 +114,10 @@ TEST_P(PlannedResampler, EveryLevelFollowsTheFormula) {
         if (level == 0) p = framedsp::scale_planned_linear_pair_c;
         const std::string what = "format " + std::to_string(l.format) + " level " + std::to_string(level) + " step " +
                                  std::to_string(step) + " len " + std::to_string(len) + " lead " + std::to_string(lead);
+        // A SIMD level may resample straight from the step; the scalar table has every one.
+        ASSERT_TRUE(f || level > 0) << what << " linear " << linear << ": no scalar planned resampler";
         for (const framedsp::ScaleLinePlan *plan_of : {&with, &without}) {
-          if (!f) break;  // resampled straight from the step at this level
+          if (!f) break;
           GuardedBuffer &d = scratch(2, len + 16, 16, 0x5A);
           f(sa.data() + lead, d.data() + lead, plan_of);
           ASSERT_TRUE(framedsp_test::line_in(d, lead, ra.data(), len, 0x5A)) << what << " linear " << linear;
