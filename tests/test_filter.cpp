@@ -126,6 +126,21 @@ TEST(FilterFir, TapCountsCutoffsAndTheTemporaryFrame) {
       ASSERT_EQ(DSP_S_OK, fir(in, b, 7, 30, 5, 50, il, DSP_FILTER_OPTION_TEMP_FRAME));
       EXPECT_TRUE(framedsp_test::same_bytes(a, b)) << "format " << f << " interlace " << il;
     }
+    // Colours are never converted, through the temporary frame neither, whatever the orientations.
+    for (int v = 0; v < 4; ++v) {
+      Pic src(f, 48, 20, v & 1), direct(f, 48, 20, v & 2), temp(direct);
+      src.randomise(rng);
+      const DSP_FIR_SETTINGS s{7, 30, 0, 5, 50};
+      for (const Pic *o : {&direct, &temp}) {
+        const DSP_FILTER_PARAMS p = framedsp_test::filter_params(
+            DSP_FILTER_TYPE_FIR, &s,
+            framedsp_test::buffer_of(src.image(0, 0, 0, 0, 2, 2, DSP_COLOR_SPACE_BT601),
+                                     o->image(0, 0, 0, 0, 2, 2, DSP_COLOR_SPACE_BT709)),
+            o == &temp ? DSP_FILTER_OPTION_TEMP_FRAME : 0);
+        ASSERT_EQ(DSP_S_OK, DspFilter(&p));
+      }
+      EXPECT_TRUE(framedsp_test::same_bytes(direct, temp)) << "format " << f << " orientations " << v;
+    }
     for (uint32_t type : {0u, 1u}) {
       Pic direct(f, 48, 20, false, 6, 0x5A), temp(direct);
       ASSERT_EQ(DSP_S_OK, fir(field, direct, 5, 40, 3, 60, 0, 0, type));
