@@ -147,12 +147,12 @@ TEST(ColorKernel, ScalarFollowsTheFormulaAndTheExactConversionWithinOne) {
 // Every length to 300 at every lead and flat lines, random lengths to 4096, with each matrix and
 // none; the source ends against a protected page, the destination has canaries; and in place.
 TEST(ColorKernel, SimdEqualsScalar) {
-  int ran = 0;
+  int ran[2] = {0, 0};
   for (uint32_t level : framedsp_test::simd_levels()) {
     for (int layout : {0, 1}) {
       const framedsp::ColorLineKernel scalar = pick(0, layout), simd = pick(level, layout);
       if (simd == scalar || (level != framedsp::kCpuSSE2 && simd == pick(framedsp::kCpuSSE2, layout))) continue;
-      ++ran;
+      ++ran[layout];
       for (int m : {0, 1, 2}) {
         SCOPED_TRACE("level " + std::to_string(level) + " layout " + std::to_string(layout) + " matrix " + std::to_string(m));
         std::mt19937 rng(framedsp_test::test_seed() + layout);
@@ -176,8 +176,23 @@ TEST(ColorKernel, SimdEqualsScalar) {
     }
   }
   if (framedsp::color_isas_built() && !framedsp_test::simd_levels().empty()) {
-    EXPECT_GT(ran, 0) << "no SIMD kernel ran";
+    EXPECT_GT(ran[0], 0) << "no SIMD uyvy kernel ran";
+    EXPECT_GT(ran[1], 0) << "no SIMD yuyv kernel ran";
   }
+}
+
+// The levels every kernel check runs are the machine's: detection agrees with the compiler's own
+// (which also checks that the OS saves the YMM state), and a zero mask forces the scalar kernels.
+TEST(Cpu, DetectionAgreesWithTheCompiler) {
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+  const uint32_t flags = framedsp::cpu_flags();
+  EXPECT_EQ((flags & framedsp::kCpuSSE2) != 0, __builtin_cpu_supports("sse2") != 0);
+  EXPECT_EQ((flags & framedsp::kCpuSSSE3) != 0, __builtin_cpu_supports("ssse3") != 0);
+  EXPECT_EQ((flags & framedsp::kCpuAVX2) != 0, __builtin_cpu_supports("avx2") != 0);
+#endif
+  framedsp::set_cpu_mask(0);
+  EXPECT_EQ(framedsp::cpu_flags(), 0u);
+  framedsp::set_cpu_mask(~0u);
 }
 
 // 601 -> 709 -> 601 returns every sample within 1 for Y 48..208 and Cb, Cr 16..240 (no clamping
