@@ -254,7 +254,7 @@ TEST(BoxFilterKernels, WideClassesAverageWholeWords) {
 TEST(BoxFilterKernels, SimdEqualsScalar) {
   framedsp::BoxRowKernels c{};
   framedsp::box_row_table_init(&c, 0);
-  int ran = 0;
+  int ran = 0, rows_ran = 0, horz_ran[4] = {0, 0, 0, 0};
   for (uint32_t level : framedsp_test::simd_levels()) {
     framedsp::BoxRowKernels s{}, s2{};
     framedsp::box_row_table_init(&s, level);
@@ -263,6 +263,8 @@ TEST(BoxFilterKernels, SimdEqualsScalar) {
     std::mt19937 rng(framedsp_test::test_seed() + level);
     for (int w16 = 0; w16 < 2 && new_rows && s.add_u8 != c.add_u8; ++w16) {
       ++ran;
+      rows_ran += (w16 ? s.add_u16 != c.add_u16 && s.sub_u16 != c.sub_u16 && s.move_u16 != c.move_u16
+                       : s.sub_u8 != c.sub_u8 && s.move_u8 != c.move_u8);
       const size_t bytes = w16 ? 2 : 1;
       framedsp_test::for_each_line(300, 10, rng, [&](size_t n, size_t lead, int kind) {
         GuardedBuffer &leave = framedsp_test::scratch(0, n * bytes + 15, 0), &enter = framedsp_test::scratch(1, n * bytes + 15, 0);
@@ -287,6 +289,7 @@ TEST(BoxFilterKernels, SimdEqualsScalar) {
       const framedsp::BoxHorzKernel hc = framedsp::box_horz_kernel(cls, 0), hs = framedsp::box_horz_kernel(cls, level);
       if (hs == hc || (level != framedsp::kCpuSSE2 && hs == framedsp::box_horz_kernel(cls, framedsp::kCpuSSE2))) continue;
       ++ran;
+      ++horz_ran[cls == 0 ? 0 : cls - 1 - (cls == 5)];
       framedsp_test::for_each_line(300, 20, rng, [&](size_t n, size_t lead, int kind) {
         const size_t pad = framedsp::kBoxPad;
         GuardedBuffer &sums_mem = framedsp_test::scratch(0, (2 * pad + 15 + n) * 4, 16, 0x5C);
@@ -317,6 +320,8 @@ TEST(BoxFilterKernels, SimdEqualsScalar) {
   }
   if (framedsp::box_isas_built() && !framedsp_test::simd_levels().empty()) {
     EXPECT_GT(ran, 0) << "no SIMD kernel ran";
+    EXPECT_GE(rows_ran, 2) << "a SIMD row step (add, sub, move on bytes or words) is missing";
+    for (int k = 0; k < 4; ++k) EXPECT_GT(horz_ran[k], 0) << "no SIMD horizontal pass for class index " << k;
   }
 }
 
