@@ -55,6 +55,18 @@ DSP_HRESULT scale(const DSP_BUFFER &b, uint32_t filter, uint32_t options) {
   return DspScaler(&p);
 }
 
+// The integer-ratio fast path: the output region half the input's width and half its height
+// (the general path where the record is not eligible).
+DSP_HRESULT scale_half(const DSP_BUFFER &b) {
+  DSP_SCALER_PARAMS p{};
+  p.eScalerPath = DSP_SCALER_PATH_INTEGER_RATIO;
+  p.eFilter = DSP_SCALER_FILTER_LINEAR;
+  p.Buffer = b;
+  p.Buffer.Out.Buffer.Region.ulWidth = b.In.Buffer.Region.ulWidth / 2;
+  p.Buffer.Out.Buffer.Region.ulHeight = b.Out.Buffer.Region.ulHeight / 2;
+  return DspScaler(&p);
+}
+
 struct Operation {
   const char *name;
   DSP_HRESULT (*call)(const DSP_BUFFER &);
@@ -74,8 +86,9 @@ const Operation kOperations[] = {
     {"scale_linear", [](const DSP_BUFFER &b) { return scale(b, DSP_SCALER_FILTER_LINEAR, 0); }, true},
     {"scale_nearest_staged", [](const DSP_BUFFER &b) { return scale(b, DSP_SCALER_FILTER_NEAREST, DSP_SCALER_OPTION_STAGED); }, true},
     {"scale_filtered", [](const DSP_BUFFER &b) { return scale(b, DSP_SCALER_FILTER_LINEAR, DSP_SCALER_OPTION_FILTERED); }, true},
+    {"scale_half_fast_path", scale_half, true},
 };
-enum { kCopy, kFirOp, kFirTemp, kFirOffOp, kBoxOp, kBoxTemp, kSubFir, kSubBox, kScaleLinear, kScaleStaged, kScaleFiltered, kOps };
+enum { kCopy, kFirOp, kFirTemp, kFirOffOp, kBoxOp, kBoxTemp, kSubFir, kSubBox, kScaleLinear, kScaleStaged, kScaleFiltered, kScaleHalf, kOps };
 bool is_scaler(int op) { return op >= kScaleLinear; }
 
 // ---- bands ------------------------------------------------------------------------------------
@@ -137,7 +150,7 @@ TEST_P(OperationBands, ThreadsGiveTheBytesOfOneCall) {
         }
       }
       for (size_t i = 0; i < whole.size(); ++i) {
-        if (whole.data()[i] != untouched.data()[i]) ASSERT_NE(owner[i], 0u) << "byte " << i << " in no band";
+        if (whole.data()[i] != untouched.data()[i]) { ASSERT_NE(owner[i], 0u) << "byte " << i << " in no band"; }
       }
     }
     std::atomic<uint32_t> ready{0};
@@ -259,7 +272,7 @@ TEST_P(OperationWorkMemory, EveryAllocationFailureReleasesEverything) {
     framedsp::work_memory_fail_at(0);
     EXPECT_EQ(allocations() - from, k > c.blocks ? c.blocks : k - 1) << "allocations up to the failing one, k = " << k;
     EXPECT_EQ(outstanding(), base) << "blocks left after failure " << k;
-    if (k == 1 && c.blocks) EXPECT_TRUE(framedsp_test::same_bytes(before, fresh)) << "written although the first block failed";
+    if (k == 1 && c.blocks) { EXPECT_TRUE(framedsp_test::same_bytes(before, fresh)) << "written although the first block failed"; }
   }
   framedsp::set_worker_hook([](const char *) { throw std::runtime_error("injected"); });
   EXPECT_EQ(op.call(im.buffer), DSP_E_UNEXPECTED);
@@ -328,7 +341,7 @@ TEST_P(RegionPastLineEnd, TouchesNothingOutside) {
   ASSERT_TRUE(out.mem->intact()) << out.mem->damage();
   const size_t region = far_input ? 58 * framedsp_test::main_bytes(format) : 0;
   for (size_t i = 0; i < out.size(); ++i) {
-    if (i % out.stride >= region) ASSERT_EQ(out.data()[i], out_before.data()[i]) << "byte " << i << " outside the region";
+    if (i % out.stride >= region) { ASSERT_EQ(out.data()[i], out_before.data()[i]) << "byte " << i << " outside the region"; }
   }
 }
 
