@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <random>
 #include <string>
@@ -356,6 +357,7 @@ TEST(ScalerGeometry, DerivedSizesRoundClampAndKeepLinePairs) {
       {0, 2, 20, 5, 1.0f, 1.0f, 64, 64, 20, 9},      // field -> frame: x 2, its own lines only
       {2, 2, 20, 10, 3.0f, 3.0f, 41, 23, 41, 22},    // clamped to the room; 23 odd at the room -> 22
       {2, 2, 10, 4, 0.04f, 0.04f, 64, 64, 0, 0},     // rounds to nothing
+      {2, 2, 10, 4, NAN, NAN, 64, 64, 0, 0},         // NaN factors give nothing
   };
   for (const auto &c : cases) {
     Pic in(0, c.sw, c.sh), out(0, c.room_w, c.room_h);
