@@ -323,6 +323,16 @@ TEST(BoxFilterKernels, SimdEqualsScalar) {
     EXPECT_GE(rows_ran, 2) << "a SIMD row step (add, sub, move on bytes or words) is missing";
     for (int k = 0; k < 4; ++k) EXPECT_GT(horz_ran[k], 0) << "no SIMD horizontal pass for class index " << k;
   }
+  // SSE2 and AVX2 each install all six row steps of their own.
+  for (uint32_t mask : {uint32_t{framedsp::kCpuSSE2}, uint32_t{framedsp::kCpuSSE2 | framedsp::kCpuAVX2}}) {
+    if ((framedsp::box_isas_built() & framedsp::cpu_flags() & mask) != mask) continue;
+    framedsp::BoxRowKernels s{}, n{};
+    framedsp::box_row_table_init(&s, mask);
+    framedsp::box_row_table_init(&n, mask & framedsp::kCpuAVX2 ? uint32_t{framedsp::kCpuSSE2} : 0u);
+    EXPECT_TRUE(s.add_u8 != n.add_u8 && s.sub_u8 != n.sub_u8 && s.move_u8 != n.move_u8 && s.add_u16 != n.add_u16 &&
+                s.sub_u16 != n.sub_u16 && s.move_u16 != n.move_u16)
+        << "a row step of mask " << mask << " is the narrower level's";
+  }
 }
 
 }  // namespace

@@ -134,6 +134,19 @@ TEST_P(PlannedResampler, EveryLevelFollowsTheFormula) {
 
 INSTANTIATE_TEST_SUITE_P(EightBitClasses, PlannedResampler, ::testing::Range(size_t{0}, size_t{7}));
 
+// SSSE3 installs the planned resamplers of every 8-bit class over SSE2's.
+TEST(ScaleLineTable, SsseThreeInstallsEveryPlannedResampler) {
+  framedsp::ScaleLineTable scalar, sse2, ssse3;
+  framedsp::scale_line_table_init(&scalar, 0);
+  framedsp::scale_line_table_init(&sse2, framedsp::kCpuSSE2);
+  framedsp::scale_line_table_init(&ssse3, framedsp::kCpuSSE2 | framedsp::kCpuSSSE3);
+  if (!(framedsp::cpu_flags() & framedsp::kCpuSSSE3) || sse2.blend == scalar.blend) GTEST_SKIP() << "no SSSE3 here";
+  for (int c = 0; c <= 6; ++c) {
+    EXPECT_NE(ssse3.planned_nearest[c], sse2.planned_nearest[c]) << "class " << c;
+    EXPECT_NE(ssse3.planned_linear[c], sse2.planned_linear[c]) << "class " << c;
+  }
+}
+
 // The blender at every level against its formula: weights summing to one and (every fifth
 // length) weights that do not; weight_a 0 copies b.
 TEST(ScaleBlender, EveryLevelFollowsTheFormula) {
