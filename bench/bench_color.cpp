@@ -28,8 +28,8 @@
 #include <string>
 #include <vector>
 
-#include "frame/cpu.h"
-#include "lines/color_kernels.h"
+#include "platform/cpu.h"
+#include "copy/color_kernels.h"
 
 #if defined(FRAMEDSP_BENCH_SWSCALE)
 extern "C" {

@@ -10,7 +10,7 @@
 #include <random>
 #include <string>
 
-#include "frame/cpu.h"
+#include "platform/cpu.h"
 #include "framedsp/framedsp.h"
 
 #if defined(FRAMEDSP_BENCH_LIBYUV)

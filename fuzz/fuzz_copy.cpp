@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "line_call.h"
-#include "lines/smart_copy.h"
+#include "copy/smart_copy.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   fuzz::Reader r(data, size);

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <vector>
 
-#include "frame/handle.h"
+#include "platform/handle.h"
 #include "harness.h"
 
 namespace {
@@ -71,12 +71,12 @@ void draw_creation(fuzz::Reader &r, DSP_FRAME_RATE_CONVERTER_PARAMS *p) {
 // Every handle export on one handle; `live` says which answer is due.
 void use_handle(DSP_HANDLE h, bool live) {
   DSP_FRAME_RATE_CONVERT_PARAMS convert{};
-  uint8_t motion[64] = {};
+  DSP_MOTION_VECTORS_PARAMS motion{};
   DSP_MIPMAP_PARAMS mip{};
   const DSP_HRESULT want = live ? DSP_E_NOTIMPL : DSP_E_HANDLE;
   require(DspFrameRateConvert(h, &convert, 7) == want, "DspFrameRateConvert");
   require(DspFrameRateConvert(h, nullptr, 0) == want, "DspFrameRateConvert (null record)");
-  require(DspCreateMotionVectors(h, motion) == want, "DspCreateMotionVectors");
+  require(DspCreateMotionVectors(h, &motion) == (live ? DSP_E_INVALIDARG : DSP_E_HANDLE), "DspCreateMotionVectors");
   require(DspCreateMotionVectors(h, nullptr) == DSP_E_POINTER, "DspCreateMotionVectors (null record)");
   // The mip-map record here has no level list: a live handle reaches the record check.
   require(DspCreateMipMaps(h, &mip) == (live ? DSP_E_POINTER : DSP_E_HANDLE), "DspCreateMipMaps");

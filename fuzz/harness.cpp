@@ -1,6 +1,6 @@
 #include "harness.h"
 
-#include "frame/pixel_format.h"
+#include "lines/buffer_record.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "frame/cpu.h"
+#include "platform/cpu.h"
 
 namespace fuzz {
 

@@ -2,7 +2,9 @@
 # Installs what building and testing framedsp needs, when it is missing (Debian packages).
 # Quiet when everything is present.  Optional extras are tried but never required; name them in
 # FRAMEDSP_OPTIONAL_DEPS, e.g. "g++-mingw-w64-i686" (the 32-bit Windows DLL, `make windows`),
-# "wine wine32:i386" (running its smoke test), "libyuv-dev" (peer benchmarks).
+# "wine wine32:i386" (running its smoke test), "g++-mingw-w64-x86-64-posix wine64" (the 64-bit
+# DLL, its test suite and the CLI, built and run under Wine: `make windows64 windows-test`),
+# "libyuv-dev" (peer benchmarks).
 set -u
 need=()
 have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }

@@ -1,18 +1,25 @@
 #!/usr/bin/env bash
-# Checks the cross-built 32-bit framedsp.dll:
-#   - a PE32 i386 DLL whose export table holds exactly the thirteen plain names;
+# Checks a cross-built framedsp.dll:
+#   - a PE32 i386 DLL (PE32+ x86-64 with "64") whose export table holds exactly the thirteen
+#     plain names;
 #   - it imports only system DLLs (no compiler runtime DLL to ship beside it);
-#   - the import library's name@bytes list matches the __stdcall symbols the compiler produced.
-# Usage: check_dll.sh <win32 build dir> <source dir>
+#   - 32-bit: the import library's name@bytes list matches the __stdcall symbols the compiler
+#     produced.
+# Usage: check_dll.sh <build dir> <source dir> [64]
 set -euo pipefail
-BUILD=$1 SRC=$2
+BUILD=$1 SRC=$2 BITS=${3:-32}
 DLL=$BUILD/framedsp.dll
-OBJDUMP=$(command -v i686-w64-mingw32-objdump || command -v objdump)
-NM=$(command -v i686-w64-mingw32-nm || command -v nm)
+if [ "$BITS" = 64 ]; then
+  TOOLS=x86_64-w64-mingw32 FORMAT=pei-x86-64
+else
+  TOOLS=i686-w64-mingw32 FORMAT=pei-i386
+fi
+OBJDUMP=$(command -v $TOOLS-objdump || command -v objdump)
+NM=$(command -v $TOOLS-nm || command -v nm)
 fail() { echo "check_dll: $*" >&2; exit 1; }
 [ -f "$DLL" ] || fail "$DLL not built"
 
-"$OBJDUMP" -f "$DLL" | grep -q 'file format pei-i386' || fail "not a PE32 i386 image"
+"$OBJDUMP" -f "$DLL" | grep -q "file format $FORMAT\$" || fail "$DLL is not a $FORMAT image"
 dump=$("$OBJDUMP" -p "$DLL")
 
 # The export names: the lines of the [Ordinal/Name Pointer] table.
@@ -37,6 +44,11 @@ for dll in $imports; do
     *) fail "imports $dll, which is not a system DLL" ;;
   esac
 done
+
+if [ "$BITS" = 64 ]; then
+  echo "check_dll: 64-bit framedsp.dll exports the 13 plain names, imports only: $(echo $imports)"
+  exit 0
+fi
 
 # Every export's __stdcall decoration as compiled, against the import library's list.
 compiled=$(find "$BUILD" -name 'exports.cpp.obj' -exec "$NM" {} \; |

@@ -10,8 +10,7 @@
 #include <vector>
 
 #include "filter/box_filter.h"
-#include "filter/filter_planes.h"
-#include "frame/cpu.h"
+#include "platform/cpu.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
 

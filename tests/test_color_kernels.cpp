@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "frame/cpu.h"
+#include "platform/cpu.h"
 #include "framedsp/framedsp.h"
-#include "lines/color_kernels.h"
+#include "copy/color_kernels.h"
 #include "test_util.h"
 
 namespace {

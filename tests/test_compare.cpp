@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "analysis/compare_kernels.h"
-#include "frame/cpu.h"
+#include "platform/cpu.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
 

@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "frame/guard.h"
-#include "frame/handle.h"
-#include "frame/trace.h"
+#include "platform/handle.h"
+#include "platform/trace.h"
 #include "framedsp/framedsp.h"
 #include "framerate/converter.h"
 #include "test_util.h"
@@ -119,13 +119,14 @@ struct Rig {
   DSP_SUBPIXEL_SCALER_PARAMS subpixel_scaler{};
   DSP_SCALER_HELPER_IN helper_in{4, 3, 720, 486, 0, 0, 0, 16, 9, 1920, 1080, 0, 0, 0, 0};
   DSP_SCALER_HELPER_OUT helper_out{0xAAAA, 0xBBBB, -1.5f, 2.5f};
-  uint32_t subpixel_helper_in[16]{};
-  uint32_t subpixel_helper_out[16]{};
+  DSP_SUBPIXEL_SCALER_HELPER_IN subpixel_helper_in{
+      4, 3, 16, 9, 720, 486, 1920, 1080, 0, {16384, 0, 0}, {32768, 0, 0}, 8192, 0, {0, 0, 0}};
+  DSP_SUBPIXEL_SCALER_HELPER_OUT subpixel_helper_out{-1, -2, -3, -4, -5, -6, -7, -8, -9.f, -10.f};
   DSP_COMPARE_PARAMS compare{};
   DSP_FRAME_RATE_CONVERTER_PARAMS converter_params{};
   DSP_HANDLE created = kNotCreated;
   DSP_FRAME_RATE_CONVERT_PARAMS convert{};
-  uint32_t motion[16]{};
+  DSP_MOTION_VECTORS_PARAMS motion{};
   DSP_MIPMAP_LEVELS levels{};
   DSP_MIPMAP_PARAMS mipmap{};
   DSP_HANDLE converter = nullptr;
@@ -133,7 +134,6 @@ struct Rig {
   Rig() {
     std::mt19937 rng(framedsp_test::test_seed());
     framedsp_test::fill_random(in_mem.data(), in_mem.size(), rng);
-    for (uint32_t i = 0; i < 16; ++i) subpixel_helper_out[i] = 0xC0DE0000u + i;
 
     set_image(&buffer.In, in_mem.data(), DSP_PIXEL_FORMAT_UYVY);
     set_image(&buffer.Out, out_mem.data(), DSP_PIXEL_FORMAT_UYVY);
@@ -257,14 +257,14 @@ const std::vector<ExportCase> &export_cases() {
        [](Rig &r) { r.helper_in.ulDstAspectDenominator = 0; },
        [](Rig &r) { return DspScalerHelper(&r.helper_in, &r.helper_out); }, DSP_S_OK, true},
       {"DspSubPixelScalerHelper", "DspSubPixelScalerHelper",
-       {{"null_in", [](Rig &r) { return DspSubPixelScalerHelper(nullptr, r.subpixel_helper_out); },
+       {{"null_in", [](Rig &r) { return DspSubPixelScalerHelper(nullptr, &r.subpixel_helper_out); },
          kPtr},
-        {"null_out", [](Rig &r) { return DspSubPixelScalerHelper(r.subpixel_helper_in, nullptr); },
+        {"null_out", [](Rig &r) { return DspSubPixelScalerHelper(&r.subpixel_helper_in, nullptr); },
          kPtr},
         {"both_null", [](Rig &) { return DspSubPixelScalerHelper(nullptr, nullptr); }, kPtr}},
-       nullptr,
-       [](Rig &r) { return DspSubPixelScalerHelper(r.subpixel_helper_in, r.subpixel_helper_out); },
-       kNotImpl, true},
+       [](Rig &r) { r.subpixel_helper_in.ulReserved[2] = 1; },
+       [](Rig &r) { return DspSubPixelScalerHelper(&r.subpixel_helper_in, &r.subpixel_helper_out); },
+       DSP_S_OK, true},
       {"DspCreateFrameRateConverter", "DspCreateFrameRateConverter",
        {{"null_record", [](Rig &r) { return DspCreateFrameRateConverter(nullptr, &r.created); },
          kPtr},
@@ -281,15 +281,15 @@ const std::vector<ExportCase> &export_cases() {
         {"all_ones_handle", [](Rig &r) { return DspFrameRateConvert(kAllOnes, &r.convert, 7); },
          kHdl}},
        nullptr, [](Rig &r) { return DspFrameRateConvert(r.converter, &r.convert, 0xFFFFFFFFu); },
-       kNotImpl, true},
+       DSP_E_INVALIDARG, true},  // the zeroed record has no frames
       {"DspCreateMotionVectors", "DspCreateMotionVectors",
        {{"null_record", [](Rig &r) { return DspCreateMotionVectors(r.converter, nullptr); }, kPtr},
         {"null_record_bad_handle", [](Rig &) { return DspCreateMotionVectors(nullptr, nullptr); },
          kPtr},
-        {"zero_handle", [](Rig &r) { return DspCreateMotionVectors(nullptr, r.motion); }, kHdl},
-        {"all_ones_handle", [](Rig &r) { return DspCreateMotionVectors(kAllOnes, r.motion); },
+        {"zero_handle", [](Rig &r) { return DspCreateMotionVectors(nullptr, &r.motion); }, kHdl},
+        {"all_ones_handle", [](Rig &r) { return DspCreateMotionVectors(kAllOnes, &r.motion); },
          kHdl}},
-       nullptr, [](Rig &r) { return DspCreateMotionVectors(r.converter, r.motion); }, kNotImpl,
+       nullptr, [](Rig &r) { return DspCreateMotionVectors(r.converter, &r.motion); }, DSP_E_INVALIDARG,
        true},
       {"DspCreateMipMaps", "DspCreateMipMaps",
        {{"null_record", [](Rig &r) { return DspCreateMipMaps(r.converter, nullptr); }, kPtr},
@@ -362,8 +362,15 @@ TEST_P(ExportWorker, AcceptedRecordReachesTheWorkerSilently) {
   const int32_t refs = references(rig.converter);
   const std::string in = rig.inputs();
   HRESULT status = 0;
-  EXPECT_EQ(traced(1, [&] { status = GetParam().call(rig); }), "");
+  const std::string text = traced(1, [&] { status = GetParam().call(rig); });
   EXPECT_EQ(status, GetParam().accepted);
+  // Silent, unless the worker itself refuses the zeroed record (a single line naming the export).
+  if (status == DSP_E_INVALIDARG) {
+    EXPECT_EQ(text.rfind(std::string(GetParam().worker) + ": refused: ", 0), 0u) << text;
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+  } else {
+    EXPECT_EQ(text, "");
+  }
   // The pyramid enters the scaler once per level after its own worker.
   ASSERT_FALSE(g_entered.empty());
   EXPECT_EQ(g_entered.front(), GetParam().worker);

@@ -17,8 +17,9 @@
 #include <string>
 #include <vector>
 
-#include "frame/cpu.h"
-#include "frame/pixel_format.h"
+#include "platform/cpu.h"
+#include "lines/buffer_record.h"
+#include "lines/pixel_format.h"
 #include "scale/fast_paths.h"
 #include "scale/fixed_ratio_kernels.h"
 #include "test_util.h"

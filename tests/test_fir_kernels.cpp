@@ -11,7 +11,7 @@
 
 #include "filter/fir_kernels.h"
 #include "filter/fir_tables.h"
-#include "frame/cpu.h"
+#include "platform/cpu.h"
 #include "test_util.h"
 
 namespace {
@@ -97,8 +97,8 @@ void run(const Tables &t, const Call &c, const uint8_t *src, size_t n, size_t le
     const size_t l = (lead + size_t(r) * 5) % 16, tr = (n + 32 - l) % 16;
     if (v < 7) t.whole.vert[v](row0 + r * pitch, out, c.h, r, n, pitch, l, tr, c.shift, c.coef);
     else if (v < 14) t.whole.vert16[v - 7](row0 + r * pitch, out, c.h, r, n, pitch, l, tr, c.shift, c.coef);
-    else if (v < 21) t.sub.vert[v - 14](row0, out, c.h, r, n, pitch * (1 << c.shift), c.coef, ~0u, l, tr, c.shift);
-    else t.sub.vert16[v - 21](row0, out, c.h, r, n, pitch * (1 << c.shift), c.coef, ~0u, l, tr, c.shift);
+    else if (v < 21) t.sub.vert[v - 14](row0 + r * pitch, out, c.h, r, n, pitch, l, tr, c.shift, c.coef);
+    else t.sub.vert16[v - 21](row0 + r * pitch, out, c.h, r, n, pitch, l, tr, c.shift, c.coef);
   }
 }
 
@@ -181,10 +181,5 @@ TEST_P(FirKernel, ScalarFollowsTheFormulaAndSimdEqualsScalar) {
 
 INSTANTIATE_TEST_SUITE_P(Entries, FirKernel, ::testing::Range(0, kEntries),
                          [](const auto &info) { return entry_name(info.param); });
-
-TEST(FirKernels, LayoutClassOfEachFormat) {
-  const uint32_t formats[] = {21, 24, 25, 17, 1, 0, 261, 22, 31, 23, 129, 262, 999};
-  for (int i = 0; i < 13; ++i) EXPECT_EQ(i % 12, framedsp::fir_layout_class(formats[i])) << formats[i];
-}
 
 }  // namespace

@@ -1,12 +1,7 @@
 // Handle objects: lookup of bad handles never faults and never succeeds, reference counting is
 // atomic, the last release destroys once and invalidates the handle, and identities come from a
 // counter shared by every process on the machine.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
@@ -15,8 +10,9 @@
 #include <thread>
 #include <vector>
 
-#include "frame/handle.h"
-#include "frame/platform.h"
+#include "platform/handle.h"
+#include "platform/platform.h"
+#include "test_os.h"
 
 namespace {
 
@@ -37,12 +33,10 @@ class Probe : public HandleObject {
   DSP_HANDLE *self_at_destruction_;
 };
 
-// POSIX shared memory lives in /dev/shm on Linux; where it is missing or read-only the counter
-// falls back to a process-local word on purpose, and the cross-process tests cannot run.
-bool shared_memory_available() { return access("/dev/shm", W_OK | X_OK) == 0; }
-constexpr char kNoSharedMemory[] = "/dev/shm is unavailable here: ids are process-local";
-
-size_t page_size() { return static_cast<size_t>(sysconf(_SC_PAGESIZE)); }
+using framedsp_test::map_pages;
+using framedsp_test::page_size;
+using framedsp_test::protect_pages;
+using framedsp_test::unmap_pages;
 
 DSP_HANDLE as_handle(uintptr_t value) { return reinterpret_cast<DSP_HANDLE>(value); }
 
@@ -82,29 +76,25 @@ TEST(Handles, ReservedValuesFailLookup) {
 
 TEST(Handles, UnmappedAndProtectedPagesFailLookupWithoutFault) {
   const size_t page = page_size();
-  void *gone = mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(gone, MAP_FAILED);
-  ASSERT_EQ(munmap(gone, page), 0);
-  EXPECT_EQ(HandleObject::lookup(gone), nullptr);
+  EXPECT_EQ(HandleObject::lookup(framedsp_test::unmapped_address()), nullptr);
 
-  // Two pages: the first readable and forged to look like a live object, the second PROT_NONE
-  // and forged the same way before it was protected.
-  auto *pages = static_cast<unsigned char *>(
-      mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  ASSERT_NE(static_cast<void *>(pages), MAP_FAILED);
+  // Two pages: the first readable and forged to look like a live object, the second without
+  // access and forged the same way before it was protected.
+  unsigned char *pages = map_pages(2 * page);
+  ASSERT_NE(pages, nullptr);
   unsigned char *second = pages + page;
   std::memcpy(pages + sizeof(void *), &pages, sizeof pages);
   std::memcpy(second + sizeof(void *), &second, sizeof second);
   unsigned char *straddle = second - sizeof(void *);  // self word at the start of `second`
   std::memcpy(second, &straddle, sizeof straddle);
-  ASSERT_EQ(mprotect(second, page, PROT_NONE), 0);
+  ASSERT_TRUE(protect_pages(second, page));
 
   // The readable forgery passes (lookup can only compare the word), which shows the probe
   // really reads: the failures below come from the protection alone.
   EXPECT_EQ(HandleObject::lookup(pages), reinterpret_cast<HandleObject *>(pages));
   EXPECT_EQ(HandleObject::lookup(second), nullptr);
   EXPECT_EQ(HandleObject::lookup(straddle), nullptr);
-  munmap(pages, 2 * page);
+  unmap_pages(pages, 2 * page);
 }
 
 // The probe itself, both ways: the direct read and the portable one (a write into a pipe) that
@@ -112,11 +102,10 @@ TEST(Handles, UnmappedAndProtectedPagesFailLookupWithoutFault) {
 // protected and partly protected ranges fail; a stale object fails lookup either way.
 TEST(Handles, ProbeReadsReadableBytesOnlyBothWays) {
   const size_t page = page_size();
-  auto *pages = static_cast<unsigned char *>(
-      mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  ASSERT_NE(static_cast<void *>(pages), MAP_FAILED);
+  unsigned char *pages = map_pages(2 * page);
+  ASSERT_NE(pages, nullptr);
   for (size_t i = 0; i < page; ++i) pages[i] = static_cast<unsigned char>(i * 13 + 1);
-  ASSERT_EQ(mprotect(pages + page, page, PROT_NONE), 0);
+  ASSERT_TRUE(protect_pages(pages + page, page));
 
   struct FallbackOffAtExit {
     ~FallbackOffAtExit() { framedsp::platform::probe_use_fallback(false); }
@@ -130,9 +119,7 @@ TEST(Handles, ProbeReadsReadableBytesOnlyBothWays) {
     EXPECT_FALSE(framedsp::platform::probe_read(pages + page, out, 8)) << way;
     EXPECT_FALSE(framedsp::platform::probe_read(pages + page - 4, out, 8)) << way;
     // Unmapped just before the probe: an allocation in between could map the hole again.
-    void *hole = mmap(nullptr, page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(hole, MAP_FAILED);
-    ASSERT_EQ(munmap(hole, page), 0);
+    void *hole = framedsp_test::unmapped_address();
     EXPECT_FALSE(framedsp::platform::probe_read(hole, out, 8)) << way;
 
     int destroyed = 0;
@@ -144,7 +131,7 @@ TEST(Handles, ProbeReadsReadableBytesOnlyBothWays) {
     EXPECT_EQ(HandleObject::lookup(h), nullptr) << way;
     EXPECT_EQ(HandleObject::lookup(pages + page), nullptr) << way;
   }
-  munmap(pages, 2 * page);
+  unmap_pages(pages, 2 * page);
 }
 
 TEST(Handles, ForeignAndMisalignedPointersFailLookup) {
@@ -247,32 +234,27 @@ TEST(Handles, CounterWrapSkipsZero) {
 }
 
 // The counter lives in the named shared-memory object: mapped independently by name, its value
-// brackets the id a new object draws.
+// brackets the id a new object draws, and every user of the machine may open it.
 TEST(Handles, CounterIsTheNamedSharedWord) {
-  if (!shared_memory_available()) GTEST_SKIP() << kNoSharedMemory;
+  if (const char *why = framedsp_test::named_memory_missing()) GTEST_SKIP() << why;
   ASSERT_TRUE(framedsp::identity_counter_shared());
   const char *name = framedsp::platform::shared_counter_name();
+  EXPECT_NE(std::strstr(name, "{7F0369A3-6A89-4fa8-AF2E-1F173F606C0C}"), nullptr);
+#if !defined(_WIN32)
   ASSERT_EQ(name[0], '/');
   EXPECT_EQ(std::strchr(name + 1, '/'), nullptr);
-  EXPECT_NE(std::strstr(name, "{7F0369A3-6A89-4fa8-AF2E-1F173F606C0C}"), nullptr);
-
-  const int fd = shm_open(name, O_RDWR, 0);
-  ASSERT_GE(fd, 0);
-  struct stat st;
-  ASSERT_EQ(fstat(fd, &st), 0);
-  EXPECT_GE(st.st_size, 4);
-  EXPECT_EQ(st.st_mode & 0777, 0666u) << "every user must be able to open the counter";
-  void *view = mmap(nullptr, 4, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-  close(fd);
-  ASSERT_NE(view, MAP_FAILED);
-  auto *word = static_cast<uint32_t *>(view);
+#endif
+  bool everyone = false;
+  uint32_t *word = framedsp_test::map_named_word(name, &everyone);
+  ASSERT_NE(word, nullptr);
+  EXPECT_TRUE(everyone) << "every user must be able to open the counter";
 
   const uint32_t before = __atomic_load_n(word, __ATOMIC_SEQ_CST);
   auto *probe = new Probe();
   const uint32_t id = probe->id();
   const uint32_t after = __atomic_load_n(word, __ATOMIC_SEQ_CST);
   probe->release();
-  munmap(view, 4);
+  framedsp_test::unmap_named_word(word);
   // Other processes may draw ids meanwhile; ours still lies in (before, after], modulo 2^32.
   EXPECT_GE(after - before, 1u);
   EXPECT_GE(id - before, 1u);
@@ -282,78 +264,29 @@ TEST(Handles, CounterIsTheNamedSharedWord) {
 // Several processes each open the counter by name, as a fresh load of the library does, and
 // draw ids at the same time: no id appears twice.
 TEST(Handles, ProcessesSharingTheCounterGetDistinctIds) {
-  if (!shared_memory_available()) GTEST_SKIP() << kNoSharedMemory;
+  if (const char *why = framedsp_test::named_memory_missing()) GTEST_SKIP() << why;
   ASSERT_TRUE(framedsp::identity_counter_shared());
-  constexpr int kChildren = 3;
-  constexpr int kObjects = 20000;
-  int go[2];
-  ASSERT_EQ(pipe(go), 0);
-  std::vector<pid_t> pids;
-  std::vector<int> results;
-  for (int c = 0; c < kChildren; ++c) {
-    int out[2];
-    ASSERT_EQ(pipe(out), 0);
-    const pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-      close(go[1]);
-      close(out[0]);
-      // Drop the mapping inherited from the parent and open the section by name.
-      framedsp::identity_counter_close();
-      framedsp::identity_counter_open();
-      if (!framedsp::identity_counter_shared()) _exit(3);
-      char byte;
-      if (read(go[0], &byte, 1) != 0) _exit(4);  // released when the parent closes `go`
-      std::vector<uint32_t> ids;
-      ids.reserve(kObjects);
-      for (int i = 0; i < kObjects; ++i) {
-        auto *probe = new Probe();
-        ids.push_back(probe->id());
-        probe->release();
-      }
-      const char *p = reinterpret_cast<const char *>(ids.data());
-      size_t left = ids.size() * sizeof(uint32_t);
-      while (left > 0) {
-        const ssize_t n = write(out[1], p, left);
-        if (n <= 0) _exit(5);
-        p += n;
-        left -= static_cast<size_t>(n);
-      }
-      _exit(0);
+  std::string error;
+  const auto drawn = framedsp_test::draw_in_processes(3, [] {
+    // A forked child drops the mapping inherited from its parent and opens the section by name.
+    framedsp::identity_counter_close();
+    framedsp::identity_counter_open();
+    std::vector<uint32_t> ids;
+    if (!framedsp::identity_counter_shared()) return ids;
+    for (int i = 0; i < 20000; ++i) {
+      auto *probe = new Probe();
+      ids.push_back(probe->id());
+      probe->release();
     }
-    close(out[1]);
-    pids.push_back(pid);
-    results.push_back(out[0]);
+    return ids;
+  }, &error);
+  ASSERT_EQ(drawn.size(), 4u) << error;
+  std::set<uint32_t> distinct;
+  for (const auto &ids : drawn) {
+    ASSERT_EQ(ids.size(), 20000u);
+    distinct.insert(ids.begin(), ids.end());
   }
-  close(go[0]);
-  close(go[1]);
-
-  std::vector<uint32_t> all;
-  for (int i = 0; i < kObjects; ++i) {
-    auto *probe = new Probe();
-    all.push_back(probe->id());
-    probe->release();
-  }
-  for (int c = 0; c < kChildren; ++c) {
-    std::vector<uint32_t> ids(kObjects);
-    char *p = reinterpret_cast<char *>(ids.data());
-    size_t left = ids.size() * sizeof(uint32_t);
-    while (left > 0) {
-      const ssize_t n = read(results[c], p, left);
-      if (n <= 0) break;
-      p += n;
-      left -= static_cast<size_t>(n);
-    }
-    close(results[c]);
-    int status = 0;
-    ASSERT_EQ(waitpid(pids[c], &status, 0), pids[c]);
-    ASSERT_TRUE(WIFEXITED(status));
-    ASSERT_EQ(WEXITSTATUS(status), 0) << "child " << c;
-    ASSERT_EQ(left, 0u) << "child " << c << " reported too few ids";
-    all.insert(all.end(), ids.begin(), ids.end());
-  }
-  const std::set<uint32_t> distinct(all.begin(), all.end());
-  EXPECT_EQ(distinct.size(), all.size());
+  EXPECT_EQ(distinct.size(), 4u * 20000);
   EXPECT_EQ(distinct.count(0u), 0u);
 }
 

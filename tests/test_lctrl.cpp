@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "frame/pixel_format.h"
-#include "lines/lctrl.h"
+#include "lines/buffer_record.h"
+#include "lines/line_walk.h"
 #include "test_util.h"
 
 using framedsp::LCtrl;

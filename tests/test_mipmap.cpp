@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "frame/guard.h"
-#include "frame/handle.h"
+#include "platform/trace.h"
+#include "platform/handle.h"
 #include "framedsp/framedsp.h"
 #include "framerate/converter.h"
 #include "test_util.h"

@@ -16,8 +16,9 @@
 #include <vector>
 
 #include "frame/guard.h"
-#include "frame/work_memory.h"
 #include "framedsp/framedsp.h"
+#include "platform/trace.h"
+#include "platform/work_memory.h"
 #include "test_util.h"
 
 namespace {

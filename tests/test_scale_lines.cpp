@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "frame/cpu.h"
-#include "frame/pixel_format.h"
+#include "platform/cpu.h"
+#include "lines/pixel_format.h"
 #include "framedsp/framedsp.h"
-#include "lines/color_kernels.h"
-#include "scale/scale_lines.h"
+#include "copy/color_kernels.h"
+#include "scale/scale_line_kernels.h"
 #include "scale_reference.h"
 #include "test_util.h"
 

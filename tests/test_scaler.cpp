@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "frame/trace.h"
+#include "platform/trace.h"
 #include "framedsp/framedsp.h"
-#include "lines/color_kernels.h"
+#include "copy/color_kernels.h"
 #include "scale_reference.h"
 #include "test_util.h"
 

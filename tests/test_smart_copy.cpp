@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/work_memory.h"
+#include "platform/work_memory.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
 

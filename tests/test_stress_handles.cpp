@@ -3,9 +3,6 @@
 // handles; concurrent creation draws distinct identities; and two processes creating converters
 // at the same time never share an identity.  Run under ThreadSanitizer by `make tsan`.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstring>
@@ -14,8 +11,9 @@
 #include <thread>
 #include <vector>
 
-#include "frame/handle.h"
+#include "platform/handle.h"
 #include "framedsp/framedsp.h"
+#include "test_os.h"
 #include "test_util.h"
 
 namespace {
@@ -35,16 +33,20 @@ DSP_HANDLE create_converter() {
 }
 
 // Every handle export once; the count of answers that differ from `want`.  `want` is what the
-// handle check decides: E_HANDLE for a bad handle, or E_NOTIMPL for a live one, where the pyramid
-// gets past the handle and answers E_POINTER for the zeroed record's missing level list.
+// handle check decides: E_HANDLE for a bad handle, or E_NOTIMPL for a live one, where each
+// operation gets past the handle and reads its zeroed record: the pyramid answers E_POINTER for
+// the missing level list, the motion vectors and the conversion E_INVALIDARG for their missing
+// pyramids and frames.
 int use(DSP_HANDLE h, DSP_HRESULT want) {
   DSP_FRAME_RATE_CONVERT_PARAMS convert{};
-  uint32_t motion[16] = {};
+  DSP_MOTION_VECTORS_PARAMS motion{};
   DSP_MIPMAP_PARAMS mip{};
+  const DSP_HRESULT want_motion = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_INVALIDARG;
   const DSP_HRESULT want_mip = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_POINTER;
+  const DSP_HRESULT want_convert = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_INVALIDARG;
   int wrong = 0;
-  wrong += DspFrameRateConvert(h, &convert, 0) != want;
-  wrong += DspCreateMotionVectors(h, motion) != want;
+  wrong += DspFrameRateConvert(h, &convert, 0) != want_convert;
+  wrong += DspCreateMotionVectors(h, &motion) != want_motion;
   wrong += DspCreateMipMaps(h, &mip) != want_mip;
   return wrong;
 }
@@ -61,18 +63,14 @@ TEST(HandleStress, OneConverterUnderContentionWithBadHandles) {
   DSP_HANDLE stale = create_converter();
   ASSERT_EQ(framedsp::HandleObject::lookup(stale)->release(), 0);
 
-  // An unmapped page and a page without read access, each holding a self word that would pass.
-  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-  auto *gone = static_cast<uintptr_t *>(
-      mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  auto *locked = static_cast<uintptr_t *>(
-      mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  ASSERT_NE(gone, MAP_FAILED);
-  ASSERT_NE(locked, MAP_FAILED);
-  gone[1] = reinterpret_cast<uintptr_t>(gone);
+  // An unmapped page, and a page without access holding a self word that would pass.
+  const size_t page = framedsp_test::page_size();
+  void *gone = framedsp_test::unmapped_address();
+  auto *locked = reinterpret_cast<uintptr_t *>(framedsp_test::map_pages(page));
+  ASSERT_NE(gone, nullptr);
+  ASSERT_NE(locked, nullptr);
   locked[1] = reinterpret_cast<uintptr_t>(locked);
-  ASSERT_EQ(munmap(gone, page), 0);
-  ASSERT_EQ(mprotect(locked, page, PROT_NONE), 0);
+  ASSERT_TRUE(framedsp_test::protect_pages(locked, page));
 
   // A foreign block shaped like an object whose self word names another address.
   std::vector<uintptr_t> foreign(8, 0);
@@ -124,7 +122,7 @@ TEST(HandleStress, OneConverterUnderContentionWithBadHandles) {
   EXPECT_EQ(wrong_bad.load(), 0) << "a bad handle was accepted";
   EXPECT_EQ(object->references(), 1) << "references not restored";
   EXPECT_EQ(framedsp::HandleObject::lookup(live), object);
-  munmap(locked, page);
+  framedsp_test::unmap_pages(locked, page);
   // The converter has no destroy export; the test drops the creation reference itself.
   EXPECT_EQ(object->release(), 0);
   EXPECT_EQ(framedsp::HandleObject::lookup(live), nullptr);

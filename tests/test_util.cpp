@@ -1,35 +1,32 @@
 #include "test_util.h"
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
-#include "frame/cpu.h"
-#include "frame/work_memory.h"
+#include "platform/cpu.h"
+#include "platform/work_memory.h"
+#include "test_os.h"
 
 namespace framedsp_test {
 
 GuardedBuffer::GuardedBuffer(size_t size, size_t margin, uint8_t fill) : size_(size), margin_(margin) {
-  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t page = page_size();
   const size_t used = size + 2 * margin;
   const size_t body = (used + page - 1) / page * page;
   mapped_ = body + page;
-  void *p = mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (p == MAP_FAILED) throw std::bad_alloc();
-  base_ = static_cast<uint8_t *>(p);
-  mprotect(base_ + body, page, PROT_NONE);
+  base_ = map_pages(mapped_);
+  if (!base_) throw std::bad_alloc();
+  protect_pages(base_ + body, page);
   uint8_t *start = base_ + body - used;
   std::memset(start, kCanary, used);
   data_ = start + margin;
   std::memset(data_, fill, size);
 }
 
-GuardedBuffer::~GuardedBuffer() { munmap(base_, mapped_); }
+GuardedBuffer::~GuardedBuffer() { unmap_pages(base_, mapped_); }
 
 bool GuardedBuffer::intact() const {
   for (size_t i = 0; i < margin_; ++i) {

@@ -1,54 +1,18 @@
-// Work memory: line and frame sizes, the aligned start of a work line, and block ownership
+// Work memory: the aligned start of a work line and block ownership
 // (every block committed is released exactly once, injected failures leak nothing).
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
 #include <vector>
 
-#include "frame/pixel_format.h"
-#include "frame/work_memory.h"
+#include "platform/work_memory.h"
+#include "test_os.h"
 
 namespace {
 
 using framedsp::WorkBlock;
 using framedsp::WorkLine;
-
-uint64_t round_up(uint64_t value, uint64_t multiple) {
-  uint64_t r = value;
-  while (r % multiple != 0) ++r;
-  return r;
-}
-
-// Bytes per pixel of a few formats, copied from the pixel-format table by hand.
-struct FormatBytes {
-  uint32_t format;
-  uint32_t bytes;
-};
-constexpr FormatBytes kFormats[] = {{0, 4},  {1, 3},   {21, 2},  {22, 4}, {23, 6},
-                                    {24, 2}, {129, 8}, {261, 1}, {5, 0},  {28, 0}};
-
-TEST(WorkMemory, LineSizeMatchesRoundedProduct) {
-  const uint32_t alignments[] = {1, 2, 3, 4, 7, 16, 64, 100};
-  for (const FormatBytes &f : kFormats) {
-    for (uint32_t width : {0u, 1u, 2u, 5u, 15u, 16u, 17u, 719u, 720u, 1921u}) {
-      for (uint32_t alignment : alignments) {
-        const uint64_t expected = round_up(uint64_t{f.bytes} * width, alignment);
-        EXPECT_EQ(framedsp::line_size(f.format, width, alignment), expected)
-            << "format " << f.format << " width " << width << " alignment " << alignment;
-      }
-    }
-  }
-}
-
-TEST(WorkMemory, FrameSize) {
-  EXPECT_EQ(framedsp::line_size(1, 5, 0), 15u);  // alignment 0 is taken as 1
-  EXPECT_EQ(framedsp::frame_size(21, 720, 486), size_t{1440} * 486);
-  EXPECT_EQ(framedsp::frame_size(1, 5, 3), size_t{16} * 3);
-  EXPECT_EQ(framedsp::frame_size(261, 33, 10), size_t{48} * 10);
-  EXPECT_EQ(framedsp::frame_size(21, 720, 0), 0u);
-}
 
 TEST(WorkMemory, AlignedStartForEveryOffset) {
   alignas(16) static uint8_t storage[64];
@@ -127,7 +91,7 @@ TEST(WorkMemory, ZeroSizedBlockIsRefused) {
 }
 
 TEST(WorkMemory, BlocksAreWritableOverTheirWholeSize) {
-  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t page = framedsp_test::page_size();
   for (size_t bytes : {size_t{1}, size_t{17}, page - 1, page, page + 1, size_t{1} << 20}) {
     WorkBlock block;
     ASSERT_TRUE(block.allocate(bytes)) << bytes;

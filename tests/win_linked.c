@@ -8,6 +8,7 @@
 int main(void) {
   DSP_FRAME_RATE_CONVERTER_PARAMS cp;
   DSP_SCALER_HELPER_OUT out;
+  DSP_SUBPIXEL_SCALER_HELPER_OUT subpixel_out;
   DSP_HANDLE h = NULL;
   int bad = 0;
   bad |= DspBufferSmartCopy(NULL) != DSP_E_POINTER;
@@ -18,7 +19,7 @@ int main(void) {
   bad |= DspNonUniformScaler(NULL) != DSP_E_POINTER;
   bad |= DspSubPixelScaler(NULL) != DSP_E_POINTER;
   bad |= DspScalerHelper(NULL, &out) != DSP_E_POINTER;
-  bad |= DspSubPixelScalerHelper(NULL, &out) != DSP_E_POINTER;
+  bad |= DspSubPixelScalerHelper(NULL, &subpixel_out) != DSP_E_POINTER;
   bad |= DspCreateFrameRateConverter(NULL, &h) != DSP_E_POINTER;
   memset(&cp, 0, sizeof cp);
   cp.ulBaseCount = 1;

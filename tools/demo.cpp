@@ -1,25 +1,18 @@
-#include "demo.h"
-
+// `framedsp demo`: the steps, each one or a few library calls on the clip, and the command.
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
-#include <limits>
-#include <map>
 
+#include "calls.h"
 #include "clip.h"
-#include "contact_sheet.h"
-#include "copy_command.h"
-#include "filter_command.h"
+#include "demo.h"
 #include "formats.h"
-#include "mipmaps_command.h"
-#include "framedsp/framedsp.h"
-#include "png_writer.h"
-#include "scale_command.h"
+#include "frame_loop.h"
+#include "frame_rate_calls.h"
 
 namespace framedsp {
 namespace cli {
@@ -32,40 +25,6 @@ double ms_since(Clock::time_point start) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-std::string hex_status(DSP_HRESULT status) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(status));
-  return text;
-}
-
-struct Figure {
-  std::string channel;
-  double mse;
-  double psnr;
-};
-
-struct Entry {
-  std::string image;  // file name inside the output directory
-  std::string caption;
-  std::vector<Figure> figures;
-  double call_ms = -1;  // time of the library call, -1 when the entry is no call's result
-};
-
-struct StepReport {
-  std::string title;
-  std::string status = "ok";
-  bool failed = false;
-  double ms = 0;
-  std::vector<Entry> entries;
-};
-
-struct Demo {
-  std::filesystem::path dir;
-  RawLayout layout;  // the clip's, uyvy422
-  std::vector<std::vector<uint8_t>> frames;
-  std::map<std::string, Picture> pictures;  // every image written, by file name (contact sheet)
-};
-
 bool save_png(Demo &demo, const std::string &name, const Picture &picture,
               std::string *error) {
   demo.pictures[name] = picture;
@@ -75,7 +34,7 @@ bool save_png(Demo &demo, const std::string &name, const Picture &picture,
 std::vector<Figure> figures_of(uint32_t format, const double results[8]) {
   std::vector<Figure> figures;
   for (int slot = 0; slot < 4; ++slot) {
-    if (const char *name = channel_name(format, slot)) {
+    if (const char *name = format_info(format).channels[slot]) {
       figures.push_back({name, results[slot], results[slot + 4]});
     }
   }
@@ -95,8 +54,6 @@ bool compare_entry(Demo &demo, const RawLayout &layout, const uint8_t *a, const 
   report->entries.push_back(entry);
   return true;
 }
-
-std::string frame_png(uint32_t index) { return "clip_" + std::to_string(index) + ".png"; }
 
 // ---- steps
 
@@ -186,36 +143,30 @@ bool step_key(Demo &demo, StepReport *report, std::string *error) {
                        report, error);
 }
 
+CopySide side_of(const RawLayout &layout, uint8_t *pixels, uint32_t type, uint32_t interlace,
+                 uint32_t space = DSP_COLOR_SPACE_UNSPECIFIED) {
+  CopySide side;
+  side.pixels = pixels;
+  side.layout = layout;
+  side.type = type;
+  side.interlace = interlace;
+  side.color_space = space;
+  return side;
+}
+
 bool step_copy(Demo &demo, StepReport *report, std::string *error) {
   const RawLayout &l = demo.layout;
   std::vector<uint8_t> out(l.frame_bytes, 0);
-  DSP_BUFFER buffer;
-  std::memset(&buffer, 0, sizeof buffer);
-  auto describe = [&l](DSP_IMAGE *image, uint8_t *pixels) {
-    image->Buffer.pBuffer = pixels;
-    image->Buffer.ulBytes = static_cast<uint32_t>(l.frame_bytes);
-    image->Buffer.eBufferType = DSP_BUFFER_TYPE_FRAME;
-    image->Buffer.Region.ulWidth = l.width;
-    image->Buffer.Region.ulHeight = l.height;
-    image->ulWidth = l.width;
-    image->ulHeight = l.height;
-    image->ePixelFormat = l.format;
-    image->eInterlace = DSP_INTERLACE_PROGRESSIVE;
-    image->eImageOrientation = DSP_ORIENTATION_TOP_DOWN;
-    image->eColorSpace = DSP_COLOR_SPACE_BT601;
-    image->ulPrimaryStrideBytes = l.stride;
-  };
-  describe(&buffer.In, demo.frames[0].data());
-  describe(&buffer.Out, out.data());
   const auto start = Clock::now();
-  const DSP_HRESULT status = DspBufferSmartCopy(&buffer);
+  const DSP_HRESULT status = copy_buffer(
+      side_of(l, demo.frames[0].data(), DSP_BUFFER_TYPE_FRAME, DSP_INTERLACE_PROGRESSIVE,
+              DSP_COLOR_SPACE_BT601),
+      side_of(l, out.data(), DSP_BUFFER_TYPE_FRAME, DSP_INTERLACE_PROGRESSIVE,
+              DSP_COLOR_SPACE_BT601),
+      0);
   const double ms = ms_since(start);
-  if (status == DSP_E_NOTIMPL) {
-    report->status = "skipped: DspBufferSmartCopy is not available in this build";
-    return true;
-  }
   if (status != DSP_S_OK) {
-    *error = "DspBufferSmartCopy returned " + hex_status(status);
+    *error = status_text("DspBufferSmartCopy", status);
     return false;
   }
   if (!save_png(demo, "copy_0.png", preview(l, out.data()), error)) return false;
@@ -235,27 +186,6 @@ bool step_copy(Demo &demo, StepReport *report, std::string *error) {
   return true;
 }
 
-// The copy answers E_NOTIMPL until the line engine is in the build: the step is then skipped.
-bool copy_skipped(DSP_HRESULT status, StepReport *report, std::string *error) {
-  if (status == DSP_E_NOTIMPL) {
-    report->status = "skipped: DspBufferSmartCopy is not available in this build";
-    return true;
-  }
-  if (status != DSP_S_OK) *error = copy_status_text(status);
-  return false;
-}
-
-CopySide side_of(const RawLayout &layout, uint8_t *pixels, uint32_t type, uint32_t interlace,
-                 uint32_t space = DSP_COLOR_SPACE_UNSPECIFIED) {
-  CopySide side;
-  side.pixels = pixels;
-  side.layout = layout;
-  side.type = type;
-  side.interlace = interlace;
-  side.color_space = space;
-  return side;
-}
-
 // Frame 0 as an interleaved frame: fields A and B out of it, then both back into a new frame,
 // which must equal the original byte for byte.
 bool step_fields(Demo &demo, StepReport *report, std::string *error) {
@@ -271,15 +201,15 @@ bool step_fields(Demo &demo, StepReport *report, std::string *error) {
                                  DSP_INTERLACE_INTERLEAVED);
   const CopySide target = side_of(l, rebuilt.data(), DSP_BUFFER_TYPE_FRAME,
                                   DSP_INTERLACE_INTERLEAVED);
-  const CopySide a = side_of(fl, field_a.data(), DSP_BUFFER_TYPE_FIELD_A, kFieldInterlace);
-  const CopySide b = side_of(fl, field_b.data(), DSP_BUFFER_TYPE_FIELD_B, kFieldInterlace);
+  const CopySide a = side_of(fl, field_a.data(), DSP_BUFFER_TYPE_FIELD_A, DSP_INTERLACE_PROGRESSIVE);
+  const CopySide b = side_of(fl, field_b.data(), DSP_BUFFER_TYPE_FIELD_B, DSP_INTERLACE_PROGRESSIVE);
   const CopySide steps[4][2] = {{frame, a}, {frame, b}, {a, target}, {b, target}};
   double ms[4];
   for (int i = 0; i < 4; ++i) {
     const auto start = Clock::now();
     const DSP_HRESULT status = copy_buffer(steps[i][0], steps[i][1], 0);
     ms[i] = ms_since(start);
-    if (status != DSP_S_OK) return copy_skipped(status, report, error);
+    if (status != DSP_S_OK) return *error = status_text("DspBufferSmartCopy", status), false;
   }
   if (!save_png(demo, "field_a.png", preview(fl, field_a.data()), error) ||
       !save_png(demo, "field_b.png", preview(fl, field_b.data()), error) ||
@@ -315,11 +245,11 @@ bool step_colorspace(Demo &demo, StepReport *report, std::string *error) {
   auto start = Clock::now();
   DSP_HRESULT status = copy_buffer(src, mid, 0);
   const double forward_ms = ms_since(start);
-  if (status != DSP_S_OK) return copy_skipped(status, report, error);
+  if (status != DSP_S_OK) return *error = status_text("DspBufferSmartCopy", status), false;
   start = Clock::now();
   status = copy_buffer(mid, dst, 0);
   const double back_ms = ms_since(start);
-  if (status != DSP_S_OK) return copy_skipped(status, report, error);
+  if (status != DSP_S_OK) return *error = status_text("DspBufferSmartCopy", status), false;
   if (!save_png(demo, "bt709.png", preview(l, bt709.data()), error)) return false;
   report->entries.push_back(
       {"bt709.png", "frame 0 in BT.709, shown through the BT.601 preview", {}, forward_ms});
@@ -351,12 +281,8 @@ bool filter_step(Demo &demo, const FilterChoice &choice, const std::string &name
   const auto start = Clock::now();
   const DSP_HRESULT status = filter_frame(l, demo.frames[0].data(), out.data(), choice);
   const double ms = ms_since(start);
-  if (status == DSP_E_NOTIMPL) {
-    report->status = "skipped: DspFilter is not available in this build";
-    return true;
-  }
   if (status != DSP_S_OK) {
-    *error = filter_status_text(status);
+    *error = status_text("DspFilter", status);
     return false;
   }
   report->entries.push_back({frame_png(0), "before: frame 0", {}, -1});
@@ -411,7 +337,7 @@ bool step_scale_720(Demo &demo, StepReport *report, std::string *error) {
   const DSP_HRESULT status = scale_frame(l, demo.frames[0].data(), o, out.data(), choice);
   const double ms = ms_since(start);
   if (status != DSP_S_OK) {
-    *error = scale_status_text(status);
+    *error = status_text("DspScaler", status);
     return false;
   }
   report->entries.push_back({frame_png(0), "before: frame 0", {}, -1});
@@ -437,7 +363,7 @@ bool step_scale_sd_hd(Demo &demo, StepReport *report, std::string *error) {
   if (status == DSP_S_OK) status = scale_frame(sd, small.data(), l, big.data(), choice);
   const double ms = ms_since(start);
   if (status != DSP_S_OK) {
-    *error = scale_status_text(status);
+    *error = status_text("DspScaler", status);
     return false;
   }
   if (!save_png(demo, "scaled_sd.png", preview(sd, small.data()), error)) return false;
@@ -470,7 +396,7 @@ bool step_fit(Demo &demo, StepReport *report, std::string *error) {
   DSP_HRESULT status = DspScalerHelper(&in, &out);
   const double helper_ms = ms_since(start);
   if (status != DSP_S_OK) {
-    *error = "DspScalerHelper returned " + hex_status(status);
+    *error = status_text("DspScalerHelper", status);
     return false;
   }
   const uint32_t w = out.ulWidth & ~1u, h = out.ulHeight;
@@ -489,7 +415,7 @@ bool step_fit(Demo &demo, StepReport *report, std::string *error) {
   status = scale_frame(l, demo.frames[0].data(), o, pixels.data(), choice);
   const double ms = ms_since(start);
   if (status != DSP_S_OK) {
-    *error = scale_status_text(status);
+    *error = status_text("DspScaler", status);
     return false;
   }
   char text[200];
@@ -511,7 +437,7 @@ bool step_mipmaps(Demo &demo, StepReport *report, std::string *error) {
   while (count > 2 && ((l.width >> (count - 1)) == 0 || (l.height >> (count - 1)) == 0)) --count;
   std::vector<MipLevel> levels;
   if (!pyramid_sizes(l.width, l.height, count, &levels, error)) return false;
-  levels[0].samples = luma_of(l.format, l.width, l.height, l.stride, demo.frames[0].data());
+  levels[0].samples = luma_of(l, demo.frames[0].data());
   double ms = 0;
   if (!build_pyramid(&levels, DSP_SCALER_FILTER_LINEAR, &ms, error)) return false;
   // The clip has no black luma, so an all-zero level is one the library did not write.
@@ -534,6 +460,58 @@ bool step_mipmaps(Demo &demo, StepReport *report, std::string *error) {
   return true;
 }
 
+// Block motion from frame 0 to frame 1 of the clip's luma, drawn as arrows.
+bool step_vectors(Demo &demo, StepReport *report, std::string *error) {
+  const RawLayout &l = demo.layout;
+  const std::vector<uint8_t> a = luma_of(l, demo.frames[0].data());
+  VectorField field;
+  if (!estimate_vectors(a, luma_of(l, demo.frames[1].data()), l.width, l.height, VectorChoice(), &field, error) ||
+      !save_png(demo, "vectors.png", draw_vectors(a, l.width, l.height, field, false, 3), error)) {
+    return false;
+  }
+  const DSP_VECTOR_FIELD &h = field.header;
+  const std::string stats = vector_statistics(field, 0)[0];  // "forward: N blocks, median vector (x, y) px, ..."
+  const size_t median = stats.find("median"), end = stats.find(" px", median);
+  report->entries.push_back({"vectors.png",
+                             "DspCreateMotionVectors: luma, frame 0 -> 1, " + std::to_string(field.levels) +
+                                 " levels, 8x8 blocks, " + stats.substr(median, end + 3 - median) + ", bad " +
+                                 std::to_string(h.ulBadForward) + " / " + std::to_string(h.ulBadBackward) +
+                                 " of " + std::to_string(h.ulColumns * h.ulRows) + " (arrows x3)",
+                             {}, field.ms});
+  return true;
+}
+
+// The clip at four times its frame rate: frames 0 and 1 as format 263 (luma, NV16 chroma), the
+// frame halfway between them, and the same with the vectors drawn into its luma.
+bool step_convert_rate(Demo &demo, StepReport *report, std::string *error) {
+  const RawLayout &l = demo.layout;
+  const uint32_t count = 4 * uint32_t(demo.frames.size());
+  const size_t bytes = size_t(l.width) * l.height * 2;
+  std::vector<uint8_t> a(bytes), b(bytes), out(bytes), drawn(bytes), uyvy(l.frame_bytes);
+  uyvy_to_nv16(render_clip_frame(l.width, l.height, 0, count).data(), l.width, l.height, a.data());
+  uyvy_to_nv16(render_clip_frame(l.width, l.height, 1, count).data(), l.width, l.height, b.data());
+  const DSP_HANDLE converter = frame_rate_converter(l.width, l.height, DSP_CONVERT_MODE_MOTION);
+  double ms = 0, drawn_ms = 0;
+  DSP_HRESULT hr = convert_frame(converter, l.width, l.height, false, a.data(), b.data(), out.data(), 8192, 0, false, &ms);
+  if (hr == DSP_S_OK)
+    hr = convert_frame(converter, l.width, l.height, false, a.data(), b.data(), drawn.data(), 8192, 0, true, &drawn_ms);
+  if (hr != DSP_S_OK) {
+    char text[64];
+    std::snprintf(text, sizeof text, "DspFrameRateConvert returned 0x%08X", unsigned(hr));
+    *error = text;
+    return false;
+  }
+  nv16_to_uyvy(out.data(), l.width, l.height, uyvy.data());
+  if (!save_png(demo, "convert_rate.png", preview(l, uyvy.data()), error) ||
+      !save_png(demo, "convert_rate_vectors.png", gray_strip({drawn.data()}, l.width, l.height), error))
+    return false;
+  report->entries.push_back({"convert_rate.png", "DspFrameRateConvert: the clip at 4x its rate, frame 0.5, "
+                                                 "motion-compensated, 6-tap, NV16 chroma", {}, ms});
+  report->entries.push_back({"convert_rate_vectors.png", "DspFrameRateConvert: the same with each block's vector "
+                                                         "drawn into the luma", {}, drawn_ms});
+  return true;
+}
+
 struct Step {
   const char *title;
   bool (*run)(Demo &, StepReport *, std::string *);
@@ -553,238 +531,50 @@ const Step kSteps[] = {
     {"DspScaler: standard definition up to the clip size", step_scale_sd_hd},
     {"DspScalerHelper: 4:3 fitted into 16:9, then DspScaler", step_fit},
     {"DspCreateMipMaps: pyramid of frame 0's luma", step_mipmaps},
+    {"DspCreateMotionVectors: frame 0 to frame 1", step_vectors},
+    {"DspFrameRateConvert: between frames 0 and 1 at 4x the rate", step_convert_rate},
 };
 
-// ---- report
-
-std::string figures_text(const Entry &e) {
-  std::string s;
-  char part[96];
-  for (const Figure &f : e.figures) {
-    std::snprintf(part, sizeof part, "%s%s MSE %.4f PSNR %.3f dB", s.empty() ? "" : "; ",
-                  f.channel.c_str(), f.mse, f.psnr);
-    s += part;
+// The demo writes into a folder of its own: a new or empty one, or one an earlier demo wrote
+// (its report.txt says so).  Another folder with files in it needs -y.
+void check_folder(const Parsed &parsed, const std::filesystem::path &dir) {
+  std::error_code ec;
+  if (!std::filesystem::exists(dir, ec)) return;
+  if (!std::filesystem::is_directory(dir, ec)) {
+    throw RuntimeError(dir.string() + " exists and is not a directory");
   }
-  return s;
+  if (std::filesystem::is_empty(dir, ec) || parsed.has("-y")) return;
+  std::ifstream report(dir / "report.txt");
+  std::string first;
+  std::getline(report, first);
+  if (first.compare(0, sizeof kReportStart - 1, kReportStart) == 0) return;
+  throw RuntimeError(dir.string() + " holds files that no earlier demo wrote; add -y to write " +
+                     "the demo's files into it anyway, or choose another --out");
 }
 
-std::string html_escape(const std::string &text) {
-  std::string s;
-  for (char c : text) {
-    switch (c) {
-      case '&':
-        s += "&amp;";
-        break;
-      case '<':
-        s += "&lt;";
-        break;
-      case '>':
-        s += "&gt;";
-        break;
-      case '"':
-        s += "&quot;";
-        break;
-      default:
-        s += c;
-    }
-  }
-  return s;
-}
-
-std::string header_text(const Demo &demo) {
-  return "framedsp demo on the built-in clip: " + describe_layout(demo.layout) + ", " +
-         std::to_string(demo.frames.size()) + " frames";
-}
-
-const char *kNotes =
-    "MSE per channel and PSNR = 20*log10(255/sqrt(MSE+0.00001)) dB as DspCompare reports them;\n"
-    "4:2:2 chroma errors are divided by the full pixel count.  Difference images show every\n"
-    "byte of the difference buffer as gray (128 = equal), a 4:2:2 line as 2*width samples.\n"
-    "Times: the library call alone per image; step totals include rendering and PNG writing.\n";
-
-bool write_text_report(const Demo &demo, const std::vector<StepReport> &steps, std::string *error) {
-  const std::string path = (demo.dir / "report.txt").string();
-  std::ofstream out(path);
-  out << header_text(demo) << "\n" << kNotes << "\n";
-  char line[160];
-  for (size_t i = 0; i < steps.size(); ++i) {
-    const StepReport &s = steps[i];
-    std::snprintf(line, sizeof line, "[%zu] %s (%s, %.1f ms)\n", i + 1, s.title.c_str(),
-                  s.status.c_str(), s.ms);
-    out << line;
-    for (const Entry &e : s.entries) {
-      std::snprintf(line, sizeof line, "    %-22s %s", e.image.c_str(), e.caption.c_str());
-      out << line;
-      if (e.call_ms >= 0) {
-        std::snprintf(line, sizeof line, " (%.2f ms)", e.call_ms);
-        out << line;
-      }
-      out << "\n";
-      if (!e.figures.empty()) out << "        " << figures_text(e) << "\n";
-    }
-  }
-  out.close();
-  if (!out) {
-    *error = path + ": write failed";
-    return false;
-  }
-  return true;
-}
-
-bool write_html_report(const Demo &demo, const std::vector<StepReport> &steps, std::string *error) {
-  const std::string path = (demo.dir / "index.html").string();
-  std::ofstream out(path);
-  out << "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>framedsp demo</title>\n"
-      << "<style>body{font-family:sans-serif;margin:2em}figure{display:inline-block;"
-         "margin:0 1em 1em 0;vertical-align:top}img{max-width:640px;border:1px solid #888}"
-         "td,th{padding:0 .6em;text-align:right}.failed{color:#b00}</style></head><body>\n"
-      << "<h1>" << html_escape(header_text(demo)) << "</h1>\n<pre>" << html_escape(kNotes)
-      << "</pre>\n<h2>Contact sheet</h2>\n<p>One tile per operation: PSNR of the result "
-         "against its source where it has one, time of the library call.</p>\n"
-      << "<p><a href=\"contact_sheet.png\"><img src=\"contact_sheet.png\" "
-         "alt=\"contact sheet\" style=\"max-width:100%\"></a></p>\n";
-  char number[64];
-  for (size_t i = 0; i < steps.size(); ++i) {
-    const StepReport &s = steps[i];
-    std::snprintf(number, sizeof number, "%.1f ms", s.ms);
-    out << "<h2>" << i + 1 << ". " << html_escape(s.title) << "</h2>\n<p"
-        << (s.failed ? " class=\"failed\"" : "") << ">" << html_escape(s.status) << ", " << number
-        << "</p>\n";
-    for (const Entry &e : s.entries) {
-      out << "<figure><img src=\"" << html_escape(e.image) << "\" alt=\"" << html_escape(e.image)
-          << "\"><figcaption>" << html_escape(e.image) << ": " << html_escape(e.caption);
-      if (e.call_ms >= 0) {
-        std::snprintf(number, sizeof number, " (%.2f ms)", e.call_ms);
-        out << number;
-      }
-      if (!e.figures.empty()) {
-        out << "<table><tr><th>channel</th><th>MSE</th><th>PSNR dB</th></tr>";
-        for (const Figure &f : e.figures) {
-          std::snprintf(number, sizeof number, "<td>%.4f</td><td>%.3f</td>", f.mse, f.psnr);
-          out << "<tr><td>" << html_escape(f.channel) << "</td>" << number << "</tr>";
-        }
-        out << "</table>";
-      }
-      out << "</figcaption></figure>\n";
-    }
-  }
-  out << "</body></html>\n";
-  out.close();
-  if (!out) {
-    *error = path + ": write failed";
-    return false;
-  }
-  return true;
-}
-
-// The operations' results, one tile each: the source frame, every image a library call made,
-// and two compare difference images.  A tile whose next entry compares it with its source
-// shows that entry's PSNR.
-std::vector<SheetTile> sheet_tiles(const Demo &demo, const std::vector<StepReport> &steps) {
-  std::vector<SheetTile> tiles;
-  std::vector<std::string> used;
-  char text[160];
-  for (const StepReport &s : steps) {
-    for (size_t i = 0; i < s.entries.size(); ++i) {
-      const Entry &e = s.entries[i];
-      const bool source = e.image == frame_png(0);
-      const bool compare_shown = e.image == "diff_0_altered.png" || e.image == "diff_key.png";
-      if (!source && !compare_shown && (e.call_ms < 0 || e.image.compare(0, 5, "diff_") == 0)) {
-        continue;
-      }
-      if (std::find(used.begin(), used.end(), e.image) != used.end()) continue;
-      const auto picture = demo.pictures.find(e.image);
-      if (picture == demo.pictures.end()) continue;
-      used.push_back(e.image);
-      SheetTile tile;
-      tile.picture = picture->second;
-      tile.lines.push_back(source ? "SOURCE: " + e.image : e.image);
-      tile.lines.push_back(source ? describe_layout(demo.layout) : s.title);
-      const Entry *figures = &e;
-      if (e.figures.empty() && i + 1 < s.entries.size() &&
-          s.entries[i + 1].image.compare(0, 5, "diff_") == 0) {
-        figures = &s.entries[i + 1];
-      }
-      std::string line;
-      if (!figures->figures.empty()) {
-        const Figure &f = figures->figures[0];
-        std::snprintf(text, sizeof text, "PSNR %s %.2f DB  ", f.channel.c_str(), f.psnr);
-        line += text;
-      }
-      if (e.call_ms >= 0) {
-        std::snprintf(text, sizeof text, "%.2f MS", e.call_ms);
-        line += text;
-      }
-      tile.lines.push_back(line);
-      tiles.push_back(tile);
-    }
-  }
-  return tiles;
-}
-
-}  // namespace
-
-double psnr_of_mse(double mse) { return 20.0 * std::log10(255.0 / std::sqrt(mse + 0.00001)); }
-
-bool compare_frame(const RawLayout &layout, const uint8_t *a, const uint8_t *b, uint8_t *diff,
-                   double results[8], std::string *error) {
-  DSP_COMPARE_PARAMS params;
-  std::memset(&params, 0, sizeof params);
-  const uint32_t bytes = static_cast<uint32_t>(layout.frame_bytes);
-  params.BufferA = {const_cast<uint8_t *>(a), bytes, 0};
-  params.BufferB = {const_cast<uint8_t *>(b), bytes, 0};
-  params.BufferOut = {diff, bytes, 0};
-  params.ulWidth = layout.width;
-  params.ulHeight = layout.height;
-  params.ulImageBytes = static_cast<uint32_t>(layout.main_bytes);
-  params.ulPrimaryStrideBytes = layout.stride;
-  params.ulSecondaryStrideBytes = layout.key_stride;
-  params.ePixelFormat = layout.format;
-  // NaN marks the slots the library has not written.
-  for (double &r : params.dResults) r = std::numeric_limits<double>::quiet_NaN();
-  const DSP_HRESULT status = DspCompare(&params);
-  if (status != DSP_S_OK) {
-    *error = "DspCompare returned " + hex_status(status);
-    return false;
-  }
-  for (int slot = 0; slot < 4; ++slot) {
-    if (channel_name(layout.format, slot) &&
-        (std::isnan(params.dResults[slot]) || std::isnan(params.dResults[slot + 4]))) {
-      *error = "DspCompare did not measure channel " +
-               std::string(channel_name(layout.format, slot)) + " of " +
-               format_label(layout.format) + " (record refused?)";
-      return false;
-    }
-  }
-  std::memcpy(results, params.dResults, sizeof params.dResults);
-  return true;
-}
-
-int run_demo(const DemoOptions &options) {
+int run_demo(const Parsed &parsed) {
+  expect_positional(parsed, 0);
   Demo demo;
-  demo.dir = options.out_dir;
+  demo.dir = parsed.has("--out") ? parsed.get("--out") : "out";
+  if (demo.dir.empty()) throw UsageError("--out needs a directory");
+  uint32_t width = kClipWidth, height = kClipHeight;
+  if (parsed.has("--size")) parse_size_option(parsed, "--size", &width, &height);
+  const uint32_t count =
+      parsed.has("--frames") ? parse_count(parsed.get("--frames"), "--frames", 2) : kClipFrames;
+  demo.layout = packed_layout(DSP_PIXEL_FORMAT_UYVY, width, height);
+  check_folder(parsed, demo.dir);
   std::error_code ec;
   std::filesystem::create_directories(demo.dir, ec);
-  if (ec || !std::filesystem::is_directory(demo.dir)) {
-    std::fprintf(stderr, "framedsp demo: cannot create %s: %s\n", options.out_dir.c_str(),
-                 ec ? ec.message().c_str() : "not a directory");
-    return 1;
-  }
-  const uint32_t width = options.width ? options.width : kClipWidth;
-  const uint32_t height = options.height ? options.height : kClipHeight;
-  const uint32_t count = options.frames ? options.frames : kClipFrames;
-  std::string error;
-  if (!make_layout(DSP_PIXEL_FORMAT_UYVY, width, height, 0, 0, &demo.layout, &error)) {
-    std::fprintf(stderr, "framedsp demo: %s\n", error.c_str());
-    return 2;
-  }
-  const auto start = Clock::now();
-  for (uint32_t i = 0; i < count; ++i)
-    demo.frames.push_back(render_clip_frame(width, height, i, count));
-  std::printf("%s (rendered in %.1f ms)\n", header_text(demo).c_str(), ms_since(start));
+  if (ec) throw RuntimeError("cannot create " + demo.dir.string() + ": " + ec.message());
 
+  const auto start = Clock::now();
+  for (uint32_t i = 0; i < count; ++i) {
+    demo.frames.push_back(render_clip_frame(width, height, i, count));
+  }
+  std::printf("%s (rendered in %.1f ms)\n", header_text(demo).c_str(), ms_since(start));
   std::vector<StepReport> steps;
   bool failed = false;
+  std::string error;
   for (const Step &step : kSteps) {
     StepReport report;
     report.title = step.title;
@@ -799,21 +589,52 @@ int run_demo(const DemoOptions &options) {
     steps.push_back(report);
   }
   const Picture sheet = contact_sheet(header_text(demo), sheet_tiles(demo, steps));
-  if (!write_png((demo.dir / "contact_sheet.png").string(), sheet, &error)) {
-    std::fprintf(stderr, "framedsp demo: %s\n", error.c_str());
-    return 1;
+  if (!write_png((demo.dir / "contact_sheet.png").string(), sheet, &error) ||
+      !write_text_report(demo, steps, &error) || !write_html_report(demo, steps, &error)) {
+    throw RuntimeError(error);
   }
-  std::printf("contact sheet: %s (%ux%u)\n", (demo.dir / "contact_sheet.png").string().c_str(),
-              sheet.width, sheet.height);
-  if (!write_text_report(demo, steps, &error) || !write_html_report(demo, steps, &error)) {
-    std::fprintf(stderr, "framedsp demo: %s\n", error.c_str());
-    return 1;
-  }
-  std::printf("report: %s, %s\n", (demo.dir / "report.txt").string().c_str(),
-              (demo.dir / "index.html").string().c_str());
+  std::printf("contact sheet: %s (%ux%u)\nreport: %s, %s\n",
+              (demo.dir / "contact_sheet.png").string().c_str(), sheet.width, sheet.height,
+              (demo.dir / "report.txt").string().c_str(), (demo.dir / "index.html").string().c_str());
   if (failed) std::fprintf(stderr, "framedsp demo: a step failed (see the report)\n");
-  return failed ? 1 : 0;
+  return failed ? kExitRuntime : kExitOk;
 }
+
+const char kHelp[] =
+    "usage: framedsp demo [--out DIR] [-s WxH] [--frames N] [-y]\n"
+    "\n"
+    "Renders the built-in test clip and runs the library's operations on it: PNG previews of\n"
+    "the frames, DspCompare between consecutive frames, between a frame and an altered copy\n"
+    "and on a two-plane frame; DspBufferSmartCopy: a plain copy, fields A and B out of a frame\n"
+    "and back (checked byte for byte), BT.601 -> BT.709 -> BT.601 (largest difference shown);\n"
+    "DspFilter: a 7-tap FIR low-pass at 50 % and a 9x9 box blur, each against the original;\n"
+    "DspScaler: frame 0 to two thirds of its size (720p from 1080p) field by field and a trip\n"
+    "through standard definition and back; DspScalerHelper: the clip as a 4:3 picture fitted\n"
+    "into 16:9, then scaled; DspCreateMipMaps: a pyramid of frame 0's luma;\n"
+    "DspFrameRateConvert: the clip rendered at four times its rate, the frame halfway between\n"
+    "its frames 0 and 1, and its vectors.\n"
+    "Writes the images, DIR/contact_sheet.png (one labelled tile per operation with the PSNR\n"
+    "against its source and the time of the call), DIR/report.txt and DIR/index.html with the\n"
+    "MSE/PSNR figures and the time each call took.\n"
+    "\n"
+    "  --out DIR        output directory, created if missing (default out).  The demo rewrites\n"
+    "                   its own files in a folder an earlier demo wrote; a folder holding other\n"
+    "                   files needs -y\n"
+    "  -s, --size WxH   clip size (default 640x360)\n"
+    "  --frames N       clip length (default 5, at least 2)\n"
+    "\n"
+    "example:\n"
+    "  framedsp demo --out /tmp/demo && xdg-open /tmp/demo/index.html\n";
+
+}  // namespace
+
+extern const Command kDemoCommand = {
+    "demo",
+    "run the library's operations on the test clip: PNG previews and a report",
+    kHelp,
+    Common::kWrites,
+    {{"--out|-o", true}, {"--size|-s", true}, {"--frames", true}},
+    run_demo};
 
 }  // namespace cli
 }  // namespace framedsp

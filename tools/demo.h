@@ -1,34 +1,63 @@
-// `framedsp demo`: runs the library's operations on the built-in clip and writes PNG previews, a
-// text report and an HTML index.  Also the library calls the commands share with it.
+// `framedsp demo` runs the library's operations on the built-in clip and writes PNG previews, a
+// contact sheet, a text report and an HTML index.  The records the steps fill and the report
+// writers they share.
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
+#include <map>
 #include <string>
+#include <vector>
 
+#include "contact_sheet.h"
+#include "png_writer.h"
 #include "raw_io.h"
 
 namespace framedsp {
 namespace cli {
 
-struct DemoOptions {
-  std::string out_dir = "out";
-  uint32_t width = 0;  // 0 = the clip's own size
-  uint32_t height = 0;
-  uint32_t frames = 0;  // 0 = the clip's own length
+struct Figure {
+  std::string channel;
+  double mse;
+  double psnr;
 };
 
-// Returns the process exit status (0, or 1 when a step failed or a file could not be written).
-int run_demo(const DemoOptions &options);
+struct Entry {
+  std::string image;  // file name inside the output directory
+  std::string caption;
+  std::vector<Figure> figures;
+  double call_ms = -1;  // time of the library call, -1 when the entry is no call's result
+};
 
-// One DspCompare call on frames of `layout`: a and b are compared, the difference image goes to
-// diff (layout.frame_bytes bytes), MSE into results[0..3] and PSNR into results[4..7] by slot.
-// Slots the format has no channel for are NaN.  Fails when the call does not return S_OK or
-// leaves a slot of the format's channels unwritten (a record the library refused).
-bool compare_frame(const RawLayout &layout, const uint8_t *a, const uint8_t *b, uint8_t *diff,
-                   double results[8], std::string *error);
+struct StepReport {
+  std::string title;
+  std::string status = "ok";
+  bool failed = false;
+  double ms = 0;
+  std::vector<Entry> entries;
+};
 
-// 20 * log10(255 / sqrt(mse + 0.00001)): the library's PSNR of an MSE.
-double psnr_of_mse(double mse);
+struct Demo {
+  std::filesystem::path dir;
+  RawLayout layout;  // the clip's, uyvy422
+  std::vector<std::vector<uint8_t>> frames;
+  std::map<std::string, Picture> pictures;  // every image written, by file name (contact sheet)
+};
+
+// The first line of report.txt, which also marks a folder as the demo's own.
+std::string header_text(const Demo &demo);
+constexpr char kReportStart[] = "framedsp demo on the built-in clip";
+
+// "clip_3.png": the preview of a clip frame.
+std::string frame_png(uint32_t index);
+
+bool write_text_report(const Demo &demo, const std::vector<StepReport> &steps, std::string *error);
+bool write_html_report(const Demo &demo, const std::vector<StepReport> &steps, std::string *error);
+
+// The operations' results, one tile each: the source frame, every image a library call made,
+// and two compare difference images.  A tile whose next entry compares it with its source
+// shows that entry's PSNR.
+std::vector<SheetTile> sheet_tiles(const Demo &demo, const std::vector<StepReport> &steps);
 
 }  // namespace cli
 }  // namespace framedsp

@@ -1,6 +1,8 @@
 #include "png_writer.h"
 
+#if defined(FRAMEDSP_HAVE_LIBPNG)
 #include <png.h>
+#endif
 
 #include <algorithm>
 #include <cerrno>
@@ -10,8 +12,13 @@
 namespace framedsp {
 namespace cli {
 
+#if !defined(FRAMEDSP_HAVE_LIBPNG)
+const char *write_png_stored(FILE *file, const Picture &picture);  // png_stored.cpp
+#endif
+
 namespace {
 
+#if defined(FRAMEDSP_HAVE_LIBPNG)
 // Kept free of objects with destructors: libpng reports errors by longjmp back here.
 const char *write_png_rows(FILE *file, const Picture *picture) {
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
@@ -39,6 +46,9 @@ const char *write_png_rows(FILE *file, const Picture *picture) {
   png_destroy_write_struct(&png, &info);
   return nullptr;
 }
+#else
+const char *write_png_rows(FILE *file, const Picture *picture) { return write_png_stored(file, *picture); }
+#endif
 
 uint8_t clamp255(double v) {
   if (v <= 0.0) return 0;

@@ -1,4 +1,5 @@
-// PNG output (libpng) and the conversions that turn frames into something a person can look at.
+// PNG output (libpng, or stored deflate blocks without it) and the conversions that turn frames
+// into something a person can look at.
 #pragma once
 
 #include <cstdint>

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <filesystem>
 
+#include "args.h"
 #include "formats.h"
-#include "frame/pixel_format.h"
 
 namespace framedsp {
 namespace cli {
@@ -20,35 +20,21 @@ std::string system_error() { return std::strerror(errno); }
 
 }  // namespace
 
-bool parse_size(const std::string &text, uint32_t *width, uint32_t *height) {
-  size_t x = text.find_first_of("xX");
-  if (x == std::string::npos || x == 0 || x + 1 >= text.size()) return false;
-  auto number = [](const std::string &s, uint32_t *out) {
-    if (s.empty() || s.size() > 9) return false;
-    for (char c : s) {
-      if (c < '0' || c > '9') return false;
-    }
-    *out = static_cast<uint32_t>(std::stoul(s));
-    return *out > 0;
-  };
-  return number(text.substr(0, x), width) && number(text.substr(x + 1), height);
-}
-
 bool make_layout(uint32_t format, uint32_t width, uint32_t height, uint32_t stride,
                  uint32_t key_stride, RawLayout *layout, std::string *error) {
-  const PixelFormatInfo info = pixel_format_info(format);
+  const FormatInfo &info = format_info(format);
   RawLayout l;
   l.format = format;
   l.width = width;
   l.height = height;
-  l.two_plane = info.two_plane;
-  l.main_format = info.two_plane ? info.main_format : format;
-  const uint32_t bpp = pixel_format_info(l.main_format).bytes_per_pixel;
+  l.two_plane = info.two_plane();
+  l.main_format = l.two_plane ? info.main : format;
+  const uint32_t bpp = format_info(l.main_format).bytes;
   if (bpp == 0) {
     *error = format_label(format) + " has no per-pixel layout the tool can read";
     return false;
   }
-  if (l.two_plane && pixel_format_info(info.plane_format).bytes_per_pixel != 1) {
+  if (l.two_plane && format_info(info.plane).bytes != 1) {
     *error = format_label(format) + " has a key plane the tool cannot read";
     return false;
   }
@@ -56,7 +42,7 @@ bool make_layout(uint32_t format, uint32_t width, uint32_t height, uint32_t stri
     *error = "width and height must be at least 1";
     return false;
   }
-  if (!info.full_chroma && width % 2 != 0) {
+  if (info.even && width % 2 != 0) {
     *error = format_label(format) + " needs an even width (pairs of pixels share chroma); got " +
              std::to_string(width);
     return false;
@@ -96,6 +82,13 @@ bool make_layout(uint32_t format, uint32_t width, uint32_t height, uint32_t stri
   }
   *layout = l;
   return true;
+}
+
+RawLayout packed_layout(uint32_t format, uint32_t width, uint32_t height) {
+  RawLayout layout;
+  std::string error;
+  if (!make_layout(format, width, height, 0, 0, &layout, &error)) throw UsageError(error);
+  return layout;
 }
 
 std::string describe_layout(const RawLayout &l) {

@@ -32,6 +32,9 @@ struct RawLayout {
 bool make_layout(uint32_t format, uint32_t width, uint32_t height, uint32_t stride,
                  uint32_t key_stride, RawLayout *layout, std::string *error);
 
+// The layout of tightly packed frames; UsageError when make_layout fails.
+RawLayout packed_layout(uint32_t format, uint32_t width, uint32_t height);
+
 // "uyvy422 (21) 720x486, stride 1440" and so on (no byte counts).
 std::string describe_layout(const RawLayout &layout);
 
@@ -60,9 +63,6 @@ class RawWriter {
   std::ofstream file_;
   std::string path_;
 };
-
-// Parses "WxH" (decimal, both non-zero).
-bool parse_size(const std::string &text, uint32_t *width, uint32_t *height);
 
 }  // namespace cli
 }  // namespace framedsp

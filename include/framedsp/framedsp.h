@@ -11,8 +11,8 @@
  * are real pointers, doubles are doubles and 8-bit fields are uint8_t.  Reserved words keep their
  * place and are never read or written by the library.
  *
- * Under a 32-bit (ILP32) compiler every record has the byte offsets of the original 32-bit
- * Windows interface, e.g. DSP_BUFFER is 148 bytes with Out at 68 and DSP_SCALER_PARAMS has its
+ * Under a 32-bit (ILP32) compiler every record has the byte offsets of the library's 32-bit
+ * Windows ABI, e.g. DSP_BUFFER is 148 bytes with Out at 68 and DSP_SCALER_PARAMS has its
  * DSP_BUFFER at 32 and ulOptions at 180.  On 64-bit (LP64/LLP64) builds the same structs take the
  * natural layout of that ABI (pointers are 8 bytes): DSP_BUFFER is 160 bytes with Out at 72;
  * DSP_SCALER_PARAMS has pSettings at 24, Buffer at 40 and ulOptions at 200.  Both layouts are
@@ -62,11 +62,10 @@
  * Availability in this release
  * ----------------------------
  * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspSubPixelFilter, DspScaler (general,
- * fast and filtered paths), DspScalerHelper, DspCreateMipMaps, DspCreateFrameRateConverter, and
- * the handle checks of DspFrameRateConvert and DspCreateMotionVectors.
+ * fast and filtered paths), DspScalerHelper, DspSubPixelScalerHelper, DspCreateMipMaps,
+ * DspCreateFrameRateConverter, DspCreateMotionVectors and DspFrameRateConvert.
  * Not yet available (their algorithms are still open; the frame and handle checks are final and
- * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler, DspSubPixelScaler,
- * DspSubPixelScalerHelper, DspCreateMotionVectors and the conversion behind DspFrameRateConvert.
+ * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler and DspSubPixelScaler.
  */
 #ifndef FRAMEDSP_FRAMEDSP_H
 #define FRAMEDSP_FRAMEDSP_H
@@ -494,6 +493,63 @@ typedef struct DSP_SCALER_HELPER_OUT {
 } DSP_SCALER_HELPER_OUT;
 
 /* ---------------------------------------------------------------------------------------------
+ * DspSubPixelScalerHelper: fractional rectangles, and a zoom and pan between two views
+ * ------------------------------------------------------------------------------------------- */
+
+/* ulModeFlags.  Bits 0 and 1 choose the mapping as in DspScalerHelper (fill wins over fit to
+ * width; neither: fit to the height); bits 2 and 3 are independent; other bits are refused. */
+#define DSP_SUBPIXEL_SCALER_HELPER_FIT_WIDTH 0x01u   /* fit to the destination width            */
+#define DSP_SUBPIXEL_SCALER_HELPER_FILL 0x02u        /* fill the destination, cropping the source */
+#define DSP_SUBPIXEL_SCALER_HELPER_KEEP_INSIDE 0x04u /* slide the view back inside the source   */
+#define DSP_SUBPIXEL_SCALER_HELPER_CENTRE 0x08u      /* centre the fitted destination rectangle */
+
+/* ulEase: how the phase runs between the two views. */
+#define DSP_SUBPIXEL_SCALER_HELPER_EASE_LINEAR 0u     /* s = t                                  */
+#define DSP_SUBPIXEL_SCALER_HELPER_EASE_SMOOTHSTEP 1u /* s = 3t^2 - 2t^3: starts and stops gently */
+
+/* One view of the source: how far it is zoomed in and where its centre lies.  12 bytes. */
+typedef struct DSP_SUBPIXEL_VIEW {
+  uint32_t ulZoomQ14;  /* zoom, 16384 (1.0: the whole base rectangle) .. 0xFFFFFFFF (just under
+                          262144); below 16384 refused.  The view is the base source rectangle
+                          shrunk by this factor about its centre.                               */
+  int32_t lCentreXQ14; /* centre of the view minus the middle of the source, in source widths,
+                          -8192 .. 8192 (-1/2 .. 1/2: the left .. right edge); 0 = the middle   */
+  int32_t lCentreYQ14; /* the same downwards, in source heights                                 */
+} DSP_SUBPIXEL_VIEW;
+
+/* DspSubPixelScalerHelper's input, 80 bytes of 32-bit words on every ABI (offsets in brackets). */
+typedef struct DSP_SUBPIXEL_SCALER_HELPER_IN {
+  uint32_t ulSrcAspectNumerator;   /* [0]  picture aspect of the source, e.g. 4 of 4:3; >= 1  */
+  uint32_t ulSrcAspectDenominator; /* [4]  e.g. 3 of 4:3; >= 1                               */
+  uint32_t ulDstAspectNumerator;   /* [8]  picture aspect of the destination; >= 1           */
+  uint32_t ulDstAspectDenominator; /* [12] >= 1                                              */
+  uint32_t ulSrcWidth;             /* [16] source image in pixels; >= 1                       */
+  uint32_t ulSrcHeight;            /* [20] >= 1                                              */
+  uint32_t ulDstWidth;             /* [24] destination image in pixels; >= 1                  */
+  uint32_t ulDstHeight;            /* [28] >= 1                                              */
+  uint32_t ulModeFlags;            /* [32] DSP_SUBPIXEL_SCALER_HELPER_*; 0 = fit to the height */
+  DSP_SUBPIXEL_VIEW ViewA;         /* [36] the view at phase 0                               */
+  DSP_SUBPIXEL_VIEW ViewB;         /* [48] the view at phase 16384                           */
+  uint32_t ulPhaseQ14;             /* [60] 0 (view A) .. 16384 (view B)                      */
+  uint32_t ulEase;                 /* [64] DSP_SUBPIXEL_SCALER_HELPER_EASE_*; 0 = linear       */
+  uint32_t ulReserved[3];          /* [68] must be 0                                         */
+} DSP_SUBPIXEL_SCALER_HELPER_IN;
+
+/* DspSubPixelScalerHelper's result, 72 bytes on every ABI: the doubles first, then the floats. */
+typedef struct DSP_SUBPIXEL_SCALER_HELPER_OUT {
+  double dSrcX;           /* [0]  source rectangle: In.Buffer.Region of DSP_SUBPIXEL_BUFFER      */
+  double dSrcY;           /* [8]                                                              */
+  double dSrcWidth;       /* [16]                                                             */
+  double dSrcHeight;      /* [24]                                                             */
+  double dDstX;           /* [32] destination rectangle: Out.Buffer.Region                     */
+  double dDstY;           /* [40]                                                             */
+  double dDstWidth;       /* [48]                                                             */
+  double dDstHeight;      /* [56]                                                             */
+  float fHorizontalScale; /* [64] dDstWidth / dSrcWidth                                       */
+  float fVerticalScale;   /* [68] dDstHeight / dSrcHeight                                     */
+} DSP_SUBPIXEL_SCALER_HELPER_OUT;
+
+/* ---------------------------------------------------------------------------------------------
  * DspCreateMipMaps
  * ------------------------------------------------------------------------------------------- */
 
@@ -565,7 +621,9 @@ typedef void *DSP_HANDLE;
 
 /* Creation record, 48 words (192 bytes, no pointers: the same layout everywhere).  A word given
  * as 0 takes the default shown.  All five entries of each per-level array are defaulted and
- * checked whatever ulLevels says.  Words marked reserved are carried into the object unchecked. */
+ * checked whatever ulLevels says.  Words marked reserved are carried into the object unchecked.
+ * Words 11..39 are the block-search settings; DSP_MOTION_VECTORS_PARAMS carries the same words
+ * with the same defaults and bounds, and says what they mean for the search. */
 typedef struct DSP_FRAME_RATE_CONVERTER_PARAMS {
   uint32_t ulBaseCount;     /* w0:  must be non-zero                                        */
   uint32_t ulDerivedCount;  /* w1:  with bDeriveCount: must be non-zero, then replaced by
@@ -576,7 +634,9 @@ typedef struct DSP_FRAME_RATE_CONVERTER_PARAMS {
   uint32_t ulReserved5[2];  /* w5, w6                                                       */
   int32_t lWidth;           /* w7:  bounds ulLevelRangeX (at most lWidth / 4)               */
   int32_t lHeight;          /* w8:  bounds ulLevelRangeY (at most lHeight / 4)              */
-  uint32_t ulReserved9[2];  /* w9, w10                                                      */
+  uint32_t ulReserved9;     /* w9                                                           */
+  uint32_t eConvertMode;    /* w10: DSP_CONVERT_MODE_*; read by DspFrameRateConvert (values
+                                    above 2 make every conversion DSP_E_INVALIDARG)         */
   uint32_t ulLevels;        /* w11: at most 5                                               */
   uint32_t ulLevelThreshold[5]; /* w12..16: default 8, at most 255                          */
   uint32_t ulReserved17;        /* w17                                                      */
@@ -592,24 +652,178 @@ typedef struct DSP_FRAME_RATE_CONVERTER_PARAMS {
   uint8_t bReserved47b;         /* w47 byte 3                                               */
 } DSP_FRAME_RATE_CONVERTER_PARAMS;
 
-/* Conversion record, byte-packed (243 bytes on ILP32). */
+/* eConvertMode (creation word 10): how the converter makes a frame between two sources. */
+#define DSP_CONVERT_MODE_MOTION 0u  /* motion-compensated (default)                          */
+#define DSP_CONVERT_MODE_BLEND 1u   /* (wA a + wB b + 8192) >> 14 per byte, no motion          */
+#define DSP_CONVERT_MODE_NEAREST 2u /* the nearer source: A below phase 8192, B from it on     */
+
+/* bConvertFlags bits. */
+#define DSP_CONVERT_REFINE 0x01u       /* search blocks whose usCost exceeds ulRefineThreshold
+                                          again at full resolution before converting          */
+#define DSP_CONVERT_PLAIN_PLANE2 0x02u /* plane 2 is a plain picture moved like the luma, not
+                                          NV16 chroma (Cb Cr pairs at half horizontal
+                                          resolution, moved by (vx / 2, vy))                  */
+#define DSP_CONVERT_LUMA_ONLY 0x04u    /* plane 1 only: plane 2 is neither read nor written   */
+#define DSP_CONVERT_NO_OCCLUSION 0x08u /* no covered / uncovered handling: always both sides  */
+
+/* eSampling: the motion-compensation filter, sampling at 1/64 pixel. */
+#define DSP_SAMPLING_6TAP 0u     /* Lanczos-3, 6 taps (default)                              */
+#define DSP_SAMPLING_4TAP 1u     /* cubic (Catmull-Rom), 4 taps                              */
+#define DSP_SAMPLING_BILINEAR 2u /* 2 taps                                                   */
+#define DSP_SAMPLING_NEAREST 3u  /* the nearest whole sample                                 */
+
+#define DSP_CONVERT_DEFAULT_OCCLUSION_THRESHOLD 4u /* ulOcclusionThreshold 0, quarter pixels  */
+#define DSP_CONVERT_DEFAULT_FALLBACK_THRESHOLD 130u /* ulFallbackThreshold 0, in 1/256        */
+
+/* Conversion record, byte-packed: 243 bytes on ILP32 (pVectorField at 204, ulPhaseQ14 at 208,
+ * ulVectorFieldBytes at 212, ulRefineThreshold at 216, bConvertFlags at 220, bOverlay at 221,
+ * ulSliceCount at 222, ulSliceNumber at 226, ulOcclusionThreshold at 230, ulFallbackThreshold at
+ * 234, eSampling at 238, ulReserved at 239); 259 bytes on LP64 (every field after pVectorField
+ * 12 bytes further on).  See DspFrameRateConvert for what each field means. */
 #pragma pack(push, 1)
 typedef struct DSP_FRAME_RATE_CONVERT_PARAMS {
-  DSP_IMAGE FrameA;         /* first source, weighted by 16384 - ulPhaseQ14        */
-  DSP_IMAGE FrameB;         /* second source, weighted by ulPhaseQ14; its geometry
-                               serves all three frames                            */
-  DSP_IMAGE FrameOut;       /* the frame produced                                 */
-  void *pVectorField;       /* block motion vectors to follow                     */
-  uint32_t ulPhaseQ14;      /* 0..16384                                           */
-  uint32_t ulReserved1;
-  uint32_t ulRefineThreshold;
-  uint8_t bConvertFlags;    /* bit 0: refine blocks over ulRefineThreshold        */
-  uint8_t bOverlay;         /* non-zero: draw the vectors into the output         */
-  uint32_t ulReserved2[4];
-  uint8_t bReserved3;
-  uint32_t ulReserved4;
+  DSP_IMAGE FrameA;              /* first source, weighted by 16384 - ulPhaseQ14             */
+  DSP_IMAGE FrameB;              /* second source, weighted by ulPhaseQ14; its geometry
+                                    serves all three frames                                 */
+  DSP_IMAGE FrameOut;            /* the frame produced                                      */
+  void *pVectorField;            /* a vector field of DspCreateMotionVectors from A to B, or
+                                    NULL: the converter estimates one itself                */
+  uint32_t ulPhaseQ14;           /* 0..16384: the output's time between A (0) and B (16384) */
+  uint32_t ulVectorFieldBytes;   /* readable bytes at pVectorField (ignored when NULL)      */
+  uint32_t ulRefineThreshold;    /* with DSP_CONVERT_REFINE: usCost above this is refined   */
+  uint8_t bConvertFlags;         /* DSP_CONVERT_*                                           */
+  uint8_t bOverlay;              /* non-zero: draw each block's vector into plane 1         */
+  uint32_t ulSliceCount;         /* bands of the output; 0 = 1                              */
+  uint32_t ulSliceNumber;        /* the band produced, from 1; 0 = 1                        */
+  uint32_t ulOcclusionThreshold; /* quarter pixels; 0 = 4                                   */
+  uint32_t ulFallbackThreshold;  /* bad blocks in 1/256 above which the pair is blended;
+                                    0 = 130                                                 */
+  uint8_t eSampling;             /* DSP_SAMPLING_*                                          */
+  uint32_t ulReserved;           /* must be 0                                               */
 } DSP_FRAME_RATE_CONVERT_PARAMS;
 #pragma pack(pop)
+
+/* ---------------------------------------------------------------------------------------------
+ * DspCreateMotionVectors: block motion vectors between two mip-map pyramids
+ * ------------------------------------------------------------------------------------------- */
+
+/* ulMotionFlags of DSP_MOTION_VECTORS_PARAMS (other bits are ignored). */
+#define DSP_MOTION_FORWARD_ONLY 0x01u /* estimate A -> B only; no backward entries            */
+#define DSP_MOTION_WHOLE_PIXEL 0x02u  /* no half- and quarter-pixel refinement                */
+#define DSP_MOTION_NO_GLOBAL 0x04u    /* no global candidate                                  */
+#define DSP_MOTION_NO_SPLIT 0x08u     /* no split stage: each final block keeps the vector of
+                                         the level-0 search block under its centre            */
+
+#define DSP_MOTION_DEFAULT_LAMBDA 24u           /* ulLambda 0 */
+#define DSP_MOTION_DEFAULT_SCENE_THRESHOLD 400u /* ulSceneThreshold 0 */
+
+/* DspCreateMotionVectors's record: 160 bytes on ILP32 (the search settings at 32..147, in the
+ * order of words 11..39 of DSP_FRAME_RATE_CONVERTER_PARAMS), 184 on LP64 (pPriorField at 32,
+ * ulLevels at 52, ulReserved at 168).
+ *
+ * The search settings have the converter's defaults and bounds, applied by one routine shared
+ * with DspCreateFrameRateConverter, with lWidth and lHeight taken as the width and height of
+ * level 0: a 0 selects the default (thresholds 8, block sizes 16, ranges 1); ulLevels at most 5;
+ * blocks 8..32; thresholds at most 255; ulLevelRangeX[k] at most width / 4, ulLevelRangeY[k] at
+ * most height / 4.  All five entries of each array are defaulted and checked whatever ulLevels
+ * says.  What they mean for the search (the same for the converter's own estimation):
+ *
+ *   ulLevels             pyramid levels searched, 1..the lists' count; 0 = all of them.  The
+ *                        search runs from level ulLevels - 1 (the coarsest) down to level 0.
+ *   ulLevelBlockA/B[k]   width / height of the search blocks at level k, in level-k pixels.  The
+ *                        blocks tile the level from its top-left corner; the last column and row
+ *                        may be partial (their costs are scaled to 64 pixels).
+ *   ulBlockA/B           width / height of the blocks of the field (the final blocks), at level
+ *                        0.  16x8 suits fields; 8x8 gives fine boundaries.
+ *   ulLevelRangeX/Y[k]   the search window at level k: at most +-RangeX[k] x +-RangeY[k] level-k
+ *                        pixels around the best predicted vector.
+ *   ulLevelThreshold[k]  when the best predicted vector of a block at level k matches with a mean
+ *                        absolute difference above this (grey levels per pixel), the whole
+ *                        window is searched exhaustively; otherwise a small diamond walks
+ *                        downhill inside it.
+ *
+ * Reach: no vector is longer than reachX = sum over the searched levels k of RangeX[k] * 2^k
+ * pixels horizontally (reachY alike; both at most 8191, the range of an entry's quarter pixels)
+ * -- vectors are clipped to that box at every level, so motion
+ * beyond it cannot be matched and shows up as high costs (DSP_MV_BAD) rather than as a wrong
+ * vector passed off as good.  The defaults give 1 + 2 + 4 + 8 = 15 pixels with 4 levels and 31
+ * with 5.  To reach 48 pixels per frame pair use 4 levels with RangeX = RangeY = {2, 2, 4, 4}
+ * (level 0 first: 2 + 4 + 16 + 32 = 54 pixels; the exhaustive windows of the coarse levels are
+ * then 9x9 at 1/8 and 1/4 resolution), or 5 levels with ranges of 2 (62 pixels).  Ranges are
+ * bounded by the picture (width / 4), so small pictures have small reaches. */
+typedef struct DSP_MOTION_VECTORS_PARAMS {
+  const DSP_MIPMAP_LEVELS *pLevelsA; /* pyramid of frame A (DspCreateMipMaps), level 0 first  */
+  const DSP_MIPMAP_LEVELS *pLevelsB; /* pyramid of frame B, the same geometry                  */
+  void *pVectorField;                /* the field written: header then entries                */
+  uint32_t ulVectorFieldBytes;       /* size of that buffer                                   */
+  const void *pPriorField;           /* the previous pair's field (temporal candidates), or
+                                        NULL; may be pVectorField itself                       */
+  uint32_t ulMotionFlags;            /* DSP_MOTION_*                                          */
+  uint32_t ulLambda;                 /* smoothness weight; 0 = DSP_MOTION_DEFAULT_LAMBDA      */
+  uint32_t ulSceneThreshold;         /* cost above which a block is bad; 0 = 400              */
+  uint32_t ulLevels;                 /* the search settings (converter words 11..39)          */
+  uint32_t ulLevelThreshold[5];
+  uint32_t ulReserved17;             /* not read (converter word 17)                          */
+  uint32_t ulLevelBlockA[5];
+  uint32_t ulLevelBlockB[5];
+  uint32_t ulBlockA;
+  uint32_t ulBlockB;
+  uint32_t ulLevelRangeX[5];
+  uint32_t ulLevelRangeY[5];
+  uint32_t ulReserved[3];            /* must be 0                                             */
+} DSP_MOTION_VECTORS_PARAMS;
+
+/* ulFieldFlags of the field header. */
+#define DSP_VECTOR_FIELD_FORWARD 0x01u     /* forward entries present (always)                */
+#define DSP_VECTOR_FIELD_BACKWARD 0x02u    /* backward entries follow the forward ones        */
+#define DSP_VECTOR_FIELD_WHOLE_PIXEL 0x04u /* every vector is a whole number of pixels        */
+
+/* The field header, 48 bytes (no pointers: the same layout everywhere). */
+typedef struct DSP_VECTOR_FIELD {
+  uint32_t ulFieldBytes;     /* bytes written: 48 + 8 x entries                               */
+  uint32_t ulWidth;          /* level 0 width and height, pixels                              */
+  uint32_t ulHeight;
+  uint32_t ulBlockWidth;     /* final block size (ulBlockA x ulBlockB)                        */
+  uint32_t ulBlockHeight;
+  uint32_t ulColumns;        /* ceil(ulWidth / ulBlockWidth)                                  */
+  uint32_t ulRows;           /* ceil(ulHeight / ulBlockHeight)                                */
+  uint32_t ulFieldFlags;     /* DSP_VECTOR_FIELD_*                                            */
+  uint32_t ulBadForward;     /* forward entries flagged DSP_MV_BAD                            */
+  uint32_t ulBadBackward;    /* backward entries flagged DSP_MV_BAD (0 without them)          */
+  uint32_t ulSceneThreshold; /* the threshold used (after the default)                        */
+  uint32_t ulReserved;       /* written as 0                                                  */
+} DSP_VECTOR_FIELD;
+
+/* usFlags of an entry. */
+#define DSP_MV_BAD 0x01u          /* usCost above the scene threshold: no trustworthy match     */
+#define DSP_MV_INCONSISTENT 0x02u /* the other direction's vector at the block's destination
+                                     differs from the negated vector by more than one pixel in
+                                     x or y (uncovered or covered area, or a wrong match)      */
+#define DSP_MV_OUTSIDE 0x04u      /* the matched block reaches outside the picture (edge
+                                     samples repeated)                                         */
+#define DSP_MV_FLAT 0x08u         /* the block has almost no detail (mean absolute difference
+                                     to its right and lower neighbours below 2): its vector
+                                     follows its neighbours rather than its own content        */
+#define DSP_MV_REFINED 0x10u      /* the block's level-0 prediction failed the threshold and
+                                     the exhaustive search placed it                           */
+
+/* One entry, 8 bytes.  Row-major over the final blocks: all forward entries, then (with
+ * DSP_VECTOR_FIELD_BACKWARD) all backward entries in the same order. */
+typedef struct DSP_MOTION_VECTOR {
+  int16_t sX;       /* quarter pixels: the block at p in A matches p + v in B (forward); the
+                       block at p in B matches p + v in A (backward)                           */
+  int16_t sY;
+  uint16_t usCost;  /* SAD of the match per 64 pixels, saturated at 65535 (fractional vectors:
+                       both pictures sampled half the fraction apart, see DspCreateMotionVectors) */
+  uint16_t usFlags; /* DSP_MV_*                                                                 */
+} DSP_MOTION_VECTOR;
+
+#define DSP_VECTOR_FIELD_HEADER_BYTES 48u
+
+/* Bytes of a field with both directions for a w x h level 0 and bw x bh final blocks (about
+ * 230 KB at 1280x720 with 8x8 blocks).  A forward-only field needs 48 + 8 x columns x rows. */
+#define DSP_VECTOR_FIELD_BYTES(w, h, bw, bh) \
+  (DSP_VECTOR_FIELD_HEADER_BYTES + 16u * (((w) + (bw) - 1u) / (bw)) * (((h) + (bh) - 1u) / (bh)))
 
 /* ---------------------------------------------------------------------------------------------
  * Exports
@@ -833,9 +1047,65 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScaler(const DSP_SUBPIXEL_SCAL
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspScalerHelper(const DSP_SCALER_HELPER_IN *pIn,
                                                        DSP_SCALER_HELPER_OUT *pOut);
 
-/* Not yet available: E_POINTER when either pointer is null, otherwise DSP_E_NOTIMPL.  The records
- * are not fixed in this release. */
-FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScalerHelper(const void *pIn, void *pOut);
+/* The fractional source and destination rectangles that map a source onto a destination without
+ * distorting the picture, for one frame of a zoom and pan between two views: a Ken Burns move is
+ * one call per frame, phase 0 .. 16384.  The result goes straight into a DSP_SUBPIXEL_BUFFER of
+ * DspSubPixelScaler: dSrc* into In.Buffer.Region, dDst* into Out.Buffer.Region (and the factors
+ * into fHorizontalScale / fVerticalScale where a record wants them).  It touches no image.
+ *
+ * Statuses.  DSP_E_POINTER when either pointer is null.  DSP_S_OK with the result untouched (not
+ * one byte written) when the record is refused: an aspect term or an image size of 0, a mode bit
+ * above bit 3, a zoom below 16384, a centre outside -8192 .. 8192, a phase above 16384, an ease
+ * other than 0 and 1, a reserved word other than 0.  Every other record gives DSP_S_OK and all ten
+ * result fields written.  DSP_E_UNEXPECTED only if an internal check fails (none is expected).
+ *
+ * Coordinates are pixels with the image's top-left corner at (0, 0); pixel (i, j) covers
+ * [i, i + 1) x [j, j + 1), as in DSP_SUBPIXEL_BUFFER regions.  sW x sH is the source image, dW x dH
+ * the destination image, and r the source picture's aspect over the destination's:
+ *   r = (ulSrcAspectNumerator * ulDstAspectDenominator) / (ulSrcAspectDenominator * ulDstAspectNumerator).
+ *
+ * Base rectangles (zoom 1, centre 0): the part of the source W0 x H0 at (0, 0), and the
+ * destination rectangle, which the view always fills and which does not move with the view.
+ *   fit to height (no mode bit):  W0 x H0 = sW x sH;  destination dW * r wide, dH high, at (X, 0)
+ *   fit to width (bit 0):         W0 x H0 = sW x sH;  destination dW wide, dH / r high, at (0, Y)
+ *   fill (bit 1):                 W0 x H0 = sW x sH * r when r <= 1, else sW / r x sH (the
+ *                                 source cropped to the destination's shape); destination the
+ *                                 whole image (0, 0, dW, dH)
+ * These are DspScalerHelper's sizes without its truncation to whole pixels.  With bit 3 (CENTRE)
+ * X = (dW - dW * r) / 2 and Y = (dH - dH / r) / 2, which puts the fitted picture in the middle of
+ * the destination (letterbox or pillarbox); without it X = Y = 0.  Fill ignores bit 3.  A fitted
+ * side larger than the destination overhangs it (X or Y negative with bit 3); the scaler clips the
+ * output region to the image.
+ *
+ * The view at phase t = ulPhaseQ14 / 16384: with s = t (ulEase 0) or s = 3t^2 - 2t^3 (ulEase 1),
+ *   zoom    z  = zA^(1 - s) * zB^s   (geometric: equal steps of t zoom by equal ratios, which the
+ *                                     eye sees as a constant speed)
+ *   centre  cx = cxA + (cxB - cxA) * s,  cy alike   (zA = ViewA.ulZoomQ14 / 16384, cxA =
+ *                                                     ViewA.lCentreXQ14 / 16384, ...)
+ *   dSrcWidth  = W0 / z,                   dSrcHeight = H0 / z
+ *   dSrcX = sW * (1/2 + cx) - dSrcWidth / 2,   dSrcY = sH * (1/2 + cy) - dSrcHeight / 2
+ * With bit 2 (KEEP_INSIDE) dSrcX is then clamped to 0 .. sW - dSrcWidth and dSrcY to
+ * 0 .. sH - dSrcHeight: the view slides back inside the source with its size kept (a zoom of at
+ * least 1 always leaves room).  Without bit 2 the view may reach past the source's edges, and the
+ * scaler's edge mode decides what shows there.  Example: zoom 2, centre 0 on 720 x 486 gives the
+ * source rectangle 360 x 243 at (180, 121.5); 720 x 486 at 4:3 fitted to the height of 1920 x 1080
+ * at 16:9 with bit 3 gives the destination rectangle 1440 x 1080 at (240, 0).
+ *   dDst* = the destination rectangle above;  fHorizontalScale = dDstWidth / dSrcWidth,
+ *   fVerticalScale = dDstHeight / dSrcHeight  (output pixels per input pixel).
+ *
+ * Exactness: the result is the same bit for bit on every compiler, CPU and floating-point setting
+ * (x87 or SSE, 32- or 64-bit), because it is computed in integer arithmetic only:
+ *   - s in units of 2^-30: t exactly, or 3t^2 - 2t^3 computed exactly and rounded half up;
+ *   - cx, cy exactly (units of 2^-44);
+ *   - z in units of 2^-40, from the view nearer in phase: zA * 2^(s * L) for s <= 1/2,
+ *     zB * 2^(-(1 - s) * L) above, L = log2(zB) - log2(zA), with log2 and 2^x computed to 48
+ *     fraction bits by a fixed integer method (relative error of z below 1e-12).  Phase 0 and
+ *     16384 give views A and B exactly, and zooms a power of two apart meet exactly at the middle
+ *     (1 and 4 give 2 at phase 8192);
+ *   - every result field is then the exact value of the formulas above for that s, z and c,
+ *     rounded once to the nearest double (float for the factors), ties to even. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScalerHelper(const DSP_SUBPIXEL_SCALER_HELPER_IN *pIn,
+                                                               DSP_SUBPIXEL_SCALER_HELPER_OUT *pOut);
 
 /* Creates a frame-rate converter from a checked creation record and stores its handle.
  * E_POINTER when either pointer is null; E_OUTOFMEMORY; E_INVALIDARG when the record is out of
@@ -844,15 +1114,138 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScalerHelper(const void *pIn, 
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateFrameRateConverter(
     const DSP_FRAME_RATE_CONVERTER_PARAMS *pParams, DSP_HANDLE *phConverter);
 
-/* Converts between frame rates with a live converter.  E_HANDLE for a handle that is not a live
- * converter (checked before the record, which is not checked for null).  The third argument is
- * ignored.  Not yet available: a live handle answers DSP_E_NOTIMPL. */
+/* Makes the frame at ulPhaseQ14 between FrameA (0) and FrameB (16384) with a live converter.
+ * E_HANDLE for a handle that is not a live converter (checked first); then E_POINTER for a null
+ * record.  The third argument is ignored.
+ *
+ * Frames.  All three are read as two planes of FrameB's geometry: plane 1 (luma) at pBuffer,
+ * ulWidth x ulHeight bytes with lines ulPrimaryStrideBytes apart, plane 2 at pBuffer + ulHeight x
+ * ulPrimaryStrideBytes with the same geometry.  Plane 2 is NV16 chroma (ulWidth / 2 Cb Cr pairs a
+ * line, moved by half the horizontal motion), or with DSP_CONVERT_PLAIN_PLANE2 a plain picture
+ * moved like the luma, or with DSP_CONVERT_LUMA_ONLY neither read nor written.  Only pBuffer and
+ * ulBytes of FrameA and FrameOut are read, and of FrameB also ulWidth, ulHeight and
+ * ulPrimaryStrideBytes (regions, formats, interlace and orientation are not read: frames are
+ * progressive, top-down).  The whole picture is produced (or the band, below).
+ *
+ * Refusals: DSP_E_INVALIDARG with not a byte written, for: a null frame buffer; a frame whose
+ * ulBytes is below (planes x ulHeight - 1) x stride + ulWidth; a width or height of 0 or above
+ * 16384; a stride below the width; an odd width with NV16 chroma; a phase above 16384; eSampling
+ * above 3; unknown bConvertFlags bits; a non-zero ulReserved; ulSliceNumber above ulSliceCount;
+ * the converter's eConvertMode above 2; and with a field: ulVectorFieldBytes below 48, a header
+ * whose size differs from FrameB's, blocks outside 4..32, a column or row count that is not
+ * ceil(size / block), no forward entries, or ulFieldBytes other than 48 + 8 x entries or above
+ * ulVectorFieldBytes.  A record that passes never makes the library read or write outside the
+ * first ulBytes of its frames, whatever the vectors.  DSP_E_OUTOFMEMORY when work memory is
+ * refused.
+ *
+ * Bands: band n (from 1) of c makes output lines floor((n - 1) h / c) to floor(n h / c) - 1 of both
+ * planes and writes nothing else; any split gives the bytes of one whole call, so a host may run
+ * the bands on several threads.  One converter may serve any number of calls at once (its
+ * settings are only read).  The bytes do not depend on the CPU or its instruction sets.
+ *
+ * What is made (wA = 16384 - phase, wB = phase):
+ *   - phase 0 or 16384: FrameA or FrameB, byte for byte.
+ *   - eConvertMode 1 (blend): (wA a + wB b + 8192) >> 14 per byte; 2 (nearest): A below phase
+ *     8192, B from it on.  Also mode 1 when the field's share of forward blocks flagged
+ *     DSP_MV_BAD is above ulFallbackThreshold / 256 (a scene cut).
+ *   - Otherwise the motion-compensated frame along the field (pVectorField, the forward entries
+ *     and, when present, the backward ones), or with a null pVectorField along the field the
+ *     converter estimates itself from its creation settings (ulLevels, 0 = 4; the per-level
+ *     blocks, ranges and thresholds; ulBlockA x ulBlockB final blocks; both directions):
+ *       1. With DSP_CONVERT_REFINE, entries whose usCost exceeds ulRefineThreshold are searched
+ *          again at full resolution (the neighbours' vectors and zero, a +-8 pixel window, then
+ *          half and quarter pixels) in a private copy; the caller's field is not written.
+ *       2. Each output block (the field's blocks) takes one vector at the output time: among the
+ *          forward vector at the block, the forward vector again at where that vector says the
+ *          block comes from in A, the negated backward vector at the block and at where that one
+ *          leads in B, the four neighbours' forward vectors, the median vector and zero, the one
+ *          whose two sides A(x - p v) and B(x + (1 - p) v) differ least: the bilateral SAD per 64
+ *          pixels, with A at whole pixels and B at that position + v in bilinear quarter pixels
+ *          (where a side leaves the picture, both at whole pixels and a pixel with a side outside
+ *          costing 6, or 1 when the field agrees with v on the other side); plus 4 per quarter
+ *          pixel from the neighbours' median (at most 128) and 2 per quarter pixel from the
+ *          median vector of the picture (at most 256, or 512 for a block whose own entry is
+ *          flagged DSP_MV_FLAT, DSP_MV_INCONSISTENT or DSP_MV_BAD: ambiguous or periodic texture
+ *          then follows the picture's motion).
+ *       3. Each quarter of a block (a tile) takes the vectors of the nearest four block centres:
+ *          when they differ by at most ulOcclusionThreshold quarter pixels (0 = 4), their
+ *          bilinear mix at 1/64 pixel from both sides; otherwise each quarter of the tile (each
+ *          at least 4 x 4 pixels when the tile is 8 x 8 or more) takes the same rule on its own,
+ *          and where they still differ one of them whole: preferring a
+ *          vector both fields agree with (both sides), then one only one side's field agrees
+ *          with (covered: A only; uncovered: B only), then the least bilateral SAD.  Without
+ *          backward entries or with DSP_CONVERT_NO_OCCLUSION only the SAD decides, both sides.
+ *       4. Each side is sampled at 1/64 pixel with eSampling's filter (6-tap Lanczos-3, 4-tap
+ *          Catmull-Rom, bilinear, nearest; Q14 taps, edges repeated), horizontally then
+ *          vertically, kept in 1/64 of a grey level, and the output is
+ *          clamp((wA a + wB b + 2^19) >> 20); a side whose sample lies more than half a pixel
+ *          outside the picture is dropped for that pixel (the other one is used alone).
+ *   - bOverlay non-zero: plane 1 shows each block's forward vector, drawn after the block in
+ *     raster order of blocks: bytes set to 0 in the 3 x 3 around the block's centre, then to 255
+ *     along the line (Bresenham, both ends) from the centre to centre + v rounded to whole pixels,
+ *     clipped to the picture and the band.  A drawing covers the blocks before it and its own;
+ *     later blocks are produced over it.  Exact copies, blends and scene cuts draw nothing. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter,
                                                            DSP_FRAME_RATE_CONVERT_PARAMS *pParams,
                                                            uint32_t ulUnused);
 
-/* Block motion vectors.  E_POINTER for a null record (before the handle is looked at), E_HANDLE
- * for a handle that is not a live converter.  Not yet available: answers DSP_E_NOTIMPL. */
+/* Block motion vectors between two mip-map pyramids.  pParams points to a
+ * DSP_MOTION_VECTORS_PARAMS (all 160 / 184 bytes are read).  E_POINTER for a null record (before
+ * the handle is looked at), E_HANDLE for a handle that is not a live converter (its state is not
+ * used).  E_INVALIDARG, with not a byte of the field written, for: a null level list; a level
+ * count outside 1..5 or two different counts; a level (of those counts) with a null buffer, a
+ * format other than 263, an empty region, a region leaving its image, a stride below the image
+ * width, or a side above 16384; levels of A and B of different sizes; a level that is not the one
+ * before halved (either rounding); search settings outside the bounds above; ulLevels above the
+ * count; a null field or ulVectorFieldBytes below 48 + 8 x entries; a non-zero ulReserved word.
+ * E_OUTOFMEMORY when work memory cannot be had.  Otherwise S_OK and the field is written.
+ * Each level is read as the top-down picture of its region (bottom-up images through their
+ * orientation); eInterlace, eBufferType and eColorSpace are not read.
+ *
+ * The search, per direction (forward A -> B, then backward B -> A), from level ulLevels - 1 down:
+ *   - Every search block of a level gets candidates: the parent level's vector (doubled) at the
+ *     block's centre and at the parent's four neighbours, zero, the global vector (component
+ *     median of the parent field, unless DSP_MOTION_NO_GLOBAL), the prior field's vector at the
+ *     block's centre (pPriorField, when its header has the same size and blocks; scaled to the
+ *     level), and for the backward field the forward vector of the same block negated.  All are
+ *     whole pixels of the level and clipped to the reach.
+ *   - Cost = SAD x 64 / n (n the block's pixels) + lambda x |v - m| (pixels of the level, L1),
+ *     with m the component median of the 3x3 blocks around it in the previous pass.  Ties go to
+ *     the shorter vector, then to the earlier candidate.
+ *   - When the best candidate's mean absolute difference exceeds ulLevelThreshold[k], every
+ *     vector within +-range of it (at the coarsest level also of zero) is tried; otherwise a
+ *     diamond of one-pixel steps walks downhill within +-range.  Then pass 2: each block weighs
+ *     its own vector against its eight neighbours' and walks a diamond when it changes.  Every
+ *     block reads only the previous pass, so the field does not depend on block order or ISA.
+ *   - A block whose match changes by at most one grey level a pixel for every whole-pixel step
+ *     from its vector has no detail to place it (a loose block): below the coarsest level it is
+ *     weighed against the global vector instead of its neighbours' median, and the global vector
+ *     is among its candidates, so flat areas follow the picture's motion rather than stay put.
+ *   - Level 0: each search block's vector is refined to quarter pixels: the vertex of the parabola
+ *     through the matches one whole pixel either side, per axis, then a step to whichever of its
+ *     four quarter-pixel neighbours (and the diagonal between the better sides) matches better
+ *     (pure match).  A fractional vector is matched with both pictures sampled half its fraction
+ *     apart: A at p - f/2 and B at p + n + f/2 (n the whole pixels, f the quarter-pixel
+ *     fraction), each bilinear in eighths, ((8-gx)(8-gy) s + gx(8-gy) s' + (8-gx)gy s'' +
+ *     gx gy s''' + 32) >> 6, so both sides are smoothed alike and detailed pictures are not pulled
+ *     to whole pixels.  Loose blocks take the component median of the other
+ *     blocks' refined vectors (unless DSP_MOTION_NO_GLOBAL).  Then each block weighs its refined
+ *     vector against its neighbours' that differ by more than a quarter pixel, with lambda
+ *     against the median of the refined 3x3 (the global vector for loose blocks), which settles
+ *     blocks whose texture leaves the match open along one direction; then each final block
+ *     takes the cheapest (with lambda, against its own search block's vector) of the 3x3 vectors
+ *     around it that differ from its own by more than half a pixel (the split stage, unless
+ *     DSP_MOTION_NO_SPLIT).  The refinement and the settling weigh a block whose matches at the
+ *     vectors they compare would read samples outside B on the part of the block whose samples
+ *     all lie inside B (when there is one): repeated edge samples say nothing about where a block
+ *     lies between two pixels, so on a pan the blocks at the picture's edges keep the vector of
+ *     their real content.  Their cost and DSP_MV_OUTSIDE still describe the whole block.
+ *   - Blocks without detail (DSP_MV_FLAT) cannot be placed by their own content; their vectors
+ *     follow the global motion or the smoothness term and may be off by more than a quarter
+ *     pixel where the picture does not move as a whole.
+ * Samples outside a picture repeat its edge samples.  After both directions, each entry is
+ * checked against the other direction at the point its centre moves to (DSP_MV_INCONSISTENT).
+ * The same inputs give the same field on every CPU and ISA level. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateMotionVectors(DSP_HANDLE hConverter, void *pParams);
 
 /* Builds up to five pyramid levels through the scaler.  E_POINTER for a null record (or a null

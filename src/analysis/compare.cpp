@@ -4,10 +4,9 @@
 #include <cstdint>
 
 #include "analysis/compare_kernels.h"
-#include "frame/cpu.h"
-#include "frame/guard.h"
-#include "frame/pixel_format.h"
-#include "frame/trace.h"
+#include "lines/pixel_format.h"
+#include "platform/cpu.h"
+#include "platform/trace.h"
 
 namespace framedsp {
 
@@ -19,7 +18,6 @@ namespace {
 // wrong answer an impossible record gets).
 size_t line_bytes(uint32_t width, uint32_t format) {
   uint64_t bytes = static_cast<uint64_t>(width) * bytes_per_pixel(format);
-  if (format == DSP_PIXEL_FORMAT_UYVY || format == DSP_PIXEL_FORMAT_YUYV) bytes &= ~uint64_t{1};
   if constexpr (sizeof(size_t) < sizeof(uint64_t)) {
     if (bytes > SIZE_MAX) bytes = SIZE_MAX & ~size_t{3};
   }

@@ -1,7 +1,7 @@
 // Frame comparison (DspCompare): difference image, per-channel MSE and PSNR.
 #pragma once
 
-#include "frame/status.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

@@ -2,8 +2,8 @@
 
 #include <cmath>
 
-#include "frame/cpu.h"
 #include "framedsp/framedsp.h"
+#include "platform/cpu.h"
 
 namespace framedsp {
 

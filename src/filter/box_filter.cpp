@@ -7,11 +7,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "filter/filter_planes.h"
-#include "frame/cpu.h"
-#include "frame/pixel_format.h"
-#include "frame/work_memory.h"
-#include "lines/lctrl.h"
+#include "lines/line_walk.h"
+#include "lines/pixel_format.h"
+#include "platform/cpu.h"
+#include "platform/work_memory.h"
 
 namespace framedsp {
 
@@ -279,8 +278,8 @@ HRESULT box_filter_plane(const DSP_BUFFER &buffer, uint32_t horz_size, uint32_t 
   const BoxHorzKernel kernel = box_horz_kernel(cls, flags);
   if (!kernel) return static_cast<HRESULT>(0xFFFFFFFFu);  // no valid format gets here
 
-  LCtrl c;
-  lctrl_fill(buffer, &c);
+  const LineWalk walk(buffer, copy_layout(buffer.In.ePixelFormat));
+  const LCtrl &c = walk.control();
   const bool wide = box_sample_bytes(cls) == 2;
   const size_t sample_bytes = box_sample_bytes(cls);
   const size_t samples = static_cast<size_t>(std::max(c.src_width, 0)) / sample_bytes;
@@ -307,28 +306,17 @@ HRESULT box_filter_plane(const DSP_BUFFER &buffer, uint32_t horz_size, uint32_t 
   box_row_table_init(&rows, flags);
   ColumnSums columns(sums, samples, base, stride, rows, wide, v);
 
-  for (int32_t run = c.field; run < c.field + c.number_of_runs; ++run) {
-    lctrl_setup_run(buffer, &c, run);
-    const LineSpan span = lctrl_run_span(buffer, c, run);
-    int32_t down = stride != 0 ? static_cast<int32_t>(span.src_increment / stride) : 0;
-    if (down == 0) down = 1;
-    intptr_t src = span.src;
-    intptr_t dst = span.dst;
-    for (int32_t k = span.first; k < span.end; ++k) {
-      const uint8_t *line = clamp_line(src, c.src_near_limit, c.src_far_limit);
-      const int32_t row = stride != 0 ? static_cast<int32_t>((line - base) / stride) : 0;
-      columns.move_to(row, row_range(buffer.In, row, down));
-      uint8_t *const line_out = clamp_line(dst, c.dst_near_limit, c.dst_far_limit);
-      if (direct) {
-        kernel(sums, line_out, samples, h);
-      } else {
-        kernel(sums, out, samples, h);
-        std::memmove(line_out, out, move);
-      }
-      src += span.src_increment;
-      dst += span.dst_increment;
+  walk.for_each_line([&](const WalkLine &l) {
+    // The memory rows from one picture line of the run to the next.
+    const int32_t down = walk.source().sign * l.run->src.step;
+    columns.move_to(l.src_row, row_range(buffer.In, l.src_row, down));
+    if (direct) {
+      kernel(sums, l.dst, samples, h);
+    } else {
+      kernel(sums, out, samples, h);
+      std::memmove(l.dst, out, move);
     }
-  }
+  });
   sums_block.release();
   out_line.release();
   return kOk;

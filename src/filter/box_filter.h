@@ -1,10 +1,16 @@
-// Box (moving-average) filter: the row and line kernels behind box_filter_plane().
+// Box (moving-average) filter of one plane, and the row and line kernels behind it.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/status.h"
+
 namespace framedsp {
+
+// Box (moving-average) filter of one plane with window sizes 1..256 per direction (1 = that
+// direction off; at least one above 1).  Cost per pixel independent of the window size.
+HRESULT box_filter_plane(const DSP_BUFFER &buffer, uint32_t horz_size, uint32_t vert_size);
 
 constexpr uint32_t kBoxMaxSize = 256;
 constexpr uint32_t kBoxShift = 23;             // sums are scaled by R / 2^23

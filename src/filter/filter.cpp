@@ -1,13 +1,12 @@
 #include "filter/filter.h"
 
-#include "frame/guard.h"
-#include "frame/buffer_rules.h"
-#include "frame/pixel_format.h"
-#include "frame/trace.h"
-#include "frame/work_memory.h"
+#include "copy/smart_copy.h"
 #include "filter/filter_pass.h"
-#include "filter/filter_planes.h"
-#include "lines/smart_copy.h"
+#include "filter/fir_plane.h"
+#include "lines/buffer_rules.h"
+#include "lines/pixel_format.h"
+#include "platform/trace.h"
+#include "platform/work_memory.h"
 
 namespace framedsp {
 

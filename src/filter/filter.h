@@ -2,7 +2,7 @@
 #pragma once
 
 #include "filter/fir_tables.h"
-#include "frame/status.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

@@ -1,13 +1,14 @@
 #include "filter/filter_pass.h"
 
+#include "copy/smart_copy.h"
 #include "filter/box_filter.h"
 #include "filter/filter.h"
-#include "filter/filter_planes.h"
-#include "frame/buffer_rules.h"
-#include "frame/pixel_format.h"
-#include "frame/trace.h"
-#include "frame/work_memory.h"
-#include "lines/smart_copy.h"
+#include "lines/buffer_record.h"
+#include "lines/buffer_rules.h"
+#include "lines/line_walk.h"
+#include "lines/pixel_format.h"
+#include "platform/trace.h"
+#include "platform/work_memory.h"
 
 namespace framedsp {
 
@@ -58,33 +59,11 @@ HRESULT run_plane(const DSP_BUFFER &buffer, const FilterPlan &plan) {
   return box_filter_plane(buffer, plan.horz_size, plan.vert_size);
 }
 
-void set_formats(DSP_BUFFER *buffer, uint32_t format) {
-  buffer->In.ePixelFormat = buffer->Out.ePixelFormat = format;
-}
-
-// The second plane follows the main picture, its lines a secondary stride apart.
-void move_to_plane(DSP_IMAGE *image) {
-  const uint32_t main_bytes = image->ulHeight * image->ulPrimaryStrideBytes;
-  image->Buffer.pBuffer = static_cast<uint8_t *>(image->Buffer.pBuffer) + main_bytes;
-  image->Buffer.ulBytes = image->Buffer.ulBytes > main_bytes ? image->Buffer.ulBytes - main_bytes : 0;
-  image->ulPrimaryStrideBytes = image->ulSecondaryStrideBytes;
-}
-
 // One filtering pass over a private, normalised record: both planes of a two-plane format.
 HRESULT run_planes(DSP_BUFFER copy, const FilterPlan &plan) {
   if (copy.ulSliceCount == 0) copy.ulSliceCount = 1;
   if (copy.ulSliceNumber == 0) copy.ulSliceNumber = 1;
-  const uint32_t format = copy.Out.ePixelFormat;
-  if (!is_two_plane(format)) return run_plane(copy, plan);
-  uint32_t main_format = format, plane_format = format;
-  split_format(format, &main_format, &plane_format);
-  set_formats(&copy, main_format);
-  const HRESULT hr = run_plane(copy, plan);
-  if (hr != kOk) return hr;
-  move_to_plane(&copy.In);
-  move_to_plane(&copy.Out);
-  set_formats(&copy, plane_format);
-  return run_plane(copy, plan);
+  return for_each_plane(copy, [&plan](const DSP_BUFFER &plane) { return run_plane(plane, plan); });
 }
 
 uint32_t round16(uint64_t bytes) { return static_cast<uint32_t>((bytes + 15) & ~uint64_t{15}); }
@@ -145,8 +124,7 @@ HRESULT filter_through_temp(const DSP_BUFFER &buffer, const FilterPlan &plan) {
 
 HRESULT filter_run(const DSP_BUFFER &buffer, const FilterPlan &plan, uint32_t options) {
   const uint32_t out_format = buffer.Out.ePixelFormat;
-  if ((options & DSP_FILTER_OPTION_TEMP_FRAME) && !is_two_plane(out_format) &&
-      out_format != DSP_PIXEL_FORMAT_BGR24) {
+  if ((options & DSP_FILTER_OPTION_TEMP_FRAME) && staged_format(out_format)) {
     return filter_through_temp(buffer, plan);
   }
   DSP_BUFFER copy = buffer;

@@ -6,8 +6,8 @@
 #include <cstdint>
 
 #include "filter/fir_tables.h"
-#include "frame/status.h"
 #include "framedsp/framedsp.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

@@ -1,39 +1,10 @@
 #include "filter/fir_kernels.h"
 
-#include "frame/cpu.h"
-#include "framedsp/framedsp.h"
+#include "platform/cpu.h"
 
 namespace framedsp {
 
 using namespace fir_detail;
-
-int fir_layout_class(uint32_t format) {
-  switch (format) {
-    case 24: return 1;
-    case 25: return 2;
-    case 17: return 3;
-    case 1: return 4;
-    case 0: return 5;
-    case 261: return 6;
-    case 22: return 7;
-    case 31: return 8;
-    case 23: return 9;
-    case 129: return 10;
-    case 262: return 11;
-    default: return 0;  // 21 and every code without a layout of its own
-  }
-}
-
-int fir_tap_index(uint32_t taps) { return fir_table_index(taps); }
-
-int fir_class_margin(int layout_class) {
-  return layout_class >= 0 && layout_class < kFirClassCount ? kMargin[layout_class] : 0;
-}
-
-int fir_byte_distance(int layout_class, size_t offset) {
-  if (layout_class < 0 || layout_class >= kFirClassCount) return 0;
-  return dist_at(layout_class, offset);
-}
 
 uint32_t fir_isas_built() {
 #if defined(FRAMEDSP_HAVE_X86)

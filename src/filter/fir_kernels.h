@@ -81,34 +81,18 @@ struct FirKernelTable {
   FirVertKernel vert16[kFirTableCount];
 };
 
-// Vertical kernels of the fractional-region filter (DspSubPixelFilter).  base: the byte of picture
-// row 0 in the centre line's column; rows H and row r in frame rows; stride: the bytes between two
-// lines of the walk (a frame row times s = 1 << field_shift), so that the row pitch is
-// stride >> field_shift (negative bottom-up).  Tap k reads row max(r - k*s, 0) above and
-// min(r + k*s, H - s) below (H - s read as 0 when negative): the clamp is to the absolute first
-// and last rows, so at the edges of a field walk the taps may land on the other field's rows.  The
-// word `unused` is not read.  Rounding, lanes and the lead / steps / rest split are those of the
-// vertical kernels above, with the same steps.
-using FirSubVertKernel = void (*)(const uint8_t *base, uint8_t *dst, int32_t rows, int32_t row,
-                                  size_t length, ptrdiff_t stride, const FirTap *coef,
-                                  uint32_t unused, size_t lead, size_t trail, int field_shift);
-
-// Entries 0..6 bytes, 7..13 16-bit lanes, by tap index.
+// Vertical kernels of the fractional-region filter (DspSubPixelFilter): the same arguments and
+// steps, other edges.  Tap k reads row max(r - k*s, 0) above and min(r + k*s, H - s) below (H - s
+// read as 0 when negative): the clamp is to the absolute first and last rows, so at the edges of
+// a field walk the taps may land on the other field's rows.  Entries 0..6 bytes, 7..13 16-bit
+// lanes, by tap index.
 struct FirSubKernelTable {
-  FirSubVertKernel vert[kFirTableCount];
-  FirSubVertKernel vert16[kFirTableCount];
+  FirVertKernel vert[kFirTableCount];
+  FirVertKernel vert16[kFirTableCount];
 };
 
 // Scalar kernels, then what `cpu_flags` allows on this build.
 void fir_sub_table_init(FirSubKernelTable *table, uint32_t cpu_flags);
-
-// Layout class of a pixel format (table above; unknown formats: 0).
-int fir_layout_class(uint32_t format);
-// 0 for 3 or 4 taps ... 6 for 15; -1 outside 3..15.
-int fir_tap_index(uint32_t taps);
-int fir_class_margin(int layout_class);
-// Distance of byte `offset` of a line of the class; 0 for a copied byte.
-int fir_byte_distance(int layout_class, size_t offset);
 
 // Scalar kernels, then what `cpu_flags` allows on this build.  Cheap: run it once per call.
 void fir_table_init(FirKernelTable *table, uint32_t cpu_flags);
@@ -264,45 +248,36 @@ struct FirVStepC {
   }
 };
 
-template <class Step, int kTaps, bool kLanes>
-void fir_v_kernel(const uint8_t *centre, uint8_t *dst, int32_t rows, int32_t row, size_t length,
-                  ptrdiff_t stride, size_t lead, size_t trail, int field_shift,
-                  const FirTap *coef) {
-  const FirRows<kTaps> r = fir_v_rows<kTaps>(centre, rows, row, stride, field_shift);
-  if (kLanes) lead += lead & 1;
-  const size_t head = lead < length ? lead : length;
-  const size_t tail = trail < length - head ? trail : length - head;
-  const size_t steps_end = head + ((length - head - tail) & ~size_t{15});
-  fir_v_edge_c<kTaps, kLanes>(r, dst, 0, head, coef);
-  for (size_t p = head; p < steps_end; p += 16) Step::run(r, dst, p, coef);
-  fir_v_edge_c<kTaps, kLanes>(r, dst, steps_end, length, coef);
-}
-
 // Rows of a fractional-region vertical call: absolute clamps to rows 0 and H - s.
 template <int kTaps>
-FirRows<kTaps> fir_sv_rows(const uint8_t *base, int32_t rows, int32_t row, ptrdiff_t stride,
+FirRows<kTaps> fir_sv_rows(const uint8_t *centre, int32_t rows, int32_t row, ptrdiff_t stride,
                            int field_shift) {
   constexpr int kHalf = (kTaps - 1) / 2;
   const int32_t s = 1 << field_shift;
-  const ptrdiff_t pitch = stride / s;  // exact: the walk stride is s frame rows
   const int32_t last = rows - s > 0 ? rows - s : 0;
+  const uint8_t *const base = centre - row * stride;  // picture row 0, the centre's column
   FirRows<kTaps> r{};
-  r.rp[kHalf] = base + row * pitch;
+  r.rp[kHalf] = centre;
   for (int k = 1; k <= kHalf; ++k) {
     const int32_t up = row - k * s;
     const int32_t down = row + k * s;
-    r.rp[kHalf - k] = base + (up > 0 ? up : 0) * pitch;
-    r.rp[kHalf + k] = base + (down < last ? down : last) * pitch;
+    r.rp[kHalf - k] = base + (up > 0 ? up : 0) * stride;
+    r.rp[kHalf + k] = base + (down < last ? down : last) * stride;
   }
   return r;
 }
 
-template <class Step, int kTaps, bool kLanes>
-void fir_sv_kernel(const uint8_t *base, uint8_t *dst, int32_t rows, int32_t row, size_t length,
-                   ptrdiff_t stride, const FirTap *coef, uint32_t unused, size_t lead,
-                   size_t trail, int field_shift) {
-  (void)unused;
-  const FirRows<kTaps> r = fir_sv_rows<kTaps>(base, rows, row, stride, field_shift);
+// The vertical edge rules: taps repeat the last row in range (DspFilter) or clamp to the plane's
+// first and last rows (DspSubPixelFilter).
+enum class FirEdge { kRepeat, kClamp };
+
+template <class Step, int kTaps, bool kLanes, FirEdge kEdge>
+void fir_v_kernel(const uint8_t *centre, uint8_t *dst, int32_t rows, int32_t row, size_t length,
+                  ptrdiff_t stride, size_t lead, size_t trail, int field_shift,
+                  const FirTap *coef) {
+  const FirRows<kTaps> r = kEdge == FirEdge::kRepeat
+                               ? fir_v_rows<kTaps>(centre, rows, row, stride, field_shift)
+                               : fir_sv_rows<kTaps>(centre, rows, row, stride, field_shift);
   if (kLanes) lead += lead & 1;
   const size_t head = lead < length ? lead : length;
   const size_t tail = trail < length - head ? trail : length - head;
@@ -323,14 +298,14 @@ void fir_fill(FirKernelTable *t, std::index_sequence<I...>) {
 }
 template <template <int, bool> class VStep, size_t... I>
 void fir_fill_v(FirKernelTable *t, std::index_sequence<I...>) {
-  ((t->vert[I] = &fir_v_kernel<VStep<kTapsOf[I], false>, kTapsOf[I], false>), ...);
-  ((t->vert16[I] = &fir_v_kernel<VStep<kTapsOf[I], true>, kTapsOf[I], true>), ...);
+  ((t->vert[I] = &fir_v_kernel<VStep<kTapsOf[I], false>, kTapsOf[I], false, FirEdge::kRepeat>), ...);
+  ((t->vert16[I] = &fir_v_kernel<VStep<kTapsOf[I], true>, kTapsOf[I], true, FirEdge::kRepeat>), ...);
 }
 
 template <template <int, bool> class VStep, size_t... I>
 void fir_fill_sv(FirSubKernelTable *t, std::index_sequence<I...>) {
-  ((t->vert[I] = &fir_sv_kernel<VStep<kTapsOf[I], false>, kTapsOf[I], false>), ...);
-  ((t->vert16[I] = &fir_sv_kernel<VStep<kTapsOf[I], true>, kTapsOf[I], true>), ...);
+  ((t->vert[I] = &fir_v_kernel<VStep<kTapsOf[I], false>, kTapsOf[I], false, FirEdge::kClamp>), ...);
+  ((t->vert16[I] = &fir_v_kernel<VStep<kTapsOf[I], true>, kTapsOf[I], true, FirEdge::kClamp>), ...);
 }
 
 }  // namespace

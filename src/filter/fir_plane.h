@@ -1,97 +1,24 @@
-// The line walk shared by the FIR plane filters (whole-pixel and fractional regions): per output
-// line, the vertical taps into work line 1, the horizontal kernel into work line 2, one move into
-// the destination line.  The two filters differ only in their vertical kernel, which the caller
-// supplies as `vertical(src, row, line1, bytes)`.
+// FIR low-pass of one plane, for the whole-pixel filter (DspFilter) and the fractional one
+// (DspSubPixelFilter).  The filter workers check the settings, split two-plane formats, build the
+// temporary frame when asked and hand each plane's private, normalised, single-format record here.
 #pragma once
 
-#include <algorithm>
-#include <cstring>
-
-#include "filter/fir_kernels.h"
-#include "frame/cpu.h"
-#include "frame/status.h"
-#include "frame/work_memory.h"
-#include "lines/lctrl.h"
+#include "filter/fir_tables.h"
+#include "platform/status.h"
 
 namespace framedsp {
 
-// Where a source line sits for the vertical taps: its row in picture order inside the rows that
-// may be mixed with it, their count, and the bytes from one picture row to the next.
-struct FirSourceRow {
-  int32_t rows;
-  int32_t row;
-  ptrdiff_t stride;
-  int field_shift;  // 1 when the walk takes every second row (one field of interleaved rows)
-};
-
-struct FirSourcePlane {
-  const uint8_t *base;
-  ptrdiff_t stride;  // primary stride, > 0
-  int32_t height;
-  bool bottom_up;
-  bool halves;       // a frame with field A in the upper half, field B in the lower
-  int field_shift;
-
-  FirSourceRow locate(const uint8_t *line) const {
-    const int32_t memory_row = static_cast<int32_t>((line - base) / stride);
-    FirSourceRow s{height, bottom_up ? height - 1 - memory_row : memory_row, bottom_up ? -stride : stride,
-                   field_shift};
-    if (halves) {
-      const int32_t upper = height / 2;
-      if (s.row < upper) {
-        s.rows = upper;
-      } else {
-        s.row -= upper;
-        s.rows = height - upper;
-      }
-    }
-    return s;
-  }
-};
-
-// `has_vertical`: whether a vertical row is on; `vertical` is called only then.
-template <class Vertical>
-HRESULT fir_plane_walk(const DSP_BUFFER &buffer, const FirTap *horz, int horz_taps, bool has_vertical,
-                       Vertical &&vertical) {
-  FirKernelTable table;
-  fir_table_init(&table, cpu_flags());
-  const int cls = fir_layout_class(buffer.In.ePixelFormat);
-  const FirHorzKernel hk =
-      horz ? table.horz[kFirTableCount * cls + fir_tap_index(static_cast<uint32_t>(horz_taps))] : nullptr;
-
-  LCtrl c;
-  lctrl_fill(buffer, &c);
-  const size_t bytes = static_cast<size_t>(std::max(std::min(c.src_width, c.dst_width), 0));
-  if (bytes == 0 || (!hk && !has_vertical)) return kOk;
-
-  const DSP_IMAGE &in = buffer.In;
-  const FirSourcePlane plane{static_cast<const uint8_t *>(in.Buffer.pBuffer),
-                             static_cast<ptrdiff_t>(in.ulPrimaryStrideBytes),
-                             static_cast<int32_t>(in.ulHeight),
-                             in.eImageOrientation == DSP_ORIENTATION_BOTTOM_UP,
-                             in.Buffer.eBufferType == DSP_BUFFER_TYPE_FRAME && in.eInterlace == DSP_INTERLACE_SEPARATE,
-                             c.src_line_increment == 2 ? 1 : 0};
-  if (plane.stride <= 0) return kOk;
-
-  WorkLine first, second;  // released by their destructors on every path
-  if (!first.allocate(bytes) || (hk && has_vertical && !second.allocate(bytes))) return kOutOfMemory;
-  uint8_t *const line1 = first.data();
-  uint8_t *const line2 = hk && has_vertical ? second.data() : nullptr;
-
-  lctrl_for_each_line(buffer, &c, [&](const uint8_t *src, uint8_t *dst) {
-    const uint8_t *result = line1;
-    if (has_vertical) {
-      vertical(src, plane.locate(src), line1, bytes);
-      if (hk) {
-        hk(line1, line2, bytes, horz, 0, 0);
-        result = line2;
-      }
-    } else {
-      hk(src, line1, bytes, horz, 0, 0);
-    }
-    std::memmove(dst, result, bytes);
-  });
-  return kOk;
-}
+// `horz` / `vert` are coefficient rows (fir_coefficients) or null for a direction that is off; at
+// least one is non-null.  `horz_taps` / `vert_taps` are the odd tap counts of those rows.  Per
+// output line: the vertical taps into a work line, the horizontal kernel into a second one, one
+// move into the destination line; each pass rounded (acc + 256) >> 9 and clamped.  Interlaced
+// frames handled field by field (row step 2) never mix fields.  Work lines come from work memory
+// and are released on every path; E_OUTOFMEMORY when they cannot be had.
+HRESULT fir_filter_plane(const DSP_BUFFER &buffer, const FirTap *horz, int horz_taps,
+                         const FirTap *vert, int vert_taps);
+// The same with the fractional filter's vertical edges: taps clamped to the plane's absolute
+// first and last rows (FirSubKernelTable).
+HRESULT subpixel_fir_plane(const DSP_BUFFER &buffer, const FirTap *horz, int horz_taps,
+                           const FirTap *vert, int vert_taps);
 
 }  // namespace framedsp

@@ -2,15 +2,15 @@
 
 #include <cstdint>
 
+#include "copy/smart_copy.h"
 #include "filter/filter_pass.h"
+#include "filter/fir_plane.h"
 #include "filter/fir_tables.h"
 #include "filter/subpixel_geometry.h"
-#include "frame/buffer_rules.h"
-#include "frame/guard.h"
-#include "frame/pixel_format.h"
-#include "frame/trace.h"
-#include "frame/work_memory.h"
-#include "lines/smart_copy.h"
+#include "lines/buffer_rules.h"
+#include "lines/pixel_format.h"
+#include "platform/trace.h"
+#include "platform/work_memory.h"
 
 namespace framedsp {
 

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "frame/status.h"
-#include "lines/smart_copy.h"
+#include "copy/smart_copy.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "frame/status.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

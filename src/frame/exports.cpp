@@ -3,16 +3,17 @@
 // into E_UNEXPECTED.
 #include "analysis/compare.h"
 #include "analysis/motion_vectors.h"
+#include "copy/smart_copy.h"
 #include "filter/filter.h"
 #include "filter/subpixel_filter.h"
 #include "frame/guard.h"
-#include "frame/handle.h"
-#include "frame/trace.h"
 #include "framerate/converter.h"
-#include "lines/smart_copy.h"
+#include "platform/handle.h"
+#include "platform/trace.h"
 #include "scale/mipmap.h"
 #include "scale/scaler.h"
 #include "scale/scaler_helper.h"
+#include "scale/subpixel_scaler_helper.h"
 
 using namespace framedsp;
 
@@ -122,7 +123,8 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspScalerHelper(const DSP_SCALER_HELPER_I
   FRAMEDSP_GUARD_END
 }
 
-FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScalerHelper(const void *pIn, void *pOut) {
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScalerHelper(
+    const DSP_SUBPIXEL_SCALER_HELPER_IN *pIn, DSP_SUBPIXEL_SCALER_HELPER_OUT *pOut) {
   FRAMEDSP_GUARD_BEGIN
   if (!pIn || !pOut) return kPointer;
   if (subpixel_scaler_helper_validate(pIn) != kOk) return kOk;

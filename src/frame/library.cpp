@@ -2,7 +2,7 @@
 // part DllMain plays on Windows (platform_win32.cpp).  Both run once per process for the shared
 // library.  When the library is linked statically this object file may be dropped by the linker;
 // the identity counter then opens itself on first use (handle.cpp).
-#include "frame/platform.h"
+#include "platform/platform.h"
 
 #if !defined(_WIN32)
 

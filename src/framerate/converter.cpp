@@ -2,11 +2,14 @@
 
 #include <atomic>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <new>
 
-#include "frame/guard.h"
-#include "frame/trace.h"
+#include "analysis/motion_settings.h"
+#include "framerate/frc_convert.h"
+#include "platform/trace.h"
 
 namespace framedsp {
 
@@ -15,37 +18,18 @@ static_assert(sizeof(DSP_FRAME_RATE_CONVERTER_PARAMS) == 48 * 4,
 
 namespace {
 
-constexpr uint32_t kLevelCount = 5;
-constexpr uint32_t kDefaultBlock = 16;
-constexpr uint32_t kDefaultRange = 1;
-constexpr uint32_t kDefaultThreshold = 8;
-constexpr uint32_t kMinBlock = 8;
-constexpr uint32_t kMaxBlock = 32;
-constexpr uint32_t kMaxThreshold = 255;
 constexpr long double kQ14One = 16384.0L;
 constexpr long double kTwoTo32 = 4294967296.0L;
 
 std::atomic<bool> g_fail_next_allocation{false};
 
-uint32_t or_default(uint32_t value, uint32_t fallback) { return value ? value : fallback; }
-
-bool block_in_range(uint32_t block) { return block >= kMinBlock && block <= kMaxBlock; }
-
 constexpr const char *kCreate = "DspCreateFrameRateConverter";
 
-bool block_passes(const char *what, uint32_t block) {
-  if (block_in_range(block)) return true;
-  return refuse(kCreate, "%s %u is outside %u..%u", what, block, kMinBlock, kMaxBlock);
-}
-
-bool level_block_passes(const char *what, uint32_t level, uint32_t block) {
-  if (block_in_range(block)) return true;
-  return refuse(kCreate, "level %u %s %u is outside %u..%u", level, what, block, kMinBlock, kMaxBlock);
-}
-
-// Range bound of one axis: the extent divided by 4 as signed integers (toward zero), then
-// compared as unsigned, so a negative extent bounds nothing.
-uint32_t range_bound(int32_t extent) { return static_cast<uint32_t>(extent / 4); }
+// Words 11..39 of the creation record are the block-search settings, in SearchSettings' order.
+static_assert(offsetof(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelRangeY) + 5 * 4 -
+                      offsetof(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevels) ==
+                  sizeof(SearchSettings),
+              "words 11..39");
 
 // trunc(16384 * numerator / denominator) in extended precision (16384 * x is exact there).
 // Quotients a 32-bit unsigned word cannot hold saturate instead of being converted, since an
@@ -90,16 +74,10 @@ HRESULT DspFrameRateConverter::Initialise(const DSP_FRAME_RATE_CONVERTER_PARAMS 
 
   settings_ = params;
   DSP_FRAME_RATE_CONVERTER_PARAMS &s = settings_;
-  // Each default is judged on the caller's word, for all five levels whatever ulLevels says.
-  s.ulBlockA = or_default(params.ulBlockA, kDefaultBlock);
-  s.ulBlockB = or_default(params.ulBlockB, kDefaultBlock);
-  for (uint32_t i = 0; i < kLevelCount; ++i) {
-    s.ulLevelBlockA[i] = or_default(params.ulLevelBlockA[i], kDefaultBlock);
-    s.ulLevelBlockB[i] = or_default(params.ulLevelBlockB[i], kDefaultBlock);
-    s.ulLevelRangeX[i] = or_default(params.ulLevelRangeX[i], kDefaultRange);
-    s.ulLevelRangeY[i] = or_default(params.ulLevelRangeY[i], kDefaultRange);
-    s.ulLevelThreshold[i] = or_default(params.ulLevelThreshold[i], kDefaultThreshold);
-  }
+  SearchSettings search;
+  std::memcpy(&search, &params.ulLevels, sizeof search);
+  const bool search_ok = search_settings_apply(&search, params.lWidth, params.lHeight, kCreate);
+  std::memcpy(&s.ulLevels, &search, sizeof search);
 
   ulRateRatioABQ14 = q14_ratio(params.fRateA, params.fRateB);
   ulRateRatioBAQ14 = q14_ratio(params.fRateB, params.fRateA);
@@ -109,39 +87,11 @@ HRESULT DspFrameRateConverter::Initialise(const DSP_FRAME_RATE_CONVERTER_PARAMS 
     s.ulDerivedCount = static_cast<uint32_t>(s.ulBaseCount * ulRateRatioBAQ14) >> 14;
   }
 
-  if (s.ulLevels > kLevelCount) {
-    refuse(kCreate, "level count %u is above %u", s.ulLevels, kLevelCount);
-    return kInvalidArg;
-  }
-  if (!block_passes("block A", s.ulBlockA) || !block_passes("block B", s.ulBlockB)) return kInvalidArg;
-  const uint32_t max_range_x = range_bound(s.lWidth);
-  const uint32_t max_range_y = range_bound(s.lHeight);
-  for (uint32_t i = 0; i < kLevelCount; ++i) {
-    if (!level_block_passes("block A", i, s.ulLevelBlockA[i]) ||
-        !level_block_passes("block B", i, s.ulLevelBlockB[i])) {
-      return kInvalidArg;
-    }
-    if (s.ulLevelRangeX[i] > max_range_x) {
-      refuse(kCreate, "level %u search range x %u is above width %d / 4 = %u", i, s.ulLevelRangeX[i],
-             s.lWidth, max_range_x);
-      return kInvalidArg;
-    }
-    if (s.ulLevelRangeY[i] > max_range_y) {
-      refuse(kCreate, "level %u search range y %u is above height %d / 4 = %u", i, s.ulLevelRangeY[i],
-             s.lHeight, max_range_y);
-      return kInvalidArg;
-    }
-    if (s.ulLevelThreshold[i] > kMaxThreshold) {
-      refuse(kCreate, "level %u threshold %u is above %u", i, s.ulLevelThreshold[i], kMaxThreshold);
-      return kInvalidArg;
-    }
-  }
-  return kOk;
+  return search_ok ? kOk : kInvalidArg;
 }
 
-HRESULT DspFrameRateConverter::Convert(DSP_FRAME_RATE_CONVERT_PARAMS * /*params*/) {
-  worker_entry("DspFrameRateConvert");
-  return kNotImpl;
+HRESULT DspFrameRateConverter::Convert(DSP_FRAME_RATE_CONVERT_PARAMS *params) {
+  return frame_rate_convert(settings_, params);
 }
 
 HRESULT create_frame_rate_converter(const DSP_FRAME_RATE_CONVERTER_PARAMS *params,

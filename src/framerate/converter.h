@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "frame/handle.h"
-#include "frame/status.h"
+#include "platform/handle.h"
+#include "platform/status.h"
 
 namespace framedsp {
 
@@ -23,7 +23,7 @@ class DspFrameRateConverter : public FrameRateConverter {
   // E_INVALIDARG (and the object unchanged in meaning) when the record is out of bounds.
   HRESULT Initialise(const DSP_FRAME_RATE_CONVERTER_PARAMS &params);
 
-  // Not yet available: answers E_NOTIMPL.
+  // The frame at the record's phase (framerate/frc_convert.h).  Reads the settings only.
   HRESULT Convert(DSP_FRAME_RATE_CONVERT_PARAMS *params) override;
 
   const DSP_FRAME_RATE_CONVERTER_PARAMS &settings() const { return settings_; }

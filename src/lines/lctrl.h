@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "framedsp/framedsp.h"
+#include "lines/pixel_format.h"
 
 namespace framedsp {
 
@@ -80,7 +81,10 @@ struct LCtrl {
 // re-measure of a bottom-up side is normalise_orientation()'s, and nothing here repeats it.
 // A bottom-up region that reaches past the picture's bottom (negative re-measured top) is cut at
 // memory line 0, which keeps its picture-top line where it was.
+// Columns are counted in the pixels of `layout` (the copy's layout of the input format by
+// default): region edges and widths round down to its groups.
 void lctrl_fill(const DSP_BUFFER &buffer, LCtrl *c);
+void lctrl_fill(const DSP_BUFFER &buffer, const LineLayout &layout, LCtrl *c);
 
 // Line addresses, limits, orientation signs, dominance adjustment and alignment split of run
 // `run` (0 or 1).  A bottom-up side starts at its region's last memory line (the picture's top
@@ -95,56 +99,5 @@ void lctrl_setup_run(const DSP_BUFFER &buffer, LCtrl *c, int run);
 // lctrl_format_dump writes the same text into `out` (snprintf rules; returns the full length).
 void lctrl_dump(const LCtrl &c, const char *title);
 int lctrl_format_dump(const LCtrl &c, const char *title, char *out, int size);
-
-// The part of run `run` that this call's band produces.  Line k of the run (first <= k < end)
-// reads src + k' * src_increment and writes dst + k' * dst_increment with k' = k - first, each
-// address clamped into its image (clamp_line).  Requires lctrl_setup_run(buffer, c, run) first.
-//
-// Bands count DESTINATION region lines from the top of the picture, whatever the orientation:
-// the band covers lines [band_first_line << progressive_interlace,
-// (band_first_line + band_lines) << progressive_interlace), i.e. line pairs when fields are
-// handled separately.  Every run owns a disjoint set of destination lines (a field's lines in an
-// interleaved frame, a half in a frame of fields one after the other, all lines of a field
-// buffer), and a line is produced by the call whose band contains it, so bands never overlap and
-// one band (ulSliceCount 0 or 1) always produces every line of every run.
-struct LineSpan {
-  int32_t first;
-  int32_t end;
-  intptr_t src;  // unclamped address of line `first` (may lie one line outside the image)
-  intptr_t dst;
-  int32_t src_increment;
-  int32_t dst_increment;
-};
-LineSpan lctrl_run_span(const DSP_BUFFER &buffer, const LCtrl &c, int run);
-
-// Clamps a line address between the image's first line in walking order (`near`) and its last
-// (`far`); bottom-up sides have near above far in memory.
-inline uint8_t *clamp_line(intptr_t line, const uint8_t *near, const uint8_t *far) {
-  const intptr_t n = reinterpret_cast<intptr_t>(near);
-  const intptr_t f = reinterpret_cast<intptr_t>(far);
-  const intptr_t lo = n < f ? n : f;
-  const intptr_t hi = n < f ? f : n;
-  return reinterpret_cast<uint8_t *>(line < lo ? lo : (line > hi ? hi : line));
-}
-
-// Walks every line this call produces: for each run from `field`, `number_of_runs` of them, sets
-// the run up in *c (so f may read the run's preface and widths from c) and calls
-// f(const uint8_t *src_line, uint8_t *dst_line) for the run's lines inside the band, top of the
-// picture first.  *c must come from lctrl_fill(buffer, c).  Source and destination may overlap.
-template <class F>
-void lctrl_for_each_line(const DSP_BUFFER &buffer, LCtrl *c, F &&f) {
-  for (int32_t run = c->field; run < c->field + c->number_of_runs; ++run) {
-    lctrl_setup_run(buffer, c, run);
-    const LineSpan span = lctrl_run_span(buffer, *c, run);
-    intptr_t src = span.src;
-    intptr_t dst = span.dst;
-    for (int32_t k = span.first; k < span.end; ++k) {
-      f(static_cast<const uint8_t *>(clamp_line(src, c->src_near_limit, c->src_far_limit)),
-        clamp_line(dst, c->dst_near_limit, c->dst_far_limit));
-      src += span.src_increment;
-      dst += span.dst_increment;
-    }
-  }
-}
 
 }  // namespace framedsp

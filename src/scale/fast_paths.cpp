@@ -1,6 +1,6 @@
-// The two fixed-ratio fast paths of DspScaler.  Both walk the LCtrl runs of the call (one run a
-// field when a field is selected out of an interleaved frame, else one progressive run), so a
-// field is scaled into a field; the output band of the call is LCtrl's.  Per output line k of a
+// The two fixed-ratio fast paths of DspScaler.  Both walk the runs of the call (one run a field
+// when a field is selected out of an interleaved frame, else one progressive run), so a field is
+// scaled into a field; the output band of the call is the walker's.  Per output line k of a
 // run the source line is picked by the path's own vertical rule (fast_paths.h / framedsp.h) and
 // clamped to the run's lines inside the source region, keeping the field.
 #include "scale/fast_paths.h"
@@ -8,9 +8,9 @@
 #include <cmath>
 #include <cstring>
 
-#include "frame/cpu.h"
-#include "frame/pixel_format.h"
-#include "lines/lctrl.h"
+#include "lines/line_walk.h"
+#include "lines/pixel_format.h"
+#include "platform/cpu.h"
 #include "scale/fixed_ratio_kernels.h"
 
 namespace framedsp {
@@ -19,19 +19,12 @@ namespace {
 
 constexpr uint32_t kFieldSelect = DSP_BUFFER_PROCESS_FIELDA | DSP_BUFFER_PROCESS_FIELDB;
 
-bool fast_format(uint32_t f) {
-  switch (f) {
-    case 0: case 1: case 5: case 21: case 25: case 28: case 30: case 261: case 263: return true;
-    default: return false;
-  }
-}
-
 // Shared part of the two eligibility rules: formats, buffer types, interlace and fields.
 bool common_eligible(const DSP_BUFFER &b) {
   // A record without memory is not eligible: the general path refuses it (E_INVALIDARG).
   if (!b.In.Buffer.pBuffer || !b.Out.Buffer.pBuffer) return false;
   const uint32_t f = b.In.ePixelFormat;
-  if (!fast_format(f) || b.Out.ePixelFormat != f) return false;
+  if (!fixed_ratio_format(f) || b.Out.ePixelFormat != f) return false;
   if (b.In.Buffer.eBufferType != DSP_BUFFER_TYPE_FRAME ||
       b.Out.Buffer.eBufferType != DSP_BUFFER_TYPE_FRAME) return false;
   const uint32_t il = b.In.eInterlace;
@@ -40,13 +33,6 @@ bool common_eligible(const DSP_BUFFER &b) {
   }
   if (b.ulFlags & kFieldSelect) return il == DSP_INTERLACE_INTERLEAVED;
   return il != 0 && b.Out.eInterlace != 0;
-}
-
-uint32_t pixel_group(uint32_t f) {
-  switch (f) {
-    case 21: case 24: case 25: case 28: case 30: case 32: case 33: case 34: return 2;
-    default: return 1;
-  }
 }
 
 // Source line of output line k of a run, in the run's own lines (0 = the run's first line).
@@ -83,13 +69,9 @@ int64_t clamp_in_field(int64_t line, int64_t height, int64_t step) {
 }
 
 // Scales one plane (formats already set to the plane's) with the job's kernel.
-void run_plane(const DSP_BUFFER &plane, const PlaneJob &job) {
-  DSP_BUFFER b = plane;
-  // 263 is an 8-bit plane: its line geometry is that of 261 (one byte a pixel).
-  if (b.In.ePixelFormat == 263) b.In.ePixelFormat = 261;
-  if (b.Out.ePixelFormat == 263) b.Out.ePixelFormat = 261;
-  LCtrl c;
-  lctrl_fill(b, &c);
+void run_plane(const DSP_BUFFER &b, const PlaneJob &job) {
+  const LineWalk walk(b, scale_layout(b.In.ePixelFormat));
+  const LCtrl &c = walk.control();
   if (c.src_width <= 0 || c.dst_width <= 0 || c.src_height <= 0) return;
   uint64_t out_bytes = static_cast<uint64_t>(c.dst_width);
   const uint64_t from_source = static_cast<uint64_t>(c.src_width) * job.num / job.den;
@@ -97,80 +79,45 @@ void run_plane(const DSP_BUFFER &plane, const PlaneJob &job) {
   out_bytes -= out_bytes % job.group;
   if (out_bytes == 0) return;
 
-  const int64_t stride = static_cast<int64_t>(b.In.ulPrimaryStrideBytes);
-  const bool bottom_up = b.In.eImageOrientation == DSP_ORIENTATION_BOTTOM_UP;
-  const int64_t sign = bottom_up ? -1 : 1;
-  const intptr_t first_line = reinterpret_cast<intptr_t>(b.In.Buffer.pBuffer) + c.src_column_start;
-  // The region's picture-top line (memory-order top for top-down, bottom for bottom-up).
-  const intptr_t base =
-      first_line + static_cast<intptr_t>((bottom_up ? int64_t{c.src_line_start} + c.src_height - 1
-                                                     : int64_t{c.src_line_start}) * stride);
+  const LineSide &src = walk.source();
+  const LineSide &dst = walk.destination();
   const int64_t height = c.src_height;
   const int64_t step = c.src_line_increment > 0 ? c.src_line_increment : 1;
-
-  for (int32_t run = c.field; run < c.field + c.number_of_runs; ++run) {
-    lctrl_setup_run(b, &c, run);
-    const LineSpan span = lctrl_run_span(b, c, run);
-    if (span.first >= span.end) continue;
-    // The run's first source line in picture order, from LCtrl's address of line `first`.
-    int64_t p0 = 0;
-    if (stride != 0) p0 = (static_cast<int64_t>(span.src - base) / stride) * sign - span.first * step;
+  for (int r = 0; r < walk.run_count(); ++r) {
+    const LineRun &run = walk.run(r);
+    // The run's source lines in picture order: p0, p0 + step, ... inside the region.
+    const int64_t p0 = run.src.first;
     const int64_t run_src_lines = (height - p0 + step - 1) / step;
     const int64_t run_dst_lines = (int64_t{c.dst_height} + step - 1) / step;
-    for (int32_t k = span.first; k < span.end; ++k) {
-      uint8_t *dst = clamp_line(span.dst + static_cast<intptr_t>(k - span.first) * span.dst_increment,
-                                c.dst_near_limit, c.dst_far_limit);
+    for (int32_t k = run.begin; k < run.end; ++k) {
       const int64_t m = run_source_line(job, k, run_src_lines, run_dst_lines);
-      const int64_t l0 = clamp_in_field(p0 + m * step, height, step);
-      const uint8_t *a = clamp_line(base + static_cast<intptr_t>(sign * l0 * stride),
-                                    c.src_near_limit, c.src_far_limit);
-      const uint8_t *second = a;
-      if (job.two_lines) {
-        const int64_t l1 = clamp_in_field(p0 + m * step + step, height, step);
-        second = clamp_line(base + static_cast<intptr_t>(sign * l1 * stride), c.src_near_limit,
-                            c.src_far_limit);
-      }
-      job.kernel(a, second, dst, static_cast<size_t>(out_bytes));
+      const uint8_t *a = src.line(clamp_in_field(p0 + m * step, height, step));
+      const uint8_t *second = job.two_lines ? src.line(clamp_in_field(p0 + m * step + step, height, step)) : a;
+      job.kernel(a, second, dst.line(int64_t{run.dst.first} + int64_t{k} * run.dst.step),
+                 static_cast<size_t>(out_bytes));
     }
   }
 }
 
-// Runs `make` (plane format -> job or an error) on each plane of the call: two-plane formats as
-// the general driver's two passes, main picture then plane.
+// Runs `make` (plane format -> job or an error) on each plane of the call, every job made before
+// any line is written: two-plane formats as the general driver's two passes, main picture then
+// plane.
 template <class Make>
 HRESULT run_planes(const DSP_BUFFER &buffer, Make make) {
   const uint32_t f = buffer.In.ePixelFormat;
-  if (!is_two_plane(f)) {
-    PlaneJob job{};
-    const HRESULT hr = make(f, &job);
+  uint32_t formats[2] = {f, f};
+  split_format(f, &formats[0], &formats[1]);
+  PlaneJob jobs[2]{};
+  const int planes = is_two_plane(f) ? 2 : 1;
+  for (int p = 0; p < planes; ++p) {
+    const HRESULT hr = make(formats[p], &jobs[p]);
     if (hr != kOk) return hr;
-    run_plane(buffer, job);
-    return kOk;
   }
-  uint32_t main_format = 0, plane_format = 0;
-  split_format(f, &main_format, &plane_format);
-  PlaneJob first{}, second{};
-  HRESULT hr = make(main_format, &first);
-  if (hr != kOk) return hr;
-  hr = make(plane_format, &second);
-  if (hr != kOk) return hr;
-  DSP_BUFFER b = buffer;
-  b.In.ePixelFormat = b.Out.ePixelFormat = main_format;
-  b.In.Buffer.ulBytes = b.In.ulHeight * b.In.ulPrimaryStrideBytes;
-  b.Out.Buffer.ulBytes = b.Out.ulHeight * b.Out.ulPrimaryStrideBytes;
-  run_plane(b, first);
-  const size_t in_skip = static_cast<size_t>(buffer.In.ulHeight) * buffer.In.ulPrimaryStrideBytes;
-  const size_t out_skip = static_cast<size_t>(buffer.Out.ulHeight) * buffer.Out.ulPrimaryStrideBytes;
-  b = buffer;
-  b.In.Buffer.pBuffer = static_cast<uint8_t *>(b.In.Buffer.pBuffer) + in_skip;
-  b.Out.Buffer.pBuffer = static_cast<uint8_t *>(b.Out.Buffer.pBuffer) + out_skip;
-  b.In.Buffer.ulBytes = buffer.In.Buffer.ulBytes - static_cast<uint32_t>(in_skip);
-  b.Out.Buffer.ulBytes = buffer.Out.Buffer.ulBytes - static_cast<uint32_t>(out_skip);
-  b.In.ulPrimaryStrideBytes = buffer.In.ulSecondaryStrideBytes;
-  b.Out.ulPrimaryStrideBytes = buffer.Out.ulSecondaryStrideBytes;
-  b.In.ePixelFormat = b.Out.ePixelFormat = plane_format;
-  run_plane(b, second);
-  return kOk;
+  int plane = 0;
+  return for_each_plane(buffer, [&](const DSP_BUFFER &b) {
+    run_plane(b, jobs[plane++]);
+    return kOk;
+  });
 }
 
 }  // namespace
@@ -215,8 +162,8 @@ HRESULT integer_ratio_scale(const FastPathCall &call) {
   fixed_ratio_table_init(&table, cpu_flags());
   const bool quarter_or_quad = ratio == kRatioQuarter || ratio == kRatioQuadruple;
   return run_planes(b, [&](uint32_t format, PlaneJob *job) -> HRESULT {
-    const int slot = fixed_format_slot(format);
-    if (slot < 0 || (quarter_or_quad && format == 263)) return kInvalidArg;
+    const int slot = fixed_ratio_slot(scale_layout(format).layout_class);
+    if (slot < 0 || (quarter_or_quad && !pixel_format_info(format).any_ratio)) return kInvalidArg;
     job->kernel = table.ratio[ratio][slot];
     job->rule = rule;
     job->two_lines = ratio == kRatioHalfLinear;
@@ -265,9 +212,8 @@ HRESULT hd_width_scale(const FastPathCall &call) {
   FixedRatioTable table;
   fixed_ratio_table_init(&table, cpu_flags());
   return run_planes(b, [&](uint32_t format, PlaneJob *job) -> HRESULT {
-    if (format == 263) return kInvalidArg;
-    const int slot = fixed_format_slot(format);
-    if (slot < 0) return kInvalidArg;
+    const int slot = fixed_ratio_slot(scale_layout(format).layout_class);
+    if (slot < 0 || !pixel_format_info(format).any_ratio) return kInvalidArg;
     job->kernel = table.hd[ratio][slot];
     job->rule = VerticalRule::kNearest;
     job->two_lines = false;

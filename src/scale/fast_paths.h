@@ -4,7 +4,7 @@
 // passes, returns the path's result instead of running the general kernels.
 #pragma once
 
-#include "frame/status.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "frame/cpu.h"
+#include "platform/cpu.h"
 
 namespace framedsp {
 
@@ -25,14 +25,13 @@ void fill_slots(FixedRatioTable *t, std::index_sequence<S...>) {
 
 }  // namespace
 
-int fixed_format_slot(uint32_t format) {
-  switch (format) {
-    case 0: return kFixedArgb;
-    case 1: return kFixedRgb;
-    case 21: return kFixedUyvy;
-    case 25: return kFixedYuyv;
-    case 261:
-    case 263: return kFixedPlane;
+int fixed_ratio_slot(uint32_t layout_class) {
+  switch (layout_class) {
+    case 5: return kFixedArgb;
+    case 4: return kFixedRgb;
+    case 0: return kFixedUyvy;
+    case 2: return kFixedYuyv;
+    case 6: return kFixedPlane;
     default: return -1;
   }
 }

@@ -29,11 +29,12 @@ namespace framedsp {
 enum FixedRatio { kRatioQuarter, kRatioHalf, kRatioDouble, kRatioQuadruple, kRatioHalfLinear,
                   kFixedRatioCount };
 enum HdRatio { kHdFourThirds, kHdThreeHalves, kHdThreeQuarters, kHdTwoThirds, kHdRatioCount };
-// Per-format slot of the tables: 0, 1, 21, 25, and 261 / 263 (one routine).
+// Slots of the tables by the scaler's layout class: 4-byte and 3-byte pixels (formats 0, 1), the
+// two 8-bit 4:2:2 orders (21, 25) and 8-bit planes (261, 263).
 enum FixedFormat { kFixedArgb, kFixedRgb, kFixedUyvy, kFixedYuyv, kFixedPlane, kFixedFormatCount };
 
-// -1 for a format without a routine.
-int fixed_format_slot(uint32_t format);
+// -1 for a layout class without a routine.
+int fixed_ratio_slot(uint32_t layout_class);
 
 // a, b: the source line(s) (b is read only by the half-linear kernel; it may equal a); dst: the
 // output line; out_bytes: output bytes, a whole number of groups (of the format for the integer

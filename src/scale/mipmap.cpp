@@ -1,4 +1,4 @@
-// Mip-map pyramids: every level is made from the one before by one DspScaler call that asks for
+// Mip-map pyramids: every level is made from the one before by one scaler call that asks for
 // the integer-ratio path (halving regions of format 263 take it; anything else falls back to the
 // general scaler).  A level's own result is not reported: the pyramid answers S_OK once its
 // record is accepted, and a level that could not be made stays as it was.
@@ -6,8 +6,8 @@
 
 #include <cstring>
 
-#include "frame/guard.h"
-#include "frame/trace.h"
+#include "platform/trace.h"
+#include "scale/scaler.h"
 
 namespace framedsp {
 namespace {
@@ -51,7 +51,12 @@ HRESULT create_mipmaps(DSP_MIPMAP_PARAMS *params) {
     call.eFilter = params->eFilter;
     call.Buffer.In = levels.Levels[k - 1];
     call.Buffer.Out = levels.Levels[k];
-    (void)DspScaler(&call);  // deliberately ignored: see the header
+    // A level's status is deliberately not reported (see the header); a level that throws is
+    // ignored like one that fails.
+    try {
+      (void)scaler_worker(&call, &call.Buffer, call.ulOptions);
+    } catch (...) {
+    }
   }
   return kOk;
 }

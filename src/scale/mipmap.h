@@ -2,7 +2,7 @@
 // pyramid itself sees only its record.
 #pragma once
 
-#include "frame/status.h"
+#include "platform/status.h"
 
 namespace framedsp {
 

@@ -7,10 +7,11 @@
 #include <cstring>
 
 #include "filter/fir_kernels.h"
-#include "frame/cpu.h"
-#include "frame/work_memory.h"
-#include "scale/scale_kernels.h"
-#include "scale/scale_lines.h"
+#include "lines/pixel_format.h"
+#include "platform/cpu.h"
+#include "platform/work_memory.h"
+#include "scale/scale_frame.h"
+#include "scale/scale_line_kernels.h"
 
 namespace framedsp {
 
@@ -40,8 +41,7 @@ void filter_line(void *context, const ScaleBackLine &l) {
   std::memcpy(l.dst, result, l.bytes);
 }
 
-HRESULT scale_then_filter(const DSP_BUFFER &b, uint32_t flags, const ScaleFirRows &rows,
-                          ScaleFrameKernel scale) {
+HRESULT scale_then_filter(const DSP_BUFFER &b, const ScaleFirRows &rows, ScaleFrameKernel scale) {
   if (!scale) return kInvalidArg;
   const DSP_IMAGE &out = b.Out;
   WorkBlock image;  // released by its destructor on every path
@@ -52,20 +52,20 @@ HRESULT scale_then_filter(const DSP_BUFFER &b, uint32_t flags, const ScaleFirRow
   // The vertical taps of a band's lines reach lines of the neighbouring bands: scale them all.
   stage.ulSliceCount = 1;
   stage.ulSliceNumber = 1;
-  const HRESULT hr = scale(&stage, flags);
+  const HRESULT hr = scale(&stage);
   if (hr != kOk) return hr;
 
   FirKernelTable table;
   fir_table_init(&table, cpu_flags());
   FilterBack f{nullptr, nullptr, &rows, nullptr, nullptr};
-  // Format 263 is one byte a sample to the scaler, and so to its filter: 261's layout.
-  const uint32_t layout = out.ePixelFormat == DSP_PIXEL_FORMAT_MIPMAP ? DSP_PIXEL_FORMAT_KEY8 : out.ePixelFormat;
+  // The lines are filtered as the scaler lays them out.
+  const LineLayout layout = scale_layout(out.ePixelFormat);
   if (rows.horz) {
-    f.horz = table.horz[kFirTableCount * fir_layout_class(layout) +
-                        fir_tap_index(static_cast<uint32_t>(rows.horz_taps))];
+    f.horz = table.horz[kFirTableCount * layout.layout_class +
+                        fir_table_index(static_cast<uint32_t>(rows.horz_taps))];
   }
-  if (rows.vert) f.vert = table.vert[fir_tap_index(static_cast<uint32_t>(rows.vert_taps))];
-  const uint64_t line = uint64_t{scale_bytes_per_pixel(out.ePixelFormat)} * out.Buffer.Region.ulWidth;
+  if (rows.vert) f.vert = table.vert[fir_table_index(static_cast<uint32_t>(rows.vert_taps))];
+  const uint64_t line = uint64_t{layout.bytes_per_pixel} * out.Buffer.Region.ulWidth;
   WorkLine first, second;
   if (line != 0 && (!first.allocate(static_cast<size_t>(line)) || !second.allocate(static_cast<size_t>(line)))) {
     return kOutOfMemory;
@@ -77,12 +77,12 @@ HRESULT scale_then_filter(const DSP_BUFFER &b, uint32_t flags, const ScaleFirRow
 }
 
 template <int kIndex, bool kColor>
-HRESULT filter_kernel(const DSP_BUFFER *buffer, uint32_t flags, const ScaleFirRows &rows) {
+HRESULT filter_kernel(const DSP_BUFFER *buffer, const ScaleFirRows &rows) {
   const ScaleFrameKernel *scale = kColor ? scale_color_kernels() : scale_plain_kernels();
-  return scale_then_filter(*buffer, flags, rows, scale[kIndex]);
+  return scale_then_filter(*buffer, rows, scale[kIndex]);
 }
 
-HRESULT reserved_kernel(const DSP_BUFFER *, uint32_t, const ScaleFirRows &) { return kNotImpl; }
+HRESULT reserved_kernel(const DSP_BUFFER *, const ScaleFirRows &) { return kNotImpl; }
 
 constexpr ScaleFilterKernel kPlain[9] = {filter_kernel<0, false>, filter_kernel<1, false>, filter_kernel<2, false>,
                                          filter_kernel<3, false>, filter_kernel<4, false>, filter_kernel<5, false>,

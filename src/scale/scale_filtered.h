@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "filter/fir_tables.h"
-#include "frame/status.h"
+#include "platform/status.h"
 
 namespace framedsp {
 
@@ -21,7 +21,7 @@ struct ScaleFirRows {
 // the lines of each run (field) of the output region, the run's first and last lines being the
 // edges, then `horz` along each line, edges at the region's first and last byte.  S_OK,
 // E_OUTOFMEMORY, E_NOTIMPL (eFilter 2).
-using ScaleFilterKernel = HRESULT (*)(const DSP_BUFFER *buffer, uint32_t flags, const ScaleFirRows &rows);
+using ScaleFilterKernel = HRESULT (*)(const DSP_BUFFER *buffer, const ScaleFirRows &rows);
 
 // Nine entries each, indexed by scale mode + 3 * eFilter like the plain tables.
 const ScaleFilterKernel *scale_filter_plain_kernels();

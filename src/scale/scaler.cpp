@@ -6,33 +6,25 @@
 
 #include <algorithm>
 #include <cmath>
-#include <initializer_list>
 
-#include "frame/buffer_rules.h"
-#include "frame/cpu.h"
-#include "frame/guard.h"
-#include "frame/pixel_format.h"
-#include "frame/trace.h"
-#include "frame/work_memory.h"
+#include "copy/smart_copy.h"
 #include "filter/filter.h"
-#include "lines/smart_copy.h"
+#include "lines/buffer_record.h"
+#include "lines/buffer_rules.h"
+#include "lines/line_walk.h"
+#include "lines/pixel_format.h"
+#include "platform/trace.h"
+#include "platform/work_memory.h"
 #include "scale/fast_paths.h"
 #include "scale/scale_filtered.h"
-#include "scale/scale_kernels.h"
-#include "scale/scale_lines.h"
+#include "scale/scale_frame.h"
+#include "scale/scale_line_kernels.h"
 
 namespace framedsp {
 
 namespace {
 
 constexpr const char *kExport = "DspScaler";
-
-bool in_list(uint32_t v, std::initializer_list<uint32_t> list) {
-  for (uint32_t x : list) {
-    if (x == v) return true;
-  }
-  return false;
-}
 
 // floor(x + 0.5) of a double, truncated to 32 bits (NaN gives 0).
 uint32_t derived_size(double x) {
@@ -47,12 +39,12 @@ bool converts_color(const DSP_BUFFER &b) {
   return b.In.eColorSpace != b.Out.eColorSpace && !has_full_chroma(b.In.ePixelFormat);
 }
 
-HRESULT run_kernel(const ScaleSetup &s, const DSP_BUFFER &norm, uint32_t flags) {
+HRESULT run_kernel(const ScaleSetup &s, const DSP_BUFFER &norm) {
   const ScaleFrameKernel *table = converts_color(norm) ? scale_color_kernels() : scale_plain_kernels();
   if (s.mode == kScaleModeNone) return kInvalidArg;
   const ScaleFrameKernel kernel = table[s.mode + 3 * static_cast<int>(s.filter)];
   if (!kernel) return kInvalidArg;
-  return kernel(&norm, flags);
+  return kernel(&norm);
 }
 
 // Staged mode: run `kernel` into a private top-down image shaped like the output region (rows
@@ -64,19 +56,21 @@ HRESULT run_staged(const DSP_BUFFER &norm, Kernel &&kernel) {
   DSP_IMAGE &p = stage.Out;
   const HRESULT made = scale_private_image(norm.Out, uint64_t{1} << 40, &image, &p);
   if (made != kOk) return made;
-  const HRESULT hr = kernel(stage);
+  const HRESULT hr = kernel(static_cast<const DSP_BUFFER &>(stage));
   if (hr != kOk) return hr;
   scale_copy_back(p, norm);
   image.release();
   return kOk;
 }
 
-void move_to_plane(DSP_IMAGE *image, uint32_t format) {
-  const uint64_t main = uint64_t{image->ulHeight} * image->ulPrimaryStrideBytes;
-  image->Buffer.pBuffer = static_cast<uint8_t *>(image->Buffer.pBuffer) + main;
-  image->Buffer.ulBytes = image->Buffer.ulBytes > main ? static_cast<uint32_t>(image->Buffer.ulBytes - main) : 0;
-  image->ulPrimaryStrideBytes = image->ulSecondaryStrideBytes;
-  image->ePixelFormat = format;
+// `run` over the planes of a scaled record: both planes of a two-plane format one after the
+// other, else the one plane, straight or (staged mode) through a private picture.
+template <class Run>
+HRESULT run_planes(const DSP_BUFFER &norm, uint32_t options, Run &&run) {
+  const uint32_t format = norm.Out.ePixelFormat;
+  if (is_two_plane(format)) return for_each_plane(norm, run);
+  if ((options & DSP_SCALER_OPTION_STAGED) && staged_format(format)) return run_staged(norm, run);
+  return run(norm);
 }
 
 }  // namespace
@@ -144,7 +138,7 @@ HRESULT scale_geometry(const DSP_SCALER_PARAMS &params, const DSP_BUFFER &caller
 HRESULT scale_validate(const DSP_SCALER_PARAMS &params, const DSP_BUFFER &b) {
   if (params.eFilter > 2) return refuse(kExport, "eFilter %u is not 0, 1 or 2", params.eFilter), kInvalidArg;
   const uint32_t format = b.In.ePixelFormat;
-  if (!in_list(format, {0, 1, 5, 21, 22, 23, 24, 25, 28, 30, 31, 129, 261, 262, 263})) {
+  if (!scale_format(format)) {
     refuse(kExport, "pixel format %u cannot be scaled", format);
     return kInvalidArg;
   }
@@ -156,7 +150,7 @@ HRESULT scale_validate(const DSP_SCALER_PARAMS &params, const DSP_BUFFER &b) {
     refuse(kExport, "a frame with interleaved fields (interlace 0) cannot become a progressive frame");
     return kInvalidArg;
   }
-  if (!in_list(format, {0, 1, 5, 27}) && !integer_widths_even(b.In, b.Out)) {
+  if (!has_full_chroma(format) && !integer_widths_even(b.In, b.Out)) {
     refuse(kExport, "format %u needs even image and region widths (in %u/%u, out %u/%u)", format, b.In.ulWidth,
            b.In.Buffer.Region.ulWidth, b.Out.ulWidth, b.Out.Buffer.Region.ulWidth);
     return kInvalidArg;
@@ -182,7 +176,6 @@ HRESULT scale_validate(const DSP_SCALER_PARAMS &params, const DSP_BUFFER &b) {
 
 HRESULT scaler_worker(const DSP_SCALER_PARAMS *params, const DSP_BUFFER *buffer, uint32_t flags) {
   worker_entry("DspScaler");
-  const uint32_t kernel_flags = (cpu_flags() << 1) | 1u;
   ScaleSetup s;
   HRESULT hr = scale_geometry(*params, *buffer, &s);
   if (hr != kOk) return hr;
@@ -201,26 +194,7 @@ HRESULT scaler_worker(const DSP_SCALER_PARAMS *params, const DSP_BUFFER *buffer,
     // Nothing to scale: the format copy (colour-converting when the spaces differ), staged or not.
     return smart_copy_unchecked(&s.raw) == kOk ? kOk : kFail;
   }
-  const uint32_t format = s.norm.Out.ePixelFormat;
-  if (is_two_plane(format)) {
-    uint32_t main_format = format, plane_format = format;
-    split_format(format, &main_format, &plane_format);
-    DSP_BUFFER plane = s.norm;
-    plane.In.ePixelFormat = plane.Out.ePixelFormat = main_format;
-    plane.In.Buffer.ulBytes = static_cast<uint32_t>(uint64_t{plane.In.ulHeight} * plane.In.ulPrimaryStrideBytes);
-    plane.Out.Buffer.ulBytes =
-        static_cast<uint32_t>(uint64_t{plane.Out.ulHeight} * plane.Out.ulPrimaryStrideBytes);
-    hr = run_kernel(s, plane, params->ulScaleFlags);
-    if (hr != kOk) return hr;
-    plane = s.norm;
-    move_to_plane(&plane.In, plane_format);
-    move_to_plane(&plane.Out, plane_format);
-    return run_kernel(s, plane, params->ulScaleFlags);
-  }
-  if ((flags & DSP_SCALER_OPTION_STAGED) && format != DSP_PIXEL_FORMAT_BGR24) {
-    return run_staged(s.norm, [&](const DSP_BUFFER &stage) { return run_kernel(s, stage, params->ulScaleFlags); });
-  }
-  return run_kernel(s, s.norm, kernel_flags);
+  return run_planes(s.norm, flags, [&s](const DSP_BUFFER &b) { return run_kernel(s, b); });
 }
 
 HRESULT filtered_scaler_worker(const DSP_SCALER_PARAMS *params, FilterSubRecord filter,
@@ -272,31 +246,13 @@ HRESULT filtered_scaler_worker(const DSP_SCALER_PARAMS *params, FilterSubRecord 
   if (s.mode != kScaleModeHorizontal) fir.vert = rows.vert, fir.vert_taps = rows.vert_taps;
   const int index = s.mode + 3 * static_cast<int>(s.filter);
   auto run = [&](const DSP_BUFFER &b) -> HRESULT {
-    if (!combined) return run_kernel(s, b, params->ulScaleFlags);
+    if (!combined) return run_kernel(s, b);
     const ScaleFilterKernel *table = converts_color(b) ? scale_filter_color_kernels() : scale_filter_plain_kernels();
     const ScaleFilterKernel kernel = table[index];
     if (!kernel) return kInvalidArg;
-    return kernel(&b, params->ulOptions, fir);
+    return kernel(&b, fir);
   };
-
-  const uint32_t format = s.norm.Out.ePixelFormat;
-  if (is_two_plane(format)) {
-    uint32_t main_format = format, plane_format = format;
-    split_format(format, &main_format, &plane_format);
-    DSP_BUFFER plane = s.norm;
-    plane.In.ePixelFormat = plane.Out.ePixelFormat = main_format;
-    plane.In.Buffer.ulBytes = static_cast<uint32_t>(uint64_t{plane.In.ulHeight} * plane.In.ulPrimaryStrideBytes);
-    plane.Out.Buffer.ulBytes =
-        static_cast<uint32_t>(uint64_t{plane.Out.ulHeight} * plane.Out.ulPrimaryStrideBytes);
-    hr = run(plane);
-    if (hr != kOk) return hr;
-    plane = s.norm;
-    move_to_plane(&plane.In, plane_format);
-    move_to_plane(&plane.Out, plane_format);
-    return run(plane);
-  }
-  if ((flags & DSP_SCALER_OPTION_STAGED) && format != DSP_PIXEL_FORMAT_BGR24) return run_staged(s.norm, run);
-  return run(s.norm);
+  return run_planes(s.norm, flags, run);
 }
 
 HRESULT nonuniform_scaler_worker(const DSP_SCALER_PARAMS *params, const DSP_BUFFER *buffer,

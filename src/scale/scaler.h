@@ -2,7 +2,7 @@
 // plain or the filtered worker by bit 1 of the call flags.
 #pragma once
 
-#include "frame/status.h"
+#include "platform/status.h"
 
 namespace framedsp {
 
@@ -24,7 +24,7 @@ struct ScaleSetup {
   DSP_BUFFER raw;
   DSP_BUFFER norm;
   float field_factor;  // 2 field -> frame, 0.5 frame -> field, else 1
-  int mode;            // kScaleMode* (scale/scale_kernels.h)
+  int mode;            // kScaleMode* (scale/scale_frame.h)
   uint32_t filter;     // eFilter
 };
 

@@ -2,8 +2,7 @@
 
 #include <cstdint>
 
-#include "frame/guard.h"
-#include "frame/trace.h"
+#include "platform/trace.h"
 
 namespace framedsp {
 
@@ -103,19 +102,6 @@ HRESULT scaler_helper_worker(const DSP_SCALER_HELPER_IN *in, DSP_SCALER_HELPER_O
   const uint32_t out_w = trunc_low32(sPAR * sW * v / dPAR);
   store(out, out_w, static_cast<uint32_t>(dH), out_w / sW, v);
   return kOk;
-}
-
-// The sub-pixel helper's records are not fixed yet, so there is nothing to refuse.
-HRESULT subpixel_scaler_helper_validate(const void *in) {
-  (void)in;
-  return kOk;
-}
-
-HRESULT subpixel_scaler_helper_worker(const void *in, void *out) {
-  worker_entry("DspSubPixelScalerHelper");
-  (void)in;
-  (void)out;
-  return kNotImpl;
 }
 
 }  // namespace framedsp

@@ -1,14 +1,11 @@
-// Aspect-ratio helpers (DspScalerHelper, DspSubPixelScalerHelper).
+// Aspect-ratio helper (DspScalerHelper).
 #pragma once
 
-#include "frame/status.h"
+#include "platform/status.h"
 
 namespace framedsp {
 
 HRESULT scaler_helper_validate(const DSP_SCALER_HELPER_IN *in);
 HRESULT scaler_helper_worker(const DSP_SCALER_HELPER_IN *in, DSP_SCALER_HELPER_OUT *out);
-
-HRESULT subpixel_scaler_helper_validate(const void *in);
-HRESULT subpixel_scaler_helper_worker(const void *in, void *out);
 
 }  // namespace framedsp

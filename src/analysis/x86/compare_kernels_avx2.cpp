@@ -2,7 +2,7 @@
 // -mavx2; entered only when cpu_flags() has AVX2.
 #include "analysis/compare_kernels.h"
 #include "analysis/x86/compare_step_x86.h"
-#include "frame/x86/vec_avx2.h"
+#include "platform/x86/vec_avx2.h"
 
 namespace framedsp {
 

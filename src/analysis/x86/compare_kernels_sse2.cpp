@@ -2,7 +2,7 @@
 // -msse2; entered when cpu_flags() has SSE2 (the x86-64 baseline).
 #include "analysis/compare_kernels.h"
 #include "analysis/x86/compare_step_x86.h"
-#include "frame/x86/vec_sse2.h"
+#include "platform/x86/vec_sse2.h"
 
 namespace framedsp {
 

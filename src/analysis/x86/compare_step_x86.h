@@ -1,5 +1,5 @@
 // The SIMD step of the comparison kernels, written once for every x86 vector width.  Each ISA file
-// includes its vector traits (frame/x86/vec_<isa>.h) and calls compare_fill_x86 from its init
+// includes its vector traits (platform/x86/vec_<isa>.h) and calls compare_fill_x86 from its init
 // function; the traits provide at least:
 //
 //   struct Vec {

@@ -98,6 +98,20 @@ inline void pad(uint32_t *p, __m128i pattern, int32_t groups) {
   if (k < groups) _mm_storeu_si128(reinterpret_cast<__m128i *>(p + 4 * k), pattern);
 }
 
+// Group 0's window sums: `before` copies of the head, then groups 0 .. after (padding included),
+// two groups a load; the luma lanes summed apart.
+template <uint32_t kLuma>
+void first_window(const uint32_t *sums, const BoxWindow &w, __m128i head, uint32_t start[4]) {
+  __m256i first2 = _mm256_setzero_si256();
+  int32_t j = 0;
+  for (; j + 1 <= w.after; j += 2) first2 = _mm256_add_epi32(first2, load8(sums + 4 * j));
+  __m128i first = _mm_add_epi32(_mm256_castsi256_si128(first2), _mm256_extracti128_si256(first2, 1));
+  if (j == w.after) first = _mm_add_epi32(first, load4(sums + 4 * j));
+  first = _mm_add_epi32(first, _mm_mullo_epi32(head, _mm_set1_epi32(w.before)));
+  _mm_store_si128(reinterpret_cast<__m128i *>(start), first);
+  box_group_luma_start(sums, kLuma, w, start);
+}
+
 template <uint32_t kLuma>
 void box_h_group_avx2(uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w) {
   constexpr uint32_t kClass = kLuma == 0xA ? 0 : kLuma == 0x5 ? 2 : 5;
@@ -112,17 +126,8 @@ void box_h_group_avx2(uint32_t *sums, uint8_t *dst, size_t n, const BoxWindow &w
   const int32_t before = w.before, right = w.after + 3;
   pad(sums - 4 * static_cast<size_t>(before), head, before);
   pad(sums + n, tail, right);
-  // Group 0's window: `before` copies of the head, then groups 0 .. after (padding included),
-  // two groups a load.
-  __m256i first2 = _mm256_setzero_si256();
-  int32_t j = 0;
-  for (; j + 1 <= w.after; j += 2) first2 = _mm256_add_epi32(first2, load8(sums + 4 * j));
-  __m128i first = _mm_add_epi32(_mm256_castsi256_si128(first2), _mm256_extracti128_si256(first2, 1));
-  if (j == w.after) first = _mm_add_epi32(first, load4(sums + 4 * j));
-  first = _mm_add_epi32(first, _mm_mullo_epi32(head, _mm_set1_epi32(before)));
   alignas(16) uint32_t start[4];
-  _mm_store_si128(reinterpret_cast<__m128i *>(start), first);
-  box_group_luma_start(sums, kLuma, w, start);
+  first_window<kLuma>(sums, w, head, start);
   const size_t groups = n / 4;
   const __m256i recip = _mm256_set1_epi32(static_cast<int>(w.recip));
   const __m256i round = _mm256_set1_epi32(static_cast<int>(kBoxRound));

@@ -1,0 +1,451 @@
+// Level 0 of the motion search: each search block's vector is refined to quarter pixels, settled
+// against its neighbours, and each final block picks among the search blocks' vectors around it
+// (the split stage) and gets its cost and flags.
+#include <algorithm>
+#include <cstdint>
+
+#include "analysis/motion_search.h"
+
+namespace framedsp {
+namespace {
+
+int32_t iabs(int32_t v) { return v < 0 ? -v : v; }
+int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : (v > hi ? hi : v); }
+
+// Mean absolute difference to the right and lower neighbours below this: a flat block.
+constexpr uint32_t kFlatActivity = 2;
+// Vectors of the two directions further apart than this (quarter pixels, x or y) disagree.
+constexpr int32_t kConsistency = 4;
+// The split stage weighs a neighbour's vector only when it is further than this from the block's
+// own (quarter pixels, x or y); the settling pass when it is further than kSettleApart.
+constexpr int32_t kSplitApart = 2;
+constexpr int32_t kSettleApart = 1;
+
+bool apart(const MotionVec &a, const MotionVec &b, int32_t limit) {
+  return iabs(a.x - b.x) > limit || iabs(a.y - b.y) > limit;
+}
+
+struct Best {
+  MotionVec v;
+  uint64_t cost = 0;
+  uint32_t match = 0;
+  bool set = false;
+  void offer(const MotionVec &w, uint64_t c, uint32_t m) {
+    if (!set || better(c, w, cost, v)) *this = Best{w, c, m, true};
+  }
+};
+
+class FinalEval {
+ public:
+  // Sums are split after sx columns and sy lines (the final blocks a search block holds).
+  FinalEval(const MotionKernels &k, const FinalStage &f, const MotionBlock &block, MotionVec m,
+            uint32_t lambda, uint32_t sx, uint32_t sy)
+      : k_(k), f_(f), block_(block), m_(m), lambda_(lambda), sx_(sx), sy_(sy) {}
+
+  // Evaluates v once (repeats are skipped); returns its cost, or UINT64_MAX outside the reach.
+  uint64_t consider(const MotionVec &v) {
+    if (iabs(v.x) > 4 * f_.reach_x || iabs(v.y) > 4 * f_.reach_y) return UINT64_MAX;
+    for (int i = 0; i < seen_; ++i) {
+      if (seen_vec_[i] == v) return seen_cost_[i];
+    }
+    BlockParts p{v, {}, true};
+    if ((v.x | v.y) & 3) {
+      block_sad_b4(k_, block_, f_.a, f_.b, v.x, v.y, sx_, sy_, p.sum);
+    } else {
+      block_sad_q4(k_, block_, f_.b, v.x, v.y, sx_, sy_, p.sum);
+    }
+    return take(p);
+  }
+
+  // A vector whose sums another evaluation of this block found.
+  uint64_t take(const BlockParts &p) {
+    const uint32_t match = cost16_of_sad(block_, p.sum[0] + p.sum[1] + p.sum[2] + p.sum[3]);
+    const MotionVec &v = p.v;
+    const uint64_t cost =
+        match + uint64_t{4} * lambda_ * static_cast<uint32_t>(iabs(v.x - m_.x) + iabs(v.y - m_.y));
+    if (seen_ < kSeen) {
+      seen_vec_[seen_] = v;
+      seen_cost_[seen_++] = cost;
+    }
+    if (!best_.set || better(cost, v, best_.cost, best_.v)) best_parts_ = p;
+    best_.offer(v, cost, match);
+    return cost;
+  }
+
+  const BlockParts &best_parts() const { return best_parts_; }
+  const Best &best() const { return best_; }
+
+ private:
+  const MotionKernels &k_;
+  const FinalStage &f_;
+  const MotionBlock &block_;
+  MotionVec m_;
+  uint32_t lambda_;
+  uint32_t sx_, sy_;
+  Best best_;
+  BlockParts best_parts_{};
+  static constexpr int kSeen = 16;
+  MotionVec seen_vec_[kSeen];
+  uint64_t seen_cost_[kSeen] = {};
+  int seen_ = 0;
+};
+
+// True when the block's own detail is below kFlatActivity per sample pair: differences to the
+// right and lower neighbours, within the picture.
+bool flat(const MotionKernels &k, const MotionPlane &src, const MotionBlock &b) {
+  const int32_t wh = b.x + b.w < src.width ? b.w : b.w - 1;
+  const int32_t hv = b.y + b.h < src.height ? b.h : b.h - 1;
+  uint32_t activity = 0, pairs = 0;
+  if (wh > 0) {
+    activity += k.sad(b.a, b.a_stride, b.a + 1, b.a_stride, static_cast<uint32_t>(wh), static_cast<uint32_t>(b.h));
+    pairs += static_cast<uint32_t>(wh * b.h);
+  }
+  if (hv > 0) {
+    activity += k.sad(b.a, b.a_stride, b.a + b.a_stride, b.a_stride, static_cast<uint32_t>(b.w), static_cast<uint32_t>(hv));
+    pairs += static_cast<uint32_t>(b.w * hv);
+  }
+  return activity < kFlatActivity * pairs;
+}
+
+// The matched block reaches outside the target: its first sample column left of 0 or its last
+// (rounded up for a fractional position) right of the last column; rows alike.
+bool outside(const FinalStage &f, const MotionBlock &b, const MotionVec &v) {
+  const int32_t qx = 4 * b.x + v.x, qy = 4 * b.y + v.y;
+  return (qx >> 2) < 0 || (qy >> 2) < 0 || ((qx + 3) >> 2) + b.w > f.b.width ||
+         ((qy + 3) >> 2) + b.h > f.b.height;
+}
+
+// The part of a block whose samples at every whole-pixel offset lo..hi (per axis, inclusive) lie
+// inside the target.  False when that is the whole block, or nothing of it.  Edge-repeated
+// samples say nothing about where a block lies between two pixels, so sub-pixel decisions are
+// taken on this part alone.
+bool inside_part(const MotionPlane &target, const MotionBlock &b, MotionVec lo, MotionVec hi, MotionBlock *out) {
+  const int32_t x0 = std::max(b.x, -lo.x), x1 = std::min(b.x + b.w, target.width - hi.x);
+  const int32_t y0 = std::max(b.y, -lo.y), y1 = std::min(b.y + b.h, target.height - hi.y);
+  if (x0 >= x1 || y0 >= y1 || (x0 == b.x && y0 == b.y && x1 == b.x + b.w && y1 == b.y + b.h)) return false;
+  *out = b;
+  out->x = x0;
+  out->y = y0;
+  out->w = x1 - x0;
+  out->h = y1 - y0;
+  out->a = b.a + (y0 - b.y) * b.a_stride + (x0 - b.x);
+  const uint32_t n = static_cast<uint32_t>(out->w * out->h);
+  out->recip = ((1u << 26) + n / 2) / n;
+  return true;
+}
+
+// Whole-pixel offsets (per axis) the matches of v read: a fraction reads one pixel more.
+MotionVec read_lo(const MotionVec &v) { return MotionVec{v.x >> 2, v.y >> 2}; }
+MotionVec read_hi(const MotionVec &v) { return MotionVec{(v.x + 3) >> 2, (v.y + 3) >> 2}; }
+
+// Offset (quarter pixels, -2..2) of the vertex of the parabola through the matches one whole
+// pixel before, at and after a vector; halves round away from zero, so mirrored inputs give
+// mirrored offsets.
+int32_t vertex(uint32_t before, uint32_t at, uint32_t after) {
+  if (before == UINT32_MAX || after == UINT32_MAX) return 0;
+  // Matches are below 2^19 (255 x 1024 at most), so every term fits 32 bits.
+  const int32_t num = 4 * (static_cast<int32_t>(before) - static_cast<int32_t>(after));
+  const int32_t den = 2 * (static_cast<int32_t>(before) + static_cast<int32_t>(after) - 2 * static_cast<int32_t>(at));
+  if (den <= 0) return before < after ? -2 : (after < before ? 2 : 0);
+  const int32_t q = num >= 0 ? (2 * num + den) / (2 * den) : -((2 * -num + den) / (2 * den));
+  return clamp(q, -2, 2);
+}
+
+// The whole-pixel matches of v and its four neighbours (left, right, up, down).
+void around_of(const MotionKernels &k, const FinalStage &f, const MotionBlock &b, const MotionVec &v,
+               uint32_t out[5]) {
+  static const int32_t kStep[5][2] = {{0, 0}, {-4, 0}, {4, 0}, {0, -4}, {0, 4}};
+  for (int i = 0; i < 5; ++i) {
+    const MotionVec w{v.x + kStep[i][0], v.y + kStep[i][1]};
+    out[i] = iabs(w.x) > 4 * f.reach_x || iabs(w.y) > 4 * f.reach_y
+                 ? UINT32_MAX
+                 : cost16_of_sad(b, block_sad(k, b, f.b, w.x >> 2, w.y >> 2));
+  }
+}
+
+// The four quarter-pixel neighbours of the best, then the diagonal between the better sides
+// when both improved on it.
+void quarter_step(FinalEval *e) {
+  const MotionVec c = e->best().v;
+  const uint64_t centre = e->best().cost;
+  const uint64_t l = e->consider(MotionVec{c.x - 1, c.y}), r = e->consider(MotionVec{c.x + 1, c.y});
+  const uint64_t u = e->consider(MotionVec{c.x, c.y - 1}), d = e->consider(MotionVec{c.x, c.y + 1});
+  const int32_t sx = std::min(l, r) < centre ? (l <= r ? -1 : 1) : 0;
+  const int32_t sy = std::min(u, d) < centre ? (u <= d ? -1 : 1) : 0;
+  if (sx && sy) e->consider(MotionVec{c.x + sx, c.y + sy});
+}
+
+int32_t nesting(int32_t search, int32_t final) { return search == final ? 1 : (search == 2 * final ? 2 : 0); }
+
+// Where a search block's sums split: after the first final block's columns and lines when the
+// final blocks nest in the search blocks, nowhere otherwise.
+void split_of(const FinalStage &f, const MotionBlock &b, uint32_t *sx, uint32_t *sy) {
+  const bool nested = nesting(f.search_grid.bw, f.grid.bw) && nesting(f.search_grid.bh, f.grid.bh);
+  *sx = static_cast<uint32_t>(nested ? std::min(f.grid.bw, b.w) : b.w);
+  *sy = static_cast<uint32_t>(nested ? std::min(f.grid.bh, b.h) : b.h);
+}
+
+MotionVec median_of(int32_t *xs, int32_t *ys, int32_t n) {
+  std::nth_element(xs, xs + n / 2, xs + n);
+  std::nth_element(ys, ys + n / 2, ys + n);
+  return MotionVec{xs[n / 2], ys[n / 2]};
+}
+
+// Sub-pixel refinement: the vertex of the whole-pixel matches around each vector, per axis.
+// Loose blocks take the median of the others' refined vectors (*global; false when there is none).
+bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
+  const BlockGrid &sg = f.search_grid;
+  const int32_t n = sg.count();
+  int32_t *xs = reinterpret_cast<int32_t *>(f.settled), *ys = xs + n, placed = 0;
+  for (int32_t i = 0; i < n; ++i) {
+    const MotionVec own = f.search[i];
+    const bool loose = f.use_global && f.loose && f.loose[i];
+    f.parts[i].known = false;
+    if (!f.subpel || loose) {
+      f.refined[i] = own;
+      continue;
+    }
+    // Every vector weighed here lies within a pixel of `own`; where their matches reach outside
+    // the target, only the part of the block inside it is weighed (and its sums are not kept).
+    const MotionBlock whole = make_block(f.a, sg, i % sg.cols, i / sg.cols);
+    MotionBlock part;
+    const bool cut = inside_part(f.b, whole, MotionVec{(own.x >> 2) - 1, (own.y >> 2) - 1},
+                                 MotionVec{(own.x >> 2) + 1, (own.y >> 2) + 1}, &part);
+    const MotionBlock &b = cut ? part : whole;
+    uint32_t a[5] = {};
+    if (f.around && !cut) {
+      std::copy(f.around + 5 * i, f.around + 5 * i + 5, a);
+    } else {
+      around_of(k, f, b, own, a);
+    }
+    const MotionVec r{clamp(own.x + vertex(a[1], a[0], a[2]), -4 * f.reach_x, 4 * f.reach_x),
+                      clamp(own.y + vertex(a[3], a[0], a[4]), -4 * f.reach_y, 4 * f.reach_y)};
+    // The vertex lands within a quarter pixel or so of the best match; a quarter-pixel step
+    // around it settles the rest.
+    uint32_t sx, sy;
+    split_of(f, b, &sx, &sy);
+    FinalEval eval(k, f, b, own, 0, cut ? static_cast<uint32_t>(b.w) : sx, cut ? static_cast<uint32_t>(b.h) : sy);
+    eval.consider(r);  // pure match: a smoothness term would pull to `own`
+    quarter_step(&eval);
+    f.refined[i] = eval.best().v;
+    f.parts[i] = eval.best_parts();
+    f.parts[i].known = !cut;
+    xs[placed] = f.refined[i].x;
+    ys[placed++] = f.refined[i].y;
+  }
+  if (!f.use_global || !f.loose || placed == n || placed == 0) return false;
+  *global = median_of(xs, ys, placed);
+  for (int32_t i = 0; i < n; ++i) {
+    if (f.loose[i]) f.refined[i] = *global;
+  }
+  return true;
+}
+
+// Each block weighs its refined vector against its neighbours' (those more than kSettleApart
+// away) with the smoothness term against the median of the refined 3x3, or against the global
+// vector for a loose block: this settles blocks whose texture leaves the match open along one
+// direction.
+void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global, bool has_global) {
+  const BlockGrid &sg = f.search_grid;
+  for (int32_t row = 0; row < sg.rows; ++row) {
+    for (int32_t col = 0; col < sg.cols; ++col) {
+      const size_t i = static_cast<size_t>(row) * sg.cols + col;
+      const MotionVec own = f.refined[i];
+      MotionVec cand[8];
+      int n = 0;
+      for (int32_t dy = -1; dy <= 1; ++dy) {
+        for (int32_t dx = -1; dx <= 1; ++dx) {
+          const int32_t r = row + dy, c = col + dx;
+          if (r < 0 || r >= sg.rows || c < 0 || c >= sg.cols) continue;
+          const MotionVec &v = f.refined[r * sg.cols + c];
+          if (apart(v, own, kSettleApart) && std::find(cand, cand + n, v) == cand + n) cand[n++] = v;
+        }
+      }
+      if (n == 0) {
+        f.settled[i] = own;
+        continue;
+      }
+      const bool loose = has_global && f.loose[i];
+      MotionVec lo = read_lo(own), hi = read_hi(own);
+      for (int j = 0; j < n; ++j) {
+        lo = MotionVec{std::min(lo.x, read_lo(cand[j]).x), std::min(lo.y, read_lo(cand[j]).y)};
+        hi = MotionVec{std::max(hi.x, read_hi(cand[j]).x), std::max(hi.y, read_hi(cand[j]).y)};
+      }
+      const MotionBlock whole = make_block(f.a, sg, col, row);
+      MotionBlock part;
+      const bool cut = inside_part(f.b, whole, lo, hi, &part);  // as in refine()
+      const MotionBlock &block = cut ? part : whole;
+      uint32_t sx, sy;
+      split_of(f, block, &sx, &sy);
+      if (cut) sx = static_cast<uint32_t>(block.w), sy = static_cast<uint32_t>(block.h);
+      FinalEval eval(k, f, block, loose ? global : median9(f.refined, sg, col, row), f.lambda, sx, sy);
+      if (f.parts[i].known && !cut) {
+        eval.take(f.parts[i]);
+      } else {
+        eval.consider(own);
+      }
+      for (int j = 0; j < n; ++j) eval.consider(cand[j]);
+      f.settled[i] = eval.best().v;
+      f.parts[i] = eval.best_parts();
+      f.parts[i].known = !cut;
+    }
+  }
+}
+
+struct Out {
+  MotionVec *vec;
+  uint16_t *cost, *flags;
+};
+
+void write_block(const FinalStage &f, const MotionBlock &block, size_t i, const Best &best, bool is_flat,
+                 bool exhaustive, const Out &out) {
+  out.vec[i] = best.v;
+  const uint32_t c64 = (best.match + 8) >> 4;
+  out.cost[i] = static_cast<uint16_t>(std::min<uint32_t>(c64, 0xFFFF));
+  uint16_t fl = 0;
+  if (c64 > f.scene_threshold) fl |= DSP_MV_BAD;
+  if (outside(f, block, best.v)) fl |= DSP_MV_OUTSIDE;
+  if (is_flat) fl |= DSP_MV_FLAT;
+  if (exhaustive) fl |= DSP_MV_REFINED;
+  out.flags[i] = fl;
+}
+
+// The split stage when every search block holds 1x1, 2x1, 1x2 or 2x2 final blocks: one pass of
+// sad_q4 a candidate gives the matches of all of them.
+void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t nx,
+                  int32_t ny, const Out &out) {
+  const BlockGrid &g = f.grid, &sg = f.search_grid;
+  for (int32_t sr = 0; sr < sg.rows; ++sr) {
+    for (int32_t sc = 0; sc < sg.cols; ++sc) {
+      const MotionBlock sb = make_block(f.a, sg, sc, sr);
+      const uint32_t sx = static_cast<uint32_t>(std::min(g.bw, sb.w)), sy = static_cast<uint32_t>(std::min(g.bh, sb.h));
+      MotionBlock part[4];
+      bool exists[4];
+      for (int q = 0; q < 4; ++q) {
+        const int32_t fc = sc * nx + (q & 1), fr = sr * ny + (q >> 1);
+        exists[q] = (q & 1) < nx && (q >> 1) < ny && fc < g.cols && fr < g.rows;
+        if (exists[q]) part[q] = make_block(f.a, g, fc, fr);
+      }
+      const MotionVec own = search[sr * sg.cols + sc];
+      Best best[4];
+      auto weigh = [&](const MotionVec &v, const uint32_t *known) {
+        uint32_t sums[4];
+        if (known) {
+          std::copy(known, known + 4, sums);
+        } else if ((v.x | v.y) & 3) {
+          block_sad_b4(k, sb, f.a, f.b, v.x, v.y, sx, sy, sums);
+        } else {
+          block_sad_q4(k, sb, f.b, v.x, v.y, sx, sy, sums);
+        }
+        const uint64_t lambda = uint64_t{4} * f.lambda * static_cast<uint32_t>(iabs(v.x - own.x) + iabs(v.y - own.y));
+        for (int q = 0; q < 4; ++q) {
+          if (!exists[q]) continue;
+          const uint32_t m = cost16_of_sad(part[q], sums[q]);
+          best[q].offer(v, m + lambda, m);
+        }
+      };
+      const BlockParts &own_parts = f.parts[sr * sg.cols + sc];
+      weigh(own, f.subpel && own_parts.known && own_parts.v == own ? own_parts.sum : nullptr);
+      MotionVec seen[8];
+      int n = 0;
+      for (int32_t dy = -1; f.split && dy <= 1; ++dy) {
+        for (int32_t dx = -1; dx <= 1; ++dx) {
+          const int32_t r = sr + dy, c = sc + dx;
+          if ((dx || dy) && r >= 0 && r < sg.rows && c >= 0 && c < sg.cols) {
+            // Within half a pixel of the block's own vector a neighbour's is no other motion.
+            const MotionVec &v = search[r * sg.cols + c];
+            if (!apart(v, own, kSplitApart) || std::find(seen, seen + n, v) != seen + n) continue;
+            seen[n++] = v;
+            if (iabs(v.x) <= 4 * f.reach_x && iabs(v.y) <= 4 * f.reach_y) weigh(v, nullptr);
+          }
+        }
+      }
+      // Activity of the parts in one pass each way, when the block has a right and lower
+      // neighbour inside the picture.
+      uint32_t act_h[4], act_v[4];
+      const bool interior = sb.x + sb.w < f.a.width && sb.y + sb.h < f.a.height;
+      const uint32_t w = static_cast<uint32_t>(sb.w), h = static_cast<uint32_t>(sb.h);
+      if (interior) {
+        k.sad_q4(sb.a, sb.a_stride, sb.a + 1, sb.a_stride, w, h, 0, 0, sx, sy, act_h);
+        k.sad_q4(sb.a, sb.a_stride, sb.a + sb.a_stride, sb.a_stride, w, h, 0, 0, sx, sy, act_v);
+      }
+      const bool exhaustive = f.exhaustive && f.exhaustive[sr * sg.cols + sc];
+      for (int q = 0; q < 4; ++q) {
+        if (!exists[q]) continue;
+        const MotionBlock &b = part[q];
+        const bool is_flat = interior ? act_h[q] + act_v[q] < kFlatActivity * 2 * static_cast<uint32_t>(b.w * b.h)
+                                      : flat(k, f.a, b);
+        const int32_t fc = sc * nx + (q & 1), fr = sr * ny + (q >> 1);
+        write_block(f, b, static_cast<size_t>(fr) * g.cols + fc, best[q], is_flat, exhaustive, out);
+      }
+    }
+  }
+}
+
+// The split stage for any block sizes: each final block weighs the vectors of the 3x3 search
+// blocks around the one under its centre.
+void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *search, const Out &out) {
+  const BlockGrid &g = f.grid, &sg = f.search_grid;
+  for (int32_t row = 0; row < g.rows; ++row) {
+    for (int32_t col = 0; col < g.cols; ++col) {
+      const MotionBlock block = make_block(f.a, g, col, row);
+      const int32_t sc = std::min((block.x + block.w / 2) / sg.bw, sg.cols - 1);
+      const int32_t sr = std::min((block.y + block.h / 2) / sg.bh, sg.rows - 1);
+      const MotionVec own = search[sr * sg.cols + sc];
+      FinalEval eval(k, f, block, own, f.lambda, static_cast<uint32_t>(block.w), static_cast<uint32_t>(block.h));
+      eval.consider(own);
+      for (int32_t dy = -1; f.split && dy <= 1; ++dy) {
+        for (int32_t dx = -1; dx <= 1; ++dx) {
+          const int32_t r = sr + dy, c = sc + dx;
+          if ((dx || dy) && r >= 0 && r < sg.rows && c >= 0 && c < sg.cols) {
+            const MotionVec &v = search[r * sg.cols + c];
+            if (apart(v, own, kSplitApart)) eval.consider(v);
+          }
+        }
+      }
+      const bool exhaustive = f.exhaustive && f.exhaustive[sr * sg.cols + sc];
+      write_block(f, block, static_cast<size_t>(row) * g.cols + col, eval.best(), flat(k, f.a, block), exhaustive,
+                  out);
+    }
+  }
+}
+
+}  // namespace
+
+void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, uint16_t *cost,
+                 uint16_t *flags) {
+  const MotionVec *search = f.search;
+  MotionVec global;
+  const bool has_global = refine(k, f, &global);
+  if (f.subpel) {
+    settle(k, f, global, has_global);
+    search = f.settled;
+  }
+  const Out out{vec, cost, flags};
+  const int32_t nx = nesting(f.search_grid.bw, f.grid.bw), ny = nesting(f.search_grid.bh, f.grid.bh);
+  if (nx && ny) {
+    split_nested(k, f, search, nx, ny, out);
+  } else {
+    split_any(k, f, search, out);
+  }
+}
+
+void mark_inconsistent(const BlockGrid &g, int32_t width, int32_t height, const MotionVec *vec,
+                       const MotionVec *other, uint16_t *flags) {
+  for (int32_t row = 0; row < g.rows; ++row) {
+    for (int32_t col = 0; col < g.cols; ++col) {
+      const size_t i = static_cast<size_t>(row) * g.cols + col;
+      const int32_t cx = col * g.bw + std::min(g.bw, width - col * g.bw) / 2;
+      const int32_t cy = row * g.bh + std::min(g.bh, height - row * g.bh) / 2;
+      // The destination of the block's centre, rounded to the nearest pixel.
+      const int32_t tx = (4 * cx + vec[i].x + 2) >> 2, ty = (4 * cy + vec[i].y + 2) >> 2;
+      if (tx < 0 || ty < 0 || tx >= width || ty >= height) continue;
+      const MotionVec &o = other[(ty / g.bh) * g.cols + tx / g.bw];
+      if (iabs(vec[i].x + o.x) > kConsistency || iabs(vec[i].y + o.y) > kConsistency) {
+        flags[i] |= DSP_MV_INCONSISTENT;
+      }
+    }
+  }
+}
+
+}  // namespace framedsp

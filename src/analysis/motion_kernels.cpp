@@ -1,0 +1,97 @@
+#include "analysis/motion_kernels.h"
+
+#include "platform/cpu.h"
+
+namespace framedsp {
+
+uint32_t sad_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
+               uint32_t w, uint32_t h) {
+  uint32_t sum = 0;
+  for (uint32_t y = 0; y < h; ++y, a += a_stride, b += b_stride) {
+    for (uint32_t x = 0; x < w; ++x) sum += static_cast<uint32_t>(a[x] > b[x] ? a[x] - b[x] : b[x] - a[x]);
+  }
+  return sum;
+}
+
+uint32_t sad_avg_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
+                   const uint8_t *c, ptrdiff_t c_stride, uint32_t w, uint32_t h) {
+  uint32_t sum = 0;
+  for (uint32_t y = 0; y < h; ++y, a += a_stride, b += b_stride, c += c_stride) {
+    for (uint32_t x = 0; x < w; ++x) {
+      const int m = (b[x] + c[x] + 1) >> 1;
+      sum += static_cast<uint32_t>(a[x] > m ? a[x] - m : m - a[x]);
+    }
+  }
+  return sum;
+}
+
+void avg_line_c(const uint8_t *a, const uint8_t *b, uint8_t *out, size_t n) {
+  for (size_t i = 0; i < n; ++i) out[i] = static_cast<uint8_t>((a[i] + b[i] + 1) >> 1);
+}
+
+uint32_t sad_q_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t f_stride,
+                 uint32_t w, uint32_t h, uint32_t fx, uint32_t fy) {
+  const uint32_t w00 = (4 - fx) * (4 - fy), w10 = fx * (4 - fy), w01 = (4 - fx) * fy, w11 = fx * fy;
+  uint32_t sum = 0;
+  for (uint32_t y = 0; y < h; ++y, a += a_stride, f += f_stride) {
+    const uint8_t *g = fy ? f + f_stride : f;  // line y + 1, read only with weight
+    for (uint32_t x = 0; x < w; ++x) {
+      const uint32_t x1 = fx ? x + 1 : x;
+      const int q = static_cast<int>((w00 * f[x] + w10 * f[x1] + w01 * g[x] + w11 * g[x1] + 8) >> 4);
+      const int d = a[x] - q;
+      sum += static_cast<uint32_t>(d < 0 ? -d : d);
+    }
+  }
+  return sum;
+}
+
+void sad_q4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t f_stride,
+              uint32_t w, uint32_t h, uint32_t fx, uint32_t fy, uint32_t sx, uint32_t sy,
+              uint32_t out[4]) {
+  out[0] = sad_q_c(a, a_stride, f, f_stride, sx, sy, fx, fy);
+  out[1] = sx < w ? sad_q_c(a + sx, a_stride, f + sx, f_stride, w - sx, sy, fx, fy) : 0;
+  a += static_cast<ptrdiff_t>(sy) * a_stride;
+  f += static_cast<ptrdiff_t>(sy) * f_stride;
+  out[2] = sy < h ? sad_q_c(a, a_stride, f, f_stride, sx, h - sy, fx, fy) : 0;
+  out[3] = sx < w && sy < h ? sad_q_c(a + sx, a_stride, f + sx, f_stride, w - sx, h - sy, fx, fy) : 0;
+}
+
+void sad_b4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t f_stride,
+              uint32_t w, uint32_t h, uint32_t fx, uint32_t fy, uint32_t sx, uint32_t sy,
+              uint32_t out[4]) {
+  const uint32_t w00 = (8 - fx) * (8 - fy), w10 = fx * (8 - fy), w01 = (8 - fx) * fy, w11 = fx * fy;
+  const ptrdiff_t ax = fx ? -1 : 0, ay = fy ? -a_stride : 0, bx = fx ? 1 : 0, by = fy ? f_stride : 0;
+  out[0] = out[1] = out[2] = out[3] = 0;
+  for (uint32_t y = 0; y < h; ++y, a += a_stride, f += f_stride) {
+    for (uint32_t x = 0; x < w; ++x) {
+      const int p = static_cast<int>((w00 * a[x] + w10 * a[x + ax] + w01 * a[x + ay] + w11 * a[x + ax + ay] + 32) >> 6);
+      const int q = static_cast<int>((w00 * f[x] + w10 * f[x + bx] + w01 * f[x + by] + w11 * f[x + bx + by] + 32) >> 6);
+      out[(y >= sy ? 2 : 0) + (x >= sx ? 1 : 0)] += static_cast<uint32_t>(p > q ? p - q : q - p);
+    }
+  }
+}
+
+uint32_t motion_isas_built() {
+#if defined(FRAMEDSP_HAVE_X86)
+  return kCpuSSE2 | kCpuAVX2;
+#else
+  return 0;
+#endif
+}
+
+void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
+  table->sad = sad_c;
+  table->sad_avg = sad_avg_c;
+  table->avg_line = avg_line_c;
+  table->sad_q = sad_q_c;
+  table->sad_q4 = sad_q4_c;
+  table->sad_b4 = sad_b4_c;
+#if defined(FRAMEDSP_HAVE_X86)
+  if (cpu_flags & kCpuSSE2) motion_kernels_init_sse2(table);
+  if (cpu_flags & kCpuAVX2) motion_kernels_init_avx2(table);
+#else
+  (void)cpu_flags;
+#endif
+}
+
+}  // namespace framedsp

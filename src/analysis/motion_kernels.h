@@ -1,0 +1,78 @@
+// Block-matching kernels of the motion search (and of the conversion that follows its field):
+//   sad      sum |a - b| over a w x h block
+//   sad_avg  sum |a - ((b + c + 1) >> 1)|: a block against the rounded-up average of two others
+//            (quarter-pixel samples between two half-pixel planes)
+//   avg_line out[i] = (a[i] + b[i] + 1) >> 1 over n bytes
+//   sad_q    sum |a - q| against the block at quarter-pixel phase (fx, fy) in 0..3 of a picture,
+//            bilinear: q = ((4-fx)(4-fy) f(x,y) + fx(4-fy) f(x+1,y) + (4-fx)fy f(x,y+1)
+//            + fx fy f(x+1,y+1) + 8) >> 4.  Reads w + 1 columns and h + 1 lines from f (only w
+//            and h of them when fx, fy are 0).
+//   sad_q4   sad_q's sum in four parts: columns [0, sx) and [sx, w) of lines [0, sy) and [sy, h)
+//            (top-left, top-right, bottom-left, bottom-right; 1 <= sx <= w, 1 <= sy <= h, so a
+//            part may be empty and 0).  One pass gives the sums of the 2x2 blocks a block holds.
+//   sad_b4   like sad_q4, but both sides sampled half the fraction (fx, fy in 0..3 quarter
+//            pixels) apart, in eighths: a at (x - fx/8, y - fy/8), f at (x + fx/8, y + fy/8),
+//            each ((8-gx)(8-gy) p + gx(8-gy) p' + (8-gx)gy p'' + gx gy p''' + 32) >> 6 from the
+//            nearest sample towards the offset and its neighbours away from the block.  Reads
+//            the column left of and the line above a, and w + 1 columns and h + 1 lines of f,
+//            where the fraction is not 0.  Equal sampling on both sides keeps the match from
+//            favouring whole pixels on detailed pictures.
+// Blocks are 1..64 samples wide and 1..64 lines high; strides may be negative (bottom-up
+// pictures).  Sums are exact integers, so every ISA gives the same value whatever its order.
+// The table is filled with the scalar kernels, then overridden by what the CPU flags allow.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace framedsp {
+
+constexpr uint32_t kSadMaxSide = 64;
+
+using SadKernel = uint32_t (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b,
+                               ptrdiff_t b_stride, uint32_t w, uint32_t h);
+using SadAvgKernel = uint32_t (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b,
+                                  ptrdiff_t b_stride, const uint8_t *c, ptrdiff_t c_stride,
+                                  uint32_t w, uint32_t h);
+using AvgLineKernel = void (*)(const uint8_t *a, const uint8_t *b, uint8_t *out, size_t n);
+using SadQKernel = uint32_t (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f,
+                                ptrdiff_t f_stride, uint32_t w, uint32_t h, uint32_t fx, uint32_t fy);
+using SadQ4Kernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f,
+                             ptrdiff_t f_stride, uint32_t w, uint32_t h, uint32_t fx, uint32_t fy,
+                             uint32_t sx, uint32_t sy, uint32_t out[4]);
+using SadB4Kernel = SadQ4Kernel;
+
+struct MotionKernels {
+  SadKernel sad;
+  SadAvgKernel sad_avg;
+  AvgLineKernel avg_line;
+  SadQKernel sad_q;
+  SadQ4Kernel sad_q4;
+  SadB4Kernel sad_b4;
+};
+
+uint32_t sad_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
+               uint32_t w, uint32_t h);
+uint32_t sad_avg_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
+                   const uint8_t *c, ptrdiff_t c_stride, uint32_t w, uint32_t h);
+void avg_line_c(const uint8_t *a, const uint8_t *b, uint8_t *out, size_t n);
+uint32_t sad_q_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t f_stride,
+                 uint32_t w, uint32_t h, uint32_t fx, uint32_t fy);
+void sad_q4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t f_stride,
+              uint32_t w, uint32_t h, uint32_t fx, uint32_t fy, uint32_t sx, uint32_t sy,
+              uint32_t out[4]);
+void sad_b4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t f_stride,
+              uint32_t w, uint32_t h, uint32_t fx, uint32_t fy, uint32_t sx, uint32_t sy,
+              uint32_t out[4]);
+
+// Scalar kernels, then whatever `cpu_flags` (CpuFlags bits) allows on this build.
+void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags);
+// CpuFlags bits this build has motion kernels for (0 without SIMD or off x86).
+uint32_t motion_isas_built();
+
+#if defined(FRAMEDSP_HAVE_X86)
+void motion_kernels_init_sse2(MotionKernels *table);
+void motion_kernels_init_avx2(MotionKernels *table);
+#endif
+
+}  // namespace framedsp

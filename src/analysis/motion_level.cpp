@@ -1,0 +1,307 @@
+// One pyramid level of the block search: predictive candidates, cost = SAD + lambda x distance
+// from the neighbourhood's median, an exhaustive window or a small diamond, two passes.
+#include <algorithm>
+
+#include "analysis/motion_search.h"
+
+namespace framedsp {
+namespace {
+
+constexpr int kMaxCandidates = 24;
+
+int32_t iabs(int32_t v) { return v < 0 ? -v : v; }
+int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : (v > hi ? hi : v); }
+
+// Rounds a quarter-pixel value to the nearest whole pixel (halves toward +infinity).
+int32_t whole(int32_t q) { return ((q + 2) >> 2) * 4; }
+
+struct CandidateList {
+  MotionVec v[kMaxCandidates];
+  int n = 0;
+  void add(const MotionVec &c) {
+    for (int i = 0; i < n; ++i) {
+      if (v[i] == c) return;
+    }
+    if (n < kMaxCandidates) v[n++] = c;
+  }
+};
+
+// Evaluates vectors of one block against a fixed prediction and keeps the best; every vector's
+// match is computed once.
+class BlockEval {
+ public:
+  BlockEval(const MotionKernels &k, const LevelSearch &s, const MotionBlock &block, MotionVec predicted)
+      : k_(k), s_(s), block_(block), m_(predicted) {}
+
+  bool in_reach(const MotionVec &v) const {
+    return iabs(v.x) <= 4 * s_.reach_x && iabs(v.y) <= 4 * s_.reach_y;
+  }
+
+  // The match of v (cost16 without lambda), from the cache or computed and cached.
+  uint32_t match(const MotionVec &v) {
+    const uint64_t key = pack(v);
+    for (int i = 0; i < seen_; ++i) {
+      if (seen_key_[i] == key) return seen_match_[i];
+    }
+    const uint32_t m = cost16_of_sad(block_, block_sad(k_, block_, s_.b, v.x >> 2, v.y >> 2));
+    remember(v, m);
+    return m;
+  }
+  void remember(const MotionVec &v, uint32_t m) {
+    if (seen_ < kSeen) {
+      seen_key_[seen_] = pack(v);
+      seen_match_[seen_++] = m;
+    }
+  }
+
+  // Evaluates v; true when it became the best.
+  bool try_vec(const MotionVec &v) {
+    const uint32_t m = match(v);
+    const uint64_t cost = m + uint64_t{4} * s_.lambda * static_cast<uint32_t>(iabs(v.x - m_.x) + iabs(v.y - m_.y));
+    if (evaluated_ && !better(cost, v, best_cost_, best_)) return false;
+    evaluated_ = true;
+    best_ = v;
+    best_cost_ = cost;
+    best_match_ = m;
+    return true;
+  }
+
+  // Every whole-pixel vector within +-range of the centre (and inside the reach).
+  void exhaustive(const MotionVec &centre) {
+    for (int32_t dy = -s_.range_y; dy <= s_.range_y; ++dy) {
+      for (int32_t dx = -s_.range_x; dx <= s_.range_x; ++dx) {
+        const MotionVec v{centre.x + 4 * dx, centre.y + 4 * dy};
+        if (in_reach(v)) try_vec(v);
+      }
+    }
+  }
+
+  // Walks downhill over the four whole-pixel neighbours while it stays within +-range of where it
+  // started.
+  void diamond() {
+    const MotionVec origin = best_;
+    const int32_t steps = s_.range_x + s_.range_y;
+    for (int32_t i = 0; i < steps; ++i) {
+      const MotionVec centre = best_;
+      bool moved = false;
+      for (const auto &d : kStep) {
+        const MotionVec v{centre.x + d[0], centre.y + d[1]};
+        if (iabs(v.x - origin.x) > 4 * s_.range_x || iabs(v.y - origin.y) > 4 * s_.range_y) continue;
+        if (in_reach(v) && try_vec(v)) moved = true;
+      }
+      if (!moved) break;
+    }
+  }
+
+  // The best among the vectors seen, weighed against another prediction.
+  void reweigh(const MotionVec &predicted) {
+    m_ = predicted;
+    const int n = seen_;
+    evaluated_ = false;
+    for (int i = 0; i < n; ++i) try_vec(unpack(seen_key_[i]));
+  }
+
+  // The matches of the best vector and of its four whole-pixel neighbours.
+  void around(uint32_t out[5]) {
+    out[0] = best_match_;
+    for (int i = 0; i < 4; ++i) {
+      const MotionVec v{best_.x + kStep[i][0], best_.y + kStep[i][1]};
+      out[1 + i] = in_reach(v) ? match(v) : UINT32_MAX;
+    }
+  }
+
+  const MotionVec &best() const { return best_; }
+  uint32_t best_match() const { return best_match_; }
+
+  static constexpr int32_t kStep[4][2] = {{-4, 0}, {4, 0}, {0, -4}, {0, 4}};
+
+ private:
+  const MotionKernels &k_;
+  const LevelSearch &s_;
+  const MotionBlock &block_;
+  MotionVec m_;
+  bool evaluated_ = false;
+  MotionVec best_;
+  uint64_t best_cost_ = 0;
+  uint32_t best_match_ = 0;
+  static uint64_t pack(const MotionVec &v) {
+    return uint64_t{static_cast<uint32_t>(v.x)} << 32 | static_cast<uint32_t>(v.y);
+  }
+  static MotionVec unpack(uint64_t key) {
+    return MotionVec{static_cast<int32_t>(key >> 32), static_cast<int32_t>(static_cast<uint32_t>(key))};
+  }
+  static constexpr int kSeen = 48;  // raw arrays: nothing to clear per block
+  uint64_t seen_key_[kSeen];
+  uint32_t seen_match_[kSeen];
+  int seen_ = 0;
+};
+
+// No whole-pixel step from the best changes the match by more than kLooseMatch.
+bool is_loose(const uint32_t around[5]) {
+  for (int i = 1; i < 5; ++i) {
+    if (around[i] == UINT32_MAX || around[i] > around[0] + kLooseMatch) return false;
+  }
+  return true;
+}
+
+MotionVec clip_to_reach(const LevelSearch &s, MotionVec v) {
+  return MotionVec{clamp(whole(v.x), -4 * s.reach_x, 4 * s.reach_x),
+                   clamp(whole(v.y), -4 * s.reach_y, 4 * s.reach_y)};
+}
+
+// Level k + 1's vector at a parent block, scaled to level k.
+MotionVec parent_vec(const LevelSearch &s, int32_t pcol, int32_t prow) {
+  const MotionVec &p = s.parent[clamp(prow, 0, s.parent_grid.rows - 1) * s.parent_grid.cols +
+                                clamp(pcol, 0, s.parent_grid.cols - 1)];
+  return MotionVec{2 * p.x, 2 * p.y};
+}
+
+// The parent blocks under the centres of a level's columns and rows (at most 16384 / 8 each).
+struct ParentIndex {
+  int16_t col[2048], row[2048];
+  explicit ParentIndex(const LevelSearch &s) {
+    if (!s.parent) return;
+    for (int32_t c = 0; c < s.grid.cols; ++c) {
+      const int32_t x = c * s.grid.bw, cx = x + std::min(s.grid.bw, s.a.width - x) / 2;
+      col[c] = static_cast<int16_t>(std::min(cx / 2 / s.parent_grid.bw, s.parent_grid.cols - 1));
+    }
+    for (int32_t r = 0; r < s.grid.rows; ++r) {
+      const int32_t y = r * s.grid.bh, cy = y + std::min(s.grid.bh, s.a.height - y) / 2;
+      row[r] = static_cast<int16_t>(std::min(cy / 2 / s.parent_grid.bh, s.parent_grid.rows - 1));
+    }
+  }
+};
+
+// Component-wise median of the parent field, scaled to this level.
+MotionVec global_vec(const LevelSearch &s, MotionVec *scratch) {
+  const int32_t n = s.parent_grid.count();
+  int32_t *values = reinterpret_cast<int32_t *>(scratch);
+  for (int32_t i = 0; i < n; ++i) values[i] = s.parent[i].x;
+  std::nth_element(values, values + n / 2, values + n);
+  const int32_t gx = values[n / 2];
+  for (int32_t i = 0; i < n; ++i) values[i] = s.parent[i].y;
+  std::nth_element(values, values + n / 2, values + n);
+  return MotionVec{2 * gx, 2 * values[n / 2]};
+}
+
+// The candidates of pass 1, in ranking order: parent and its four neighbours, zero, global,
+// temporal, the other direction's vector negated.
+void first_candidates(const LevelSearch &s, const ParentIndex &parents, int32_t col, int32_t row,
+                      bool has_global, const MotionVec &global, CandidateList *c) {
+  if (s.parent) {
+    const int32_t pc = parents.col[col], pr = parents.row[row];
+    c->add(clip_to_reach(s, parent_vec(s, pc, pr)));
+    c->add(clip_to_reach(s, parent_vec(s, pc - 1, pr)));
+    c->add(clip_to_reach(s, parent_vec(s, pc + 1, pr)));
+    c->add(clip_to_reach(s, parent_vec(s, pc, pr - 1)));
+    c->add(clip_to_reach(s, parent_vec(s, pc, pr + 1)));
+  }
+  c->add(MotionVec{});
+  if (has_global) c->add(clip_to_reach(s, global));
+  if (s.temporal) {
+    const MotionBlock b = make_block(s.a, s.grid, col, row);
+    const MotionVec t = s.temporal->at((b.x + b.w / 2) << s.level, (b.y + b.h / 2) << s.level);
+    // Level-0 quarter pixels to level-k quarter pixels, rounded to the nearest.
+    const int32_t half = s.level ? 1 << (s.level - 1) : 0;
+    c->add(clip_to_reach(s, MotionVec{(t.x + half) >> s.level, (t.y + half) >> s.level}));
+  }
+  if (s.opposite) {
+    const MotionVec &o = s.opposite[row * s.grid.cols + col];
+    c->add(clip_to_reach(s, MotionVec{-o.x, -o.y}));
+  }
+}
+
+}  // namespace
+
+void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scratch0,
+                  MotionVec *scratch1, MotionVec *out, uint8_t *exhaustive) {
+  const BlockGrid &g = s.grid;
+  const bool has_global = s.parent && s.use_global;
+  const MotionVec global = has_global ? global_vec(s, scratch0) : MotionVec{};
+  const bool want_around = s.around || s.loose;
+
+  // Pass 0: the parent field projected onto this level's blocks (zero at the coarsest level)
+  // provides the predictions of pass 1.
+  MotionVec *pass0 = scratch0, *pass1 = scratch1;
+  const ParentIndex parents(s);
+  for (int32_t row = 0; row < g.rows; ++row) {
+    for (int32_t col = 0; col < g.cols; ++col) {
+      MotionVec v;
+      if (s.parent) v = clip_to_reach(s, parent_vec(s, parents.col[col], parents.row[row]));
+      pass0[row * g.cols + col] = v;
+    }
+  }
+
+  uint32_t local[5];
+  for (int32_t row = 0; row < g.rows; ++row) {
+    for (int32_t col = 0; col < g.cols; ++col) {
+      const size_t i = static_cast<size_t>(row) * g.cols + col;
+      const MotionBlock block = make_block(s.a, g, col, row);
+      BlockEval eval(k, s, block, median9(pass0, g, col, row));
+      CandidateList c;
+      first_candidates(s, parents, col, row, has_global, global, &c);
+      for (int j = 0; j < c.n; ++j) eval.try_vec(c.v[j]);
+      const bool wide = eval.best_match() > s.threshold * 1024u;
+      if (wide) {
+        eval.exhaustive(eval.best());
+        if (!s.parent) eval.exhaustive(MotionVec{});
+      } else {
+        eval.diamond();
+      }
+      if (want_around) {
+        uint32_t *a = s.around ? s.around + 5 * i : local;
+        eval.around(a);
+        const bool loose = is_loose(a);
+        if (s.loose) s.loose[i] = loose ? 1 : 0;
+        // Nothing here to place the block: it follows the picture's global motion.
+        if (loose && has_global) {
+          eval.reweigh(global);
+          eval.around(a);
+        }
+      }
+      pass1[i] = eval.best();
+      if (exhaustive) exhaustive[i] = wide ? 1 : 0;
+    }
+  }
+
+  // Pass 2: the block's own result against its eight neighbours' results of pass 1, judged
+  // against pass 1's medians (the global vector for loose blocks); a block that changes hands
+  // walks a diamond from its new vector.
+  for (int32_t row = 0; row < g.rows; ++row) {
+    for (int32_t col = 0; col < g.cols; ++col) {
+      const size_t i = static_cast<size_t>(row) * g.cols + col;
+      const MotionVec own = pass1[i];
+      const bool loose = s.loose && s.loose[i] && has_global;
+      CandidateList c;
+      c.add(own);
+      for (int32_t dy = -1; dy <= 1; ++dy) {
+        for (int32_t dx = -1; dx <= 1; ++dx) {
+          const int32_t r = row + dy, q = col + dx;
+          if (r >= 0 && r < g.rows && q >= 0 && q < g.cols) c.add(pass1[r * g.cols + q]);
+        }
+      }
+      if (loose) c.add(clip_to_reach(s, global));
+      if (c.n == 1) {  // every neighbour agrees: nothing to weigh
+        out[i] = own;
+        continue;
+      }
+      const MotionBlock block = make_block(s.a, g, col, row);
+      BlockEval eval(k, s, block, loose ? global : median9(pass1, g, col, row));
+      if (s.around) {  // pass 1's matches around its vector
+        const uint32_t *a = s.around + 5 * i;
+        eval.remember(own, a[0]);
+        for (int j = 0; j < 4; ++j) {
+          if (a[1 + j] != UINT32_MAX) eval.remember(MotionVec{own.x + BlockEval::kStep[j][0], own.y + BlockEval::kStep[j][1]}, a[1 + j]);
+        }
+      }
+      for (int j = 0; j < c.n; ++j) eval.try_vec(c.v[j]);
+      if (eval.best() != own) {
+        eval.diamond();
+        if (s.around) eval.around(s.around + 5 * i);
+      }
+      out[i] = eval.best();
+    }
+  }
+}
+
+}  // namespace framedsp

@@ -1,0 +1,146 @@
+#include "analysis/motion_search.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace framedsp {
+namespace {
+
+constexpr int32_t kFetchStride = static_cast<int32_t>(kSadMaxSide) + 16;
+
+int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : (v > hi ? hi : v); }
+
+bool inside(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h) {
+  return x >= 0 && y >= 0 && x + w <= p.width && y + h <= p.height;
+}
+
+// The w x h block at (x, y) of a plane, samples outside it repeating the nearest edge sample.
+void fetch_clamped(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h, uint8_t *out) {
+  for (int32_t j = 0; j < h; ++j, out += kFetchStride) {
+    const uint8_t *row = p.data + clamp(y + j, 0, p.height - 1) * p.stride;
+    if (x >= 0 && x + w <= p.width) {
+      std::memcpy(out, row + x, static_cast<size_t>(w));
+      continue;
+    }
+    for (int32_t i = 0; i < w; ++i) out[i] = row[clamp(x + i, 0, p.width - 1)];
+  }
+}
+
+const uint8_t *at(const MotionPlane &p, int32_t x, int32_t y) { return p.data + y * p.stride + x; }
+
+}  // namespace
+
+BlockGrid make_grid(int32_t width, int32_t height, int32_t bw, int32_t bh) {
+  BlockGrid g;
+  g.bw = bw;
+  g.bh = bh;
+  g.cols = (width + bw - 1) / bw;
+  g.rows = (height + bh - 1) / bh;
+  return g;
+}
+
+uint32_t block_sad_edge(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
+                        int32_t dx, int32_t dy) {
+  const int32_t x = block.x + dx, y = block.y + dy;
+  const uint32_t w = static_cast<uint32_t>(block.w), h = static_cast<uint32_t>(block.h);
+  alignas(16) uint8_t fetched[kFetchStride * kSadMaxSide];
+  fetch_clamped(target, x, y, block.w, block.h, fetched);
+  return k.sad(block.a, block.a_stride, fetched, kFetchStride, w, h);
+}
+
+uint32_t block_sad_q(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
+                     int32_t qx, int32_t qy) {
+  if (((qx | qy) & 3) == 0) return block_sad(k, block, target, qx >> 2, qy >> 2);
+  const int32_t x = block.x + (qx >> 2), y = block.y + (qy >> 2);
+  const uint32_t w = static_cast<uint32_t>(block.w), h = static_cast<uint32_t>(block.h);
+  const uint32_t fx = static_cast<uint32_t>(qx & 3), fy = static_cast<uint32_t>(qy & 3);
+  if (inside(target, x, y, block.w + 1, block.h + 1)) {
+    return k.sad_q(block.a, block.a_stride, at(target, x, y), target.stride, w, h, fx, fy);
+  }
+  alignas(16) uint8_t fetched[kFetchStride * (kSadMaxSide + 1)];
+  fetch_clamped(target, x, y, block.w + 1, block.h + 1, fetched);
+  return k.sad_q(block.a, block.a_stride, fetched, kFetchStride, w, h, fx, fy);
+}
+
+void block_sad_q4(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
+                  int32_t qx, int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]) {
+  const int32_t x = block.x + (qx >> 2), y = block.y + (qy >> 2);
+  const uint32_t w = static_cast<uint32_t>(block.w), h = static_cast<uint32_t>(block.h);
+  const uint32_t fx = static_cast<uint32_t>(qx & 3), fy = static_cast<uint32_t>(qy & 3);
+  const int32_t more = (fx | fy) ? 1 : 0;  // a blend reads a column and a line more
+  if (inside(target, x, y, block.w + more, block.h + more)) {
+    return k.sad_q4(block.a, block.a_stride, at(target, x, y), target.stride, w, h, fx, fy, sx, sy, out);
+  }
+  alignas(16) uint8_t fetched[kFetchStride * (kSadMaxSide + 1)];
+  fetch_clamped(target, x, y, block.w + more, block.h + more, fetched);
+  k.sad_q4(block.a, block.a_stride, fetched, kFetchStride, w, h, fx, fy, sx, sy, out);
+}
+
+void block_sad_b4(const MotionKernels &k, const MotionBlock &block, const MotionPlane &source,
+                  const MotionPlane &target, int32_t qx, int32_t qy, uint32_t sx, uint32_t sy,
+                  uint32_t out[4]) {
+  const uint32_t fx = static_cast<uint32_t>(qx & 3), fy = static_cast<uint32_t>(qy & 3);
+  const int32_t lx = fx ? 1 : 0, ly = fy ? 1 : 0;  // the column left and line above of the block
+  alignas(16) uint8_t fa[kFetchStride * (kSadMaxSide + 1)], fb[kFetchStride * (kSadMaxSide + 1)];
+  const uint8_t *a = block.a;
+  ptrdiff_t as = block.a_stride;
+  if (block.x < lx || block.y < ly) {
+    fetch_clamped(source, block.x - lx, block.y - ly, block.w + lx, block.h + ly, fa);
+    a = fa + ly * kFetchStride + lx;
+    as = kFetchStride;
+  }
+  const int32_t x = block.x + (qx >> 2), y = block.y + (qy >> 2);
+  const uint8_t *b = fb;
+  ptrdiff_t bs = kFetchStride;
+  if (inside(target, x, y, block.w + lx, block.h + ly)) {
+    b = at(target, x, y);
+    bs = target.stride;
+  } else {
+    fetch_clamped(target, x, y, block.w + lx, block.h + ly, fb);
+  }
+  k.sad_b4(a, as, b, bs, static_cast<uint32_t>(block.w), static_cast<uint32_t>(block.h), fx, fy, sx, sy, out);
+}
+
+MotionVec TemporalSource::at(int32_t x, int32_t y) const {
+  const int32_t col = clamp(x, 0, width - 1) / grid.bw, row = clamp(y, 0, height - 1) / grid.bh;
+  DSP_MOTION_VECTOR e;
+  std::memcpy(&e, entries + sizeof e * static_cast<size_t>(row * grid.cols + col), sizeof e);
+  return MotionVec{e.sX, e.sY};
+}
+
+namespace {
+
+// Median of nine by the classic 19-exchange network.
+int32_t median_of_9(int32_t *p) {
+  auto sort2 = [](int32_t &a, int32_t &b) {  // branch-free: the order of a field is random
+    const int32_t lo = std::min(a, b), hi = std::max(a, b);
+    a = lo;
+    b = hi;
+  };
+  sort2(p[1], p[2]), sort2(p[4], p[5]), sort2(p[7], p[8]), sort2(p[0], p[1]), sort2(p[3], p[4]);
+  sort2(p[6], p[7]), sort2(p[1], p[2]), sort2(p[4], p[5]), sort2(p[7], p[8]), sort2(p[0], p[3]);
+  sort2(p[5], p[8]), sort2(p[4], p[7]), sort2(p[3], p[6]), sort2(p[1], p[4]), sort2(p[2], p[5]);
+  sort2(p[4], p[7]), sort2(p[4], p[2]), sort2(p[6], p[4]), sort2(p[4], p[2]);
+  return p[4];
+}
+
+}  // namespace
+
+MotionVec median9(const MotionVec *field, const BlockGrid &grid, int32_t col, int32_t row) {
+  int32_t xs[9], ys[9];
+  int n = 0;
+  bool same = true;
+  for (int32_t dy = -1; dy <= 1; ++dy) {
+    const int32_t r = clamp(row + dy, 0, grid.rows - 1);
+    for (int32_t dx = -1; dx <= 1; ++dx, ++n) {
+      const MotionVec &v = field[r * grid.cols + clamp(col + dx, 0, grid.cols - 1)];
+      xs[n] = v.x;
+      ys[n] = v.y;
+      same = same && v == field[row * grid.cols + col];
+    }
+  }
+  if (same) return MotionVec{xs[0], ys[0]};
+  return MotionVec{median_of_9(xs), median_of_9(ys)};
+}
+
+}  // namespace framedsp

@@ -1,0 +1,186 @@
+// The block motion search behind DspCreateMotionVectors, and the pieces the frame-rate conversion
+// reuses (block SADs at whole and quarter pixels with clamped edges, the half-pixel planes).
+//
+// Vectors are in quarter pixels of the level they belong to; the level searches produce whole
+// pixels (multiples of 4), level 0 refines them to quarter pixels.  Costs are in 1/16 of "SAD per
+// 64 pixels": cost16 = SAD * 1024 / n (n the pixels of the block, partial blocks included) plus
+// 4 * lambda per quarter pixel of L1 distance from the block's predicted vector.  Everything is
+// integer and every block reads only the previous pass, so the field does not depend on the ISA
+// or on the order in which blocks are visited.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "analysis/motion_kernels.h"
+#include "framedsp/framedsp.h"
+
+namespace framedsp {
+
+struct MotionPlane {
+  const uint8_t *data = nullptr;  // picture row 0, column 0
+  ptrdiff_t stride = 0;           // bytes from one row to the next (negative: bottom-up)
+  int32_t width = 0;
+  int32_t height = 0;
+};
+
+struct MotionVec {
+  int32_t x = 0;
+  int32_t y = 0;
+  bool operator==(const MotionVec &o) const { return x == o.x && y == o.y; }
+  bool operator!=(const MotionVec &o) const { return !(*this == o); }
+};
+
+// Blocks of bw x bh tiling a picture from the top-left; the last column and row may be partial.
+struct BlockGrid {
+  int32_t bw = 0, bh = 0, cols = 0, rows = 0;
+  int32_t count() const { return cols * rows; }
+};
+BlockGrid make_grid(int32_t width, int32_t height, int32_t bw, int32_t bh);
+
+// One block of the source picture and its cost scale.
+struct MotionBlock {
+  int32_t x = 0, y = 0, w = 0, h = 0;
+  const uint8_t *a = nullptr;
+  ptrdiff_t a_stride = 0;
+  uint32_t recip = 0;  // round(2^26 / n): cost16 = (SAD * recip + 2^15) >> 16
+};
+inline MotionBlock make_block(const MotionPlane &src, const BlockGrid &grid, int32_t col, int32_t row) {
+  MotionBlock b;
+  b.x = col * grid.bw;
+  b.y = row * grid.bh;
+  b.w = src.width - b.x < grid.bw ? src.width - b.x : grid.bw;
+  b.h = src.height - b.y < grid.bh ? src.height - b.y : grid.bh;
+  b.a = src.data + b.y * src.stride + b.x;
+  b.a_stride = src.stride;
+  const uint32_t n = static_cast<uint32_t>(b.w * b.h);
+  b.recip = n == 64 ? (1u << 20) : n == 256 ? (1u << 18) : ((1u << 26) + n / 2) / n;  // the usual sizes need no division
+  return b;
+}
+inline uint32_t cost16_of_sad(const MotionBlock &block, uint32_t sad) {
+  // sad < 2^18 and recip <= 2^26: the product needs 64 bits.
+  return static_cast<uint32_t>((uint64_t{sad} * block.recip + (1u << 15)) >> 16);
+}
+
+// SAD of the block against the target at a whole-pixel offset (dx, dy); samples outside the
+// target repeat its edge samples.
+uint32_t block_sad_edge(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
+                        int32_t dx, int32_t dy);
+inline uint32_t block_sad(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
+                          int32_t dx, int32_t dy) {
+  const int32_t x = block.x + dx, y = block.y + dy;
+  if (x >= 0 && y >= 0 && x + block.w <= target.width && y + block.h <= target.height) {
+    return k.sad(block.a, block.a_stride, target.data + y * target.stride + x, target.stride,
+                 static_cast<uint32_t>(block.w), static_cast<uint32_t>(block.h));
+  }
+  return block_sad_edge(k, block, target, dx, dy);
+}
+
+// SAD of the block against the target at quarter-pixel offset (qx, qy): the samples of sad_q in
+// motion_kernels.h, samples outside the target repeating its edge samples.
+uint32_t block_sad_q(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
+                     int32_t qx, int32_t qy);
+
+// block_sad_q in four parts (sad_q4 of motion_kernels.h): split after sx columns and sy lines.
+void block_sad_q4(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
+                  int32_t qx, int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]);
+
+// SAD of the block against the target at quarter-pixel offset (qx, qy), both pictures sampled
+// half the fraction apart (sad_b4 of motion_kernels.h), in four parts split after sx columns and
+// sy lines; samples outside either picture repeat its edge samples.  Whole pixels give block_sad.
+void block_sad_b4(const MotionKernels &k, const MotionBlock &block, const MotionPlane &source,
+                  const MotionPlane &target, int32_t qx, int32_t qy, uint32_t sx, uint32_t sy,
+                  uint32_t out[4]);
+
+// The previous field's vectors (level-0 quarter pixels) at a level-0 point, or nothing.
+struct TemporalSource {
+  const uint8_t *entries = nullptr;  // the direction's DSP_MOTION_VECTOR entries (any alignment)
+  BlockGrid grid;
+  int32_t width = 0, height = 0;
+  MotionVec at(int32_t x, int32_t y) const;
+};
+
+struct LevelSearch {
+  MotionPlane a, b;          // level k of the source and of the target
+  BlockGrid grid;
+  int32_t level = 0;
+  int32_t range_x = 1, range_y = 1;  // level pixels
+  int32_t reach_x = 1, reach_y = 1;  // level pixels: no vector leaves this box
+  uint32_t threshold = 8;            // mean absolute difference that calls the exhaustive search
+  uint32_t lambda = 0;
+  const MotionVec *parent = nullptr;  // level k + 1's vectors, or null at the coarsest level
+  BlockGrid parent_grid;
+  bool use_global = true;
+  const MotionVec *opposite = nullptr;  // the other direction at this level (candidates negated)
+  const TemporalSource *temporal = nullptr;
+  // Optional outputs, one entry a block (null: not wanted).  loose: 1 where no whole-pixel step
+  // from the block's pass-1 vector changes its match by more than kLooseMatch (a block without
+  // the detail to place itself; with a global vector such blocks are weighed against it instead
+  // of their neighbours' median).  around: 5 matches (cost16 without lambda) a block, of the
+  // final vector and of its left, right, upper and lower whole-pixel neighbours (UINT32_MAX
+  // beyond the reach).
+  uint8_t *loose = nullptr;
+  uint32_t *around = nullptr;
+};
+
+// Mean absolute difference (cost16 units) below which a whole-pixel step is no evidence.
+constexpr uint32_t kLooseMatch = 1024;
+
+// Two passes over the level's blocks.  scratch0 and scratch1 hold grid.count() vectors each;
+// `out` receives the level's vectors; exhaustive (optional) one byte a block, 1 where pass 1 ran
+// the exhaustive search.
+void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scratch0,
+                  MotionVec *scratch1, MotionVec *out, uint8_t *exhaustive);
+
+// Component-wise median of the 3x3 vectors around (col, row), edges repeated.
+MotionVec median9(const MotionVec *field, const BlockGrid &grid, int32_t col, int32_t row);
+
+// Ranks two evaluated candidates: lower cost, then shorter vector (L1), then the earlier one.
+inline bool better(uint64_t cost, const MotionVec &v, uint64_t best_cost, const MotionVec &best) {
+  if (cost != best_cost) return cost < best_cost;
+  const int32_t l = (v.x < 0 ? -v.x : v.x) + (v.y < 0 ? -v.y : v.y);
+  const int32_t bl = (best.x < 0 ? -best.x : best.x) + (best.y < 0 ? -best.y : best.y);
+  return l < bl;
+}
+
+}  // namespace framedsp
+
+namespace framedsp {
+
+// The match sums of the parts of a search block (the final blocks it holds) at one vector.
+struct BlockParts {
+  MotionVec v;
+  uint32_t sum[4];
+  bool known;
+};
+
+// Level 0's final blocks: the split stage, half- then quarter-pixel refinement, cost and the
+// per-block flags (bad, outside, flat, refined; consistency comes later).
+struct FinalStage {
+  MotionPlane a, b;               // level 0 of the source and of the target
+  BlockGrid search_grid;          // level 0's search blocks and their vectors
+  const MotionVec *search = nullptr;
+  const uint8_t *exhaustive = nullptr;
+  BlockGrid grid;                 // the final blocks
+  int32_t reach_x = 0, reach_y = 0;  // pixels
+  uint32_t lambda = 0;
+  uint32_t scene_threshold = 0;   // per 64 pixels
+  bool split = true;
+  bool subpel = true;                   // false: whole pixels only
+  bool use_global = true;               // loose blocks follow the global sub-pixel vector
+  const uint32_t *around = nullptr;     // the level search's matches around each vector, or null
+  const uint8_t *loose = nullptr;       // the level search's loose blocks, or null
+  MotionVec *refined = nullptr;         // search_grid.count() vectors of scratch each
+  MotionVec *settled = nullptr;
+  BlockParts *parts = nullptr;          // search_grid.count() of scratch: each settled vector's
+};
+// vec, cost (SAD per 64 pixels, saturated to 16 bits) and flags: grid.count() entries each.
+void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, uint16_t *cost,
+                 uint16_t *flags);
+
+// Flags DSP_MV_INCONSISTENT where the other direction's vector at a block's destination is not
+// the negated vector within one pixel in x and y.
+void mark_inconsistent(const BlockGrid &grid, int32_t width, int32_t height, const MotionVec *vec,
+                       const MotionVec *other, uint16_t *flags);
+
+}  // namespace framedsp

@@ -1,0 +1,8 @@
+// SSE2 motion kernels (16-byte steps).  Compiled with -msse2; entered when cpu_flags() has SSE2.
+#include "analysis/x86/motion_sad_x86.h"
+
+namespace framedsp {
+
+void motion_kernels_init_sse2(MotionKernels *table) { motion_x86::fill_table(table); }
+
+}  // namespace framedsp

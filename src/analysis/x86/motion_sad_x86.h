@@ -1,0 +1,431 @@
+// The x86 motion kernels, written once: 16-byte steps always, 32-byte steps where the includer is
+// compiled with AVX2.  Each ISA file includes this header and fills the table from its own copy;
+// the unnamed namespace keeps every instantiation in the includer's object file, so the linker can
+// never hand an AVX2 copy to the SSE2 table.
+#pragma once
+
+#include <immintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "analysis/motion_kernels.h"
+
+namespace framedsp {
+namespace motion_x86 {
+namespace {
+
+inline __m128i load8(const uint8_t *p) { return _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p)); }
+inline __m128i load16(const uint8_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
+inline __m128i pair8(const uint8_t *p, ptrdiff_t stride) {
+  return _mm_unpacklo_epi64(load8(p), load8(p + stride));
+}
+#if defined(__AVX2__)
+inline __m256i load32(const uint8_t *p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)); }
+inline __m256i two16(const uint8_t *p, ptrdiff_t stride) {
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(load16(p)), load16(p + stride), 1);
+}
+#endif
+
+// The B side of a kernel, one line at a time: one plane (sad) or the rounded-up average of two
+// (sad_avg).  `next()` steps to the following line.
+struct One {
+  const uint8_t *b;
+  ptrdiff_t bs;
+  __m128i at8(uint32_t x) const { return load8(b + x); }
+  __m128i at16(uint32_t x) const { return load16(b + x); }
+  __m128i pair(uint32_t x) const { return pair8(b + x, bs); }
+  int at(uint32_t x) const { return b[x]; }
+#if defined(__AVX2__)
+  __m256i at32(uint32_t x) const { return load32(b + x); }
+  __m256i two(uint32_t x) const { return two16(b + x, bs); }
+#endif
+  void next(int lines) { b += lines * bs; }
+};
+struct Avg {
+  const uint8_t *b;
+  ptrdiff_t bs;
+  const uint8_t *c;
+  ptrdiff_t cs;
+  __m128i at8(uint32_t x) const { return _mm_avg_epu8(load8(b + x), load8(c + x)); }
+  __m128i at16(uint32_t x) const { return _mm_avg_epu8(load16(b + x), load16(c + x)); }
+  __m128i pair(uint32_t x) const { return _mm_avg_epu8(pair8(b + x, bs), pair8(c + x, cs)); }
+  int at(uint32_t x) const { return (b[x] + c[x] + 1) >> 1; }
+#if defined(__AVX2__)
+  __m256i at32(uint32_t x) const { return _mm256_avg_epu8(load32(b + x), load32(c + x)); }
+  __m256i two(uint32_t x) const { return _mm256_avg_epu8(two16(b + x, bs), two16(c + x, cs)); }
+#endif
+  void next(int lines) {
+    b += lines * bs;
+    c += lines * cs;
+  }
+};
+
+// SAD lanes are 64-bit and every lane sum stays far below 2^32 (64 x 64 x 255).
+inline uint32_t hsum(__m128i acc) {
+  return static_cast<uint32_t>(_mm_cvtsi128_si32(acc) + _mm_cvtsi128_si32(_mm_srli_si128(acc, 8)));
+}
+
+// One line of any width: 32-byte steps (AVX2), 16, 8, then single samples.
+template <class B>
+inline uint32_t sad_line(const uint8_t *a, const B &b, uint32_t w) {
+  uint32_t x = 0;
+  __m128i acc = _mm_setzero_si128();
+#if defined(__AVX2__)
+  if (w >= 32) {
+    __m256i wide = _mm256_setzero_si256();
+    for (; x + 32 <= w; x += 32) wide = _mm256_add_epi64(wide, _mm256_sad_epu8(load32(a + x), b.at32(x)));
+    acc = _mm_add_epi64(_mm256_castsi256_si128(wide), _mm256_extracti128_si256(wide, 1));
+  }
+#endif
+  for (; x + 16 <= w; x += 16) acc = _mm_add_epi64(acc, _mm_sad_epu8(load16(a + x), b.at16(x)));
+  if (x + 8 <= w) {
+    acc = _mm_add_epi64(acc, _mm_sad_epu8(load8(a + x), b.at8(x)));
+    x += 8;
+  }
+  uint32_t sum = hsum(acc);
+  for (; x < w; ++x) {
+    const int d = a[x] - b.at(x);
+    sum += static_cast<uint32_t>(d < 0 ? -d : d);
+  }
+  return sum;
+}
+
+// Blocks 8 wide: two lines a vector; 16 wide with AVX2: two lines a vector; otherwise by lines.
+template <class B>
+inline uint32_t sad_block(const uint8_t *a, ptrdiff_t as, B b, uint32_t w, uint32_t h) {
+  uint32_t y = 0;
+  __m128i acc = _mm_setzero_si128();
+  if (w == 8) {
+    for (; y + 2 <= h; y += 2, a += 2 * as, b.next(2)) {
+      acc = _mm_add_epi64(acc, _mm_sad_epu8(pair8(a, as), b.pair(0)));
+    }
+  }
+#if defined(__AVX2__)
+  if (w == 16) {
+    __m256i wide = _mm256_setzero_si256();
+    for (; y + 2 <= h; y += 2, a += 2 * as, b.next(2)) {
+      wide = _mm256_add_epi64(wide, _mm256_sad_epu8(two16(a, as), b.two(0)));
+    }
+    acc = _mm_add_epi64(acc, _mm_add_epi64(_mm256_castsi256_si128(wide), _mm256_extracti128_si256(wide, 1)));
+  }
+#endif
+  uint32_t sum = hsum(acc);
+  for (; y < h; ++y, a += as, b.next(1)) sum += sad_line(a, b, w);
+  return sum;
+}
+
+uint32_t sad_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs, uint32_t w, uint32_t h) {
+  return sad_block(a, as, One{b, bs}, w, h);
+}
+
+uint32_t sad_avg_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs, const uint8_t *c,
+                     ptrdiff_t cs, uint32_t w, uint32_t h) {
+  return sad_block(a, as, Avg{b, bs, c, cs}, w, h);
+}
+
+void avg_line_x86(const uint8_t *a, const uint8_t *b, uint8_t *out, size_t n) {
+  size_t i = 0;
+#if defined(__AVX2__)
+  for (; i + 32 <= n; i += 32) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + i), _mm256_avg_epu8(load32(a + i), load32(b + i)));
+  }
+#endif
+  for (; i + 16 <= n; i += 16) {
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(out + i), _mm_avg_epu8(load16(a + i), load16(b + i)));
+  }
+  for (; i < n; ++i) out[i] = static_cast<uint8_t>((a[i] + b[i] + 1) >> 1);
+}
+
+// Bilinear quarter-pixel samples on the fly (see sad_q in motion_kernels.h).  Every product and
+// sum stays below 16 * 255 + 8, so 16-bit lanes are exact.  Each line's horizontal blend serves
+// two output lines.
+struct Bilinear {
+  __m128i wx0, wx1, wy0, wy1, round;
+  Bilinear(uint32_t fx, uint32_t fy)
+      : wx0(_mm_set1_epi16(static_cast<short>(4 - fx))), wx1(_mm_set1_epi16(static_cast<short>(fx))),
+        wy0(_mm_set1_epi16(static_cast<short>(4 - fy))), wy1(_mm_set1_epi16(static_cast<short>(fy))),
+        round(_mm_set1_epi16(8)) {}
+  // (4 - fx) p[x] + fx p[x + 1] for 8 samples.
+  __m128i line(const uint8_t *p) const {
+    const __m128i z = _mm_setzero_si128();
+    return _mm_add_epi16(_mm_mullo_epi16(_mm_unpacklo_epi8(load8(p), z), wx0),
+                         _mm_mullo_epi16(_mm_unpacklo_epi8(load8(p + 1), z), wx1));
+  }
+  __m128i vertical(__m128i upper, __m128i lower) const {
+    const __m128i v = _mm_add_epi16(_mm_mullo_epi16(upper, wy0), _mm_mullo_epi16(lower, wy1));
+    return _mm_srli_epi16(_mm_add_epi16(v, round), 4);
+  }
+};
+
+#if defined(__AVX2__)
+// Blocks a multiple of 16 wide: 16 samples a vector, differences summed in 16-bit lanes.
+inline uint32_t sad_q_wide(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t w,
+                           uint32_t h, uint32_t fx, uint32_t fy) {
+  const __m256i wx0 = _mm256_set1_epi16(static_cast<short>(4 - fx)), wx1 = _mm256_set1_epi16(static_cast<short>(fx));
+  const __m256i wy0 = _mm256_set1_epi16(static_cast<short>(4 - fy)), wy1 = _mm256_set1_epi16(static_cast<short>(fy));
+  const __m256i round = _mm256_set1_epi16(8), ones = _mm256_set1_epi16(1);
+  auto line = [&](const uint8_t *p) {
+    return _mm256_add_epi16(_mm256_mullo_epi16(_mm256_cvtepu8_epi16(load16(p)), wx0),
+                            _mm256_mullo_epi16(_mm256_cvtepu8_epi16(load16(p + 1)), wx1));
+  };
+  __m256i prev[4], acc = _mm256_setzero_si256();
+  const uint32_t chunks = w / 16;
+  for (uint32_t c = 0; c < chunks; ++c) prev[c] = line(f + 16 * c);
+  for (uint32_t y = 0; y < h; ++y, a += as, f += fs) {
+    for (uint32_t c = 0; c < chunks; ++c) {
+      const __m256i next = line(f + fs + 16 * c);
+      __m256i v = _mm256_add_epi16(_mm256_mullo_epi16(prev[c], wy0), _mm256_mullo_epi16(next, wy1));
+      v = _mm256_srli_epi16(_mm256_add_epi16(v, round), 4);
+      prev[c] = next;
+      const __m256i d = _mm256_abs_epi16(_mm256_sub_epi16(_mm256_cvtepu8_epi16(load16(a + 16 * c)), v));
+      acc = _mm256_add_epi32(acc, _mm256_madd_epi16(d, ones));
+    }
+  }
+  const __m128i s = _mm_add_epi32(_mm256_castsi256_si128(acc), _mm256_extracti128_si256(acc, 1));
+  const __m128i t = _mm_add_epi32(s, _mm_srli_si128(s, 8));
+  return static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_add_epi32(t, _mm_srli_si128(t, 4))));
+}
+#endif
+
+uint32_t sad_q_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t w, uint32_t h,
+                   uint32_t fx, uint32_t fy) {
+  if ((fx | fy) == 0) return sad_block(a, as, One{f, fs}, w, h);
+#if defined(__AVX2__)
+  if (w % 16 == 0) return sad_q_wide(a, as, f, fs, w, h, fx, fy);
+#endif
+  const Bilinear q(fx, fy);
+  const uint32_t chunks = w / 8;  // w <= 64
+  __m128i prev[8];
+  for (uint32_t c = 0; c < chunks; ++c) prev[c] = q.line(f + 8 * c);
+  const uint32_t w00 = (4 - fx) * (4 - fy), w10 = fx * (4 - fy), w01 = (4 - fx) * fy, w11 = fx * fy;
+  __m128i acc = _mm_setzero_si128();
+  uint32_t sum = 0;
+  for (uint32_t y = 0; y < h; ++y, a += as, f += fs) {
+    const uint8_t *g = f + fs;
+    uint32_t c = 0;
+    for (; c + 2 <= chunks; c += 2) {
+      const __m128i n0 = q.line(g + 8 * c), n1 = q.line(g + 8 * c + 8);
+      const __m128i v = _mm_packus_epi16(q.vertical(prev[c], n0), q.vertical(prev[c + 1], n1));
+      prev[c] = n0;
+      prev[c + 1] = n1;
+      acc = _mm_add_epi64(acc, _mm_sad_epu8(load16(a + 8 * c), v));
+    }
+    if (c < chunks) {
+      const __m128i n0 = q.line(g + 8 * c);
+      const __m128i v = _mm_packus_epi16(q.vertical(prev[c], n0), _mm_setzero_si128());
+      prev[c] = n0;
+      acc = _mm_add_epi64(acc, _mm_sad_epu8(load8(a + 8 * c), v));
+    }
+    for (uint32_t x = 8 * chunks; x < w; ++x) {
+      const int s = static_cast<int>((w00 * f[x] + w10 * f[x + 1] + w01 * g[x] + w11 * g[x + 1] + 8) >> 4);
+      const int d = a[x] - s;
+      sum += static_cast<uint32_t>(d < 0 ? -d : d);
+    }
+  }
+  return sum + hsum(acc);
+}
+
+// Quadrant sums of a 16-wide block split after 8 columns: each psadbw lane sums 8 columns of a
+// line, so the halves never mix.  acc[0] collects the lines above sy, acc[1] the others.
+#if defined(__AVX2__)
+// Words p[x] | p[x + dx] << 8 for x = 0..15: the sample pairs pmaddubsw weighs.
+inline __m256i pairs16(const uint8_t *p, ptrdiff_t dx) {
+  return _mm256_or_si256(_mm256_cvtepu8_epi16(load16(p)), _mm256_slli_epi16(_mm256_cvtepu8_epi16(load16(p + dx)), 8));
+}
+
+// Weights are at most 16 and samples 255: pmaddubsw sums stay below 2^12, no saturation.
+inline void sad_q4_16(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t h, uint32_t fx,
+                      uint32_t fy, uint32_t sy, uint32_t out[4]) {
+  const ptrdiff_t dx = fx ? 1 : 0;
+  const __m256i wt = _mm256_set1_epi16(static_cast<short>(((4 - fx) * (4 - fy)) | ((fx * (4 - fy)) << 8)));
+  const __m256i wb = _mm256_set1_epi16(static_cast<short>(((4 - fx) * fy) | ((fx * fy) << 8)));
+  const __m256i round = _mm256_set1_epi16(8);
+  __m256i upper = fy ? pairs16(f, dx) : _mm256_setzero_si256();
+  auto line = [&](uint32_t y) {
+    const uint8_t *p = f + static_cast<ptrdiff_t>(y) * fs;
+    __m256i v;
+    if (fy) {
+      const __m256i lower = pairs16(p + fs, dx);
+      v = _mm256_add_epi16(_mm256_maddubs_epi16(upper, wt), _mm256_maddubs_epi16(lower, wb));
+      upper = lower;
+    } else {
+      v = _mm256_maddubs_epi16(pairs16(p, dx), wt);
+    }
+    return _mm256_srli_epi16(_mm256_add_epi16(v, round), 4);
+  };
+  __m256i acc[2] = {_mm256_setzero_si256(), _mm256_setzero_si256()};
+  uint32_t y = 0;
+  while (y < h) {
+    const bool two = y + 1 < h && (y + 1 != sy);
+    const __m256i v0 = line(y);
+    const __m256i v1 = two ? line(y + 1) : _mm256_setzero_si256();
+    const __m128i a0 = load16(a + static_cast<ptrdiff_t>(y) * as);
+    const __m128i a1 = two ? load16(a + static_cast<ptrdiff_t>(y + 1) * as) : _mm_setzero_si128();
+    const __m256i av = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_unpacklo_epi64(a0, a1)),
+                                               _mm_unpackhi_epi64(a0, a1), 1);
+    // packus keeps lanes: [v0 0..7, v1 0..7 | v0 8..15, v1 8..15], the order of av.
+    const __m256i d = _mm256_sad_epu8(_mm256_packus_epi16(v0, v1), av);
+    acc[y >= sy] = _mm256_add_epi64(acc[y >= sy], d);
+    y += two ? 2 : 1;
+  }
+  for (int part = 0; part < 2; ++part) {
+    const __m128i lo = _mm256_castsi256_si128(acc[part]), hi = _mm256_extracti128_si256(acc[part], 1);
+    out[2 * part] = hsum(lo);
+    out[2 * part + 1] = hsum(hi);
+  }
+}
+#else
+inline void sad_q4_16(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t h, uint32_t fx,
+                      uint32_t fy, uint32_t sy, uint32_t out[4]) {
+  const Bilinear q(fx, fy);
+  __m128i prev[2] = {q.line(f), q.line(f + 8)}, acc[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
+  for (uint32_t y = 0; y < h; ++y, a += as, f += fs) {
+    const __m128i n0 = q.line(f + fs), n1 = q.line(f + fs + 8);
+    const __m128i v = _mm_packus_epi16(q.vertical(prev[0], n0), q.vertical(prev[1], n1));
+    prev[0] = n0;
+    prev[1] = n1;
+    acc[y >= sy] = _mm_add_epi64(acc[y >= sy], _mm_sad_epu8(load16(a), v));
+  }
+  for (int part = 0; part < 2; ++part) {
+    out[2 * part] = static_cast<uint32_t>(_mm_cvtsi128_si32(acc[part]));
+    out[2 * part + 1] = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(acc[part], 8)));
+  }
+}
+#endif
+
+// Whole pixels: psadbw of a 16-byte line gives its two halves.
+inline void sad4_16(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t h, uint32_t sy,
+                    uint32_t out[4]) {
+  __m128i acc[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
+  for (uint32_t y = 0; y < h; ++y, a += as, f += fs) {
+    acc[y >= sy] = _mm_add_epi64(acc[y >= sy], _mm_sad_epu8(load16(a), load16(f)));
+  }
+  for (int part = 0; part < 2; ++part) {
+    out[2 * part] = static_cast<uint32_t>(_mm_cvtsi128_si32(acc[part]));
+    out[2 * part + 1] = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(acc[part], 8)));
+  }
+}
+
+// A 16-wide block not split by columns: the halves' sums joined.
+inline void join_columns(uint32_t out[4]) {
+  out[0] += out[1];
+  out[2] += out[3];
+  out[1] = out[3] = 0;
+}
+
+void sad_q4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t w, uint32_t h, uint32_t fx,
+                uint32_t fy, uint32_t sx, uint32_t sy, uint32_t out[4]) {
+  if (w == 16 && (sx == 8 || sx == 16)) {
+    if ((fx | fy) == 0) {
+      sad4_16(a, as, f, fs, h, sy, out);
+    } else {
+      sad_q4_16(a, as, f, fs, h, fx, fy, sy, out);
+    }
+    if (sx == 16) join_columns(out);
+    return;
+  }
+  out[0] = sad_q_x86(a, as, f, fs, sx, sy, fx, fy);
+  out[1] = sx < w ? sad_q_x86(a + sx, as, f + sx, fs, w - sx, sy, fx, fy) : 0;
+  a += static_cast<ptrdiff_t>(sy) * as;
+  f += static_cast<ptrdiff_t>(sy) * fs;
+  out[2] = sy < h ? sad_q_x86(a, as, f, fs, sx, h - sy, fx, fy) : 0;
+  out[3] = sx < w && sy < h ? sad_q_x86(a + sx, as, f + sx, fs, w - sx, h - sy, fx, fy) : 0;
+}
+
+// sad_b4 for a 16-wide block split after 8 columns.  One side's eighth-pixel samples:
+// h(p) = (8 - gx) p[x] + gx p[x + dx], v = ((8 - gy) h(line) + gy h(other line) + 32) >> 6; every
+// product and sum stays below 64 * 255 + 32, so 16-bit lanes are exact.
+#if defined(__AVX2__)
+// pmaddubsw weighs the pairs (p[x], p[x + dx]) of a line by the 2-D weights of that line; the two
+// lines' sums are at most 64 * 255.
+struct Eighths {
+  __m256i w_own, w_other, round;
+  ptrdiff_t dx;
+  Eighths(uint32_t gx, uint32_t gy, ptrdiff_t step)
+      : w_own(_mm256_set1_epi16(static_cast<short>(((8 - gx) * (8 - gy)) | ((gx * (8 - gy)) << 8)))),
+        w_other(_mm256_set1_epi16(static_cast<short>(((8 - gx) * gy) | ((gx * gy) << 8)))),
+        round(_mm256_set1_epi16(32)), dx(gx ? step : 0) {}
+  __m256i line(const uint8_t *p) const { return pairs16(p, dx); }
+  __m128i vertical(__m256i own, __m256i other) const {
+    const __m256i v = _mm256_srli_epi16(
+        _mm256_add_epi16(_mm256_add_epi16(_mm256_maddubs_epi16(own, w_own), _mm256_maddubs_epi16(other, w_other)),
+                         round),
+        6);
+    return _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+  }
+};
+#else
+struct Eighths {
+  __m128i wx0, wx1, wy0, wy1, round;
+  ptrdiff_t dx;
+  struct Line {
+    __m128i lo, hi;
+  };
+  Eighths(uint32_t gx, uint32_t gy, ptrdiff_t step)
+      : wx0(_mm_set1_epi16(static_cast<short>(8 - gx))), wx1(_mm_set1_epi16(static_cast<short>(gx))),
+        wy0(_mm_set1_epi16(static_cast<short>(8 - gy))), wy1(_mm_set1_epi16(static_cast<short>(gy))),
+        round(_mm_set1_epi16(32)), dx(gx ? step : 0) {}
+  __m128i half(const uint8_t *p) const {
+    const __m128i z = _mm_setzero_si128();
+    return _mm_add_epi16(_mm_mullo_epi16(_mm_unpacklo_epi8(load8(p), z), wx0),
+                         _mm_mullo_epi16(_mm_unpacklo_epi8(load8(p + dx), z), wx1));
+  }
+  Line line(const uint8_t *p) const { return Line{half(p), half(p + 8)}; }
+  __m128i blend(__m128i own, __m128i other) const {
+    return _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(own, wy0), _mm_mullo_epi16(other, wy1)), round), 6);
+  }
+  __m128i vertical(const Line &own, const Line &other) const {
+    return _mm_packus_epi16(blend(own.lo, other.lo), blend(own.hi, other.hi));
+  }
+};
+#endif
+
+inline void sad_b4_16(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t h, uint32_t fx,
+                      uint32_t fy, uint32_t sy, uint32_t out[4]) {
+  const Eighths ea(fx, fy, -1), eb(fx, fy, 1);
+  // a's other line is the one above, f's the one below; each serves two output lines.
+  auto above = fy ? ea.line(a - as) : ea.line(a);
+  auto own_b = eb.line(f);
+  __m128i acc[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
+  for (uint32_t y = 0; y < h; ++y, a += as, f += fs) {
+    const auto own_a = ea.line(a);
+    const __m128i pa = ea.vertical(own_a, fy ? above : own_a);
+    above = own_a;
+    const auto below = fy ? eb.line(f + fs) : own_b;
+    const __m128i pb = eb.vertical(own_b, below);
+    own_b = fy ? below : (y + 1 < h ? eb.line(f + fs) : own_b);
+    acc[y >= sy] = _mm_add_epi64(acc[y >= sy], _mm_sad_epu8(pa, pb));
+  }
+  for (int part = 0; part < 2; ++part) {
+    out[2 * part] = static_cast<uint32_t>(_mm_cvtsi128_si32(acc[part]));
+    out[2 * part + 1] = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(acc[part], 8)));
+  }
+}
+
+void sad_b4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t w, uint32_t h, uint32_t fx,
+                uint32_t fy, uint32_t sx, uint32_t sy, uint32_t out[4]) {
+  if (w == 16 && (sx == 8 || sx == 16)) {
+    if ((fx | fy) == 0) {
+      sad4_16(a, as, f, fs, h, sy, out);
+    } else {
+      sad_b4_16(a, as, f, fs, h, fx, fy, sy, out);
+    }
+    if (sx == 16) join_columns(out);
+    return;
+  }
+  sad_b4_c(a, as, f, fs, w, h, fx, fy, sx, sy, out);
+}
+
+inline void fill_table(MotionKernels *table) {
+  table->sad = sad_x86;
+  table->sad_avg = sad_avg_x86;
+  table->avg_line = avg_line_x86;
+  table->sad_q = sad_q_x86;
+  table->sad_q4 = sad_q4_x86;
+  table->sad_b4 = sad_b4_x86;
+}
+
+}  // namespace
+}  // namespace motion_x86
+}  // namespace framedsp

@@ -1,0 +1,392 @@
+// The motion-compensated frame: a vector per output block chosen at the output time, then per
+// tile (a quarter of a block) either the vectors of the four nearest blocks interpolated, or,
+// where they disagree, the candidate the occlusion rules prefer; each tile is compensated from
+// both sources at 1/64 pixel and blended by phase.
+#include <algorithm>
+#include <cstring>
+
+#include "platform/status.h"
+#include "platform/work_memory.h"
+#include "framerate/frc_internal.h"
+
+namespace framedsp {
+namespace {
+
+constexpr int32_t kLambda = 4;          // cost per quarter pixel away from the neighbours' median
+constexpr int32_t kLambdaCap = 128;     // at most two grey levels a pixel: evidence beats smoothness
+constexpr int32_t kGlobalLambda = 2;    // cost per quarter pixel away from the picture's median vector
+constexpr int32_t kGlobalCap = 256;     // ... for a block the field trusts ...
+constexpr int32_t kGlobalCapDoubt = 512;  // ... and for one it flags flat, inconsistent or bad
+constexpr uint32_t kOutsidePenalty = 6;  // cost of a pixel one side of which is outside ...
+constexpr uint32_t kOutsideKept = 1;     // ... when the field agrees with the vector on its other side
+constexpr int kMaxCandidates = 12;
+constexpr int kPatchStride = 48;
+
+enum Sides { kBoth, kOnlyA, kOnlyB };
+
+struct Tile {
+  int x, y, w, h;
+};
+
+int32_t median3(int32_t a, int32_t b, int32_t c) { return std::max(std::min(a, b), std::min(std::max(a, b), c)); }
+
+Vec qvec(const DSP_MOTION_VECTOR &m) { return {m.sX, m.sY}; }
+bool same(Vec a, Vec b) { return a.x == b.x && a.y == b.y; }
+int32_t dist_inf(Vec a, Vec b) { return std::max(std::abs(a.x - b.x), std::abs(a.y - b.y)); }
+
+class Converter {
+ public:
+  Converter(const FrcJob &job, const FieldView &f, Vec *choice) : j_(job), f_(f), choice_(choice) {}
+
+  void find_global(int16_t *scratch);
+  void choose_rows(int r0, int r1);
+  void render_band();
+  void draw_overlay();
+
+ private:
+  Vec block_vector_at(const DSP_MOTION_VECTOR *entries, int32_t px, int32_t py) const;
+  uint32_t bilateral_cost(const Tile &t, Vec v, uint32_t penalty = kOutsidePenalty) const;
+  bool consistent_a(int32_t cx, int32_t cy, Vec v) const;
+  bool consistent_b(int32_t cx, int32_t cy, Vec v) const;
+  Vec choose_block(int c, int r) const;
+  bool tile_decision(const Tile &t, Vec *v64, Sides *sides) const;
+  void render_tile(const Tile &t, int y0, int y1, bool top);
+  void compensate(const FrcPlane &pl, const Tile &t, Vec v64, Sides sides, int step);
+
+  const FrcJob &j_;
+  const FieldView &f_;
+  Vec *choice_;
+  Vec global_{0, 0};
+};
+
+void Converter::find_global(int16_t *scratch) {
+  const size_t n = size_t(f_.cols) * f_.rows;
+  for (int axis = 0; axis < 2; ++axis) {
+    for (size_t i = 0; i < n; ++i) scratch[i] = axis ? f_.fwd[i].sY : f_.fwd[i].sX;
+    std::nth_element(scratch, scratch + n / 2, scratch + n);
+    (axis ? global_.y : global_.x) = scratch[n / 2];
+  }
+}
+
+// The vector of the block holding pixel (px, py) of `entries`, clamped to the grid.
+Vec Converter::block_vector_at(const DSP_MOTION_VECTOR *entries, int32_t px, int32_t py) const {
+  const int c = clamp_i(floor_div(px, f_.bw), 0, f_.cols - 1);
+  const int r = clamp_i(floor_div(py, f_.bh), 0, f_.rows - 1);
+  return qvec(entries[r * f_.cols + c]);
+}
+
+// Bilateral SAD of a rectangle at whole-pixel offsets, scaled to 64 pixels; pixels with a side
+// outside the picture cost kOutsidePenalty.
+// The field of a side agrees with v where the output's (cx, cy) comes from: the forward field at
+// the A position, the backward field (negated) at the B position.
+bool Converter::consistent_a(int32_t cx, int32_t cy, Vec v) const {
+  const int32_t p = int32_t(j_.phase);
+  return dist_inf(block_vector_at(f_.fwd, cx - floor_div(p * v.x, 65536), cy - floor_div(p * v.y, 65536)), v) <=
+         int32_t(j_.occlusion_threshold);
+}
+
+bool Converter::consistent_b(int32_t cx, int32_t cy, Vec v) const {
+  if (!f_.bwd) return false;
+  const int32_t q = 16384 - int32_t(j_.phase);
+  const Vec b = block_vector_at(f_.bwd, cx + floor_div(q * v.x, 65536), cy + floor_div(q * v.y, 65536));
+  return dist_inf({-b.x, -b.y}, v) <= int32_t(j_.occlusion_threshold);
+}
+
+uint32_t Converter::bilateral_cost(const Tile &t, Vec v, uint32_t penalty) const {
+  const int32_t dax = side_a_offset(v.x * 16, j_.phase), day = side_a_offset(v.y * 16, j_.phase);
+  const int32_t iax = floor_div(dax + 32, 64), iay = floor_div(day + 32, 64);
+  const int32_t ibx = floor_div(v.x * 16 - dax + 32, 64), iby = floor_div(v.y * 16 - day + 32, 64);
+  const int ax = t.x - iax, ay = t.y - iay, bx = t.x + ibx, by = t.y + iby;
+  const uint8_t *a = j_.plane[0].a, *b = j_.plane[0].b;
+  uint32_t sum = 0;
+  // Inside: A at whole pixels and B at A's position + v, at quarter pixels (bilinear), so the two
+  // sides keep v exactly between them.
+  const int qbx = ax + floor_div(v.x, 4), qby = ay + floor_div(v.y, 4);
+  if (ax >= 0 && ay >= 0 && ax + t.w <= j_.width && ay + t.h <= j_.height && qbx >= 0 && qby >= 0 &&
+      qbx + t.w + 1 <= j_.width && qby + t.h + 1 <= j_.height) {
+    sum = j_.mk.sad_q(a + ay * j_.stride + ax, j_.stride, b + qby * j_.stride + qbx, j_.stride, uint32_t(t.w),
+                      uint32_t(t.h), uint32_t(v.x & 3), uint32_t(v.y & 3));
+  } else {
+    for (int y = 0; y < t.h; ++y) {
+      for (int x = 0; x < t.w; ++x) {
+        const int xa = ax + x, ya = ay + y, xb = bx + x, yb = by + y;
+        if (xa < 0 || ya < 0 || xa >= j_.width || ya >= j_.height || xb < 0 || yb < 0 || xb >= j_.width ||
+            yb >= j_.height) {
+          sum += penalty;
+        } else {
+          sum += uint32_t(std::abs(a[ya * j_.stride + xa] - b[yb * j_.stride + xb]));
+        }
+      }
+    }
+  }
+  return sum * 64 / uint32_t(t.w * t.h);
+}
+
+Vec Converter::choose_block(int c, int r) const {
+  const Tile t{c * f_.bw, r * f_.bh, std::min(f_.bw, j_.width - c * f_.bw), std::min(f_.bh, j_.height - r * f_.bh)};
+  const int32_t cx = t.x + t.w / 2, cy = t.y + t.h / 2;
+  const int32_t p = int32_t(j_.phase), q = 16384 - p;
+  Vec cand[kMaxCandidates];
+  int n = 0;
+  auto add = [&](Vec v) {
+    for (int i = 0; i < n; ++i)
+      if (same(cand[i], v)) return;
+    cand[n++] = v;
+  };
+  const Vec fv = qvec(f_.f(c, r));
+  add(fv);
+  add(block_vector_at(f_.fwd, cx - floor_div(p * fv.x, 65536), cy - floor_div(p * fv.y, 65536)));
+  if (f_.bwd) {
+    const Vec bv{-f_.b(c, r).sX, -f_.b(c, r).sY};
+    add(bv);
+    const Vec w = block_vector_at(f_.bwd, cx + floor_div(q * bv.x, 65536), cy + floor_div(q * bv.y, 65536));
+    add({-w.x, -w.y});
+  }
+  const Vec left = qvec(f_.f(std::max(c - 1, 0), r)), right = qvec(f_.f(std::min(c + 1, f_.cols - 1), r));
+  const Vec up = qvec(f_.f(c, std::max(r - 1, 0))), down = qvec(f_.f(c, std::min(r + 1, f_.rows - 1)));
+  add(left), add(right), add(up), add(down), add(global_), add({0, 0});
+  const Vec med{median3(median3(left.x, right.x, fv.x), up.x, down.x),
+                median3(median3(left.y, right.y, fv.y), up.y, down.y)};
+  const int32_t global_cap =
+      f_.f(c, r).usFlags & (DSP_MV_FLAT | DSP_MV_INCONSISTENT | DSP_MV_BAD) ? kGlobalCapDoubt : kGlobalCap;
+  Vec best = cand[0];
+  uint32_t best_cost = UINT32_MAX;
+  for (int i = 0; i < n; ++i) {
+    const bool kept = consistent_a(cx, cy, cand[i]) || consistent_b(cx, cy, cand[i]);
+    const uint32_t cost =
+        bilateral_cost(t, cand[i], kept ? kOutsideKept : kOutsidePenalty) +
+        uint32_t(std::min(kLambdaCap, kLambda * (std::abs(cand[i].x - med.x) + std::abs(cand[i].y - med.y)))) +
+        uint32_t(std::min(global_cap, kGlobalLambda * (std::abs(cand[i].x - global_.x) + std::abs(cand[i].y - global_.y))));
+    if (cost < best_cost) best_cost = cost, best = cand[i];
+  }
+  return best;
+}
+
+void Converter::choose_rows(int r0, int r1) {
+  for (int r = r0; r < r1; ++r)
+    for (int c = 0; c < f_.cols; ++c) choice_[r * f_.cols + c] = choose_block(c, r);
+}
+
+// Interpolation weights of a tile's centre between block centres, along one axis: index of the
+// first block and the weight (Q8) of the second.
+void axis_weights(int start, int len, int block, int count, int *i0, int32_t *w1) {
+  const int32_t g2 = 2 * start + len - block;  // doubled distance from the first block's centre
+  *i0 = floor_div(g2, 2 * block);
+  const int32_t frac = g2 - *i0 * 2 * block;
+  *w1 = (frac * 256 + block) / (2 * block);
+  if (*i0 < 0) *i0 = 0, *w1 = 0;
+  if (*i0 >= count - 1) *i0 = count - 1, *w1 = 0;
+}
+
+// True when the tile's vectors disagree and one of them was chosen whole.
+bool Converter::tile_decision(const Tile &t, Vec *v64, Sides *sides) const {
+  int c0, r0;
+  int32_t wx, wy;
+  axis_weights(t.x, t.w, f_.bw, f_.cols, &c0, &wx);
+  axis_weights(t.y, t.h, f_.bh, f_.rows, &r0, &wy);
+  const int c1 = std::min(c0 + 1, f_.cols - 1), r1 = std::min(r0 + 1, f_.rows - 1);
+  const Vec n[4] = {choice_[r0 * f_.cols + c0], choice_[r0 * f_.cols + c1], choice_[r1 * f_.cols + c0],
+                    choice_[r1 * f_.cols + c1]};
+  const int32_t w[4] = {(256 - wx) * (256 - wy), wx * (256 - wy), (256 - wx) * wy, wx * wy};
+  int32_t spread = 0;
+  for (int i = 0; i < 4; ++i)
+    for (int k = i + 1; k < 4; ++k)
+      if (w[i] && w[k]) spread = std::max(spread, dist_inf(n[i], n[k]));
+  *sides = kBoth;
+  if (spread <= int32_t(j_.occlusion_threshold)) {
+    int64_t sx = 0, sy = 0;  // Q16 weights times quarter pixels, to 1/64 pixel
+    for (int i = 0; i < 4; ++i) sx += int64_t(w[i]) * n[i].x, sy += int64_t(w[i]) * n[i].y;
+    *v64 = {int32_t((sx * 16 + 32768) >> 16), int32_t((sy * 16 + 32768) >> 16)};
+    return false;
+  }
+  const bool occlusion = j_.occlusion && f_.bwd;
+  const int32_t cx = t.x + t.w / 2, cy = t.y + t.h / 2;
+  int best_class = 3;
+  uint32_t best_cost = UINT32_MAX;
+  for (int i = 0; i < 4; ++i) {
+    if (!w[i]) continue;
+    const Vec v = n[i];
+    int cls = 0;
+    Sides s = kBoth;
+    if (occlusion) {
+      const bool a_ok = consistent_a(cx, cy, v), b_ok = consistent_b(cx, cy, v);
+      cls = a_ok && b_ok ? 0 : a_ok || b_ok ? 1 : 2;
+      if (cls == 1) s = a_ok ? kOnlyA : kOnlyB;
+    }
+    if (cls > best_class) continue;
+    const uint32_t cost = bilateral_cost(t, v);
+    if (cls < best_class || cost < best_cost) {
+      best_class = cls, best_cost = cost;
+      *v64 = {v.x * 16, v.y * 16};
+      *sides = s;
+    }
+  }
+  return true;
+}
+
+// One side of a tile: Q6 samples for bytes [x, x + w) of lines [y, y + h), taken at an offset of
+// (off_x, off_y) / 64 samples of the same component; components are `step` bytes apart (2 for the
+// interleaved Cb Cr of NV16).  Edges repeat each component's own first and last sample.
+void side_samples(const uint8_t *src, int width, int height, ptrdiff_t stride, int step, int x, int y, int w, int h,
+                  int32_t off_x, int32_t off_y, uint32_t sampling, const FrcKernels &k, int16_t *dst) {
+  const int32_t ix = floor_div(off_x, 64), iy = floor_div(off_y, 64);
+  const McFilter &filt = mc_filter(sampling);
+  const int16_t *hrow = filt.rows[off_x - ix * 64], *vrow = filt.rows[off_y - iy * 64];
+  const int sx = x + (ix - kMcLead) * step, sy = y + iy - kMcLead;
+  const int read = mc_read_width(w, step);
+  if (sx >= 0 && sy >= 0 && sx + read <= width && sy + h + kMcTaps - 1 <= height) {
+    k.tile(src + sy * stride + sx, stride, w, h, step, hrow, vrow, dst);
+    return;
+  }
+  alignas(16) uint8_t patch[kMcPatch * kPatchStride];
+  const int cols = width / step;
+  const bool columns_inside = sx >= 0 && sx + read <= width;
+  for (int r = 0; r < h + kMcTaps - 1; ++r) {
+    const uint8_t *line = src + clamp_i(sy + r, 0, height - 1) * stride;
+    uint8_t *row = patch + r * kPatchStride;
+    if (columns_inside) {
+      std::memcpy(row, line + sx, size_t(read));
+      continue;
+    }
+    for (int c = 0; c < read; ++c) {
+      const int b = sx + c, parity = b & (step - 1);
+      row[c] = line[clamp_i(floor_div(b - parity, step), 0, cols - 1) * step + parity];
+    }
+  }
+  k.tile(patch, kPatchStride, w, h, step, hrow, vrow, dst);
+}
+
+void Converter::compensate(const FrcPlane &pl, const Tile &t, Vec v64, Sides sides, int step) {
+  const int w = t.w, cols = j_.width / step;
+  const int32_t vx = step == 2 ? floor_div(v64.x + 1, 2) : v64.x;
+  const int32_t dax = side_a_offset(vx, j_.phase), day = side_a_offset(v64.y, j_.phase);
+  const int32_t dbx = vx - dax, dby = v64.y - day;
+  alignas(16) int16_t sa[kMcMaxTile * kMcMaxTile], sb[kMcMaxTile * kMcMaxTile];
+  side_samples(pl.a, j_.width, j_.height, j_.stride, step, t.x, t.y, w, t.h, -dax, -day, j_.sampling, j_.k, sa);
+  side_samples(pl.b, j_.width, j_.height, j_.stride, step, t.x, t.y, w, t.h, dbx, dby, j_.sampling, j_.k, sb);
+  // A sample more than half a pixel outside the picture drops its side.
+  auto outside = [](int32_t pos64, int n) { return pos64 < -32 || pos64 > (n - 1) * 64 + 32; };
+  const int j0 = t.x / step, j1 = (t.x + w - 1) / step;
+  const bool any_out = outside(j0 * 64 - dax, cols) || outside(j1 * 64 - dax, cols) ||
+                       outside(j0 * 64 + dbx, cols) || outside(j1 * 64 + dbx, cols) ||
+                       outside(t.y * 64 - day, j_.height) || outside((t.y + t.h - 1) * 64 - day, j_.height) ||
+                       outside(t.y * 64 + dby, j_.height) || outside((t.y + t.h - 1) * 64 + dby, j_.height);
+  const int32_t wa_side = sides == kOnlyA ? 16384 : sides == kOnlyB ? 0 : 16384 - int32_t(j_.phase);
+  uint8_t *out = pl.out + t.y * j_.stride + t.x;
+  for (int y = 0; y < t.h; ++y) {
+    uint8_t *o = out + y * j_.stride;
+    const int16_t *ra = sa + y * kMcMaxTile, *rb = sb + y * kMcMaxTile;
+    if (!any_out) {
+      j_.k.blend(ra, rb, w, wa_side, 16384 - wa_side, o);
+      continue;
+    }
+    const bool ya = outside((t.y + y) * 64 - day, j_.height), yb = outside((t.y + y) * 64 + dby, j_.height);
+    for (int x = 0; x < w; ++x) {
+      const int jx = (t.x + x) / step;
+      const bool a_out = ya || outside(jx * 64 - dax, cols), b_out = yb || outside(jx * 64 + dbx, cols);
+      int32_t wa = wa_side;
+      if (a_out != b_out) wa = a_out ? 0 : 16384;
+      mc_blend_c(ra + x, rb + x, 1, wa, 16384 - wa, o + x);
+    }
+  }
+}
+
+// A tile whose vectors disagree is decided again in quarters (down to 4 x 4 pixels), so that
+// covered and uncovered strips follow object boundaries closely.  Decisions use a tile's whole
+// extent; only its lines [y0, y1) are made.
+void Converter::render_tile(const Tile &t, int y0, int y1, bool top) {
+  Vec v64;
+  Sides sides;
+  if (tile_decision(t, &v64, &sides) && top && t.w >= 8 && t.h >= 8) {
+    const int hw = (t.w + 1) / 2, hh = (t.h + 1) / 2;
+    for (int q = 0; q < 4; ++q) {
+      const Tile s{t.x + (q & 1) * hw, t.y + (q >> 1) * hh, (q & 1) ? t.w - hw : hw, (q >> 1) ? t.h - hh : hh};
+      const int a = std::max(s.y, y0), b = std::min(s.y + s.h, y1);
+      if (a < b) render_tile(s, a, b, false);
+    }
+    return;
+  }
+  const Tile part{t.x, y0, t.w, y1 - y0};
+  compensate(j_.plane[0], part, v64, sides, 1);
+  if (j_.planes == 2) compensate(j_.plane[1], part, v64, sides, j_.nv16 ? 2 : 1);
+}
+
+void Converter::render_band() {
+  for (int r = j_.band_y0 / f_.bh; r * f_.bh < j_.band_y1; ++r) {
+    const int y0 = r * f_.bh, h = std::min(f_.bh, j_.height - y0);
+    const int th0 = (h + 1) / 2;
+    for (int c = 0; c < f_.cols; ++c) {
+      const int x0 = c * f_.bw, w = std::min(f_.bw, j_.width - x0);
+      const int tw0 = (w + 1) / 2;
+      for (int ty = 0; ty < 2; ++ty) {
+        int ya = y0 + (ty ? th0 : 0), yb = ty ? y0 + h : y0 + th0;
+        const int tile_h = yb - ya;
+        if (tile_h <= 0) continue;
+        // The tile's vectors come from its whole extent; only its lines inside the band are made.
+        Tile full{0, ya, 0, tile_h};
+        ya = std::max(ya, j_.band_y0), yb = std::min(yb, j_.band_y1);
+        if (ya >= yb) continue;
+        for (int tx = 0; tx < 2; ++tx) {
+          full.x = x0 + (tx ? tw0 : 0);
+          full.w = tx ? w - tw0 : tw0;
+          if (full.w <= 0) continue;
+          render_tile(full, ya, yb, true);
+        }
+      }
+    }
+  }
+}
+
+// Each block's forward vector, drawn after the block: zeros in the 3x3 around its centre, then a
+// 255 line to centre + v (whole pixels).  A block's drawing covers the blocks before it in raster
+// order and itself; later blocks are produced over it.  Clipped to the picture and the band.
+void Converter::draw_overlay() {
+  uint8_t *out = j_.plane[0].out;
+  auto put = [&](int32_t x, int32_t y, int k, uint8_t value) {
+    if (x < 0 || y < 0 || x >= j_.width || y < j_.band_y0 || y >= j_.band_y1) return;
+    if ((y / f_.bh) * f_.cols + x / f_.bw > k) return;
+    out[y * j_.stride + x] = value;
+  };
+  for (int r = 0; r < f_.rows; ++r) {
+    for (int c = 0; c < f_.cols; ++c) {
+      const int k = r * f_.cols + c;
+      const int32_t cx = c * f_.bw + std::min(f_.bw, j_.width - c * f_.bw) / 2;
+      const int32_t cy = r * f_.bh + std::min(f_.bh, j_.height - r * f_.bh) / 2;
+      const Vec v = qvec(f_.fwd[k]);
+      const int32_t ex = cx + floor_div(v.x + 2, 4), ey = cy + floor_div(v.y + 2, 4);
+      if (std::max(cy + 1, ey) < j_.band_y0 || std::min(cy - 1, ey) >= j_.band_y1) continue;
+      for (int dy = -1; dy <= 1; ++dy)
+        for (int dx = -1; dx <= 1; ++dx) put(cx + dx, cy + dy, k, 0);
+      // Bresenham from the centre to the end point, both included.
+      int32_t x = cx, y = cy;
+      const int32_t ddx = std::abs(ex - cx), ddy = -std::abs(ey - cy), sx = cx < ex ? 1 : -1, sy = cy < ey ? 1 : -1;
+      int32_t err = ddx + ddy;
+      for (;;) {
+        put(x, y, k, 255);
+        if (x == ex && y == ey) break;
+        const int32_t e2 = 2 * err;
+        if (e2 >= ddy) err += ddy, x += sx;
+        if (e2 <= ddx) err += ddx, y += sy;
+      }
+    }
+  }
+}
+
+}  // namespace
+
+int32_t convert_along_field(const FrcJob &job, const FieldView &field) {
+  const int r0 = std::max(job.band_y0 / field.bh - 1, 0);
+  const int r1 = std::min((job.band_y1 + field.bh - 1) / field.bh + 1, field.rows);
+  const size_t blocks = size_t(field.cols) * field.rows;
+  WorkBlock work;
+  if (!work.allocate(blocks * (sizeof(Vec) + sizeof(int16_t)) + 32)) return kOutOfMemory;
+  Vec *choice = reinterpret_cast<Vec *>(work.aligned());
+  Converter conv(job, field, choice);
+  conv.find_global(reinterpret_cast<int16_t *>(choice + blocks));
+  conv.choose_rows(r0, r1);
+  conv.render_band();
+  if (job.overlay) conv.draw_overlay();
+  return kOk;
+}
+
+}  // namespace framedsp

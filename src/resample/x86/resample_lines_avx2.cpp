@@ -1,0 +1,114 @@
+// AVX2 line kernels of the resampling engine: the vertical passes 32 bytes a step, and the
+// horizontal pass of the 8-bit classes four gather blocks a step (two blocks in the two 128-bit
+// lanes of each register: vpshufb works lane by lane, so the blocks' indices apply unchanged).
+// The arithmetic is the SSE2 kernels' (exact; see resample_lines_sse2.cpp).  Compiled with -mavx2.
+#include <immintrin.h>
+
+#include "resample/resample_lines.h"
+
+namespace framedsp {
+namespace {
+
+inline __m128i load16(const void *p) { return _mm_loadu_si128(static_cast<const __m128i *>(p)); }
+inline __m256i load32(const void *p) { return _mm256_loadu_si256(static_cast<const __m256i *>(p)); }
+inline __m256i load2x16(const void *lo, const void *hi) {
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(load16(lo)), load16(hi), 1);
+}
+
+inline __m256i pair_weights(const int16_t *w, int t, int taps) {
+  const uint32_t lo = static_cast<uint16_t>(w[t]);
+  const uint32_t hi = t + 1 < taps ? static_cast<uint16_t>(w[t + 1]) : 0u;
+  return _mm256_set1_epi32(static_cast<int>(lo | (hi << 16)));
+}
+
+void vert8_avx2(const uint8_t *const *lines, const int16_t *w, int taps, uint8_t *dst, size_t bytes) {
+  __m256i wp[kResampleMaxTaps / 2];
+  for (int t = 0; t < taps; t += 2) wp[t / 2] = pair_weights(w, t, taps);
+  const __m256i zero = _mm256_setzero_si256(), round = _mm256_set1_epi32(8192);
+  size_t x = 0;
+  for (; x + 32 <= bytes; x += 32) {
+    __m256i a0 = round, a1 = round, a2 = round, a3 = round;
+    for (int t = 0; t < taps; t += 2) {
+      const __m256i p = load32(lines[t] + x);
+      const __m256i q = t + 1 < taps ? load32(lines[t + 1] + x) : zero;
+      const __m256i lo = _mm256_unpacklo_epi8(p, q), hi = _mm256_unpackhi_epi8(p, q);
+      a0 = _mm256_add_epi32(a0, _mm256_madd_epi16(_mm256_unpacklo_epi8(lo, zero), wp[t / 2]));
+      a1 = _mm256_add_epi32(a1, _mm256_madd_epi16(_mm256_unpackhi_epi8(lo, zero), wp[t / 2]));
+      a2 = _mm256_add_epi32(a2, _mm256_madd_epi16(_mm256_unpacklo_epi8(hi, zero), wp[t / 2]));
+      a3 = _mm256_add_epi32(a3, _mm256_madd_epi16(_mm256_unpackhi_epi8(hi, zero), wp[t / 2]));
+    }
+    // Lane-wise packs undo the lane-wise unpacks: the bytes come out in order.
+    const __m256i l = _mm256_packs_epi32(_mm256_srai_epi32(a0, 14), _mm256_srai_epi32(a1, 14));
+    const __m256i h = _mm256_packs_epi32(_mm256_srai_epi32(a2, 14), _mm256_srai_epi32(a3, 14));
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + x), _mm256_packus_epi16(l, h));
+  }
+  resample_vert8_range_c(lines, w, taps, dst, x, bytes);
+}
+
+void vert16_avx2(const uint8_t *const *lines, const int16_t *w, int taps, uint8_t *dst, size_t bytes) {
+  __m256i wp[kResampleMaxTaps / 2];
+  for (int t = 0; t < taps; t += 2) wp[t / 2] = pair_weights(w, t, taps);
+  const __m256i bias = _mm256_set1_epi16(static_cast<short>(0x8000)), round = _mm256_set1_epi32(8192);
+  const size_t n = bytes / 2;
+  size_t x = 0;
+  for (; x + 16 <= n; x += 16) {
+    __m256i a0 = round, a1 = round;
+    for (int t = 0; t < taps; t += 2) {
+      const __m256i p = _mm256_xor_si256(load32(lines[t] + 2 * x), bias);
+      const __m256i q = t + 1 < taps ? _mm256_xor_si256(load32(lines[t + 1] + 2 * x), bias) : _mm256_setzero_si256();
+      a0 = _mm256_add_epi32(a0, _mm256_madd_epi16(_mm256_unpacklo_epi16(p, q), wp[t / 2]));
+      a1 = _mm256_add_epi32(a1, _mm256_madd_epi16(_mm256_unpackhi_epi16(p, q), wp[t / 2]));
+    }
+    const __m256i r = _mm256_packs_epi32(_mm256_srai_epi32(a0, 14), _mm256_srai_epi32(a1, 14));
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + 2 * x), _mm256_xor_si256(r, bias));
+  }
+  resample_vert16_range_c(lines, w, taps, dst, x, n);
+}
+
+// Blocks a (low lane) and b (high lane): eight words each, a's in the low lane.
+inline __m256i two_blocks(const uint8_t *src, const ResampleHPair *pa, const ResampleHPair *pb, int pairs) {
+  const __m256i zero = _mm256_setzero_si256(), round = _mm256_set1_epi32(8192);
+  __m256i lo = round, hi = round;
+  for (int q = 0; q < pairs; ++q) {
+    const __m256i win = load2x16(src + pa[q].base, src + pb[q].base);
+    const __m256i s = _mm256_shuffle_epi8(win, load2x16(pa[q].idx, pb[q].idx));
+    lo = _mm256_add_epi32(lo, _mm256_madd_epi16(_mm256_unpacklo_epi8(s, zero), load2x16(pa[q].w, pb[q].w)));
+    hi = _mm256_add_epi32(hi, _mm256_madd_epi16(_mm256_unpackhi_epi8(s, zero), load2x16(pa[q].w + 8, pb[q].w + 8)));
+  }
+  return _mm256_packs_epi32(_mm256_srai_epi32(lo, 14), _mm256_srai_epi32(hi, 14));
+}
+
+void horz8_avx2(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p) {
+  if (!p->pairs) {
+    resample_horz_bytes_c(src, dst, p, 0, p->dst_bytes);
+    return;
+  }
+  const int n = p->pair_count;
+  const ResampleHPair *pairs = p->pairs;
+  size_t b = 0;
+  for (; b + 4 <= p->blocks; b += 4) {
+    if (!(p->fits[b] & p->fits[b + 1] & p->fits[b + 2] & p->fits[b + 3])) {
+      resample_horz_bytes_c(src, dst, p, 8 * b, 8 * b + 32);
+      continue;
+    }
+    // [A | B] and [C | D] words; packus gives [A C | B D], the permute [A B C D].
+    const __m256i ab = two_blocks(src, pairs + b * n, pairs + (b + 1) * n, n);
+    const __m256i cd = two_blocks(src, pairs + (b + 2) * n, pairs + (b + 3) * n, n);
+    const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(ab, cd), 0xD8);
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + 8 * b), bytes);
+  }
+  resample_horz_bytes_c(src, dst, p, 8 * b, p->dst_bytes);
+}
+
+}  // namespace
+
+void resample_lines_init_avx2(ResampleLineTable *t) {
+  t->vert8 = vert8_avx2;
+  t->vert16 = vert16_avx2;
+  for (int c = 0; c <= 6; ++c) {
+    t->horz[c] = horz8_avx2;
+    t->horz_uses_blocks[c] = true;
+  }
+}
+
+}  // namespace framedsp

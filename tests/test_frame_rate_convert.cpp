@@ -1,0 +1,393 @@
+// DspFrameRateConvert through the export: refusals, exact phases, identity, shifts, refinement,
+// the overlay, NV16 against its components, bands, threads, ISA levels and guard pages.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "platform/cpu.h"
+#include "framedsp/framedsp.h"
+#include "framerate/converter.h"
+#include "test_util.h"
+
+namespace {
+
+using framedsp_test::GuardedBuffer;
+
+struct Handle {
+  explicit Handle(uint32_t mode = 0) {
+    DSP_FRAME_RATE_CONVERTER_PARAMS p;
+    std::memset(&p, 0, sizeof p);
+    p.ulBaseCount = 1;
+    p.lWidth = p.lHeight = 4096;
+    p.eConvertMode = mode;
+    p.ulLevels = 3;
+    for (int k = 0; k < 5; ++k) p.ulLevelRangeX[k] = p.ulLevelRangeY[k] = 2;
+    EXPECT_EQ(DspCreateFrameRateConverter(&p, &h), DSP_S_OK);
+  }
+  ~Handle() {
+    auto *c = framedsp::acquire_handle<framedsp::DspFrameRateConverter>(h);
+    c->release();
+    c->release();
+  }
+  DSP_HANDLE h = nullptr;
+};
+
+// Three two-plane frames of w x h with stride s, each ending against a protected page.
+struct Frames {
+  Frames(int w_, int h_, int s_ = 0, int planes = 2)
+      : w(w_), h(h_), s(s_ ? s_ : w_), bytes(size_t(planes * h - 1) * s + w),
+        a(bytes, 0), b(bytes, 0), out(bytes, 0, 0x5A) {}
+  uint8_t *plane(GuardedBuffer &f, int i) { return f.data() + size_t(i) * h * s; }
+  void texture(uint32_t seed) {  // smooth random texture in A (both planes)
+    std::mt19937 rng(seed);
+    std::vector<int> coarse(size_t(w / 4 + 3) * (2 * h / 4 + 3));
+    for (int &c : coarse) c = int(rng() % 256);
+    const int cw = w / 4 + 3;
+    for (int y = 0; y < 2 * h && size_t(y / h) * h * s + size_t(y % h) * s < bytes; ++y)
+      for (int x = 0; x < w; ++x) {
+        const int cx = x / 4, cy = y / 4, fx = x % 4, fy = y % 4;
+        const int v = ((4 - fx) * (4 - fy) * coarse[cy * cw + cx] + fx * (4 - fy) * coarse[cy * cw + cx + 1] +
+                       (4 - fx) * fy * coarse[(cy + 1) * cw + cx] + fx * fy * coarse[(cy + 1) * cw + cx + 1]) / 16;
+        const size_t o = size_t(y / h) * h * s + size_t(y % h) * s + x;
+        if (o < bytes) a[o] = uint8_t(v);
+      }
+  }
+  // B(x) = A(x - (dx, dy)) in every plane (edges repeated); dx counts bytes.
+  void shifted(int dx, int dy) {
+    for (size_t o = 0; o < bytes; ++o) {
+      const int p = int(o / (size_t(h) * s)), y = int(o / s % h), x = int(o % s);
+      if (x >= w) continue;
+      const int sy = std::min(std::max(y - dy, 0), h - 1), sx = std::min(std::max(x - dx, 0), w - 1);
+      b[o] = a[size_t(p) * h * s + size_t(sy) * s + sx];
+    }
+  }
+  int w, h, s;
+  size_t bytes;
+  GuardedBuffer a, b, out;
+};
+
+DSP_IMAGE image(GuardedBuffer &g, const Frames &f) {
+  DSP_IMAGE i;
+  std::memset(&i, 0, sizeof i);
+  i.Buffer.pBuffer = g.data();
+  i.Buffer.ulBytes = uint32_t(f.bytes);
+  i.ulWidth = uint32_t(f.w);
+  i.ulHeight = uint32_t(f.h);
+  i.ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
+  i.ulPrimaryStrideBytes = uint32_t(f.s);
+  return i;
+}
+
+DSP_FRAME_RATE_CONVERT_PARAMS record(Frames &f, uint32_t phase, uint8_t flags = 0) {
+  DSP_FRAME_RATE_CONVERT_PARAMS p;
+  std::memset(&p, 0, sizeof p);
+  p.FrameA = image(f.a, f);
+  p.FrameB = image(f.b, f);
+  p.FrameOut = image(f.out, f);
+  p.ulPhaseQ14 = phase;
+  p.bConvertFlags = flags;
+  return p;
+}
+
+// A uniform field (both directions) of v quarter pixels.
+std::vector<uint8_t> uniform_field(int w, int h, int bw, int bh, int vx, int vy, uint16_t cost = 0) {
+  const int cols = (w + bw - 1) / bw, rows = (h + bh - 1) / bh;
+  std::vector<uint8_t> bytes(DSP_VECTOR_FIELD_BYTES(uint32_t(w), uint32_t(h), uint32_t(bw), uint32_t(bh)));
+  DSP_VECTOR_FIELD hd = {uint32_t(bytes.size()), uint32_t(w), uint32_t(h), uint32_t(bw), uint32_t(bh), uint32_t(cols),
+                         uint32_t(rows), DSP_VECTOR_FIELD_FORWARD | DSP_VECTOR_FIELD_BACKWARD, 0, 0, 400, 0};
+  std::memcpy(bytes.data(), &hd, sizeof hd);
+  auto *e = reinterpret_cast<DSP_MOTION_VECTOR *>(bytes.data() + sizeof hd);
+  for (int i = 0; i < cols * rows; ++i) {
+    e[i] = {int16_t(vx), int16_t(vy), cost, 0};
+    e[i + cols * rows] = {int16_t(-vx), int16_t(-vy), cost, 0};
+  }
+  return bytes;
+}
+
+void attach(DSP_FRAME_RATE_CONVERT_PARAMS *p, std::vector<uint8_t> &field) {
+  p->pVectorField = field.data();
+  p->ulVectorFieldBytes = uint32_t(field.size());
+}
+
+std::vector<uint8_t> bytes_of(const GuardedBuffer &g) { return {g.data(), g.data() + g.size()}; }
+
+TEST(FrameRateConvert, RefusalsWriteNothing) {
+  Handle conv;
+  Frames f(64, 32);
+  f.texture(1);
+  f.shifted(4, 2);
+  std::vector<uint8_t> field = uniform_field(64, 32, 16, 16, 16, 8);
+  using Mutate = void (*)(DSP_FRAME_RATE_CONVERT_PARAMS &, std::vector<uint8_t> &);
+  const struct {
+    const char *name;
+    Mutate mutate;
+  } cases[] = {
+      {"null_A", [](auto &p, auto &) { p.FrameA.Buffer.pBuffer = nullptr; }},
+      {"null_out", [](auto &p, auto &) { p.FrameOut.Buffer.pBuffer = nullptr; }},
+      {"phase", [](auto &p, auto &) { p.ulPhaseQ14 = 16385; }},
+      {"sampling", [](auto &p, auto &) { p.eSampling = 4; }},
+      {"flags", [](auto &p, auto &) { p.bConvertFlags = 0x10; }},
+      {"reserved", [](auto &p, auto &) { p.ulReserved = 1; }},
+      {"band", [](auto &p, auto &) { p.ulSliceCount = 2, p.ulSliceNumber = 3; }},
+      {"stride", [](auto &p, auto &) { p.FrameB.ulPrimaryStrideBytes = 63; }},
+      {"zero_height", [](auto &p, auto &) { p.FrameB.ulHeight = 0; }},
+      {"short_A", [](auto &p, auto &) { p.FrameA.Buffer.ulBytes -= 1; }},
+      {"short_out", [](auto &p, auto &) { p.FrameOut.Buffer.ulBytes -= 1; }},
+      {"odd_nv16", [](auto &p, auto &) { p.FrameB.ulWidth = 63; }},
+      {"field_size", [](auto &, auto &fl) { reinterpret_cast<DSP_VECTOR_FIELD *>(fl.data())->ulWidth = 48; }},
+      {"field_blocks", [](auto &, auto &fl) { reinterpret_cast<DSP_VECTOR_FIELD *>(fl.data())->ulColumns = 5; }},
+      {"field_longer", [](auto &p, auto &) { p.ulVectorFieldBytes -= 8; }},
+      {"field_header", [](auto &p, auto &) { p.ulVectorFieldBytes = 47; }},
+  };
+  const std::vector<uint8_t> before = bytes_of(f.out);
+  for (const auto &c : cases) {
+    std::vector<uint8_t> fl = field;
+    DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192);
+    attach(&p, fl);
+    c.mutate(p, fl);
+    EXPECT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_E_INVALIDARG) << c.name;
+    EXPECT_EQ(bytes_of(f.out), before) << c.name;
+  }
+  EXPECT_EQ(DspFrameRateConvert(conv.h, nullptr, 0), DSP_E_POINTER);
+  Handle bad_mode(3);
+  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192);
+  EXPECT_EQ(DspFrameRateConvert(bad_mode.h, &p, 0), DSP_E_INVALIDARG);
+  EXPECT_EQ(bytes_of(f.out), before);
+  EXPECT_TRUE(f.out.intact());
+}
+
+// A equal to B gives A at every phase and every sampling; phases 0 and 16384 copy A and B.
+TEST(FrameRateConvert, IdentityAndExactPhases) {
+  Handle conv;
+  Frames f(96, 48);
+  f.texture(2);
+  std::memcpy(f.b.data(), f.a.data(), f.bytes);
+  for (uint8_t sampling = 0; sampling < 4; ++sampling)
+    for (uint32_t phase : {1u, 3277u, 8192u, 13107u, 16383u}) {
+      DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, phase);
+      p.eSampling = sampling;
+      ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
+      ASSERT_EQ(bytes_of(f.out), bytes_of(f.a)) << "sampling " << int(sampling) << " phase " << phase;
+    }
+  f.shifted(7, -3);
+  for (uint32_t phase : {0u, 16384u}) {
+    DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, phase);
+    ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
+    EXPECT_EQ(bytes_of(f.out), bytes_of(phase ? f.b : f.a));
+  }
+}
+
+// B is A moved by an even number of pixels: at phase 1/2 the output is A moved by half of it,
+// away from the border strips, whether the field is given or estimated.
+TEST(FrameRateConvert, EvenPanIsExactShiftAtHalf) {
+  Handle conv;
+  Frames f(128, 64);
+  f.texture(3);
+  const int dx = 6, dy = -4;
+  f.shifted(dx, dy);
+  Frames want(128, 64);
+  std::memcpy(want.a.data(), f.a.data(), f.bytes);
+  want.shifted(dx / 2, dy / 2);
+  for (int given = 0; given < 2; ++given)
+    for (uint8_t sampling = 0; sampling < 4; ++sampling) {
+      std::vector<uint8_t> field = uniform_field(128, 64, 16, 8, dx * 4, dy * 4);
+      DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, DSP_CONVERT_PLAIN_PLANE2);
+      p.eSampling = sampling;
+      if (given) attach(&p, field);
+      ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
+      for (int pl = 0; pl < 2; ++pl)
+        for (int y = 8; y < 56; ++y)
+          ASSERT_EQ(0, std::memcmp(f.plane(f.out, pl) + y * 128 + 8, want.plane(want.b, pl) + y * 128 + 8, 112))
+              << "given " << given << " sampling " << int(sampling) << " plane " << pl << " line " << y;
+    }
+}
+
+double psnr(const uint8_t *x, const uint8_t *y, int w, int h, int stride, int margin) {
+  double sum = 0;
+  for (int r = margin; r < h - margin; ++r)
+    for (int c = margin; c < w - margin; ++c) sum += (x[r * stride + c] - y[r * stride + c]) * (x[r * stride + c] - y[r * stride + c]);
+  return 10 * std::log10(255.0 * 255.0 * (w - 2 * margin) * (h - 2 * margin) / std::max(sum, 1e-9));
+}
+
+// Refinement off follows the field verbatim (a zero field blends A and B byte by byte); a
+// threshold below the field's cost searches again and comes close to the true middle frame.
+TEST(FrameRateConvert, RefinementReplacesBadVectors) {
+  Handle conv;
+  Frames f(128, 64, 0, 1);
+  f.texture(4);
+  f.shifted(6, 2);
+  Frames truth(128, 64, 0, 1);
+  std::memcpy(truth.a.data(), f.a.data(), f.bytes);
+  truth.shifted(3, 1);
+  std::vector<uint8_t> field = uniform_field(128, 64, 16, 16, 0, 0, 300);
+  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, DSP_CONVERT_LUMA_ONLY);
+  attach(&p, field);
+  p.ulRefineThreshold = 300;
+  ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
+  for (size_t i = 0; i < f.bytes; ++i) ASSERT_EQ(f.out[i], (f.a[i] + f.b[i] + 1) >> 1) << i;
+  const double verbatim = psnr(f.out.data(), truth.b.data(), 128, 64, 128, 8);
+  p.bConvertFlags |= DSP_CONVERT_REFINE;  // 300 is not above 300: still verbatim
+  ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
+  EXPECT_EQ(psnr(f.out.data(), truth.b.data(), 128, 64, 128, 8), verbatim);
+  p.ulRefineThreshold = 299;
+  ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
+  EXPECT_GT(psnr(f.out.data(), truth.b.data(), 128, 64, 128, 8), verbatim + 15);
+}
+
+// The drawing rule on a 32 x 32 picture of four 16 x 16 blocks: each block's drawing covers the
+// blocks before it and itself, later blocks are produced over it, lines are clipped.
+TEST(FrameRateConvert, OverlayPixels) {
+  Handle conv;
+  Frames f(32, 32, 0, 1);
+  f.texture(5);
+  std::memcpy(f.b.data(), f.a.data(), f.bytes);
+  std::vector<uint8_t> field = uniform_field(32, 32, 16, 16, 0, 0);
+  auto *e = reinterpret_cast<DSP_MOTION_VECTOR *>(field.data() + 48);
+  e[0].sX = 80;             // block 0: 20 pixels right, through block 1 (drawn over by block 1)
+  e[1].sX = 160;            // block 1: 40 pixels right, clipped at the picture's edge
+  e[3].sX = e[3].sY = -40;  // block 3: 10 pixels up-left, into block 0 (drawn last, stays)
+  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, DSP_CONVERT_LUMA_ONLY | DSP_CONVERT_NO_OCCLUSION);
+  attach(&p, field);
+  ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
+  const std::vector<uint8_t> plain = bytes_of(f.out);
+  p.bOverlay = 1;
+  ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
+  auto at = [&](int x, int y) { return int(f.out[size_t(y) * 32 + x]); };
+  for (int x = 8; x <= 15; ++x) EXPECT_EQ(at(x, 8), 255) << x;       // block 0's line in block 0
+  EXPECT_EQ(at(7, 7), 0);
+  EXPECT_EQ(at(9, 9), 0);
+  for (int x = 16; x <= 22; ++x) EXPECT_EQ(at(x, 8), plain[8 * 32 + x]) << x;  // produced over by block 1
+  for (int x = 24; x <= 31; ++x) EXPECT_EQ(at(x, 8), 255) << x;      // block 1's own line, clipped
+  EXPECT_EQ(at(23, 7), 0);
+  for (int d = 0; d <= 10; ++d) EXPECT_EQ(at(24 - d, 24 - d), 255) << d;  // block 3 into block 0
+  EXPECT_EQ(at(25, 25), 0);
+  EXPECT_EQ(at(25, 23), 0);
+  EXPECT_EQ(at(8, 24), 255);  // block 2's centre (zero vector)
+  EXPECT_EQ(at(2, 2), plain[2 * 32 + 2]);
+}
+
+// Plane 2 as NV16: each of Cb and Cr is converted as a picture of its own, half as wide, moved by
+// half the horizontal motion.
+TEST(FrameRateConvert, Nv16MatchesItsComponents) {
+  Handle conv;
+  Frames f(64, 32);
+  f.texture(6);
+  f.shifted(4, 1);
+  std::vector<uint8_t> field = uniform_field(64, 32, 16, 8, 6, 3);
+  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 5461, DSP_CONVERT_NO_OCCLUSION);
+  attach(&p, field);
+  ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
+  for (int comp = 0; comp < 2; ++comp) {
+    Frames c(32, 32, 0, 1);
+    for (int y = 0; y < 32; ++y)
+      for (int x = 0; x < 32; ++x) {
+        c.a[size_t(y) * 32 + x] = f.plane(f.a, 1)[y * 64 + 2 * x + comp];
+        c.b[size_t(y) * 32 + x] = f.plane(f.b, 1)[y * 64 + 2 * x + comp];
+      }
+    std::vector<uint8_t> half = uniform_field(32, 32, 8, 8, 3, 3);
+    DSP_FRAME_RATE_CONVERT_PARAMS q = record(c, 5461, DSP_CONVERT_LUMA_ONLY | DSP_CONVERT_NO_OCCLUSION);
+    attach(&q, half);
+    ASSERT_EQ(DspFrameRateConvert(conv.h, &q, 0), DSP_S_OK);
+    for (int y = 0; y < 32; ++y)
+      for (int x = 0; x < 32; ++x)
+        ASSERT_EQ(f.plane(f.out, 1)[y * 64 + 2 * x + comp], c.out[size_t(y) * 32 + x])
+            << "component " << comp << " at " << x << "," << y;
+  }
+}
+
+// A textured pair with an object moving over a panning background, estimated by the converter.
+struct Scene {
+  Scene(int w, int h, int stride) : f(w, h, stride) {
+    f.texture(7);
+    f.shifted(5, 2);
+    for (int y = 20; y < 44; ++y)  // an object moving the other way
+      for (int x = 30; x < 70; ++x) f.b[size_t(y) * f.s + x - 9] = f.a[size_t(y) * f.s + x] = uint8_t(x * 5 + y * 3);
+  }
+  Frames f;
+};
+
+std::vector<uint8_t> convert_all(DSP_HANDLE h, Scene &s, uint32_t bands, uint8_t overlay, uint8_t sampling) {
+  std::vector<uint8_t> result(s.f.bytes, 0);
+  for (uint32_t n = 1; n <= bands; ++n) {
+    std::memset(s.f.out.data(), 0x5A, s.f.bytes);
+    DSP_FRAME_RATE_CONVERT_PARAMS p = record(s.f, 6000, DSP_CONVERT_REFINE);
+    p.ulRefineThreshold = 200;
+    p.bOverlay = overlay;
+    p.eSampling = sampling;
+    p.ulSliceCount = bands, p.ulSliceNumber = n;
+    EXPECT_EQ(DspFrameRateConvert(h, &p, 0), DSP_S_OK);
+    const int y0 = int((n - 1) * uint32_t(s.f.h) / bands), y1 = int(n * uint32_t(s.f.h) / bands);
+    for (size_t o = 0; o < s.f.bytes; ++o) {
+      const int y = int(o / size_t(s.f.s) % size_t(s.f.h));
+      if (y >= y0 && y < y1) result[o] = s.f.out[o];
+      else EXPECT_EQ(s.f.out[o], 0x5A) << "band " << n << " of " << bands << " wrote line " << y;
+    }
+  }
+  EXPECT_TRUE(s.f.out.intact());
+  return result;
+}
+
+TEST(FrameRateConvert, BandsEqualOneCallOnEveryIsa) {
+  Handle conv;
+  Scene s(100, 60, 104);
+  const std::vector<uint8_t> whole = convert_all(conv.h, s, 1, 1, 0);
+  for (uint32_t bands : {2u, 3u, 7u}) EXPECT_EQ(convert_all(conv.h, s, bands, 1, 0), whole) << bands;
+  for (uint8_t sampling = 0; sampling < 4; ++sampling) {
+    const std::vector<uint8_t> simd = convert_all(conv.h, s, 1, 0, sampling);
+    framedsp::set_cpu_mask(framedsp::kCpuSSE2);
+    const std::vector<uint8_t> sse2 = convert_all(conv.h, s, 1, 0, sampling);
+    framedsp::set_cpu_mask(0);
+    const std::vector<uint8_t> scalar = convert_all(conv.h, s, 1, 0, sampling);
+    framedsp::set_cpu_mask(~0u);
+    EXPECT_EQ(simd, scalar) << int(sampling);
+    EXPECT_EQ(sse2, scalar) << int(sampling);
+  }
+}
+
+TEST(FrameRateConvert, OneConverterOnSeveralThreads) {
+  Handle conv;
+  Scene s(96, 64, 96);
+  const std::vector<uint8_t> want = convert_all(conv.h, s, 1, 1, 0);
+  std::vector<std::unique_ptr<Scene>> scenes;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) scenes.push_back(std::make_unique<Scene>(96, 64, 96));
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 3; ++i) EXPECT_EQ(convert_all(conv.h, *scenes[t], uint32_t(1 + t), 1, 0), want);
+    });
+  for (std::thread &t : threads) t.join();
+}
+
+// Frames that pass the checks, ending exactly against protected pages, with wild vectors: nothing
+// outside them is read or written.
+TEST(FrameRateConvert, WildVectorsStayInsideTheFrames) {
+  Handle conv;
+  std::mt19937 rng(framedsp_test::test_seed());
+  for (int round = 0; round < 24; ++round) {
+    const int w = 2 * (1 + int(rng() % 40)), h = 1 + int(rng() % 40), bw = 4 + int(rng() % 29), bh = 4 + int(rng() % 29);
+    Frames f(w, h, w + int(rng() % 5));
+    framedsp_test::fill_random(f.a.data(), f.bytes, rng);
+    framedsp_test::fill_random(f.b.data(), f.bytes, rng);
+    std::vector<uint8_t> field = uniform_field(w, h, bw, bh, 0, 0);
+    auto *e = reinterpret_cast<DSP_MOTION_VECTOR *>(field.data() + 48);
+    for (size_t i = 0; i < (field.size() - 48) / 8; ++i)
+      e[i] = {int16_t(rng()), int16_t(rng() % 2 ? rng() : rng() % 64), uint16_t(rng()), uint16_t(rng() & 31)};
+    DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 1 + rng() % 16383, uint8_t(rng() & 15));
+    attach(&p, field);
+    p.eSampling = uint8_t(rng() % 4);
+    p.bOverlay = uint8_t(rng() & 1);
+    p.ulRefineThreshold = rng() % 2000;
+    p.ulOcclusionThreshold = rng() % 16;
+    p.ulFallbackThreshold = 255;
+    if (w & 1) p.bConvertFlags |= DSP_CONVERT_PLAIN_PLANE2;
+    EXPECT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK) << round;
+    p.pVectorField = nullptr;
+    EXPECT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK) << round;
+  }
+}
+
+}  // namespace

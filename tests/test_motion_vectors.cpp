@@ -1,0 +1,406 @@
+// DspCreateMotionVectors: the kernels against their scalar twins, known translations of a smooth
+// random texture, reach, boundaries, scene cuts, odd sizes, ISA independence and refusals.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "analysis/motion_kernels.h"
+#include "platform/cpu.h"
+#include "platform/work_memory.h"
+#include "framedsp/framedsp.h"
+#include "test_util.h"
+
+namespace {
+
+// Sum of 40 sinusoids with random directions and phases, 0.03..0.48 radians a pixel, amplitude
+// falling as 1/sqrt(frequency); about 45 grey levels of deviation around 128.
+class Texture {
+ public:
+  explicit Texture(uint32_t seed) {
+    std::mt19937 r(seed);
+    std::uniform_real_distribution<double> u(0, 1);
+    double power = 0;
+    for (int i = 0; i < 40; ++i) {
+      const double f = 0.03 * std::pow(2.0, 4.0 * u(r)), t = 6.283185307179586 * u(r);
+      waves_.push_back({f * std::cos(t), f * std::sin(t), 6.283185307179586 * u(r), 1 / std::sqrt(f)});
+      power += waves_.back().a * waves_.back().a / 2;
+    }
+    for (Wave &w : waves_) w.a *= 45 / std::sqrt(power);
+  }
+  uint8_t at(double x, double y) const {
+    double v = 128;
+    for (const Wave &w : waves_) v += w.a * std::sin(w.kx * x + w.ky * y + w.phase);
+    return static_cast<uint8_t>(std::lround(std::fmin(255, std::fmax(0, v))));
+  }
+  // The picture shifted by (dx, dy): pixel p shows what (p - d) shows unshifted.
+  std::vector<uint8_t> picture(int w, int h, double dx = 0, double dy = 0) const {
+    std::vector<uint8_t> p(static_cast<size_t>(w) * h);
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) p[static_cast<size_t>(y) * w + x] = at(x - dx, y - dy);
+    return p;
+  }
+
+ private:
+  struct Wave {
+    double kx, ky, phase, a;
+  };
+  std::vector<Wave> waves_;
+};
+
+DSP_HANDLE converter() {
+  static DSP_HANDLE h = [] {
+    DSP_FRAME_RATE_CONVERTER_PARAMS p{};
+    p.ulBaseCount = 1;
+    p.lWidth = p.lHeight = 64;
+    DSP_HANDLE out = nullptr;
+    EXPECT_EQ(DspCreateFrameRateConverter(&p, &out), DSP_S_OK);
+    return out;
+  }();
+  return h;
+}
+
+struct Pyramid {
+  std::vector<std::vector<uint8_t>> planes;
+  DSP_MIPMAP_LEVELS list{};
+  Pyramid(const std::vector<uint8_t> &base, int w, int h, int levels) {
+    list.ulCount = static_cast<uint32_t>(levels);
+    for (int k = 0; k < levels; ++k, w /= 2, h /= 2) {
+      planes.push_back(k ? std::vector<uint8_t>(static_cast<size_t>(w) * h) : base);
+      DSP_IMAGE &d = list.Levels[k];
+      d.Buffer.pBuffer = planes.back().data();
+      d.Buffer.eBufferType = DSP_BUFFER_TYPE_FRAME;
+      d.Buffer.Region.ulWidth = d.ulWidth = static_cast<uint32_t>(w);
+      d.Buffer.Region.ulHeight = d.ulHeight = static_cast<uint32_t>(h);
+      d.ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
+      d.eInterlace = DSP_INTERLACE_PROGRESSIVE;
+      d.ulPrimaryStrideBytes = static_cast<uint32_t>(w);
+    }
+    DSP_MIPMAP_PARAMS m{};
+    m.Base = list.Levels[0];
+    m.pLevels = &list;
+    m.eFilter = DSP_SCALER_FILTER_LINEAR;
+    EXPECT_EQ(DspCreateMipMaps(converter(), &m), DSP_S_OK);
+  }
+};
+
+struct Field {
+  DSP_VECTOR_FIELD h{};
+  std::vector<DSP_MOTION_VECTOR> e;  // forward, then backward
+  int count() const { return static_cast<int>(h.ulColumns * h.ulRows); }
+  const DSP_MOTION_VECTOR &at(int dir, int i) const { return e[static_cast<size_t>(dir * count() + i)]; }
+};
+
+struct Estimate {
+  DSP_HRESULT status;
+  Field field;
+};
+
+// Estimates A -> B (and back) with the record as `tune` leaves it.
+Estimate estimate(const Pyramid &a, const Pyramid &b, int block,
+                  const std::function<void(DSP_MOTION_VECTORS_PARAMS &)> &tune = nullptr, int block_b = 0) {
+  const DSP_IMAGE &l0 = a.list.Levels[0];
+  block_b = block_b ? block_b : block;
+  std::vector<uint8_t> bytes(DSP_VECTOR_FIELD_BYTES(l0.ulWidth, l0.ulHeight, block, block_b));
+  DSP_MOTION_VECTORS_PARAMS p{};
+  p.pLevelsA = &a.list;
+  p.pLevelsB = &b.list;
+  p.pVectorField = bytes.data();
+  p.ulVectorFieldBytes = static_cast<uint32_t>(bytes.size());
+  p.ulBlockA = static_cast<uint32_t>(block);
+  p.ulBlockB = static_cast<uint32_t>(block_b);
+  if (tune) tune(p);
+  Estimate r{DspCreateMotionVectors(converter(), &p), {}};
+  std::memcpy(&r.field.h, bytes.data(), sizeof r.field.h);
+  r.field.e.resize((bytes.size() - 48) / 8);
+  std::memcpy(r.field.e.data(), bytes.data() + 48, r.field.e.size() * 8);
+  return r;
+}
+
+// Bad blocks among those whose match stays inside the picture.
+int bad_inside(const Field &f, int dir) {
+  int bad = 0;
+  for (int i = 0; i < f.count(); ++i) bad += (f.at(dir, i).usFlags & (DSP_MV_BAD | DSP_MV_OUTSIDE)) == DSP_MV_BAD;
+  return bad;
+}
+
+// Share of blocks (of those not flagged outside) within one quarter pixel of `truth`.
+double share_within(const Field &f, int dir, int tx, int ty) {
+  int good = 0, n = 0;
+  for (int i = 0; i < f.count(); ++i) {
+    const DSP_MOTION_VECTOR &v = f.at(dir, i);
+    if (v.usFlags & DSP_MV_OUTSIDE) continue;
+    ++n;
+    good += std::abs(v.sX - tx) <= 1 && std::abs(v.sY - ty) <= 1;
+  }
+  return n ? static_cast<double>(good) / n : 0;
+}
+
+// ---- kernels ---------------------------------------------------------------------------------
+
+TEST(MotionKernels, EveryIsaMatchesTheScalarKernels) {
+  const uint32_t built = framedsp::motion_isas_built();
+  if (!(built & framedsp::cpu_flags())) GTEST_SKIP() << "no SIMD motion kernels on this machine";
+  framedsp::MotionKernels c, simd[2];
+  framedsp::motion_kernels_init(&c, 0);
+  framedsp::motion_kernels_init(&simd[0], framedsp::kCpuSSE2 & framedsp::cpu_flags());
+  framedsp::motion_kernels_init(&simd[1], framedsp::cpu_flags());
+  std::mt19937 rng(framedsp_test::test_seed());
+  constexpr int kStride = 160;
+  std::vector<uint8_t> a(kStride * 80), b(kStride * 80), c2(kStride * 80), o1(200), o2(200);
+  for (int round = 0; round < 3000; ++round) {
+    const int fill = round % 4;  // random, all 0 / all 255 against each other, random 0/255
+    for (size_t i = 0; i < a.size(); ++i) {
+      a[i] = fill == 0 ? rng() : fill == 1 ? 0 : fill == 2 ? 255 : (rng() & 1) * 255;
+      b[i] = fill == 0 ? rng() : fill == 1 ? 255 : fill == 2 ? 0 : (rng() & 1) * 255;
+      c2[i] = static_cast<uint8_t>(rng());
+    }
+    const uint32_t w = 1 + rng() % 64, h = 1 + rng() % 64, fx = rng() % 4, fy = rng() % 4;
+    // Negative strides read bottom-up pictures.
+    const ptrdiff_t sa = (rng() & 1) ? kStride : -kStride, sb = (rng() & 1) ? kStride : -kStride;
+    const uint8_t *pa = a.data() + (sa < 0 ? 70 * kStride : 0) + rng() % 16;
+    const uint8_t *pb = b.data() + (sb < 0 ? 70 * kStride : 0) + rng() % 16;
+    const uint8_t *pc = c2.data() + (sb < 0 ? 70 * kStride : 0) + rng() % 16;
+    for (const framedsp::MotionKernels &s : simd) {
+      ASSERT_EQ(s.sad(pa, sa, pb, sb, w, h), c.sad(pa, sa, pb, sb, w, h)) << w << "x" << h;
+      ASSERT_EQ(s.sad_avg(pa, sa, pb, sb, pc, sb, w, h), c.sad_avg(pa, sa, pb, sb, pc, sb, w, h)) << w << "x" << h;
+      ASSERT_EQ(s.sad_q(pa, sa, pb, sb, w, h, fx, fy), c.sad_q(pa, sa, pb, sb, w, h, fx, fy))
+          << w << "x" << h << " phase " << fx << "," << fy;
+      const size_t n = rng() % 190;
+      s.avg_line(pa, pb, o1.data(), n);
+      c.avg_line(pa, pb, o2.data(), n);
+      ASSERT_EQ(std::memcmp(o1.data(), o2.data(), n), 0) << n;
+    }
+  }
+}
+
+TEST(MotionKernels, ScalarKernelsMeetTheirFormulas) {
+  framedsp::MotionKernels c;
+  framedsp::motion_kernels_init(&c, 0);
+  const uint8_t a[4] = {10, 200, 0, 255}, b[4] = {20, 100, 255, 0}, q[4] = {21, 101, 0, 0};
+  EXPECT_EQ(c.sad(a, 2, b, 2, 2, 2), 10u + 100 + 255 + 255);
+  EXPECT_EQ(c.sad_avg(a, 4, b, 4, q, 4, 4, 1), 11u + 99 + 128 + 255);  // (20 + 21 + 1) >> 1 = 21
+  // Phase (2, 2): the rounded mean of four samples; phase (0, 0): the sample itself.
+  const uint8_t f[6] = {0, 10, 0, 20, 30, 0}, zero[1] = {0};
+  EXPECT_EQ(c.sad_q(zero, 1, f, 3, 1, 1, 2, 2), (0u + 10 + 20 + 30 + 2) / 4);
+  EXPECT_EQ(c.sad_q(zero, 1, f + 1, 3, 1, 1, 0, 0), 10u);
+  // Phase (1, 3): weights 3*1, 1*1, 3*3, 1*3 of 16.
+  EXPECT_EQ(c.sad_q(zero, 1, f, 3, 1, 1, 1, 3), (0u * 3 + 10 * 1 + 20 * 9 + 30 * 3 + 8) / 16);
+}
+
+// ---- the estimator ---------------------------------------------------------------------------
+
+struct Shift {
+  int w, h;
+  double dx, dy;
+};
+
+class KnownTranslation : public ::testing::TestWithParam<Shift> {};
+
+TEST_P(KnownTranslation, BlocksFollowTheTruthBothWays) {
+  const Shift s = GetParam();
+  const Texture t(7);
+  const Pyramid a(t.picture(s.w, s.h), s.w, s.h, 4), b(t.picture(s.w, s.h, s.dx, s.dy), s.w, s.h, 4);
+  const Estimate r = estimate(a, b, 8);
+  ASSERT_EQ(r.status, DSP_S_OK);
+  const int tx = static_cast<int>(std::lround(4 * s.dx)), ty = static_cast<int>(std::lround(4 * s.dy));
+  const bool whole = tx % 4 == 0 && ty % 4 == 0;
+  const double need = whole ? 0.99 : 0.98;
+  EXPECT_GE(share_within(r.field, 0, tx, ty), need) << "forward";
+  EXPECT_GE(share_within(r.field, 1, -tx, -ty), need) << "backward";
+  EXPECT_LE(bad_inside(r.field, 0) + bad_inside(r.field, 1), r.field.count() / 50);
+}
+
+INSTANTIATE_TEST_SUITE_P(MotionVectors, KnownTranslation,
+                         ::testing::Values(Shift{320, 192, 2, -3}, Shift{320, 192, -7, 5},
+                                           Shift{320, 192, 3.25, -1.75}, Shift{256, 256, -5.75, 0.5},
+                                           Shift{320, 192, 0.25, 6.75}, Shift{304, 187, 10.5, -2.25}));
+
+TEST(MotionVectors, MotionBeyondTheReachIsBadNotWrong) {
+  // Two levels with ranges of 1 reach 1 + 2 = 3 pixels; the picture moves 6.
+  const Texture t(11);
+  const Pyramid a(t.picture(256, 160), 256, 160, 2), b(t.picture(256, 160, 6, 0), 256, 160, 2);
+  const Estimate r = estimate(a, b, 16, [](DSP_MOTION_VECTORS_PARAMS &p) { p.ulMotionFlags = DSP_MOTION_FORWARD_ONLY; });
+  ASSERT_EQ(r.status, DSP_S_OK);
+  int bad = 0;
+  for (int i = 0; i < r.field.count(); ++i) {
+    EXPECT_LE(std::abs(r.field.at(0, i).sX), 12) << "no vector beyond the reach";
+    bad += (r.field.at(0, i).usFlags & DSP_MV_BAD) != 0;
+  }
+  EXPECT_GE(bad, r.field.count() * 2 / 3);
+  EXPECT_EQ(r.field.h.ulBadForward, static_cast<uint32_t>(bad));
+}
+
+TEST(MotionVectors, SceneCutRaisesTheBadCount) {
+  const Texture t(3), other(4);
+  const Pyramid a(t.picture(320, 192), 320, 192, 4), same(t.picture(320, 192, 1, 1), 320, 192, 4);
+  const Pyramid cut(other.picture(320, 192), 320, 192, 4);
+  const Estimate smooth = estimate(a, same, 16), jump = estimate(a, cut, 16);
+  ASSERT_EQ(jump.status, DSP_S_OK);
+  EXPECT_LE(smooth.field.h.ulBadForward, 2u);
+  EXPECT_GE(jump.field.h.ulBadForward, static_cast<uint32_t>(jump.field.count() * 8 / 10));
+  EXPECT_GE(jump.field.h.ulBadBackward, static_cast<uint32_t>(jump.field.count() * 8 / 10));
+}
+
+TEST(MotionVectors, AnObjectKeepsItsOwnVectorsUpToItsBoundary) {
+  // A 64x64 square of another texture moves (+5, +3) over a still background.
+  const int w = 256, h = 192, x0 = 104, y0 = 72, side = 64;  // edges inside 16x16 search blocks
+  const Texture back(5), obj(6);
+  std::vector<uint8_t> pa = back.picture(w, h), pb = pa;
+  for (int y = 0; y < side; ++y)
+    for (int x = 0; x < side; ++x) {
+      pa[static_cast<size_t>(y0 + y) * w + x0 + x] = obj.at(x, y);
+      pb[static_cast<size_t>(y0 + 3 + y) * w + x0 + 5 + x] = obj.at(x, y);
+    }
+  const Pyramid a(pa, w, h, 3), b(pb, w, h, 3);
+  auto right = [&](const Estimate &r) {
+    int good = 0;
+    for (int i = 0; i < r.field.count(); ++i) {
+      const int bx = (i % static_cast<int>(r.field.h.ulColumns)) * 8, by = (i / static_cast<int>(r.field.h.ulColumns)) * 8;
+      const bool in = bx >= x0 && by >= y0 && bx + 8 <= x0 + side && by + 8 <= y0 + side;
+      const bool out = bx + 8 <= x0 || by + 8 <= y0 || bx >= x0 + side + 5 || by >= y0 + side + 3;
+      const DSP_MOTION_VECTOR &v = r.field.at(0, i);
+      if (in) good += std::abs(v.sX - 20) <= 1 && std::abs(v.sY - 12) <= 1;
+      if (out) good += std::abs(v.sX) <= 1 && std::abs(v.sY) <= 1;
+    }
+    return good;
+  };
+  const Estimate split = estimate(a, b, 8), plain = estimate(a, b, 8, [](DSP_MOTION_VECTORS_PARAMS &p) { p.ulMotionFlags = DSP_MOTION_NO_SPLIT; });
+  const int inside_blocks = (side / 8) * (side / 8);
+  EXPECT_GE(right(split), right(plain) + 4) << "the split stage follows the boundary";
+  EXPECT_GE(right(split), static_cast<int>(0.95 * (split.field.count() - 2 * inside_blocks)));
+}
+
+TEST(MotionVectors, OddSizesGivePartialEdgeBlocks) {
+  const Texture t(9);
+  // The pyramid's scaler needs even widths down to the last level: 200 = 4 x 50.
+  const Pyramid a(t.picture(200, 117), 200, 117, 3), b(t.picture(200, 117, -4, 2), 200, 117, 3);
+  const Estimate r = estimate(a, b, 16, nullptr, 8);
+  ASSERT_EQ(r.status, DSP_S_OK);
+  EXPECT_EQ(r.field.h.ulColumns, 13u);
+  EXPECT_EQ(r.field.h.ulRows, 15u);
+  EXPECT_EQ(r.field.h.ulFieldBytes, 48u + 16 * 13 * 15);
+  EXPECT_EQ(r.field.h.ulFieldFlags, DSP_VECTOR_FIELD_FORWARD | DSP_VECTOR_FIELD_BACKWARD);
+  EXPECT_GE(share_within(r.field, 0, -16, 8), 0.99);
+  // The 8 x 5 corner block matches two lines below the picture: edge lines repeated.
+  const DSP_MOTION_VECTOR &corner = r.field.at(0, r.field.count() - 1);
+  EXPECT_LE(std::abs(corner.sX + 16) + std::abs(corner.sY - 8), 1);
+  EXPECT_TRUE(corner.usFlags & DSP_MV_OUTSIDE);
+}
+
+TEST(MotionVectors, EveryIsaWritesTheSameField) {
+  const Texture t(12), obj(13);
+  std::vector<uint8_t> pb = t.picture(216, 133, 2.75, -1.25);
+  for (int y = 40; y < 80; ++y)
+    for (int x = 60; x < 120; ++x) pb[static_cast<size_t>(y) * 216 + x] = obj.at(x, y);
+  const Pyramid a(t.picture(216, 133), 216, 133, 4), b(pb, 216, 133, 4);
+  std::vector<Field> fields;
+  for (uint32_t mask : {0u, static_cast<uint32_t>(framedsp::kCpuSSE2), ~0u}) {
+    framedsp::set_cpu_mask(mask);
+    fields.push_back(estimate(a, b, 8).field);
+  }
+  framedsp::set_cpu_mask(~0u);
+  for (size_t i = 1; i < fields.size(); ++i) {
+    EXPECT_EQ(std::memcmp(&fields[0].h, &fields[i].h, 48), 0);
+    EXPECT_EQ(std::memcmp(fields[0].e.data(), fields[i].e.data(), fields[0].e.size() * 8), 0) << "mask " << i;
+  }
+}
+
+TEST(MotionVectors, PriorFieldMayBeTheFieldBeingWritten) {
+  // The previous pair's field feeds the temporal candidates; reading it from a copy or from the
+  // very buffer being written gives the same field.
+  const Texture t(14);
+  const Pyramid a(t.picture(160, 96), 160, 96, 3), b(t.picture(160, 96, 2.5, 1), 160, 96, 3);
+  const size_t bytes = DSP_VECTOR_FIELD_BYTES(160, 96, 8, 8);
+  std::vector<uint8_t> prior(bytes), in_place(bytes), copy(bytes);
+  DSP_MOTION_VECTORS_PARAMS p{};
+  p.pLevelsA = &a.list;
+  p.pLevelsB = &b.list;
+  p.ulBlockA = p.ulBlockB = 8;
+  p.ulVectorFieldBytes = static_cast<uint32_t>(bytes);
+  p.pVectorField = prior.data();
+  ASSERT_EQ(DspCreateMotionVectors(converter(), &p), DSP_S_OK);
+  in_place = prior;
+  p.pPriorField = prior.data();
+  p.pVectorField = copy.data();
+  ASSERT_EQ(DspCreateMotionVectors(converter(), &p), DSP_S_OK);
+  p.pPriorField = p.pVectorField = in_place.data();
+  ASSERT_EQ(DspCreateMotionVectors(converter(), &p), DSP_S_OK);
+  EXPECT_EQ(in_place, copy);
+}
+
+// ---- refusals ----------------------------------------------------------------------------------
+
+struct Refusal {
+  const char *name;
+  std::function<void(DSP_MOTION_VECTORS_PARAMS &, DSP_MIPMAP_LEVELS &)> spoil;
+};
+
+TEST(MotionVectors, RefusedRecordsWriteNothing) {
+  const Texture t(1);
+  const Pyramid a(t.picture(128, 96), 128, 96, 3), b(t.picture(128, 96, 1, 0), 128, 96, 3);
+  const size_t need = DSP_VECTOR_FIELD_BYTES(128, 96, 16, 16);
+  const std::vector<Refusal> cases = {
+      {"null list", [](auto &p, auto &) { p.pLevelsA = nullptr; }},
+      {"count 0", [](auto &, auto &l) { l.ulCount = 0; }},
+      {"count 6", [](auto &, auto &l) { l.ulCount = 6; }},
+      {"counts differ", [](auto &, auto &l) { l.ulCount = 2; }},
+      {"null level", [](auto &, auto &l) { l.Levels[2].Buffer.pBuffer = nullptr; }},
+      {"format 261", [](auto &, auto &l) { l.Levels[1].ePixelFormat = DSP_PIXEL_FORMAT_KEY8; }},
+      {"other geometry", [](auto &, auto &l) { l.Levels[0].Buffer.Region.ulWidth = 126; }},
+      {"region outside", [](auto &, auto &l) { l.Levels[0].Buffer.Region.ptOffset.x = 1; }},
+      {"not halved", [](auto &, auto &l) { l.Levels[1].Buffer.Region.ulHeight = 47; }},
+      {"ulLevels above the count", [](auto &p, auto &) { p.ulLevels = 4; }},
+      {"ulLevels 6", [](auto &p, auto &) { p.ulLevels = 6; }},
+      {"block 7", [](auto &p, auto &) { p.ulBlockA = 7; }},
+      {"level block 33", [](auto &p, auto &) { p.ulLevelBlockB[4] = 33; }},
+      {"range above width / 4", [](auto &p, auto &) { p.ulLevelRangeX[3] = 33; }},
+      {"threshold 256", [](auto &p, auto &) { p.ulLevelThreshold[0] = 256; }},
+      {"field one byte short", [=](auto &p, auto &) { p.ulVectorFieldBytes = static_cast<uint32_t>(need - 1); }},
+      {"null field", [](auto &p, auto &) { p.pVectorField = nullptr; }},
+      {"reserved word", [](auto &p, auto &) { p.ulReserved[2] = 1; }},
+  };
+  for (const Refusal &c : cases) {
+    framedsp_test::GuardedBuffer field(need, 64, 0x5A);
+    DSP_MIPMAP_LEVELS spoilt = b.list;
+    DSP_MOTION_VECTORS_PARAMS p{};
+    p.pLevelsA = &a.list;
+    p.pLevelsB = &spoilt;
+    p.pVectorField = field.data();
+    p.ulVectorFieldBytes = static_cast<uint32_t>(need);
+    c.spoil(p, spoilt);
+    const uint64_t before = framedsp::work_memory_stats().allocations;
+    EXPECT_EQ(DspCreateMotionVectors(converter(), &p), DSP_E_INVALIDARG) << c.name;
+    EXPECT_EQ(framedsp::work_memory_stats().allocations, before) << c.name;
+    bool untouched = field.intact();
+    for (size_t i = 0; i < need; ++i) untouched = untouched && field[i] == 0x5A;
+    EXPECT_TRUE(untouched) << c.name;
+  }
+  // The same settings bound converter creation: a range above 128 / 4 is refused there too.
+  DSP_FRAME_RATE_CONVERTER_PARAMS cp{};
+  cp.ulBaseCount = 1;
+  cp.lWidth = 128;
+  cp.lHeight = 96;
+  cp.ulLevelRangeX[3] = 33;
+  DSP_HANDLE h = nullptr;
+  EXPECT_EQ(DspCreateFrameRateConverter(&cp, &h), DSP_E_INVALIDARG);
+}
+
+TEST(MotionVectors, WorkMemoryIsReleasedAndFailureReported) {
+  const Texture t(2);
+  const Pyramid a(t.picture(96, 64), 96, 64, 2), b(t.picture(96, 64, 1, 1), 96, 64, 2);
+  const framedsp::WorkMemoryStats before = framedsp::work_memory_stats();
+  EXPECT_EQ(estimate(a, b, 16).status, DSP_S_OK);
+  const framedsp::WorkMemoryStats after = framedsp::work_memory_stats();
+  EXPECT_EQ(after.allocations - before.allocations, after.releases - before.releases);
+  EXPECT_GT(after.allocations, before.allocations);
+  framedsp::work_memory_fail_at(1);
+  EXPECT_EQ(estimate(a, b, 16).status, DSP_E_OUTOFMEMORY);
+  framedsp::work_memory_fail_at(0);
+}
+
+}  // namespace
