@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <random>
 #include <vector>
 
 #include "resample/resample.h"
@@ -59,9 +58,5 @@ struct Job {
                                        {out.bytes.data(), ptrdiff_t(out.stride)}, r0, r1, cov);
   }
 };
-
-inline void fill_random(std::vector<uint8_t> &v, std::mt19937 &rng) {
-  for (auto &b : v) b = uint8_t(rng());
-}
 
 }  // namespace resample_test

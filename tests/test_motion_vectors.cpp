@@ -1,11 +1,11 @@
 // DspCreateMotionVectors: the kernels against their scalar twins, known translations of a smooth
-// random texture, reach, boundaries, scene cuts, odd sizes, ISA independence and refusals.
+// random texture, reach, boundaries, flat areas, scene cuts, odd sizes, ISA independence, refusals.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
 #include <cstring>
 #include <functional>
-#include <memory>
 #include <random>
 #include <vector>
 
@@ -16,6 +16,9 @@
 #include "test_util.h"
 
 namespace {
+
+using framedsp::MotionKernels;
+using Tune = std::function<void(DSP_MOTION_VECTORS_PARAMS &)>;
 
 // Sum of 40 sinusoids with random directions and phases, 0.03..0.48 radians a pixel, amplitude
 // falling as 1/sqrt(frequency); about 45 grey levels of deviation around 128.
@@ -37,11 +40,15 @@ class Texture {
     for (const Wave &w : waves_) v += w.a * std::sin(w.kx * x + w.ky * y + w.phase);
     return static_cast<uint8_t>(std::lround(std::fmin(255, std::fmax(0, v))));
   }
-  // The picture shifted by (dx, dy): pixel p shows what (p - d) shows unshifted.
-  std::vector<uint8_t> picture(int w, int h, double dx = 0, double dy = 0) const {
+  // The picture shifted by (dx, dy): pixel p shows what (p - d) shows unshifted.  Where x - dx is
+  // at or past `textured`, a flat 120 or 121 at random (a sensor's grain, drawn from `grain`).
+  std::vector<uint8_t> picture(int w, int h, double dx = 0, double dy = 0, int textured = INT_MAX,
+                               uint32_t grain = 1) const {
+    std::mt19937 g(grain);
     std::vector<uint8_t> p(static_cast<size_t>(w) * h);
     for (int y = 0; y < h; ++y)
-      for (int x = 0; x < w; ++x) p[static_cast<size_t>(y) * w + x] = at(x - dx, y - dy);
+      for (int x = 0; x < w; ++x)
+        p[static_cast<size_t>(y) * w + x] = x - dx < textured ? at(x - dx, y - dy) : uint8_t(120 + (g() & 1));
     return p;
   }
 
@@ -74,11 +81,10 @@ struct Pyramid {
       DSP_IMAGE &d = list.Levels[k];
       d.Buffer.pBuffer = planes.back().data();
       d.Buffer.eBufferType = DSP_BUFFER_TYPE_FRAME;
-      d.Buffer.Region.ulWidth = d.ulWidth = static_cast<uint32_t>(w);
+      d.Buffer.Region.ulWidth = d.ulWidth = d.ulPrimaryStrideBytes = static_cast<uint32_t>(w);
       d.Buffer.Region.ulHeight = d.ulHeight = static_cast<uint32_t>(h);
       d.ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
       d.eInterlace = DSP_INTERLACE_PROGRESSIVE;
-      d.ulPrimaryStrideBytes = static_cast<uint32_t>(w);
     }
     DSP_MIPMAP_PARAMS m{};
     m.Base = list.Levels[0];
@@ -89,20 +95,33 @@ struct Pyramid {
 };
 
 struct Field {
+  DSP_HRESULT status;
   DSP_VECTOR_FIELD h{};
   std::vector<DSP_MOTION_VECTOR> e;  // forward, then backward
   int count() const { return static_cast<int>(h.ulColumns * h.ulRows); }
   const DSP_MOTION_VECTOR &at(int dir, int i) const { return e[static_cast<size_t>(dir * count() + i)]; }
-};
-
-struct Estimate {
-  DSP_HRESULT status;
-  Field field;
+  // Bad blocks among those whose match stays inside the picture.
+  int bad_inside(int dir) const {
+    int bad = 0;
+    for (int i = 0; i < count(); ++i) bad += (at(dir, i).usFlags & (DSP_MV_BAD | DSP_MV_OUTSIDE)) == DSP_MV_BAD;
+    return bad;
+  }
+  // Share of the blocks (not flagged outside, with the flags `need`, from block column `first` on)
+  // within one quarter pixel of (tx, ty), negated backward.
+  double share(int dir, int tx, int ty, uint16_t need = 0, int first = 0) const {
+    int good = 0, n = 0;
+    for (int i = 0; i < count(); ++i) {
+      const DSP_MOTION_VECTOR &v = at(dir, i);
+      if ((v.usFlags & DSP_MV_OUTSIDE) || (v.usFlags & need) != need || i % int(h.ulColumns) < first) continue;
+      ++n;
+      good += std::abs(v.sX - (dir ? -tx : tx)) <= 1 && std::abs(v.sY - (dir ? -ty : ty)) <= 1;
+    }
+    return n ? static_cast<double>(good) / n : 0;
+  }
 };
 
 // Estimates A -> B (and back) with the record as `tune` leaves it.
-Estimate estimate(const Pyramid &a, const Pyramid &b, int block,
-                  const std::function<void(DSP_MOTION_VECTORS_PARAMS &)> &tune = nullptr, int block_b = 0) {
+Field estimate(const Pyramid &a, const Pyramid &b, int block, const Tune &tune = nullptr, int block_b = 0) {
   const DSP_IMAGE &l0 = a.list.Levels[0];
   block_b = block_b ? block_b : block;
   std::vector<uint8_t> bytes(DSP_VECTOR_FIELD_BYTES(l0.ulWidth, l0.ulHeight, block, block_b));
@@ -114,62 +133,60 @@ Estimate estimate(const Pyramid &a, const Pyramid &b, int block,
   p.ulBlockA = static_cast<uint32_t>(block);
   p.ulBlockB = static_cast<uint32_t>(block_b);
   if (tune) tune(p);
-  Estimate r{DspCreateMotionVectors(converter(), &p), {}};
-  std::memcpy(&r.field.h, bytes.data(), sizeof r.field.h);
-  r.field.e.resize((bytes.size() - 48) / 8);
-  std::memcpy(r.field.e.data(), bytes.data() + 48, r.field.e.size() * 8);
+  Field r{DspCreateMotionVectors(converter(), &p), {}, {}};
+  std::memcpy(&r.h, bytes.data(), sizeof r.h);
+  r.e.resize((bytes.size() - 48) / 8);
+  std::memcpy(r.e.data(), bytes.data() + 48, r.e.size() * 8);
   return r;
 }
 
-// Bad blocks among those whose match stays inside the picture.
-int bad_inside(const Field &f, int dir) {
-  int bad = 0;
-  for (int i = 0; i < f.count(); ++i) bad += (f.at(dir, i).usFlags & (DSP_MV_BAD | DSP_MV_OUTSIDE)) == DSP_MV_BAD;
-  return bad;
-}
-
-// Share of blocks (of those not flagged outside) within one quarter pixel of `truth`.
-double share_within(const Field &f, int dir, int tx, int ty) {
-  int good = 0, n = 0;
-  for (int i = 0; i < f.count(); ++i) {
-    const DSP_MOTION_VECTOR &v = f.at(dir, i);
-    if (v.usFlags & DSP_MV_OUTSIDE) continue;
-    ++n;
-    good += std::abs(v.sX - tx) <= 1 && std::abs(v.sY - ty) <= 1;
-  }
-  return n ? static_cast<double>(good) / n : 0;
+Field translate(int w, int h, double dx, double dy, int block, const Tune &tune = nullptr, int textured = INT_MAX) {
+  const Texture t(7);
+  return estimate(Pyramid(t.picture(w, h, 0, 0, textured, 1), w, h, 4),
+                  Pyramid(t.picture(w, h, dx, dy, textured, 2), w, h, 4), block, tune);
 }
 
 // ---- kernels ---------------------------------------------------------------------------------
 
 TEST(MotionKernels, EveryIsaMatchesTheScalarKernels) {
-  const uint32_t built = framedsp::motion_isas_built();
-  if (!(built & framedsp::cpu_flags())) GTEST_SKIP() << "no SIMD motion kernels on this machine";
-  framedsp::MotionKernels c, simd[2];
+  if (!(framedsp::motion_isas_built() & framedsp::cpu_flags())) GTEST_SKIP() << "no SIMD motion kernels";
+  MotionKernels c, simd[2];
   framedsp::motion_kernels_init(&c, 0);
   framedsp::motion_kernels_init(&simd[0], framedsp::kCpuSSE2 & framedsp::cpu_flags());
   framedsp::motion_kernels_init(&simd[1], framedsp::cpu_flags());
   std::mt19937 rng(framedsp_test::test_seed());
   constexpr int kStride = 160;
   std::vector<uint8_t> a(kStride * 80), b(kStride * 80), c2(kStride * 80), o1(200), o2(200);
-  for (int round = 0; round < 3000; ++round) {
+  for (int round = 0; round < 4000; ++round) {
     const int fill = round % 4;  // random, all 0 / all 255 against each other, random 0/255
     for (size_t i = 0; i < a.size(); ++i) {
       a[i] = fill == 0 ? rng() : fill == 1 ? 0 : fill == 2 ? 255 : (rng() & 1) * 255;
       b[i] = fill == 0 ? rng() : fill == 1 ? 255 : fill == 2 ? 0 : (rng() & 1) * 255;
       c2[i] = static_cast<uint8_t>(rng());
     }
-    const uint32_t w = 1 + rng() % 64, h = 1 + rng() % 64, fx = rng() % 4, fy = rng() % 4;
-    // Negative strides read bottom-up pictures.
+    // Half the rounds take the 16-wide paths (split after 8 columns, or not by columns).
+    const bool wide = (round / 4) & 1;
+    const uint32_t w = wide ? 16 : 1 + rng() % 64, h = 1 + rng() % 64, fx = rng() % 4, fy = rng() % 4;
+    const uint32_t sx = wide ? 8u << (rng() & 1) : 1 + rng() % w, sy = 1 + rng() % h;
+    // Negative strides read bottom-up pictures; one line and column of margin (sad_b4 reads them).
     const ptrdiff_t sa = (rng() & 1) ? kStride : -kStride, sb = (rng() & 1) ? kStride : -kStride;
-    const uint8_t *pa = a.data() + (sa < 0 ? 70 * kStride : 0) + rng() % 16;
-    const uint8_t *pb = b.data() + (sb < 0 ? 70 * kStride : 0) + rng() % 16;
-    const uint8_t *pc = c2.data() + (sb < 0 ? 70 * kStride : 0) + rng() % 16;
-    for (const framedsp::MotionKernels &s : simd) {
-      ASSERT_EQ(s.sad(pa, sa, pb, sb, w, h), c.sad(pa, sa, pb, sb, w, h)) << w << "x" << h;
-      ASSERT_EQ(s.sad_avg(pa, sa, pb, sb, pc, sb, w, h), c.sad_avg(pa, sa, pb, sb, pc, sb, w, h)) << w << "x" << h;
-      ASSERT_EQ(s.sad_q(pa, sa, pb, sb, w, h, fx, fy), c.sad_q(pa, sa, pb, sb, w, h, fx, fy))
-          << w << "x" << h << " phase " << fx << "," << fy;
+    const uint8_t *pa = a.data() + (sa < 0 ? 70 * kStride : kStride) + 1 + rng() % 16;
+    const uint8_t *pb = b.data() + (sb < 0 ? 70 * kStride : kStride) + 1 + rng() % 16;
+    const uint8_t *pc = c2.data() + (sb < 0 ? 70 * kStride : kStride) + 1 + rng() % 16;
+    const std::string what = std::to_string(w) + "x" + std::to_string(h) + " split " + std::to_string(sx) + "," +
+                             std::to_string(sy) + " phase " + std::to_string(fx) + "," + std::to_string(fy);
+    for (const MotionKernels &s : simd) {
+      ASSERT_EQ(s.sad(pa, sa, pb, sb, w, h), c.sad(pa, sa, pb, sb, w, h)) << what;
+      ASSERT_EQ(s.sad_avg(pa, sa, pb, sb, pc, sb, w, h), c.sad_avg(pa, sa, pb, sb, pc, sb, w, h)) << what;
+      ASSERT_EQ(s.sad_q(pa, sa, pb, sb, w, h, fx, fy), c.sad_q(pa, sa, pb, sb, w, h, fx, fy)) << what;
+      uint32_t want[4], got[4];
+      c.sad_q4(pa, sa, pb, sb, w, h, fx, fy, sx, sy, want);
+      s.sad_q4(pa, sa, pb, sb, w, h, fx, fy, sx, sy, got);
+      ASSERT_EQ(std::memcmp(want, got, sizeof want), 0) << "sad_q4 " << what;
+      ASSERT_EQ(want[0] + want[1] + want[2] + want[3], c.sad_q(pa, sa, pb, sb, w, h, fx, fy)) << "parts " << what;
+      c.sad_b4(pa, sa, pb, sb, w, h, fx, fy, sx, sy, want);
+      s.sad_b4(pa, sa, pb, sb, w, h, fx, fy, sx, sy, got);
+      ASSERT_EQ(std::memcmp(want, got, sizeof want), 0) << "sad_b4 " << what;
       const size_t n = rng() % 190;
       s.avg_line(pa, pb, o1.data(), n);
       c.avg_line(pa, pb, o2.data(), n);
@@ -179,17 +196,27 @@ TEST(MotionKernels, EveryIsaMatchesTheScalarKernels) {
 }
 
 TEST(MotionKernels, ScalarKernelsMeetTheirFormulas) {
-  framedsp::MotionKernels c;
+  MotionKernels c;
   framedsp::motion_kernels_init(&c, 0);
   const uint8_t a[4] = {10, 200, 0, 255}, b[4] = {20, 100, 255, 0}, q[4] = {21, 101, 0, 0};
   EXPECT_EQ(c.sad(a, 2, b, 2, 2, 2), 10u + 100 + 255 + 255);
   EXPECT_EQ(c.sad_avg(a, 4, b, 4, q, 4, 4, 1), 11u + 99 + 128 + 255);  // (20 + 21 + 1) >> 1 = 21
-  // Phase (2, 2): the rounded mean of four samples; phase (0, 0): the sample itself.
+  // Phase (2, 2): the rounded mean of four samples; (0, 0): the sample; (1, 3): weights 3, 1, 9, 3.
   const uint8_t f[6] = {0, 10, 0, 20, 30, 0}, zero[1] = {0};
   EXPECT_EQ(c.sad_q(zero, 1, f, 3, 1, 1, 2, 2), (0u + 10 + 20 + 30 + 2) / 4);
   EXPECT_EQ(c.sad_q(zero, 1, f + 1, 3, 1, 1, 0, 0), 10u);
-  // Phase (1, 3): weights 3*1, 1*1, 3*3, 1*3 of 16.
   EXPECT_EQ(c.sad_q(zero, 1, f, 3, 1, 1, 1, 3), (0u * 3 + 10 * 1 + 20 * 9 + 30 * 3 + 8) / 16);
+  // Bilateral, one sample at (1, 1) of a against (0, 0) of g: fraction (1, 2) samples a at
+  // (1 - 1/8, 1 - 2/8) and g at (1/8, 2/8).
+  const uint8_t a2[4] = {10, 20, 30, 40}, g[4] = {50, 90, 70, 0};
+  uint32_t out[4];
+  c.sad_b4(a2 + 3, 2, g, 2, 1, 1, 0, 0, 1, 1, out);
+  EXPECT_EQ(out[0], 10u);
+  c.sad_b4(a2 + 3, 2, g, 2, 1, 1, 1, 2, 1, 1, out);
+  const int sa = (7 * 6 * 40 + 1 * 6 * 30 + 7 * 2 * 20 + 1 * 2 * 10 + 32) >> 6;
+  const int sg = (7 * 6 * 50 + 1 * 6 * 90 + 7 * 2 * 70 + 1 * 2 * 0 + 32) >> 6;
+  EXPECT_EQ(out[0], static_cast<uint32_t>(std::abs(sa - sg)));
+  EXPECT_EQ(out[1] + out[2] + out[3], 0u);
 }
 
 // ---- the estimator ---------------------------------------------------------------------------
@@ -203,47 +230,44 @@ class KnownTranslation : public ::testing::TestWithParam<Shift> {};
 
 TEST_P(KnownTranslation, BlocksFollowTheTruthBothWays) {
   const Shift s = GetParam();
-  const Texture t(7);
-  const Pyramid a(t.picture(s.w, s.h), s.w, s.h, 4), b(t.picture(s.w, s.h, s.dx, s.dy), s.w, s.h, 4);
-  const Estimate r = estimate(a, b, 8);
+  const Field r = translate(s.w, s.h, s.dx, s.dy, 8);
   ASSERT_EQ(r.status, DSP_S_OK);
   const int tx = static_cast<int>(std::lround(4 * s.dx)), ty = static_cast<int>(std::lround(4 * s.dy));
-  const bool whole = tx % 4 == 0 && ty % 4 == 0;
-  const double need = whole ? 0.99 : 0.98;
-  EXPECT_GE(share_within(r.field, 0, tx, ty), need) << "forward";
-  EXPECT_GE(share_within(r.field, 1, -tx, -ty), need) << "backward";
-  EXPECT_LE(bad_inside(r.field, 0) + bad_inside(r.field, 1), r.field.count() / 50);
+  const double need = tx % 4 == 0 && ty % 4 == 0 ? 0.99 : 0.98;
+  EXPECT_GE(r.share(0, tx, ty), need) << "forward";
+  EXPECT_GE(r.share(1, tx, ty), need) << "backward";
+  EXPECT_LE(r.bad_inside(0) + r.bad_inside(1), r.count() / 50);
 }
 
+// Whole, half (not pulled to whole pixels) and quarter pixels, odd sizes.
 INSTANTIATE_TEST_SUITE_P(MotionVectors, KnownTranslation,
-                         ::testing::Values(Shift{320, 192, 2, -3}, Shift{320, 192, -7, 5},
-                                           Shift{320, 192, 3.25, -1.75}, Shift{256, 256, -5.75, 0.5},
-                                           Shift{320, 192, 0.25, 6.75}, Shift{304, 187, 10.5, -2.25}));
+                         ::testing::Values(Shift{320, 192, 2, -3}, Shift{320, 192, -7, 5}, Shift{256, 160, 2.5, -2.5},
+                                           Shift{256, 160, -1.5, 1.5}, Shift{320, 192, 3.25, -1.75},
+                                           Shift{256, 256, -5.75, 0.5}, Shift{304, 187, 10.5, -2.25}));
 
 TEST(MotionVectors, MotionBeyondTheReachIsBadNotWrong) {
   // Two levels with ranges of 1 reach 1 + 2 = 3 pixels; the picture moves 6.
   const Texture t(11);
   const Pyramid a(t.picture(256, 160), 256, 160, 2), b(t.picture(256, 160, 6, 0), 256, 160, 2);
-  const Estimate r = estimate(a, b, 16, [](DSP_MOTION_VECTORS_PARAMS &p) { p.ulMotionFlags = DSP_MOTION_FORWARD_ONLY; });
+  const Field r = estimate(a, b, 16, [](DSP_MOTION_VECTORS_PARAMS &p) { p.ulMotionFlags = DSP_MOTION_FORWARD_ONLY; });
   ASSERT_EQ(r.status, DSP_S_OK);
   int bad = 0;
-  for (int i = 0; i < r.field.count(); ++i) {
-    EXPECT_LE(std::abs(r.field.at(0, i).sX), 12) << "no vector beyond the reach";
-    bad += (r.field.at(0, i).usFlags & DSP_MV_BAD) != 0;
+  for (int i = 0; i < r.count(); ++i) {
+    EXPECT_LE(std::abs(r.at(0, i).sX), 12) << "no vector beyond the reach";
+    bad += (r.at(0, i).usFlags & DSP_MV_BAD) != 0;
   }
-  EXPECT_GE(bad, r.field.count() * 2 / 3);
-  EXPECT_EQ(r.field.h.ulBadForward, static_cast<uint32_t>(bad));
+  EXPECT_GE(bad, r.count() * 2 / 3);
+  EXPECT_EQ(r.h.ulBadForward, static_cast<uint32_t>(bad));
 }
 
 TEST(MotionVectors, SceneCutRaisesTheBadCount) {
   const Texture t(3), other(4);
   const Pyramid a(t.picture(320, 192), 320, 192, 4), same(t.picture(320, 192, 1, 1), 320, 192, 4);
-  const Pyramid cut(other.picture(320, 192), 320, 192, 4);
-  const Estimate smooth = estimate(a, same, 16), jump = estimate(a, cut, 16);
+  const Field smooth = estimate(a, same, 16), jump = estimate(a, Pyramid(other.picture(320, 192), 320, 192, 4), 16);
   ASSERT_EQ(jump.status, DSP_S_OK);
-  EXPECT_LE(smooth.field.h.ulBadForward, 2u);
-  EXPECT_GE(jump.field.h.ulBadForward, static_cast<uint32_t>(jump.field.count() * 8 / 10));
-  EXPECT_GE(jump.field.h.ulBadBackward, static_cast<uint32_t>(jump.field.count() * 8 / 10));
+  EXPECT_LE(smooth.h.ulBadForward, 2u);
+  EXPECT_GE(jump.h.ulBadForward, static_cast<uint32_t>(jump.count() * 8 / 10));
+  EXPECT_GE(jump.h.ulBadBackward, static_cast<uint32_t>(jump.count() * 8 / 10));
 }
 
 TEST(MotionVectors, AnObjectKeepsItsOwnVectorsUpToItsBoundary) {
@@ -257,37 +281,62 @@ TEST(MotionVectors, AnObjectKeepsItsOwnVectorsUpToItsBoundary) {
       pb[static_cast<size_t>(y0 + 3 + y) * w + x0 + 5 + x] = obj.at(x, y);
     }
   const Pyramid a(pa, w, h, 3), b(pb, w, h, 3);
-  auto right = [&](const Estimate &r) {
+  auto right = [&](const Field &r) {
     int good = 0;
-    for (int i = 0; i < r.field.count(); ++i) {
-      const int bx = (i % static_cast<int>(r.field.h.ulColumns)) * 8, by = (i / static_cast<int>(r.field.h.ulColumns)) * 8;
+    for (int i = 0; i < r.count(); ++i) {
+      const int bx = (i % static_cast<int>(r.h.ulColumns)) * 8, by = (i / static_cast<int>(r.h.ulColumns)) * 8;
       const bool in = bx >= x0 && by >= y0 && bx + 8 <= x0 + side && by + 8 <= y0 + side;
       const bool out = bx + 8 <= x0 || by + 8 <= y0 || bx >= x0 + side + 5 || by >= y0 + side + 3;
-      const DSP_MOTION_VECTOR &v = r.field.at(0, i);
+      const DSP_MOTION_VECTOR &v = r.at(0, i);
       if (in) good += std::abs(v.sX - 20) <= 1 && std::abs(v.sY - 12) <= 1;
       if (out) good += std::abs(v.sX) <= 1 && std::abs(v.sY) <= 1;
     }
     return good;
   };
-  const Estimate split = estimate(a, b, 8), plain = estimate(a, b, 8, [](DSP_MOTION_VECTORS_PARAMS &p) { p.ulMotionFlags = DSP_MOTION_NO_SPLIT; });
-  const int inside_blocks = (side / 8) * (side / 8);
+  const Field split = estimate(a, b, 8), plain = estimate(a, b, 8, [](auto &p) { p.ulMotionFlags = DSP_MOTION_NO_SPLIT; });
   EXPECT_GE(right(split), right(plain) + 4) << "the split stage follows the boundary";
-  EXPECT_GE(right(split), static_cast<int>(0.95 * (split.field.count() - 2 * inside_blocks)));
+  EXPECT_GE(right(split), static_cast<int>(0.95 * (split.count() - 2 * (side / 8) * (side / 8))));
+}
+
+TEST(MotionVectors, FlatAreasFollowTheGlobalMotion) {
+  // The left 160 columns are textured, the right 96 flat: a pure translation moves both.  Block
+  // columns 20 and 21 see the texture's edge; the flat blocks beyond have only the global motion.
+  const Field with = translate(256, 160, 3.25, -2.75, 8, nullptr, 160);
+  const Field without = translate(256, 160, 3.25, -2.75, 8, [](auto &p) { p.ulMotionFlags = DSP_MOTION_NO_GLOBAL; }, 160);
+  for (int dir = 0; dir < 2; ++dir) {
+    EXPECT_GE(with.share(dir, 13, -11, DSP_MV_FLAT, 22), 0.98) << "direction " << dir;
+    EXPECT_LE(without.share(dir, 13, -11, DSP_MV_FLAT, 22), 0.5) << "direction " << dir;
+    EXPECT_GE(with.share(dir, 13, -11), 0.9) << "direction " << dir;
+  }
+}
+
+TEST(MotionVectors, ExhaustiveWindowsPlaceBlocksAsWell) {
+  // Threshold 1 sends most blocks of the texture through the exhaustive window, 255 none.
+  auto threshold = [](uint32_t t) { return [t](DSP_MOTION_VECTORS_PARAMS &p) { for (uint32_t &v : p.ulLevelThreshold) v = t; }; };
+  const Field wide = translate(256, 160, -4.75, 1.25, 8, threshold(1)), narrow = translate(256, 160, -4.75, 1.25, 8, threshold(255));
+  int refined[2] = {0, 0};
+  for (size_t i = 0; i < wide.e.size(); ++i) {
+    refined[0] += (wide.e[i].usFlags & DSP_MV_REFINED) != 0;
+    refined[1] += (narrow.e[i].usFlags & DSP_MV_REFINED) != 0;
+  }
+  EXPECT_GE(refined[0], static_cast<int>(wide.e.size() * 2 / 3));
+  EXPECT_EQ(refined[1], 0);
+  for (int dir = 0; dir < 2; ++dir) EXPECT_GE(wide.share(dir, -19, 5), 0.98) << "direction " << dir;
 }
 
 TEST(MotionVectors, OddSizesGivePartialEdgeBlocks) {
   const Texture t(9);
   // The pyramid's scaler needs even widths down to the last level: 200 = 4 x 50.
   const Pyramid a(t.picture(200, 117), 200, 117, 3), b(t.picture(200, 117, -4, 2), 200, 117, 3);
-  const Estimate r = estimate(a, b, 16, nullptr, 8);
+  const Field r = estimate(a, b, 16, nullptr, 8);
   ASSERT_EQ(r.status, DSP_S_OK);
-  EXPECT_EQ(r.field.h.ulColumns, 13u);
-  EXPECT_EQ(r.field.h.ulRows, 15u);
-  EXPECT_EQ(r.field.h.ulFieldBytes, 48u + 16 * 13 * 15);
-  EXPECT_EQ(r.field.h.ulFieldFlags, DSP_VECTOR_FIELD_FORWARD | DSP_VECTOR_FIELD_BACKWARD);
-  EXPECT_GE(share_within(r.field, 0, -16, 8), 0.99);
+  EXPECT_EQ(r.h.ulColumns, 13u);
+  EXPECT_EQ(r.h.ulRows, 15u);
+  EXPECT_EQ(r.h.ulFieldBytes, 48u + 16 * 13 * 15);
+  EXPECT_EQ(r.h.ulFieldFlags, DSP_VECTOR_FIELD_FORWARD | DSP_VECTOR_FIELD_BACKWARD);
+  EXPECT_GE(r.share(0, -16, 8), 0.99);
   // The 8 x 5 corner block matches two lines below the picture: edge lines repeated.
-  const DSP_MOTION_VECTOR &corner = r.field.at(0, r.field.count() - 1);
+  const DSP_MOTION_VECTOR &corner = r.at(0, r.count() - 1);
   EXPECT_LE(std::abs(corner.sX + 16) + std::abs(corner.sY - 8), 1);
   EXPECT_TRUE(corner.usFlags & DSP_MV_OUTSIDE);
 }
@@ -301,7 +350,7 @@ TEST(MotionVectors, EveryIsaWritesTheSameField) {
   std::vector<Field> fields;
   for (uint32_t mask : {0u, static_cast<uint32_t>(framedsp::kCpuSSE2), ~0u}) {
     framedsp::set_cpu_mask(mask);
-    fields.push_back(estimate(a, b, 8).field);
+    fields.push_back(estimate(a, b, 8));
   }
   framedsp::set_cpu_mask(~0u);
   for (size_t i = 1; i < fields.size(); ++i) {
@@ -333,18 +382,14 @@ TEST(MotionVectors, PriorFieldMayBeTheFieldBeingWritten) {
   EXPECT_EQ(in_place, copy);
 }
 
-// ---- refusals ----------------------------------------------------------------------------------
-
-struct Refusal {
-  const char *name;
-  std::function<void(DSP_MOTION_VECTORS_PARAMS &, DSP_MIPMAP_LEVELS &)> spoil;
-};
+// ---- refusals, work memory -----------------------------------------------------------------------
 
 TEST(MotionVectors, RefusedRecordsWriteNothing) {
   const Texture t(1);
   const Pyramid a(t.picture(128, 96), 128, 96, 3), b(t.picture(128, 96, 1, 0), 128, 96, 3);
   const size_t need = DSP_VECTOR_FIELD_BYTES(128, 96, 16, 16);
-  const std::vector<Refusal> cases = {
+  using Spoil = std::function<void(DSP_MOTION_VECTORS_PARAMS &, DSP_MIPMAP_LEVELS &)>;
+  const std::vector<std::pair<const char *, Spoil>> cases = {
       {"null list", [](auto &p, auto &) { p.pLevelsA = nullptr; }},
       {"count 0", [](auto &, auto &l) { l.ulCount = 0; }},
       {"count 6", [](auto &, auto &l) { l.ulCount = 6; }},
@@ -364,7 +409,7 @@ TEST(MotionVectors, RefusedRecordsWriteNothing) {
       {"null field", [](auto &p, auto &) { p.pVectorField = nullptr; }},
       {"reserved word", [](auto &p, auto &) { p.ulReserved[2] = 1; }},
   };
-  for (const Refusal &c : cases) {
+  for (const auto &c : cases) {
     framedsp_test::GuardedBuffer field(need, 64, 0x5A);
     DSP_MIPMAP_LEVELS spoilt = b.list;
     DSP_MOTION_VECTORS_PARAMS p{};
@@ -372,13 +417,13 @@ TEST(MotionVectors, RefusedRecordsWriteNothing) {
     p.pLevelsB = &spoilt;
     p.pVectorField = field.data();
     p.ulVectorFieldBytes = static_cast<uint32_t>(need);
-    c.spoil(p, spoilt);
+    c.second(p, spoilt);
     const uint64_t before = framedsp::work_memory_stats().allocations;
-    EXPECT_EQ(DspCreateMotionVectors(converter(), &p), DSP_E_INVALIDARG) << c.name;
-    EXPECT_EQ(framedsp::work_memory_stats().allocations, before) << c.name;
+    EXPECT_EQ(DspCreateMotionVectors(converter(), &p), DSP_E_INVALIDARG) << c.first;
+    EXPECT_EQ(framedsp::work_memory_stats().allocations, before) << c.first;
     bool untouched = field.intact();
     for (size_t i = 0; i < need; ++i) untouched = untouched && field[i] == 0x5A;
-    EXPECT_TRUE(untouched) << c.name;
+    EXPECT_TRUE(untouched) << c.first;
   }
   // The same settings bound converter creation: a range above 128 / 4 is refused there too.
   DSP_FRAME_RATE_CONVERTER_PARAMS cp{};
@@ -388,11 +433,8 @@ TEST(MotionVectors, RefusedRecordsWriteNothing) {
   cp.ulLevelRangeX[3] = 33;
   DSP_HANDLE h = nullptr;
   EXPECT_EQ(DspCreateFrameRateConverter(&cp, &h), DSP_E_INVALIDARG);
-}
 
-TEST(MotionVectors, WorkMemoryIsReleasedAndFailureReported) {
-  const Texture t(2);
-  const Pyramid a(t.picture(96, 64), 96, 64, 2), b(t.picture(96, 64, 1, 1), 96, 64, 2);
+  // An accepted record releases its work memory; a failed allocation is reported.
   const framedsp::WorkMemoryStats before = framedsp::work_memory_stats();
   EXPECT_EQ(estimate(a, b, 16).status, DSP_S_OK);
   const framedsp::WorkMemoryStats after = framedsp::work_memory_stats();

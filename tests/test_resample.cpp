@@ -1,20 +1,23 @@
-// Resampling engine, whole plans: weight rows, constant pictures, ramps, shifts, edges,
-// anti-ringing, bands and the ISA levels against each other.
+// Resampling engine: weight rows, the line kernels against their scalar twins, whole plans
+// (constant pictures, ramps, shifts, edges, anti-ringing, bands, ISA levels), the scaler's lines.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <random>
 
 #include "platform/cpu.h"
 #include "platform/work_memory.h"
 #include "resample/resample_internal.h"
+#include "scale/scale_line_kernels.h"
 #include "resample_util.h"
 #include "test_util.h"
 
 namespace {
 
 using framedsp::kResampleOne;
+using framedsp_test::GuardedBuffer;
 using resample_test::Job;
 using resample_test::Picture;
 
@@ -48,6 +51,116 @@ TEST(ResampleWeights, EveryRowSumsToOneAndWidensWhenReducing) {
   }
 }
 
+std::vector<uint32_t> levels() {
+  std::vector<uint32_t> v;
+  for (uint32_t l : {uint32_t(framedsp::kCpuSSE2), framedsp::kCpuSSE2 | framedsp::kCpuSSSE3, ~0u}) {
+    const uint32_t have = l & framedsp::cpu_flags();
+    if (have && std::find(v.begin(), v.end(), have) == v.end()) v.push_back(have);
+  }
+  return v;
+}
+
+// Every level's horizontal kernel of a class writes the bytes of the scalar kernel over the same
+// plan, on every length, lead, ratio and edge rule, with adversarial weights (8-bit classes: any
+// int16 is exact), guard bytes around the output and the source ending against a protected page.
+class ResampleHorzKernel : public ::testing::TestWithParam<uint32_t> {};
+
+TEST_P(ResampleHorzKernel, EveryLevelMatchesTheScalarKernel) {
+  const uint32_t cls = GetParam();
+  const int32_t px = int32_t(framedsp::resample_group_pixels(cls));
+  std::mt19937 rng(framedsp_test::test_seed() + cls);
+  int simd_runs = 0;
+  const double ratios[] = {0.37, 0.5, 0.71, 1.0, 1.33, 1.5, 2.0, 2.6, 4.3};
+  for (int n = 0; n < 160; ++n) {
+    const int32_t dw = px * (n < 100 ? 1 + n : 1 + int32_t(rng() % 900));
+    const int32_t sw = std::max(px, int32_t(dw * ratios[n % 9]) / px * px);
+    Job job(cls, uint32_t(n % 4), sw, 1, dw, 1, int64_t(rng() % 64) << 26);
+    job.s.edge = uint32_t(n / 4) % 3;
+    job.s.chroma_siting = uint32_t(n & 1);
+    job.s.phase_bits = n % 7 == 0 ? 14 : 0;
+    const size_t lead = size_t(n) % 16, dlead = size_t(n * 7) % 16;
+    for (uint32_t level : levels()) {
+      framedsp::ResamplePlan plan;
+      ASSERT_EQ(framedsp::resample_plan_build(job.s, level, &plan), 0);
+      framedsp::ResamplePlanData &d = *plan.data();
+      if (n % 3 == 1 && cls < 7) {
+        std::mt19937 wr{uint32_t(n)};
+        for (framedsp::ResampleRowsTable &t : d.hrows)
+          for (size_t i = 0; t.w && i < size_t(t.count) * size_t(t.taps); ++i)
+            t.w[i] = int16_t(wr() % 2 ? wr() : (wr() % 40000) - 20000);
+        if (d.hplan.pairs)  // the blocks rebuilt from them
+          framedsp::resample_build_blocks(d.hplan, const_cast<framedsp::ResampleHPair *>(d.hplan.pairs),
+                                          const_cast<uint8_t *>(d.hplan.fits));
+      }
+      const size_t src_bytes = d.hplan.src_bytes + lead, dst_bytes = d.hplan.dst_bytes;
+      GuardedBuffer src(src_bytes, 0);
+      std::mt19937 data{uint32_t(n)};
+      framedsp_test::fill_random(src.data(), src_bytes, data);
+      if (n % 11 == 5) std::memset(src.data(), n % 2 ? 255 : 0, src_bytes);
+      GuardedBuffer dst(dst_bytes + dlead, 32, 0x5A);
+      std::vector<uint8_t> want(dst_bytes);
+      d.lines.horz[cls](src.data() + lead, dst.data() + dlead, &d.hplan);
+      framedsp::resample_horz_c(src.data() + lead, want.data(), &d.hplan);
+      ASSERT_TRUE(dst.intact()) << dst.damage();
+      for (size_t i = 0; i < dlead; ++i) ASSERT_EQ(dst[i], 0x5A);
+      ASSERT_EQ(0, std::memcmp(dst.data() + dlead, want.data(), dst_bytes))
+          << "class " << cls << " level " << level << " " << sw << " -> " << dw << " kernel " << n % 4 << " case " << n
+          << "\n" << framedsp_test::hex_diff(want.data(), dst.data() + dlead, dst_bytes);
+      simd_runs += d.lines.horz_uses_blocks[cls] && d.hplan.pairs ? 1 : 0;
+    }
+  }
+  if ((framedsp::cpu_flags() & framedsp::kCpuSSE2) && cls < 7) {
+    EXPECT_GT(simd_runs, 0) << "no SIMD kernel ran";
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllClasses, ResampleHorzKernel, ::testing::Range<uint32_t>(0, framedsp::kResampleClasses));
+
+// The vertical kernels: the scalar one against the per-sample formula, every level against it.
+TEST(ResampleVertKernel, EveryLevelMatchesTheFormula) {
+  std::mt19937 rng(framedsp_test::test_seed() + 77);
+  std::vector<uint32_t> all = levels();
+  all.insert(all.begin(), 0u);
+  for (uint32_t level : all) {
+    framedsp::ResampleLineTable t;
+    framedsp::resample_line_table_init(&t, level);
+    for (int wide = 0; wide < 2; ++wide) {
+      for (size_t n = 0; n < 260; ++n) {
+        const size_t bytes = (n < 200 ? n : size_t(rng() % 4000)) & (wide ? ~size_t(1) : ~size_t(0));
+        const int taps = 1 + int(n % 13);
+        // Rows summing to 16384 with positive weights below 32768 (what plans hold); the 8-bit
+        // kernel also takes any int16 row.
+        int16_t w[16];
+        int32_t sum = 0, pos = 0;
+        for (int k = 0; k + 1 < taps; ++k) sum += w[k] = int16_t(int(rng() % 24000) - 8000);
+        w[taps - 1] = int16_t(std::clamp(16384 - sum, -32768, 32767));
+        for (int k = 0; k < taps; ++k) pos += std::max<int32_t>(w[k], 0);
+        if (wide && (sum + w[taps - 1] != 16384 || pos > 32767)) continue;
+        for (int k = 0; !wide && n % 5 == 0 && k < taps; ++k) w[k] = int16_t(rng());
+        std::vector<std::unique_ptr<GuardedBuffer>> lines;
+        std::vector<const uint8_t *> ptr;
+        for (int k = 0; k < taps; ++k) {
+          lines.push_back(std::make_unique<GuardedBuffer>(bytes + n % 16, 0));
+          framedsp_test::fill_random(lines.back()->data(), bytes + n % 16, rng);
+          if (n % 17 == 3) std::memset(lines.back()->data(), k % 2 ? 255 : 0, bytes + n % 16);
+          ptr.push_back(lines.back()->data() + n % 16);
+        }
+        GuardedBuffer dst(bytes + 3, 32, 0x5A);
+        (wide ? t.vert16 : t.vert8)(ptr.data(), w, taps, dst.data() + 3, bytes);
+        ASSERT_TRUE(dst.intact()) << dst.damage();
+        const size_t sb = wide ? 2 : 1;
+        auto get = [&](const uint8_t *p) { return int64_t(wide ? p[0] | p[1] << 8 : p[0]); };
+        for (size_t x = 0; x < bytes; x += sb) {
+          int64_t acc = 8192;
+          for (int k = 0; k < taps; ++k) acc += int64_t(w[k]) * get(ptr[size_t(k)] + x);
+          ASSERT_EQ(get(dst.data() + 3 + x), std::clamp<int64_t>(acc >> 14, 0, wide ? 65535 : 255))
+              << "level " << level << " wide " << wide << " bytes " << bytes << " taps " << taps << " x " << x;
+        }
+      }
+    }
+  }
+}
+
 // Every class, kernel and edge rule: a constant picture stays that constant (fill with the same
 // colour), and every ISA level writes the bytes of the scalar code on random pictures.
 TEST(ResamplePlan, ConstantInConstantOutAndEveryLevelMatchesScalar) {
@@ -69,7 +182,7 @@ TEST(ResamplePlan, ConstantInConstantOutAndEveryLevelMatchesScalar) {
           ASSERT_TRUE(out.bytes[i] == c || (edge == 3 && out.bytes[i] == uint8_t(c ^ 0x55)))
               << "class " << cls << " kernel " << kernel << " edge " << edge << " byte " << i;
         }
-        resample_test::fill_random(src.bytes, rng);
+        framedsp_test::fill_random(src.bytes.data(), src.bytes.size(), rng);
         Picture ref(cls, sz[2], sz[3], 7);
         ASSERT_EQ(job.run(src, ref, 0), 0);
         for (uint32_t level : {uint32_t(framedsp::kCpuSSE2), framedsp::kCpuSSE2 | framedsp::kCpuSSSE3, ~0u}) {
@@ -108,7 +221,7 @@ TEST(ResamplePlan, OffsetByOneColumnShiftsTheSource) {
   for (uint32_t cls : {0u, 4u, 5u, 6u, 9u}) {
     const int32_t g = int32_t(framedsp::resample_group_pixels(cls));
     Picture src(cls, 64, 20), shifted(cls, 64, 20);
-    resample_test::fill_random(src.bytes, rng);
+    framedsp_test::fill_random(src.bytes.data(), src.bytes.size(), rng);
     const size_t gb = framedsp::resample_group_bytes(cls);
     for (int r = 0; r < 20; ++r) std::memcpy(shifted.row(r), src.row(r) + gb, src.stride - gb);
     for (uint32_t kernel : kKernels) {
@@ -179,7 +292,7 @@ TEST(ResamplePlan, BandsEqualOneRunAndCoverageBlendsOnlyTheBorder) {
   const framedsp::WorkMemoryStats before = framedsp::work_memory_stats();
   for (uint32_t cls : {0u, 6u, 10u}) {
     Picture src(cls, 30, 22);
-    resample_test::fill_random(src.bytes, rng);
+    framedsp_test::fill_random(src.bytes.data(), src.bytes.size(), rng);
     Job job(cls, 2, 30, 22, 46, 35, 3 << 20, 5 << 20);
     Picture whole(cls, 46, 35, 1), banded(cls, 46, 35, 1);
     ASSERT_EQ(job.run(src, whole, framedsp::cpu_flags()), 0);
@@ -214,34 +327,19 @@ TEST(ResamplePlan, BandsEqualOneRunAndCoverageBlendsOnlyTheBorder) {
 }
 
 TEST(ResamplePlan, RefusesWhatItCannotHold) {
-  Job job(6, 2, 10, 10, 20, 20);
-  framedsp::ResamplePlan plan;
-  job.s.kernel = 4;
-  EXPECT_EQ(framedsp::resample_plan_build(job.s, 0, &plan), framedsp::kInvalidArg);
-  job.s.kernel = 2;
-  job.s.cubic_b_q14 = 16385;
-  EXPECT_EQ(framedsp::resample_plan_build(job.s, 0, &plan), framedsp::kInvalidArg);
-  job.s.cubic_b_q14 = 0;
-  job.s.phase_bits = 15;
-  EXPECT_EQ(framedsp::resample_plan_build(job.s, 0, &plan), framedsp::kInvalidArg);
-  job.s.phase_bits = 0;
-  job.s.cls = 0;  // 4:2:2: whole groups only
-  job.s.cols.count = 19;
-  EXPECT_EQ(framedsp::resample_plan_build(job.s, 0, &plan), framedsp::kInvalidArg);
-  job.s.cls = 6;
-  job.s.cols.count = 20;
-  job.cols[3] = int64_t{1} << 62;
-  EXPECT_EQ(framedsp::resample_plan_build(job.s, 0, &plan), framedsp::kInvalidArg);
-  job.cols[3] = 0;
-  job.s.cols.widen_q16 = 200u << 16;  // more taps than a row holds
-  EXPECT_EQ(framedsp::resample_plan_build(job.s, 0, &plan), framedsp::kInvalidArg);
+  void (*const spoil[])(Job &) = {
+      [](Job &j) { j.s.kernel = 4; }, [](Job &j) { j.s.cubic_b_q14 = 16385; }, [](Job &j) { j.s.phase_bits = 15; },
+      [](Job &j) { j.s.cls = 0, j.s.cols.count = 19; },  // 4:2:2: whole groups only
+      [](Job &j) { j.cols[3] = int64_t{1} << 62; },
+      [](Job &j) { j.s.cols.widen_q16 = 200u << 16; }};  // more taps than a row holds
+  for (auto f : spoil) {
+    Job job(6, 2, 10, 10, 20, 20);
+    framedsp::ResamplePlan good, plan;
+    ASSERT_EQ(framedsp::resample_plan_build(job.s, 0, &good), 0);
+    f(job);
+    EXPECT_EQ(framedsp::resample_plan_build(job.s, 0, &plan), framedsp::kInvalidArg);
+  }
 }
-
-}  // namespace
-
-#include "scale/scale_line_kernels.h"
-
-namespace {
 
 // The scaler's general path in the engine's terms: positions j * step (step = (src << 14) / dst,
 // truncated), 14-bit phases, repeated edges; nearest reads floor(j * step), which is the engine's
@@ -268,7 +366,7 @@ TEST(ResamplePlan, ScalerPositionsGiveTheScalerLines) {
         job.s.phase_bits = 14;
         job.s.cols.widen_q16 = job.s.rows.widen_q16 = 65536;  // the scaler never widens
         Picture src(cls, sw, 2), out(cls, dw, 3);
-        resample_test::fill_random(src.bytes, rng);
+        framedsp_test::fill_random(src.bytes.data(), src.bytes.size(), rng);
         ASSERT_EQ(job.run(src, out, framedsp::cpu_flags()), 0);
         Picture want(cls, dw, 3);
         std::vector<uint8_t> a(want.stride), b(want.stride);
