@@ -1,6 +1,7 @@
 // The resampling engine beside its peers, one thread each, the same source bytes:
 //   uyvy 1280x720 -> 1920x1080   linear, cubic (Catmull-Rom), Lanczos-3: plan + both passes per
 //                                frame; libyuv UYVYToI422 + I422Scale (bilinear) + I422ToUYVY
+//   the same through DspSubPixelScaler from a fractional 720p window (the whole export)
 //   8-bit plane 1280x720 -> 1920x1080 and 1920x1080 -> 1280x720, cubic: the engine beside zimg's
 //                                bicubic (B 0, C 1/2) and libyuv ScalePlane (bilinear, box)
 // "pixels/s" counts output pixels.  Times are per output frame.
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "platform/cpu.h"
+#include "framedsp/framedsp.h"
 #include "resample/resample.h"
 #include "resample_util.h"
 
@@ -54,6 +56,37 @@ BENCHMARK(BM_ResampleEngine)->Name("resample/uyvy_720p_1080p/cubic")->Args({2, 0
 BENCHMARK(BM_ResampleEngine)->Name("resample/uyvy_720p_1080p/lanczos3")->Args({3, 0, 1280, 720, 1920, 1080})->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ResampleEngine)->Name("resample/plane_720p_1080p/cubic")->Args({2, 6, 1280, 720, 1920, 1080})->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ResampleEngine)->Name("resample/plane_1080p_720p/cubic")->Args({2, 6, 1920, 1080, 1280, 720})->Unit(benchmark::kMillisecond);
+
+// DspSubPixelScaler through the export: a fractional 720p UYVY window onto a 1080p frame, all
+// checks, tables and plans included.  range(0): eFilter.
+void BM_SubPixelScaler(benchmark::State &state) {
+  const uint32_t sw = 1280, sh = 720, dw = 1920, dh = 1080;
+  std::vector<uint8_t> src(size_t(sw) * 2 * sh), dst(size_t(dw) * 2 * dh);
+  random_bytes(src);
+  DSP_SUBPIXEL_SCALER_PARAMS p{};
+  p.eFilter = uint32_t(state.range(0));
+  DSP_SUBPIXEL_IMAGE *sides[2] = {&p.Buffer.In, &p.Buffer.Out};
+  for (int k = 0; k < 2; ++k) {
+    DSP_SUBPIXEL_IMAGE &im = *sides[k];
+    im.Buffer.pBuffer = k ? dst.data() : src.data();
+    im.Buffer.eBufferType = DSP_BUFFER_TYPE_FRAME;
+    im.ulWidth = k ? dw : sw;
+    im.ulHeight = k ? dh : sh;
+    im.ePixelFormat = DSP_PIXEL_FORMAT_UYVY;
+    im.eInterlace = DSP_INTERLACE_PROGRESSIVE;
+    im.ulPrimaryStrideBytes = im.ulWidth * 2;
+  }
+  p.Buffer.In.Buffer.Region = {{0.25, 0.5}, 1279.5, 719.25};
+  p.Buffer.Out.Buffer.Region = {{0, 0}, double(dw), double(dh)};
+  for (auto _ : state) {
+    if (DspSubPixelScaler(&p) != DSP_S_OK) state.SkipWithError("DspSubPixelScaler failed");
+    benchmark::DoNotOptimize(dst.data());
+  }
+  rates(state, int(dw), int(dh));
+}
+BENCHMARK(BM_SubPixelScaler)->Name("subpixel_scaler/uyvy_720p_1080p/linear")->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SubPixelScaler)->Name("subpixel_scaler/uyvy_720p_1080p/cubic")->Arg(2)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SubPixelScaler)->Name("subpixel_scaler/uyvy_720p_1080p/lanczos3")->Arg(3)->Unit(benchmark::kMillisecond);
 
 #if defined(FRAMEDSP_BENCH_ZIMG)
 void BM_ZimgBicubic(benchmark::State &state) {

@@ -82,6 +82,7 @@ compare|-i IN
 copy|--to-frame
 filter|--interlaced
 scale|--factor
+kenburns|--ease
 fit|--mode fill|width|height
 mipmaps|--levels
 vectors|--style arrows|wheel
@@ -173,6 +174,7 @@ cases <<EOF
 2|needs an even width|scale $T/fin.uyvy $T/x -s 12x4 -f uyvy422 --to 5x4
 2|--filter expects nearest or linear|scale $T/fin.uyvy $T/x -s 12x4 -f uyvy422 --to 8x4 --filter cubic
 2|--factor expects|scale $T/fin.uyvy $T/x -s 12x4 -f uyvy422 --factor 0
+2|--kernel expects nearest, linear, cubic or lanczos3|scale $T/fin.uyvy $T/x -s 12x4 -f uyvy422 --to 8x4 --kernel bicubic
 2|--fit needs --factor|scale $T/fin.uyvy $T/x -s 12x4 -f uyvy422 --fit --to 8x4
 2|--to expects WxH|scale $T/fin.uyvy $T/x -s 12x4 -f uyvy422 --to 8
 2|exclude each other|scale $T/fin.uyvy $T/x -s 12x4 -f uyvy422 --to 8x4 --field a --interlaced
@@ -260,6 +262,8 @@ filter $T/imp.uyvy $T/o -s 16x2 -f uyvy --fir 3:50,3:100|conv $T/imp.uyvy 32 uyv
 filter $T/fields.uyvy $T/o -s 2x8 -f uyvy --fir 3:100,3:50 --interlaced|= $T/fields.uyvy
 scale $T/ramp.gray $T/o -s 4x1 -f gray --to 8x1|bytes 0 50 100 150 200 225 250 250
 scale $T/clip.raw $T/o -s 192x108 -f uyvy422 --to 128x72 --staged|= $T/s720
+scale $T/ramp.gray $T/o -s 4x1 -f gray --to 4x1 --src-rect 1,0,2,1 --kernel linear|awk for (j = 0; j < 4; j++) { s = 0.75 + 0.5 * j; k = int(s); r[0] = 0; r[1] = 100; r[2] = 200; r[3] = 250; v(int(r[k] + (s - k) * (r[k + 1] - r[k]) + 0.5)) }
+kenburns $T/clip.raw $T/o -s 192x108 -f uyvy422 --frames 2 --start 1 --end 1|= $T/clip.raw
 scale $T/clip.raw $T/o -s 192x108 -f uyvy422 --factor 0.5|size $((96 * 54 * 2 * 2))
 scale $T/sfields.uyvy $T/o -s 4x8 -f uyvy422 --to 6x12 --interlaced|= $T/sfields6.uyvy
 EOF

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 
@@ -167,6 +168,142 @@ DSP_HRESULT scale_frame(const RawLayout &in, const uint8_t *in_pixels, const Raw
   p.Buffer.Out.eColorSpace = choice.out_space;
   if (choice.field >= 0) p.Buffer.Out.Buffer.eBufferType = static_cast<uint32_t>(choice.field);
   return DspScaler(&p);
+}
+
+namespace {
+
+DSP_SUBPIXEL_IMAGE subpixel_image(const DSP_IMAGE &d, const double rect[4]) {
+  DSP_SUBPIXEL_IMAGE s;
+  std::memset(&s, 0, sizeof s);
+  s.Buffer.pBuffer = d.Buffer.pBuffer;
+  s.Buffer.ulBytes = d.Buffer.ulBytes;
+  s.Buffer.eBufferType = d.Buffer.eBufferType;
+  const bool whole = !(rect[2] > 0);
+  s.Buffer.Region.ptOffset.x = whole ? 0 : rect[0];
+  s.Buffer.Region.ptOffset.y = whole ? 0 : rect[1];
+  s.Buffer.Region.ulWidth = whole ? d.ulWidth : rect[2];
+  s.Buffer.Region.ulHeight = whole ? d.ulHeight : rect[3];
+  s.ulWidth = d.ulWidth;
+  s.ulHeight = d.ulHeight;
+  s.ePixelFormat = d.ePixelFormat;
+  s.eInterlace = d.eInterlace;
+  s.eColorSpace = d.eColorSpace;
+  s.ulPrimaryStrideBytes = d.ulPrimaryStrideBytes;
+  s.ulSecondaryStrideBytes = d.ulSecondaryStrideBytes;
+  return s;
+}
+
+}  // namespace
+
+DSP_HRESULT subpixel_scale_frame(const RawLayout &in, const uint8_t *in_pixels, const RawLayout &out,
+                                 uint8_t *out_pixels, const ScaleChoice &choice, const SubPixelChoice &sub) {
+  DSP_SUBPIXEL_SCALER_PARAMS p;
+  std::memset(&p, 0, sizeof p);
+  p.eFilter = sub.kernel;
+  p.ulEdgeMode = sub.edge;
+  p.ulFillColor = 0x10801080;  // black in the 4:2:2 formats
+  p.ulCoverage = sub.coverage ? 1 : 0;
+  p.ulOptions = choice.staged ? DSP_SCALER_OPTION_STAGED : 0;
+  if (choice.fir) {
+    p.ulOptions |= DSP_SCALER_OPTION_FILTERED;
+    p.eFilterType = DSP_FILTER_TYPE_FIR;
+    p.pSettings = &choice.fir_settings;
+  }
+  DSP_IMAGE i = image_of(in, in_pixels), o = image_of(out, out_pixels);
+  i.eInterlace = o.eInterlace = choice.interlaced ? DSP_INTERLACE_INTERLEAVED_1 : DSP_INTERLACE_PROGRESSIVE;
+  i.eColorSpace = choice.in_space;
+  o.eColorSpace = choice.out_space;
+  p.Buffer.In = subpixel_image(i, sub.src);
+  p.Buffer.Out = subpixel_image(o, sub.dst);
+  return DspSubPixelScaler(&p);
+}
+
+bool kenburns_frame(const RawLayout &in, const uint8_t *in_pixels, const RawLayout &out, uint8_t *out_pixels,
+                    const KenBurnsMove &move, uint32_t phase_q14, double *ms, std::string *error) {
+  DSP_SUBPIXEL_SCALER_HELPER_IN h;
+  std::memset(&h, 0, sizeof h);
+  h.ulSrcAspectNumerator = h.ulSrcWidth = in.width;
+  h.ulSrcAspectDenominator = h.ulSrcHeight = in.height;
+  h.ulDstAspectNumerator = h.ulDstWidth = out.width;
+  h.ulDstAspectDenominator = h.ulDstHeight = out.height;
+  h.ulModeFlags = DSP_SUBPIXEL_SCALER_HELPER_FILL | DSP_SUBPIXEL_SCALER_HELPER_KEEP_INSIDE |
+                  DSP_SUBPIXEL_SCALER_HELPER_CENTRE;
+  h.ViewA = move.from;
+  h.ViewB = move.to;
+  h.ulPhaseQ14 = phase_q14;
+  h.ulEase = move.ease ? DSP_SUBPIXEL_SCALER_HELPER_EASE_SMOOTHSTEP : DSP_SUBPIXEL_SCALER_HELPER_EASE_LINEAR;
+  DSP_SUBPIXEL_SCALER_HELPER_OUT r;
+  std::memset(&r, 0, sizeof r);  // a quiet refusal leaves sizes of 0
+  const auto start = std::chrono::steady_clock::now();
+  DSP_HRESULT status = DspSubPixelScalerHelper(&h, &r);
+  if (status == DSP_S_OK && !(r.dSrcWidth > 0 && r.dDstWidth > 0)) {
+    *error = "DspSubPixelScalerHelper refused the views (zoom >= 1, centres within +-1/2)";
+    return false;
+  }
+  ScaleChoice choice;
+  SubPixelChoice sub;
+  sub.kernel = move.kernel;
+  const double src[4] = {r.dSrcX, r.dSrcY, r.dSrcWidth, r.dSrcHeight};
+  const double dst[4] = {r.dDstX, r.dDstY, r.dDstWidth, r.dDstHeight};
+  std::copy(src, src + 4, sub.src);
+  std::copy(dst, dst + 4, sub.dst);
+  if (status == DSP_S_OK) status = subpixel_scale_frame(in, in_pixels, out, out_pixels, choice, sub);
+  *ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+  if (status != DSP_S_OK) *error = status_text("DspSubPixelScaler", status);
+  return status == DSP_S_OK;
+}
+
+Picture side_by_side(const std::vector<Picture> &pictures) {
+  Picture s;
+  if (pictures.empty()) return s;
+  s.channels = pictures[0].channels;
+  for (const Picture &p : pictures) {
+    s.width += p.width + (s.width ? 4 : 0);
+    s.height = std::max(s.height, p.height);
+  }
+  s.pixels.assign(size_t(s.width) * s.height * size_t(s.channels), 0);
+  uint32_t x = 0;
+  for (const Picture &p : pictures) {
+    if (p.channels == s.channels) {
+      for (uint32_t y = 0; y < p.height; ++y) {
+        std::memcpy(&s.pixels[(size_t(y) * s.width + x) * size_t(s.channels)],
+                    &p.pixels[size_t(y) * p.width * size_t(p.channels)], size_t(p.width) * size_t(p.channels));
+      }
+    }
+    x += p.width + 4;
+  }
+  return s;
+}
+
+void parse_rect(const std::string &text, const char *option, double rect[4]) {
+  const char *at = text.c_str();
+  char *end = nullptr;
+  for (int k = 0; k < 4; ++k) {
+    rect[k] = std::strtod(at, &end);
+    if (end == at || (k < 3 && *end != ',')) break;
+    at = end + 1;
+  }
+  if (!end || *end != '\0' || !(rect[2] > 0) || !(rect[3] > 0) || !std::isfinite(rect[0]) ||
+      !std::isfinite(rect[1]) || !std::isfinite(rect[2]) || !std::isfinite(rect[3])) {
+    throw UsageError(std::string(option) + " expects x,y,w,h with w, h > 0, e.g. 10.5,4.25,320,180; got '" +
+                     text + "'");
+  }
+}
+
+uint32_t parse_kernel(const std::string &text) {
+  const char *names[] = {"nearest", "linear", "cubic", "lanczos3"};
+  for (uint32_t k = 0; k < 4; ++k) {
+    if (text == names[k]) return k;
+  }
+  throw UsageError("--kernel expects nearest, linear, cubic or lanczos3, got '" + text + "'");
+}
+
+uint32_t parse_edge(const std::string &text) {
+  const char *names[] = {"repeat", "mirror", "fill", "untouched"};
+  for (uint32_t k = 0; k < 4; ++k) {
+    if (text == names[k]) return k;
+  }
+  throw UsageError("--edge expects repeat, mirror, fill or untouched, got '" + text + "'");
 }
 
 uint32_t derived_length(uint32_t size, float factor) {

@@ -73,6 +73,40 @@ struct ScaleChoice {
 DSP_HRESULT scale_frame(const RawLayout &in, const uint8_t *in_pixels, const RawLayout &out,
                         uint8_t *out_pixels, const ScaleChoice &choice);
 
+// ---- DspSubPixelScaler: the fractional region `src` (x, y, w, h) of a whole frame of `in` into
+// the region `dst` of a whole frame of `out`; a region of width 0 is the whole frame.  Staging,
+// the FIR sub-record, interlacing and colour spaces come from `choice`.
+struct SubPixelChoice {
+  uint32_t kernel = DSP_SUBPIXEL_FILTER_CUBIC;
+  uint32_t edge = DSP_SUBPIXEL_EDGE_REPEAT;
+  bool coverage = false;
+  double src[4] = {0, 0, 0, 0};
+  double dst[4] = {0, 0, 0, 0};
+};
+DSP_HRESULT subpixel_scale_frame(const RawLayout &in, const uint8_t *in_pixels, const RawLayout &out,
+                                 uint8_t *out_pixels, const ScaleChoice &choice, const SubPixelChoice &sub);
+
+// ---- A Ken Burns move: DspSubPixelScalerHelper's view at `phase_q14` (0 = view A .. 16384 =
+// view B) of a source of `src_w` x `src_h` filling `dst_w` x `dst_h` (square pixels, views kept
+// inside the source), then DspSubPixelScaler from that view; *ms is the time of both calls.
+struct KenBurnsMove {
+  DSP_SUBPIXEL_VIEW from{16384, 0, 0};
+  DSP_SUBPIXEL_VIEW to{32768, 0, 0};
+  bool ease = false;
+  uint32_t kernel = DSP_SUBPIXEL_FILTER_CUBIC;
+};
+bool kenburns_frame(const RawLayout &in, const uint8_t *in_pixels, const RawLayout &out, uint8_t *out_pixels,
+                    const KenBurnsMove &move, uint32_t phase_q14, double *ms, std::string *error);
+
+// The pictures left to right, 4 black pixels apart, top-aligned (the first one's channels).
+Picture side_by_side(const std::vector<Picture> &pictures);
+
+// "x,y,w,h" (fractions allowed, w and h > 0), "nearest|linear|cubic|lanczos3",
+// "repeat|mirror|fill|untouched"; UsageError when malformed.
+void parse_rect(const std::string &text, const char *option, double rect[4]);
+uint32_t parse_kernel(const std::string &text);
+uint32_t parse_edge(const std::string &text);
+
 // floor(size * factor + 0.5), as the library derives it.
 uint32_t derived_length(uint32_t size, float factor);
 

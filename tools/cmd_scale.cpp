@@ -14,7 +14,9 @@ const char kHelp[] =
     "usage: framedsp scale IN OUT -s WxH -pix_fmt F (--to WxH | --factor X[,Y]) [options]\n"
     "\n"
     "Resizes every frame of the raw file IN into OUT with DspScaler, nearest sample or linear,\n"
-    "in the pixel format of IN (BT.601/BT.709 conversion on the way if asked).\n"
+    "in the pixel format of IN (BT.601/BT.709 conversion on the way if asked); with --subpixel\n"
+    "(or any of its options) DspSubPixelScaler maps a fractional source region onto a fractional\n"
+    "output region with a choice of four kernels.\n"
     "\n"
     "  -s, --size WxH          size of the frames of IN\n"
     "  -f, -pix_fmt F          pixel format, name or code (see 'framedsp formats')\n"
@@ -34,13 +36,24 @@ const char kHelp[] =
     "                          filtered when that axis is scaled (both on for a scale of both)\n"
     "  --colorspace 601:709|709:601\n"
     "                          convert the colour matrix (4:2:2 formats)\n"
+    "  --subpixel              use DspSubPixelScaler (implied by the options below; with\n"
+    "                          --interlaced each field is sampled at its true lines)\n"
+    "  --src-rect X,Y,W,H      fractional source region (default the whole frame)\n"
+    "  --dst-rect X,Y,W,H      fractional output region (default the whole output frame)\n"
+    "  --kernel nearest|linear|cubic|lanczos3\n"
+    "                          sub-pixel kernel (default cubic, Catmull-Rom)\n"
+    "  --edge repeat|mirror|fill|untouched\n"
+    "                          what taps past the picture read (fill: black)\n"
+    "  --coverage              blend the partly covered first/last column and line\n"
     "\n"
     "examples:\n"
     "  framedsp scale in.yuv out.yuv -s 1920x1080 -pix_fmt uyvy422 --to 1280x720 --filter linear\n"
     "  framedsp scale -i in.yuv -s 720x486 -f uyvy422 --to 1920x1080 --interlaced -y hd.yuv\n"
     "  framedsp scale in.bgra half.bgra -s 640x480 -f bgra --factor 0.5\n"
     "  framedsp scale in.yuv a.yuv -s 1920x1080 -f uyvy422 --field a --to 1280x360\n"
-    "  framedsp scale in.yuv soft.yuv -s 1920x1080 -f uyvy422 --to 1280x720 --fir 7:60,5:60\n";
+    "  framedsp scale in.yuv soft.yuv -s 1920x1080 -f uyvy422 --to 1280x720 --fir 7:60,5:60\n"
+    "  framedsp scale in.yuv crop.yuv -s 1280x720 -f uyvy422 --to 1920x1080 --subpixel \\\n"
+    "      --src-rect 100.25,50.5,640,360 --kernel lanczos3\n";
 
 void parse_factor(const std::string &text, float *x, float *y) {
   char *end = nullptr;
@@ -90,11 +103,16 @@ class Scale : public FrameCommand {
   }
 
   void frame(Job &job, uint64_t index, uint8_t *out) override {
+    if (subpixel_) {
+      check_status("DspSubPixelScaler", subpixel_scale_frame(job.in, job.input(index), job.out, out, choice_, sub_));
+      return;
+    }
     check_status("DspScaler", scale_frame(job.in, job.input(index), job.out, out, choice_));
   }
 
   std::string finish(Job &) override {
-    std::string s = choice_.filter ? "linear" : "nearest";
+    const char *kernels[] = {"nearest", "linear", "cubic", "lanczos3"};
+    std::string s = subpixel_ ? std::string("sub-pixel ") + kernels[sub_.kernel] : choice_.filter ? "linear" : "nearest";
     if (choice_.field >= 0) s += choice_.field == DSP_BUFFER_TYPE_FIELD_A ? ", field A" : ", field B";
     if (choice_.interlaced) s += ", field by field";
     if (choice_.staged) s += ", staged";
@@ -103,7 +121,22 @@ class Scale : public FrameCommand {
   }
 
  private:
+  void parse_subpixel(const Parsed &parsed) {
+    for (const char *o : {"--subpixel", "--src-rect", "--dst-rect", "--kernel", "--edge", "--coverage"}) {
+      subpixel_ = subpixel_ || parsed.has(o);
+    }
+    if (!subpixel_) return;
+    if (parsed.has("--field")) throw UsageError("--field is not taken with --subpixel (use --interlaced)");
+    if (parsed.has("--filter")) throw UsageError("--filter is DspScaler's; give --kernel with --subpixel");
+    if (parsed.has("--src-rect")) parse_rect(parsed.get("--src-rect"), "--src-rect", sub_.src);
+    if (parsed.has("--dst-rect")) parse_rect(parsed.get("--dst-rect"), "--dst-rect", sub_.dst);
+    if (parsed.has("--kernel")) sub_.kernel = parse_kernel(parsed.get("--kernel"));
+    if (parsed.has("--edge")) sub_.edge = parse_edge(parsed.get("--edge"));
+    sub_.coverage = parsed.has("--coverage");
+  }
+
   void parse_choice(const Parsed &parsed) {
+    parse_subpixel(parsed);
     if (parsed.has("--filter")) choice_.filter = parse_interpolation(parsed.get("--filter"));
     if (parsed.has("--field")) {
       choice_.field = static_cast<int>(parse_field(parsed.get("--field"), "--field"));
@@ -123,12 +156,14 @@ class Scale : public FrameCommand {
   }
 
   ScaleChoice choice_;
+  bool subpixel_ = false;
+  SubPixelChoice sub_;
 };
 
 }  // namespace
 
 extern const Command kScaleCommand = {"scale",
-                                      "resize frames (nearest or linear), whole frames or field by field",
+                                      "resize frames (nearest or linear), or fractional regions (four kernels)",
                                       kHelp,
                                       Common::kClip,
                                       {{"--to", true},
@@ -139,7 +174,13 @@ extern const Command kScaleCommand = {"scale",
                                        {"--field", true},
                                        {"--staged", false},
                                        {"--fir", true},
-                                       {"--colorspace", true}},
+                                       {"--colorspace", true},
+                                       {"--subpixel", false},
+                                       {"--src-rect", true},
+                                       {"--dst-rect", true},
+                                       {"--kernel", true},
+                                       {"--edge", true},
+                                       {"--coverage", false}},
                                       run_clip<Scale>};
 
 }  // namespace cli

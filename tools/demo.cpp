@@ -530,6 +530,7 @@ const Step kSteps[] = {
     {"DspScaler: frame 0 to 720p", step_scale_720},
     {"DspScaler: standard definition up to the clip size", step_scale_sd_hd},
     {"DspScalerHelper: 4:3 fitted into 16:9, then DspScaler", step_fit},
+    {"DspSubPixelScaler: a Ken Burns move over frame 0", step_kenburns},
     {"DspCreateMipMaps: pyramid of frame 0's luma", step_mipmaps},
     {"DspCreateMotionVectors: frame 0 to frame 1", step_vectors},
     {"DspFrameRateConvert: between frames 0 and 1 at 4x the rate", step_convert_rate},
@@ -610,7 +611,8 @@ const char kHelp[] =
     "DspFilter: a 7-tap FIR low-pass at 50 % and a 9x9 box blur, each against the original;\n"
     "DspScaler: frame 0 to two thirds of its size (720p from 1080p) field by field and a trip\n"
     "through standard definition and back; DspScalerHelper: the clip as a 4:3 picture fitted\n"
-    "into 16:9, then scaled; DspCreateMipMaps: a pyramid of frame 0's luma;\n"
+    "into 16:9, then scaled; DspSubPixelScalerHelper and DspSubPixelScaler: a Ken Burns move over\n"
+    "frame 0 (five frames of a zoom to 3x); DspCreateMipMaps: a pyramid of frame 0's luma;\n"
     "DspFrameRateConvert: the clip rendered at four times its rate, the frame halfway between\n"
     "its frames 0 and 1, and its vectors.\n"
     "Writes the images, DIR/contact_sheet.png (one labelled tile per operation with the PSNR\n"

@@ -54,6 +54,9 @@ std::string frame_png(uint32_t index);
 bool write_text_report(const Demo &demo, const std::vector<StepReport> &steps, std::string *error);
 bool write_html_report(const Demo &demo, const std::vector<StepReport> &steps, std::string *error);
 
+// The Ken Burns step (demo_kenburns.cpp): a zoom and pan over frame 0, five frames in a strip.
+bool step_kenburns(Demo &demo, StepReport *report, std::string *error);
+
 // The operations' results, one tile each: the source frame, every image a library call made,
 // and two compare difference images.  A tile whose next entry compares it with its source
 // shows that entry's PSNR.

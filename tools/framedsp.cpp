@@ -12,7 +12,7 @@ namespace cli {
 
 // The commands, one file each (cmd_*.cpp, demo.cpp); `framedsp --help` lists them in this order.
 extern const Command kFormatsCommand, kCompareCommand, kCopyCommand, kFilterCommand,
-    kScaleCommand, kFitCommand, kMipmapsCommand, kVectorsCommand, kConvertRateCommand,
+    kScaleCommand, kKenBurnsCommand, kFitCommand, kMipmapsCommand, kVectorsCommand, kConvertRateCommand,
     kGenerateCommand, kDemoCommand,
     kHelpCommand;
 
@@ -20,7 +20,7 @@ namespace {
 
 const Command *const kCommands[] = {
     &kFormatsCommand, &kCompareCommand, &kCopyCommand,     &kFilterCommand, &kScaleCommand,
-    &kFitCommand,     &kMipmapsCommand, &kVectorsCommand, &kConvertRateCommand,
+    &kKenBurnsCommand, &kFitCommand,     &kMipmapsCommand, &kVectorsCommand, &kConvertRateCommand,
     &kGenerateCommand, &kDemoCommand,
     &kHelpCommand,
 };

@@ -9,7 +9,8 @@
  * The records below are the binary interface shared with the host.  Every record keeps its field
  * order.  32-bit fields are uint32_t (int32_t where signed, float where a 32-bit float), addresses
  * are real pointers, doubles are doubles and 8-bit fields are uint8_t.  Reserved words keep their
- * place and are never read or written by the library.
+ * place and are never written by the library; it reads only those a record documents as "must
+ * be 0" (refusing other values, so that they can be given a meaning later).
  *
  * Under a 32-bit (ILP32) compiler every record has the byte offsets of the library's 32-bit
  * Windows ABI, e.g. DSP_BUFFER is 148 bytes with Out at 68 and DSP_SCALER_PARAMS has its
@@ -62,10 +63,10 @@
  * Availability in this release
  * ----------------------------
  * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspSubPixelFilter, DspScaler (general,
- * fast and filtered paths), DspScalerHelper, DspSubPixelScalerHelper, DspCreateMipMaps,
- * DspCreateFrameRateConverter, DspCreateMotionVectors and DspFrameRateConvert.
- * Not yet available (their algorithms are still open; the frame and handle checks are final and
- * the operation returns DSP_E_NOTIMPL): DspNonUniformScaler and DspSubPixelScaler.
+ * fast and filtered paths), DspSubPixelScaler, DspScalerHelper, DspSubPixelScalerHelper,
+ * DspCreateMipMaps, DspCreateFrameRateConverter, DspCreateMotionVectors and DspFrameRateConvert.
+ * Not yet available (its algorithm is still open; the frame checks are final and the operation
+ * returns DSP_E_NOTIMPL): DspNonUniformScaler.
  */
 #ifndef FRAMEDSP_FRAMEDSP_H
 #define FRAMEDSP_FRAMEDSP_H
@@ -446,17 +447,112 @@ typedef struct DSP_SCALER_PARAMS {
   uint32_t ulOptions; /* DSP_SCALER_OPTION_*                                            */
 } DSP_SCALER_PARAMS;
 
-/* DspSubPixelScaler's record at the frame level: the filter sub-record at 20, a
- * DSP_SUBPIXEL_BUFFER at 32, the scaler's own settings from 204 and the call flags at 280 (ILP32).
- * The meaning of the settings words is not fixed in this release. */
+/* DspSubPixelScaler: scales the fractional input region onto the fractional output region.
+ *
+ * Geometry (the centre convention, per axis): output column j reads the source at
+ *   s = x_in + (j + 1/2 - x_out) * w_in / w_out - 1/2     (sample i sits at position i)
+ * rounded once to 1/2^32 pixel, then to a 1/64-pixel phase.  The output columns whose centre lies
+ * inside the output region are written: j = ceil(x_out - 1/2) .. ceil(x_out + w_out - 1/2) - 1,
+ * clipped to the output image; rows alike.  In the 4:2:2 formats (21, 22, 24, 25, 28, 30, 31)
+ * the unit written is a pixel pair: pair g is written when its centre 2g + 1 lies inside the
+ * region (the pixels inside it keep their own positions).  Taps reach past the input region into
+ * the rest of the input image; past the image's edge the edge mode decides.  Regions partly or
+ * wholly outside their image are clipped (nothing outside the output image is written).
+ * Integral, equal regions copy byte for byte; moving the input region by one whole pixel moves
+ * the picture by one column.  All arithmetic after the first rounding is integer: every CPU and
+ * ISA level, and every band split, gives the same bytes.
+ *
+ * Kernels (eFilter): nearest, linear (2 taps), cubic (4 taps, Mitchell-Netravali B and C),
+ * Lanczos-3 (6 taps); when a direction is reduced by r > 1 every kernel but nearest widens by r,
+ * so a reduction does not alias.  Weight rows are Q14 and sum to exactly 16384.
+ *
+ * Fields (frames of eInterlace 0 or 1, and field buffers).  An interleaved output frame is
+ * written field by field, each field from the input field of the same parity (from the whole
+ * picture when the input is progressive); DSP_BUFFER_PROCESS_FIELDA / FIELDB in Buffer.ulFlags
+ * choose the output fields (neither: both).  A field buffer writes its own lines from the input
+ * field of its type (or the whole input picture).  A field into a progressive frame fills every
+ * line from that field.  An interleaved frame (eInterlace 0) into a progressive frame is refused;
+ * eInterlace 1 into a progressive frame reads the frame as one picture.  eInterlace 3 (fields in
+ * halves) is refused.  ulFieldMode 0: every line is placed at its true height in frame lines
+ * (line k of field t at frame line 2k + t; a field buffer's region is in field lines, twice as
+ * tall in frame lines), so a vertical pan of interlaced video does not bob and a field changes
+ * its parity by interpolation.  ulFieldMode 1: each field is a picture of its own (line k at k,
+ * an interleaved frame's region halved), as DspScaler treats fields.
+ *
+ * Formats: 0, 1, 5, 21, 22, 23, 24, 25, 28, 30, 31, 129, 261, 262, 263, the output in the input's
+ * format.  16-bit formats keep 16 bits through both passes.  Two-plane formats (5, 28, 30) run
+ * the main picture and then the key plane over the same regions (the key plane's written columns
+ * are the main picture's).  The 4:2:2 formats need even image widths; region values may be any
+ * fraction.  Strides must hold a line of the image.  Subsampled formats convert
+ * BT.601 <-> BT.709 when In.eColorSpace and Out.eColorSpace are 1 and 2 (as DspScaler does).
+ *
+ * Statuses: DSP_S_OK; DSP_E_POINTER for a null image address; DSP_E_INVALIDARG for any setting
+ * outside the ranges below, a reserved word or bit that is not 0, a NaN, infinite, negative or
+ * zero region size, a region value beyond +-2^28, a format or interlace pair not taken, a
+ * band beyond the count, a reduction too strong for the kernel (more than 96 taps after widening
+ * and the low-pass), and (filtered worker) a filter sub-record DspFilter would refuse;
+ * DSP_E_OUTOFMEMORY when work memory cannot be had.  Every refusal comes before the first byte
+ * is written; work memory is released on every path.
+ *
+ * ILP32 offsets in brackets; LP64: pSettings at 24, Buffer at 36, ulEdgeMode at 216, ulOptions
+ * at 292, 296 bytes. */
+#define DSP_SUBPIXEL_FILTER_NEAREST 0u
+#define DSP_SUBPIXEL_FILTER_LINEAR 1u
+#define DSP_SUBPIXEL_FILTER_CUBIC 2u
+#define DSP_SUBPIXEL_FILTER_LANCZOS3 3u
+
+#define DSP_SUBPIXEL_EDGE_REPEAT 0u    /* taps past the image read its edge sample              */
+#define DSP_SUBPIXEL_EDGE_MIRROR 1u    /* taps past the image read it mirrored (-1 -> 0, -2 -> 1) */
+#define DSP_SUBPIXEL_EDGE_FILL 2u      /* taps past the image read ulFillColor                  */
+#define DSP_SUBPIXEL_EDGE_UNTOUCHED 3u /* as REPEAT, but output pixels (pairs in 4:2:2) whose
+                                          position lies outside the input image are not written */
+
+#define DSP_SUBPIXEL_SITING_COSITED 0u /* 4:2:2 chroma sits on the pair's first pixel          */
+#define DSP_SUBPIXEL_SITING_CENTRED 1u /* 4:2:2 chroma sits between the pair's two pixels      */
+
+#define DSP_SUBPIXEL_FIELDS_TRUE_LINES 0u /* fields sampled at their lines in frame coordinates */
+#define DSP_SUBPIXEL_FIELDS_SEPARATE 1u   /* each field scaled as a picture of its own          */
+
 typedef struct DSP_SUBPIXEL_SCALER_PARAMS {
-  uint32_t ulReserved0[5];
-  uint32_t eFilterType;
-  const void *pSettings;
-  uint32_t ulReserved;
-  DSP_SUBPIXEL_BUFFER Buffer;
-  uint32_t ulSettings[19];
-  uint32_t ulOptions;
+  uint32_t eScalerPath;       /* [0]  not read                                                    */
+  uint32_t eFilter;           /* [4]  DSP_SUBPIXEL_FILTER_*, 0..3; default 0 (nearest)            */
+  float fHorizontalScale;     /* [8]  with DSP_SCALE_FLAG_DERIVE_SIZE: output region width =
+                                      input region width x this (kept fractional); must then be
+                                      finite and > 0; else not read                               */
+  float fVerticalScale;       /* [12] the same for the height (frame lines per frame line)        */
+  uint32_t ulScaleFlags;      /* [16] DSP_SCALE_FLAG_DERIVE_SIZE or 0; other bits refused         */
+  uint32_t eFilterType;       /* [20] filtered worker: DSP_FILTER_TYPE_FIR; plain: not read        */
+  const void *pSettings;      /* [24] filtered worker: DSP_FIR_SETTINGS, whose low-pass rows are
+                                      folded into the weight rows, checked as DspFilter checks them
+                                      (a cut-off of 100 leaves that direction unfiltered); plain:
+                                      not read                                                    */
+  uint32_t ulReserved;        /* [28] not read                                                    */
+  DSP_SUBPIXEL_BUFFER Buffer; /* [32] regions in fractional pixels and lines                      */
+  uint32_t ulEdgeMode;        /* [204] DSP_SUBPIXEL_EDGE_*, 0..3; default 0 (repeat)              */
+  uint32_t ulFillColor;       /* [208] DSP_SUBPIXEL_EDGE_FILL: byte k (little-endian) is sample k
+                                       of one pixel group in memory order (UYVY black 0x10801080,
+                                       BGRA: 0xAARRGGBB); 16-bit samples take byte * 257; key
+                                       planes of two-plane formats fill with 0 (transparent)     */
+  uint32_t ulCoverage;        /* [212] non-zero: the first and last written column and row are
+                                       blended into what the output holds by the Q14 fraction of
+                                       them the region covers, so a moving window has no stepping
+                                       edge; 0: written whole                                     */
+  uint32_t ulAntiRingingQ8;   /* [216] 0..256; each result moves this far (in 1/256) towards the
+                                       range of its two central source samples (256: stays inside
+                                       its 2x2 neighbourhood); 0 = off                            */
+  uint32_t ulChromaSiting;    /* [220] DSP_SUBPIXEL_SITING_*, 0..1; 4:2:2 formats only           */
+  uint32_t ulFieldMode;       /* [224] DSP_SUBPIXEL_FIELDS_*, 0..1; default 0 (true lines)       */
+  uint32_t ulCubicBQ14;       /* [228] cubic B, 0..16384 (1.0); both B and C 0: Catmull-Rom      */
+  uint32_t ulCubicCQ14;       /* [232] cubic C, 0..16384; with B = 0 and C = 0 the kernel is
+                                       Catmull-Rom (B 0, C 8192); otherwise taken as given       */
+  uint32_t ulSliceCount;      /* [236] bands of the written lines; 0 = 1                         */
+  uint32_t ulSliceNumber;     /* [240] the band this call writes, 1..count; 0 = 1.  Band n of c
+                                       writes lines [L(n-1)/c, Ln/c) of the L written frame lines
+                                       (integer division): the bands cover every line once     */
+  uint32_t ulReserved2[9];    /* [244] must be 0                                                 */
+  uint32_t ulOptions;         /* [280] bit 0 DSP_SCALER_OPTION_STAGED (scale into private work
+                                       lines, then copy: the same bytes); bit 1 the filtered
+                                       worker; other bits refused                                */
 } DSP_SUBPIXEL_SCALER_PARAMS;
 
 /* ---------------------------------------------------------------------------------------------
@@ -1023,7 +1119,12 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspScaler(const DSP_SCALER_PARAMS *pParam
  * the operation answers DSP_E_NOTIMPL. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspNonUniformScaler(const DSP_SCALER_PARAMS *pParams);
 
-/* Not yet available: as DspNonUniformScaler. */
+/* Scales between fractional regions (see DSP_SUBPIXEL_SCALER_PARAMS for the geometry, settings
+ * and statuses).  No validation step: E_POINTER for a null record; ulOptions bit 1 picks the
+ * filtered worker (the FIR low-pass of pSettings folded into the weight rows), clear the plain
+ * one; each refuses bad settings with DSP_E_INVALIDARG before writing anything.  Work memory: one
+ * plan per plane (weight rows, a ring of work lines as many as the vertical taps), plus the
+ * written region's lines in staged mode, released on every path. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScaler(const DSP_SUBPIXEL_SCALER_PARAMS *pParams);
 
 /* Computes the sizes and factors that map a source onto a destination without distorting the

@@ -107,10 +107,10 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelScaler(const DSP_SUBPIXEL_SCAL
   if (!pParams) return kPointer;
   if (pParams->ulOptions & kCallFlagFiltered) {
     return filtered_subpixel_scaler_worker(
-        pParams, filter_sub_record(&pParams->eFilterType, pParams->pSettings), pParams->ulSettings,
+        pParams, filter_sub_record(&pParams->eFilterType, pParams->pSettings), &pParams->ulEdgeMode,
         &pParams->Buffer, pParams->ulOptions);
   }
-  return subpixel_scaler_worker(pParams, pParams->ulSettings, &pParams->Buffer, pParams->ulOptions);
+  return subpixel_scaler_worker(pParams, &pParams->ulEdgeMode, &pParams->Buffer, pParams->ulOptions);
   FRAMEDSP_GUARD_END
 }
 

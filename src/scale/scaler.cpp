@@ -1,7 +1,7 @@
 // The scaler workers.  The export frame has already picked plain or filtered by the call flags.
 // DspScaler's general driver: geometry step, fast-path choice, validation, plane split, staged
-// mode, no-scaling copy and kernel dispatch; the filtered path on the same pieces.  The other two
-// scalers answer E_NOTIMPL in this release.
+// mode, no-scaling copy and kernel dispatch; the filtered path on the same pieces.  The non-uniform
+// scaler answers E_NOTIMPL in this release; the sub-pixel scaler lives in subpixel_scaler.cpp.
 #include "scale/scaler.h"
 
 #include <algorithm>
@@ -269,28 +269,6 @@ HRESULT filtered_nonuniform_scaler_worker(const DSP_SCALER_PARAMS *params, Filte
   worker_entry("DspNonUniformScaler");
   (void)params;
   (void)filter;
-  (void)buffer;
-  (void)flags;
-  return kNotImpl;
-}
-
-HRESULT subpixel_scaler_worker(const DSP_SUBPIXEL_SCALER_PARAMS *params, const uint32_t *settings,
-                               const DSP_SUBPIXEL_BUFFER *buffer, uint32_t flags) {
-  worker_entry("DspSubPixelScaler");
-  (void)params;
-  (void)settings;
-  (void)buffer;
-  (void)flags;
-  return kNotImpl;
-}
-
-HRESULT filtered_subpixel_scaler_worker(const DSP_SUBPIXEL_SCALER_PARAMS *params,
-                                        FilterSubRecord filter, const uint32_t *settings,
-                                        const DSP_SUBPIXEL_BUFFER *buffer, uint32_t flags) {
-  worker_entry("DspSubPixelScaler");
-  (void)params;
-  (void)filter;
-  (void)settings;
   (void)buffer;
   (void)flags;
   return kNotImpl;
