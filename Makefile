@@ -19,7 +19,7 @@ FUZZ_TARGETS := copy filter compare handles scaler subpixel_filter scaler_helper
 
 .PHONY: all deps build run test test-release test-asan layout32 windows windows64 windows-test windows-test32 \
         windows-test64 windows-check bench bench-frc clean \
-        fuzz fuzz-build fuzz-corpus tsan
+        fuzz fuzz-build fuzz-corpus tsan mutate balance
 
 all: build
 
@@ -37,6 +37,16 @@ run: build
 
 test: test-release test-asan layout32 windows-check fuzz-corpus tsan
 	@echo "make test: all suites passed"
+	@$(MAKE) --no-print-directory balance
+
+# Non-blank lines of the tests (tests/, fuzz/) against the code (src/, include/, tools/, bench/);
+# the owner's balance is tests at a quarter to a third of the two together.
+BALANCE_FILES = -type f \( -name '*.c' -o -name '*.cc' -o -name '*.cpp' -o -name '*.cxx' -o -name '*.h' \
+  -o -name '*.hh' -o -name '*.hpp' -o -name '*.inc' -o -name '*.py' -o -name '*.sh' \)
+balance:
+	@t=$$(find tests fuzz $(BALANCE_FILES) -exec cat {} + | grep -cv '^[[:space:]]*$$'); \
+	c=$$(find src include tools bench $(BALANCE_FILES) -exec cat {} + | grep -cv '^[[:space:]]*$$'); \
+	echo "balance: $$t test lines, $$c code lines; tests are $$((100 * t / (t + c)))% of the $$((t + c)) lines"
 
 test-release: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
@@ -190,7 +200,7 @@ fuzz-corpus:
 	done
 
 # The band and handle stress tests under ThreadSanitizer.
-TSAN_FILTER = *StressBands*:HandleStress*:FrameRateConvert.OneConverterOnSeveralThreads
+TSAN_FILTER = *OperationBands*:HandleStress*:FrameRateConvert.OneConverterOnSeveralThreads
 tsan:
 	@if ! echo 'int main(){}' | $(CXX) -fsanitize=thread -x c++ - -o /dev/null >/dev/null 2>&1; then \
 	  echo "tsan: SKIPPED ($(CXX) has no ThreadSanitizer)"; exit 0; fi; \
@@ -198,6 +208,14 @@ tsan:
 	  -DFRAMEDSP_TSAN=ON -DFRAMEDSP_BENCH=OFF -DFRAMEDSP_TOOLS=OFF; \
 	$(CMAKE) --build $(TSAN_BUILD) -j $(JOBS) --target framedsp_tests && \
 	TSAN_OPTIONS=halt_on_error=1 ./$(TSAN_BUILD)/tests/framedsp_tests --gtest_filter='$(TSAN_FILTER)'
+
+# The mutation measure of the suite: MUTANTS faults drawn from SEED, planted one at a time in a
+# snapshot of REV (build-mutate/), at low priority on one job.  Resumes an interrupted run.
+MUTANTS ?= 400
+SEED ?= 1
+REV ?= HEAD
+mutate:
+	python3 scripts/mutate --rev $(REV) -n $(MUTANTS) --seed $(SEED) $(MUTATE_FLAGS)
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(WIN_BUILD) $(WIN64_BUILD) $(FUZZ_BUILD) $(TSAN_BUILD) out

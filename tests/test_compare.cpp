@@ -1,17 +1,16 @@
-// DspCompare through the export: random images of every accepted format against a per-byte
-// reference written here, the documented known answers, two-plane layout, refusals and the
-// degenerate sizes.
+// DspCompare: random images of every accepted format (both planes of the two-plane ones, scalar
+// and SIMD, random strides and base alignments) against a per-byte reference written here from
+// the header, the known answers at the extremes and at zero sizes; and every SIMD comparison
+// kernel against its scalar twin, byte- and bit-identical.
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdint>
 #include <cstring>
-#include <memory>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "analysis/compare_kernels.h"
 #include "platform/cpu.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
@@ -23,439 +22,67 @@ using framedsp_test::GuardedBuffer;
 // A quiet NaN with a payload nothing computes: a result slot still holding it was not written.
 constexpr uint64_t kSentinelBits = 0x7FF8DEADBEEF0001ull;
 
+uint64_t bits_of(double d) {
+  uint64_t u;
+  std::memcpy(&u, &d, sizeof u);
+  return u;
+}
 double sentinel() {
   double d;
   std::memcpy(&d, &kSentinelBits, sizeof d);
   return d;
 }
 
-uint64_t bits_of(double d) {
-  uint64_t u;
-  std::memcpy(&u, &d, sizeof u);
-  return u;
+bool two_plane(uint32_t format) { return format == 5 || format == 28 || format == 30; }
+uint32_t picture_format(uint32_t format) { return format == 5 ? 1 : format == 28 ? 21 : format == 30 ? 25 : format; }
+size_t line_bytes(uint32_t format, uint32_t width) {
+  const uint32_t f = picture_format(format);
+  return f == 0 ? 4 * width : f == 1 ? 3 * width : f == 261 ? width : 2 * width;
 }
+uint32_t channel_mask(uint32_t format) { return two_plane(format) ? 0xF : format == 0 ? 0xF : format == 261 ? 0x8 : 0x7; }
 
-class CpuMaskScope {
- public:
-  explicit CpuMaskScope(uint32_t mask) { framedsp::set_cpu_mask(mask); }
-  ~CpuMaskScope() { framedsp::set_cpu_mask(~0u); }
-};
-
-// ---- reference ---------------------------------------------------------------------------------
-
-struct Plain {
-  uint32_t format;  // one-plane format
-  size_t bytes;     // per line
-  uint32_t pixel_bytes;
-};
-
-Plain plain_of(uint32_t format, uint32_t width) {
-  switch (format) {
-    case 0: return {0, size_t{width} * 4, 4};
-    case 1: return {1, size_t{width} * 3, 3};
-    case 21: return {21, size_t{width} * 2 / 2 * 2, 2};
-    case 25: return {25, size_t{width} * 2 / 2 * 2, 2};
-    case 261: return {261, size_t{width}, 1};
-  }
-  ADD_FAILURE() << "no plain layout for " << format;
-  return {format, 0, 1};
-}
-
-// The documented walk, byte by byte, the sums in double as the interface describes them.
-void reference_line(uint32_t format, const uint8_t *a, const uint8_t *b, uint8_t *out,
-                    size_t bytes, double sum[4]) {
+// The documented walk of one line, byte by byte: the difference image and each channel's sum.
+void reference_line(uint32_t format, const uint8_t *a, const uint8_t *b, uint8_t *out, size_t bytes, double sum[4]) {
   auto visit = [&](size_t i, int channel) {
     if (i >= bytes) return;  // a trailing partial group has only the bytes that exist
-    const int32_t d = int32_t{a[i]} - int32_t{b[i]};
-    const int32_t v = d + 128;
-    out[i] = static_cast<uint8_t>(v >= 255 ? 255 : (v <= 0 ? 0 : v));
-    const int32_t square = d * d;
-    sum[channel] += square;
+    const int d = a[i] - b[i];
+    out[i] = uint8_t(std::min(255, std::max(0, d + 128)));
+    sum[channel] += d * d;
   };
-  const size_t groups4 = (bytes + 3) / 4;
   switch (format) {
-    case 0:
-      for (size_t g = 0; g < groups4; ++g) {
-        for (int k = 0; k < 4; ++k) visit(4 * g + k, k);
-      }
-      break;
-    case 1:
-      for (size_t g = 0; g < (bytes + 2) / 3; ++g) {
-        for (int k = 0; k < 3; ++k) visit(3 * g + k, k);
-      }
-      break;
+    case 0: for (size_t i = 0; i < bytes; ++i) visit(i, int(i % 4)); break;
+    case 1: for (size_t i = 0; i < bytes; ++i) visit(i, int(i % 3)); break;
     case 21:
-      if (bytes >= 2) {
-        for (size_t i = 1; i < bytes; i += 2) visit(i, 0);
-      }
-      for (size_t g = 0; g < groups4; ++g) {
-        visit(4 * g, 1);
-        visit(4 * g + 2, 2);
-      }
+      if (bytes >= 2) for (size_t i = 1; i < bytes; i += 2) visit(i, 0);
+      for (size_t g = 0; g < bytes; g += 4) visit(g, 1), visit(g + 2, 2);
       break;
     case 25:
       for (size_t i = 0; i < bytes; i += 2) visit(i, 0);
-      if (bytes >= 2) {
-        for (size_t g = 0; g < groups4; ++g) {
-          visit(4 * g + 1, 1);
-          visit(4 * g + 3, 2);
-        }
-      }
+      if (bytes >= 2) for (size_t g = 0; g < bytes; g += 4) visit(g + 1, 1), visit(g + 3, 2);
       break;
-    case 261: {
-      size_t i = 0;
-      for (; bytes - i >= 4; i += 4) {
-        for (int k = 0; k < 4; ++k) visit(i + k, 3);
-      }
-      for (; i < bytes; ++i) visit(i, 3);
-      break;
-    }
+    case 261: for (size_t i = 0; i < bytes; ++i) visit(i, 3); break;
   }
 }
-
-uint32_t channel_mask(uint32_t plain_format) {
-  return plain_format == 0 ? 0xF : (plain_format == 261 ? 0x8 : 0x7);
-}
-
-// One plane: the expected difference image (written into `out`, a copy of the output buffer) and
-// the results of its channels.
-void reference_plane(uint32_t format, uint32_t width, uint32_t height, size_t stride,
-                     const uint8_t *a, const uint8_t *b, uint8_t *out, double results[8]) {
-  const Plain p = plain_of(format, width);
-  double sum[4] = {0, 0, 0, 0};
-  for (uint32_t y = 0; y < height; ++y) {
-    reference_line(format, a + y * stride, b + y * stride, out + y * stride, p.bytes, sum);
-  }
-  const double n = static_cast<double>(p.bytes / p.pixel_bytes) * height;
-  for (int c = 0; c < 4; ++c) {
-    if (!(channel_mask(format) & (1u << c))) continue;
-    const double mse = sum[c] / n;
-    results[c] = mse;
-    results[c + 4] = 20.0 * std::log10(255.0 / std::sqrt(mse + 0.00001));
-  }
-}
-
-// ---- images ------------------------------------------------------------------------------------
 
 struct Geometry {
-  uint32_t format;
-  uint32_t width;
-  uint32_t height;
-  uint32_t stride;      // >= bytes per line of the picture
-  uint32_t key_stride;  // two-plane formats: >= width
+  uint32_t format, width, height, stride, key_stride;
 };
 
-bool two_plane(uint32_t format) { return format == 5 || format == 28 || format == 30; }
-
-uint32_t colour_of(uint32_t format) {
-  switch (format) {
-    case 5: return 1;
-    case 28: return 21;
-    case 30: return 25;
-  }
-  return format;
-}
-
-// Bytes from pBuffer to the end of the last line of the last plane.
-size_t image_bytes(const Geometry &g) {
-  const size_t line = plain_of(colour_of(g.format), g.width).bytes;
-  if (!two_plane(g.format)) return g.height ? size_t{g.stride} * (g.height - 1) + line : 0;
-  return size_t{g.stride} * g.height +
-         (g.height ? size_t{g.key_stride} * (g.height - 1) + g.width : 0);
-}
-
-std::string describe(const Geometry &g) {
-  std::ostringstream s;
-  s << "format " << g.format << " " << g.width << "x" << g.height << " stride " << g.stride
-    << " key stride " << g.key_stride << " seed " << framedsp_test::test_seed();
-  return s.str();
-}
-
 // A and B end against a protected page (an over-read faults); the output has canary margins and
-// starts filled with random bytes that must survive outside the lines.
+// starts with random bytes that must survive outside the lines.
 struct Images {
-  explicit Images(const Geometry &g)
-      : geometry(g), size(image_bytes(g)), a(size, 0), b(size, 0), out(size, 64) {}
-
+  explicit Images(const Geometry &g, std::mt19937 &rng)
+      : g(g), size(bytes_of(g)), a(size, 0), b(size, 0), out(size, 64) {
+    for (GuardedBuffer *m : {&a, &b, &out}) framedsp_test::fill_random(m->data(), size, rng);
+  }
+  static size_t bytes_of(const Geometry &g) {
+    const size_t line = line_bytes(g.format, g.width);
+    if (!two_plane(g.format)) return g.height ? size_t{g.stride} * (g.height - 1) + line : 0;
+    return size_t{g.stride} * g.height + (g.height ? size_t{g.key_stride} * (g.height - 1) + g.width : 0);
+  }
   DSP_COMPARE_PARAMS params() {
     DSP_COMPARE_PARAMS p;
     std::memset(&p, 0x3C, sizeof p);  // reserved words hold garbage, as a host may leave them
-    p.BufferA.pBuffer = a.data();
-    p.BufferB.pBuffer = b.data();
-    p.BufferOut.pBuffer = out.data();
-    p.BufferA.ulBytes = p.BufferB.ulBytes = p.BufferOut.ulBytes = static_cast<uint32_t>(size);
-    p.ulWidth = geometry.width;
-    p.ulHeight = geometry.height;
-    p.ulImageBytes = static_cast<uint32_t>(size);
-    p.ulPrimaryStrideBytes = geometry.stride;
-    p.ulSecondaryStrideBytes = geometry.key_stride;
-    p.ePixelFormat = geometry.format;
-    for (double &r : p.dResults) r = sentinel();
-    return p;
-  }
-
-  Geometry geometry;
-  size_t size;
-  GuardedBuffer a, b, out;
-};
-
-void expected_for(Images &im, std::vector<uint8_t> *out, double results[8]) {
-  const Geometry &g = im.geometry;
-  out->assign(im.out.data(), im.out.data() + im.size);
-  for (int i = 0; i < 8; ++i) results[i] = sentinel();
-  const uint32_t colour = colour_of(g.format);
-  reference_plane(colour, g.width, g.height, g.stride, im.a.data(), im.b.data(), out->data(),
-                  results);
-  if (two_plane(g.format)) {
-    const size_t key = size_t{g.stride} * g.height;
-    double key_results[8];
-    reference_plane(261, g.width, g.height, g.key_stride, im.a.data() + key, im.b.data() + key,
-                    out->data() + key, key_results);
-    results[3] = key_results[3];
-    results[7] = key_results[7];
-  }
-}
-
-::testing::AssertionResult results_equal(const double expected[8], const double got[8]) {
-  for (int i = 0; i < 8; ++i) {
-    if (bits_of(expected[i]) != bits_of(got[i])) {
-      return ::testing::AssertionFailure()
-             << "dResults[" << i << "]: expected " << expected[i] << " (0x" << std::hex
-             << bits_of(expected[i]) << ") got " << got[i] << " (0x" << bits_of(got[i]) << ")"
-             << std::dec;
-    }
-  }
-  return ::testing::AssertionSuccess();
-}
-
-// Runs DspCompare on the images and checks everything against the reference.
-void check_against_reference(Images &im, const std::string &what) {
-  std::vector<uint8_t> expected_out;
-  double expected[8];
-  expected_for(im, &expected_out, expected);
-  DSP_COMPARE_PARAMS p = im.params();
-  const DSP_COMPARE_PARAMS before = p;
-  ASSERT_EQ(DspCompare(&p), DSP_S_OK) << what;
-  EXPECT_TRUE(results_equal(expected, p.dResults)) << what;
-  for (int i = 0; i < 8; ++i) {
-    if (std::isnan(expected[i])) continue;  // the bit comparison above covers NaN slots
-    EXPECT_EQ(expected[i], p.dResults[i]) << what << " slot " << i;
-  }
-  EXPECT_EQ(0, std::memcmp(&before, &p, offsetof(DSP_COMPARE_PARAMS, dResults)))
-      << what << ": record changed outside dResults";
-  EXPECT_EQ(0, std::memcmp(before.ulReserved3, p.ulReserved3, sizeof p.ulReserved3)) << what;
-  EXPECT_TRUE(im.out.intact()) << what << ": " << im.out.damage();
-  EXPECT_EQ(0, std::memcmp(expected_out.data(), im.out.data(), im.size))
-      << what << "\n" << framedsp_test::hex_diff(expected_out.data(), im.out.data(), im.size);
-}
-
-void fill_images(Images &im, std::mt19937 &rng) {
-  framedsp_test::fill_random(im.a.data(), im.size, rng);
-  framedsp_test::fill_random(im.b.data(), im.size, rng);
-  framedsp_test::fill_random(im.out.data(), im.size, rng);
-}
-
-const uint32_t kAccepted[] = {0, 1, 5, 21, 25, 28, 30, 261};
-
-// ---- random images -----------------------------------------------------------------------------
-
-class CompareRandom : public ::testing::TestWithParam<uint32_t> {};
-
-TEST_P(CompareRandom, MatchesPerByteReference) {
-  const uint32_t format = GetParam();
-  std::mt19937 rng(framedsp_test::test_seed() + format);
-  const uint32_t widths[] = {1, 2, 3, 5, 6, 7, 8, 15, 16, 17, 31, 33, 64, 97, 161, 720};
-  const uint32_t heights[] = {1, 2, 3, 7};
-  for (uint32_t width : widths) {
-    for (uint32_t height : heights) {
-      const size_t line = plain_of(colour_of(format), width).bytes;
-      Geometry g{format, width, height, static_cast<uint32_t>(line + rng() % 40),
-                 width + static_cast<uint32_t>(rng() % 24)};
-      for (uint32_t mask : {0u, ~0u}) {  // scalar only, then every ISA the CPU has
-        CpuMaskScope scope(mask);
-        Images im(g);
-        fill_images(im, rng);
-        check_against_reference(im, describe(g) + (mask ? " best ISA" : " scalar"));
-      }
-    }
-  }
-}
-
-TEST_P(CompareRandom, OffsetBasesAndTightStride) {
-  // Base addresses at every alignment (the images are placed at the end of their mappings, so
-  // the size decides it) with no slack between lines.
-  const uint32_t format = GetParam();
-  std::mt19937 rng(framedsp_test::test_seed() ^ (format * 2654435761u));
-  for (uint32_t width = 30; width < 46; ++width) {
-    const size_t line = plain_of(colour_of(format), width).bytes;
-    Geometry g{format, width, 3, static_cast<uint32_t>(line), width};
-    Images im(g);
-    fill_images(im, rng);
-    check_against_reference(im, describe(g));
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Formats, CompareRandom, ::testing::ValuesIn(kAccepted),
-                         [](const ::testing::TestParamInfo<uint32_t> &info) {
-                           return "format" + std::to_string(info.param);
-                         });
-
-// ---- known answers -----------------------------------------------------------------------------
-
-Geometry small_geometry(uint32_t format) {
-  const size_t line = plain_of(colour_of(format), 24).bytes;
-  return Geometry{format, 24, 5, static_cast<uint32_t>(line + 8), 24 + 12};
-}
-
-// Bytes of the lines (both planes), for filling and checking the pictures only.
-template <class F>
-void for_each_line_byte(const Geometry &g, F f) {
-  const size_t line = plain_of(colour_of(g.format), g.width).bytes;
-  for (uint32_t y = 0; y < g.height; ++y) {
-    for (size_t x = 0; x < line; ++x) f(size_t{y} * g.stride + x, false);
-  }
-  if (!two_plane(g.format)) return;
-  const size_t key = size_t{g.stride} * g.height;
-  for (uint32_t y = 0; y < g.height; ++y) {
-    for (size_t x = 0; x < g.width; ++x) f(key + size_t{y} * g.key_stride + x, true);
-  }
-}
-
-TEST(CompareKnownAnswers, IdenticalImagesGiveMidGreyAndZeroError) {
-  const double psnr = 20.0 * std::log10(255.0 / std::sqrt(0.00001));
-  EXPECT_NEAR(psnr, 98.13, 0.005);
-  for (uint32_t format : kAccepted) {
-    const Geometry g = small_geometry(format);
-    Images im(g);
-    std::mt19937 rng(framedsp_test::test_seed());
-    framedsp_test::fill_random(im.a.data(), im.size, rng);
-    std::memcpy(im.b.data(), im.a.data(), im.size);
-    std::memset(im.out.data(), 0x11, im.size);
-    DSP_COMPARE_PARAMS p = im.params();
-    ASSERT_EQ(DspCompare(&p), DSP_S_OK);
-    const uint32_t mask = two_plane(format) ? 0xF : channel_mask(format);
-    for (int c = 0; c < 4; ++c) {
-      if (mask & (1u << c)) {
-        EXPECT_EQ(p.dResults[c], 0.0) << "format " << format << " channel " << c;
-        EXPECT_EQ(p.dResults[c + 4], psnr) << "format " << format << " channel " << c;
-      } else {
-        EXPECT_EQ(bits_of(p.dResults[c]), kSentinelBits) << "format " << format << " slot " << c;
-        EXPECT_EQ(bits_of(p.dResults[c + 4]), kSentinelBits) << "format " << format;
-      }
-    }
-    size_t bad = 0;
-    for_each_line_byte(g, [&](size_t i, bool) { bad += im.out[i] != 128; });
-    EXPECT_EQ(bad, 0u) << "format " << format;
-  }
-}
-
-TEST(CompareKnownAnswers, OppositeExtremesClamp) {
-  for (uint32_t format : kAccepted) {
-    for (int a_value : {255, 0}) {
-      const Geometry g = small_geometry(format);
-      Images im(g);
-      std::memset(im.a.data(), a_value, im.size);
-      std::memset(im.b.data(), 255 - a_value, im.size);
-      DSP_COMPARE_PARAMS p = im.params();
-      ASSERT_EQ(DspCompare(&p), DSP_S_OK);
-      const uint8_t want = a_value == 255 ? 255 : 0;  // 383 and -127 clamped
-      size_t bad = 0;
-      for_each_line_byte(g, [&](size_t i, bool) { bad += im.out[i] != want; });
-      EXPECT_EQ(bad, 0u) << "format " << format << " a " << a_value;
-      // Every sample differs by 255.  4:2:2 chroma has half the samples over the full pixel count.
-      const bool half = colour_of(format) == 21 || colour_of(format) == 25;
-      const uint32_t mask = two_plane(format) ? 0xF : channel_mask(format);
-      for (int c = 0; c < 4; ++c) {
-        if (!(mask & (1u << c))) continue;
-        const double mse = (half && (c == 1 || c == 2)) ? 32512.5 : 65025.0;
-        EXPECT_EQ(p.dResults[c], mse) << "format " << format << " channel " << c;
-        EXPECT_EQ(p.dResults[c + 4], 20.0 * std::log10(255.0 / std::sqrt(mse + 0.00001)));
-      }
-    }
-  }
-}
-
-TEST(CompareKnownAnswers, Uyvy_SingleDifferenceInByteZeroCountsForChannelOne) {
-  const Geometry g = small_geometry(21);
-  Images im(g);
-  std::mt19937 rng(framedsp_test::test_seed());
-  framedsp_test::fill_random(im.a.data(), im.size, rng);
-  std::memcpy(im.b.data(), im.a.data(), im.size);
-  const size_t at = 2 * g.stride + 4 * 3;  // byte 0 of group 3 on line 2
-  im.a[at] = 200;
-  im.b[at] = 163;
-  DSP_COMPARE_PARAMS p = im.params();
-  ASSERT_EQ(DspCompare(&p), DSP_S_OK);
-  EXPECT_EQ(p.dResults[0], 0.0);
-  EXPECT_EQ(p.dResults[1], 37.0 * 37.0 / (g.width * g.height));
-  EXPECT_EQ(p.dResults[2], 0.0);
-  EXPECT_EQ(bits_of(p.dResults[3]), kSentinelBits);
-  EXPECT_EQ(bits_of(p.dResults[7]), kSentinelBits);
-  EXPECT_EQ(im.out[at], 128 + 37);
-}
-
-TEST(CompareKnownAnswers, Uyvy_KeyPlaneFollowsThePictureWithItsOwnStride) {
-  // Format 28: the picture identical in A and B, the key plane differing by 10 everywhere.  The
-  // key plane sits at pBuffer + stride * height, lines key_stride apart; its gaps stay untouched.
-  const Geometry g = small_geometry(28);
-  Images im(g);
-  std::memset(im.a.data(), 77, im.size);
-  std::memset(im.b.data(), 77, im.size);
-  std::memset(im.out.data(), 0xEE, im.size);
-  for_each_line_byte(g, [&](size_t i, bool key) {
-    if (key) im.a[i] = 87;
-  });
-  DSP_COMPARE_PARAMS p = im.params();
-  ASSERT_EQ(DspCompare(&p), DSP_S_OK);
-  for (int c = 0; c < 3; ++c) EXPECT_EQ(p.dResults[c], 0.0) << c;
-  EXPECT_EQ(p.dResults[3], 100.0);
-  EXPECT_EQ(p.dResults[7], 20.0 * std::log10(255.0 / std::sqrt(100.0 + 0.00001)));
-  std::vector<uint8_t> want(im.size, 0xEE);
-  for_each_line_byte(g, [&](size_t i, bool key) { want[i] = key ? 138 : 128; });
-  EXPECT_EQ(0, std::memcmp(want.data(), im.out.data(), im.size))
-      << framedsp_test::hex_diff(want.data(), im.out.data(), im.size);
-
-  // And the other way round: picture differs, key plane identical.
-  std::memset(im.a.data(), 77, im.size);
-  for_each_line_byte(g, [&](size_t i, bool key) {
-    if (!key) im.a[i] = 80;
-  });
-  p = im.params();
-  ASSERT_EQ(DspCompare(&p), DSP_S_OK);
-  EXPECT_EQ(p.dResults[0], 9.0);
-  EXPECT_EQ(p.dResults[1], 4.5);
-  EXPECT_EQ(p.dResults[2], 4.5);
-  EXPECT_EQ(p.dResults[3], 0.0);
-}
-
-TEST(CompareKnownAnswers, SlotsWithoutAChannelAreLeftAlone) {
-  for (uint32_t format : {1u, 21u, 25u, 261u}) {
-    const Geometry g = small_geometry(format);
-    Images im(g);
-    std::mt19937 rng(framedsp_test::test_seed());
-    fill_images(im, rng);
-    DSP_COMPARE_PARAMS p = im.params();
-    ASSERT_EQ(DspCompare(&p), DSP_S_OK);
-    for (int slot = 0; slot < 8; ++slot) {
-      const bool owned = (channel_mask(format) >> (slot & 3)) & 1;
-      EXPECT_EQ(bits_of(p.dResults[slot]) == kSentinelBits, !owned)
-          << "format " << format << " slot " << slot;
-    }
-  }
-}
-
-// ---- refusals and degenerate sizes -------------------------------------------------------------
-
-TEST(CompareFrame, NullRecordIsEPointer) { EXPECT_EQ(DspCompare(nullptr), DSP_E_POINTER); }
-
-TEST(CompareFrame, UnsupportedFormatsSucceedWithoutWriting) {
-  for (uint32_t format : {27u, 29u, 22u, 2u, 23u, 24u, 31u, 262u, 999u}) {
-    Geometry g{format, 16, 4, 64, 16};
-    const size_t size = 64 * 8;
-    GuardedBuffer a(size, 0), b(size, 0), out(size, 64, 0x5A);
-    std::memset(a.data(), 1, size);
-    DSP_COMPARE_PARAMS p;
-    std::memset(&p, 0, sizeof p);
     p.BufferA.pBuffer = a.data();
     p.BufferB.pBuffer = b.data();
     p.BufferOut.pBuffer = out.data();
@@ -463,39 +90,193 @@ TEST(CompareFrame, UnsupportedFormatsSucceedWithoutWriting) {
     p.ulHeight = g.height;
     p.ulPrimaryStrideBytes = g.stride;
     p.ulSecondaryStrideBytes = g.key_stride;
-    p.ePixelFormat = format;
+    p.ePixelFormat = g.format;
     for (double &r : p.dResults) r = sentinel();
-    const DSP_COMPARE_PARAMS before = p;
-    EXPECT_EQ(DspCompare(&p), DSP_S_OK) << format;
-    EXPECT_EQ(0, std::memcmp(&before, &p, sizeof p)) << "format " << format << " record written";
-    size_t changed = 0;
-    for (size_t i = 0; i < size; ++i) changed += out[i] != 0x5A;
-    EXPECT_EQ(changed, 0u) << "format " << format;
-    EXPECT_TRUE(out.intact());
+    return p;
   }
-}
-
-TEST(CompareFrame, ZeroWidthOrHeightGivesNaNAndWritesNoPixel) {
-  for (uint32_t format : kAccepted) {
-    for (int which = 0; which < 2; ++which) {
-      Geometry g = small_geometry(format);
-      Images im(g);  // sized for the full geometry; the call gets a zero dimension
-      std::mt19937 rng(framedsp_test::test_seed());
-      fill_images(im, rng);
-      const std::vector<uint8_t> out_before(im.out.data(), im.out.data() + im.size);
-      DSP_COMPARE_PARAMS p = im.params();
-      (which ? p.ulHeight : p.ulWidth) = 0;
-      ASSERT_EQ(DspCompare(&p), DSP_S_OK);
-      const uint32_t mask = two_plane(format) ? 0xF : channel_mask(format);
-      for (int c = 0; c < 4; ++c) {
-        if (!(mask & (1u << c))) continue;
-        EXPECT_TRUE(std::isnan(p.dResults[c])) << "format " << format << " channel " << c;
-        EXPECT_NE(bits_of(p.dResults[c]), kSentinelBits) << "format " << format;
-        EXPECT_TRUE(std::isnan(p.dResults[c + 4])) << "format " << format << " channel " << c;
+  // The expected difference image and results.
+  void expected(std::vector<uint8_t> *image, double results[8]) {
+    image->assign(out.data(), out.data() + size);
+    for (int i = 0; i < 8; ++i) results[i] = sentinel();
+    for (int plane = 0; plane < (two_plane(g.format) ? 2 : 1); ++plane) {
+      const uint32_t f = plane ? 261 : picture_format(g.format);
+      const size_t start = plane ? size_t{g.stride} * g.height : 0, stride = plane ? g.key_stride : g.stride;
+      double sum[4] = {0, 0, 0, 0};
+      for (uint32_t y = 0; y < g.height; ++y) {
+        const size_t at = start + y * stride;
+        reference_line(f, a.data() + at, b.data() + at, image->data() + at, line_bytes(f, g.width), sum);
       }
-      EXPECT_EQ(0, std::memcmp(out_before.data(), im.out.data(), im.size)) << "format " << format;
+      const double n = double(g.width) * g.height;
+      for (int c = 0; c < 4; ++c) {
+        if (!(channel_mask(f) & (1u << c))) continue;
+        results[c] = sum[c] / n;
+        results[c + 4] = 20.0 * std::log10(255.0 / std::sqrt(results[c] + 0.00001));
+      }
+    }
+  }
+  Geometry g;
+  size_t size;
+  GuardedBuffer a, b, out;
+};
+
+const uint32_t kAccepted[] = {0, 1, 5, 21, 25, 28, 30, 261};
+
+class CompareImages : public ::testing::TestWithParam<uint32_t> {};
+
+TEST_P(CompareImages, MatchTheReferenceScalarAndSimd) {
+  const uint32_t format = GetParam();
+  std::mt19937 rng(framedsp_test::test_seed() + format);
+  for (uint32_t width : {1, 2, 3, 5, 7, 8, 15, 16, 17, 31, 33, 37, 42, 45, 97, 161, 720}) {
+    for (uint32_t height : {1u, 3u}) {
+      const size_t line = line_bytes(format, width);
+      const Geometry g{format, width, height, uint32_t(line + (width % 3 ? rng() % 40 : 0)),
+                       width + uint32_t(width % 3 ? rng() % 24 : 0)};  // every third one tight
+      for (bool simd : {false, true}) {
+        framedsp_test::CpuLevel level(simd);
+        Images im(g, rng);
+        std::vector<uint8_t> want;
+        double results[8];
+        im.expected(&want, results);
+        DSP_COMPARE_PARAMS p = im.params();
+        const DSP_COMPARE_PARAMS before = p;
+        ASSERT_EQ(DspCompare(&p), DSP_S_OK);
+        const std::string what = "width " + std::to_string(width) + " height " + std::to_string(height) +
+                                 (simd ? " simd" : " scalar");
+        for (int i = 0; i < 8; ++i) {
+          EXPECT_EQ(bits_of(results[i]), bits_of(p.dResults[i])) << what << " slot " << i << ": " << p.dResults[i];
+        }
+        EXPECT_EQ(0, std::memcmp(&before, &p, offsetof(DSP_COMPARE_PARAMS, dResults))) << what;
+        EXPECT_EQ(0, std::memcmp(before.ulReserved3, p.ulReserved3, sizeof p.ulReserved3)) << what;
+        EXPECT_TRUE(im.out.intact()) << what << ": " << im.out.damage();
+        ASSERT_TRUE(framedsp_test::same_line(want.data(), im.out.data(), im.size)) << what;
+      }
     }
   }
 }
+
+// Identical images give mid-grey and zero error; opposite extremes clamp and give the full
+// square (half of it for 4:2:2 chroma, which has half the samples over the full pixel count);
+// a zero width or height gives NaN and writes no pixel.
+TEST_P(CompareImages, KnownAnswers) {
+  const uint32_t format = GetParam();
+  std::mt19937 rng(framedsp_test::test_seed());
+  const Geometry g{format, 24, 5, uint32_t(line_bytes(format, 24) + 8), 36};
+  const bool half = picture_format(format) == 21 || picture_format(format) == 25;
+  for (int a_value : {-1, 255, 0}) {  // -1: B is a copy of random A
+    Images im(g, rng);
+    if (a_value < 0) {
+      std::memcpy(im.b.data(), im.a.data(), im.size);
+    } else {
+      std::memset(im.a.data(), a_value, im.size);
+      std::memset(im.b.data(), 255 - a_value, im.size);
+    }
+    DSP_COMPARE_PARAMS p = im.params();
+    ASSERT_EQ(DspCompare(&p), DSP_S_OK);
+    for (int c = 0; c < 4; ++c) {
+      const double mse = a_value < 0 ? 0.0 : half && (c == 1 || c == 2) ? 32512.5 : 65025.0;
+      if (!(channel_mask(format) & (1u << c))) {
+        EXPECT_EQ(bits_of(p.dResults[c]), kSentinelBits) << c;
+        EXPECT_EQ(bits_of(p.dResults[c + 4]), kSentinelBits) << c;
+        continue;
+      }
+      EXPECT_EQ(p.dResults[c], mse) << "channel " << c << " a " << a_value;
+      EXPECT_EQ(p.dResults[c + 4], 20.0 * std::log10(255.0 / std::sqrt(mse + 0.00001)));
+    }
+    const uint8_t grey = a_value < 0 ? 128 : a_value == 255 ? 255 : 0;  // 383 and -127 clamped
+    for (uint32_t y = 0; y < 2 * g.height; ++y) {
+      if (y >= g.height && !two_plane(format)) break;
+      const uint8_t *line = im.out.data() + (y < g.height ? y * g.stride : g.stride * g.height + (y - g.height) * g.key_stride);
+      const size_t n = y < g.height ? line_bytes(format, g.width) : g.width;
+      for (size_t x = 0; x < n; ++x) ASSERT_EQ(line[x], grey) << "line " << y << " byte " << x;
+    }
+  }
+  EXPECT_NEAR(20.0 * std::log10(255.0 / std::sqrt(0.00001)), 98.13, 0.005);
+  for (int which = 0; which < 2; ++which) {
+    Images im(g, rng);
+    const std::vector<uint8_t> before(im.out.data(), im.out.data() + im.size);
+    DSP_COMPARE_PARAMS p = im.params();
+    (which ? p.ulHeight : p.ulWidth) = 0;
+    ASSERT_EQ(DspCompare(&p), DSP_S_OK);
+    for (int c = 0; c < 8; ++c) {
+      if (!(channel_mask(format) & (1u << (c % 4)))) continue;
+      EXPECT_TRUE(std::isnan(p.dResults[c]) && bits_of(p.dResults[c]) != kSentinelBits) << c;
+    }
+    EXPECT_EQ(0, std::memcmp(before.data(), im.out.data(), im.size));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, CompareImages, ::testing::ValuesIn(kAccepted),
+                         [](const auto &info) { return "format" + std::to_string(info.param); });
+
+// ---- kernels ------------------------------------------------------------------------------------
+
+framedsp::CompareKernelTable table_for(uint32_t flags) {
+  framedsp::CompareKernelTable t;
+  framedsp::compare_table_init(&t, flags);
+  return t;
+}
+
+class CompareKernel : public ::testing::TestWithParam<uint32_t> {};
+
+// Runs both kernels over `lines` lines of `len` bytes `stride` apart, each into its own copy of a
+// canary-guarded output area (`at` bytes in), and compares the areas and the results bit for bit.
+::testing::AssertionResult same_run(framedsp::CompareKernel test, framedsp::CompareKernel reference,
+                                    const uint8_t *a, const uint8_t *b, GuardedBuffer &out, size_t at,
+                                    uint32_t lines, size_t len, size_t stride) {
+  std::memset(out.data(), 0xC3, out.size());
+  std::vector<uint8_t> want(out.data(), out.data() + out.size());
+  double r_want[8], r_got[8];
+  for (int i = 0; i < 8; ++i) r_want[i] = r_got[i] = sentinel();
+  reference(a, b, want.data() + at, lines, len, stride, r_want);
+  test(a, b, out.data() + at, lines, len, stride, r_got);
+  if (!out.intact()) return ::testing::AssertionFailure() << "guard bytes: " << out.damage();
+  if (std::memcmp(r_want, r_got, sizeof r_want) != 0) return ::testing::AssertionFailure() << "results differ";
+  return framedsp_test::same_line(want.data(), out.data(), out.size());
+}
+
+// Every length to 200 at every lead (A and B at different alignments, their lines ending against
+// a protected page) and flat lines of every length, several lines with stride slack whose bytes
+// must stay, and lines long enough for a lane kept past its flush bound to wrap.
+TEST_P(CompareKernel, SimdEqualsScalar) {
+  const uint32_t id = GetParam();
+  const framedsp::CompareKernel scalar = table_for(0).kernel[id];
+  int ran = 0;
+  for (uint32_t level : framedsp_test::simd_levels()) {
+    const framedsp::CompareKernel simd = table_for(level).kernel[id];
+    if (simd == scalar || (level != framedsp::kCpuSSE2 && simd == table_for(framedsp::kCpuSSE2).kernel[id])) continue;
+    ++ran;
+    SCOPED_TRACE(std::string(framedsp::compare_kernel_name(id)) + " level " + std::to_string(level));
+    std::mt19937 rng(framedsp_test::test_seed() + id);
+    framedsp_test::for_each_line(200, 60, rng, [&](size_t len, size_t lead, int kind) {
+      GuardedBuffer &ga = framedsp_test::scratch(0, len + 15, 0), &gb = framedsp_test::scratch(1, len + 15, 0),
+                    &go = framedsp_test::scratch(2, len + 15);
+      framedsp_test::fill_line(ga.data(), len + 15, kind, rng);
+      framedsp_test::fill_line(gb.data(), len + 15, kind == framedsp_test::kFullLine ? framedsp_test::kZeroLine : kind, rng);
+      ASSERT_TRUE(same_run(simd, scalar, ga.data() + 15 - lead, gb.data() + (lead * 5 + 3) % 16, go, (lead * 5 + len) % 16,
+                           1, len, len + 7))
+          << "len " << len << " lead " << lead << " kind " << kind;
+    });
+    for (int i = 0; i < 100; ++i) {
+      const uint32_t lines = 1 + rng() % 5;
+      const size_t len = rng() % 400, stride = len + rng() % 40, span = stride * (lines - 1) + len;
+      GuardedBuffer ga(span, 0), gb(span, 0), go(span + 15, 64);
+      framedsp_test::fill_line(ga.data(), span, i % 5 == 4 ? framedsp_test::kExtremeLine : 0, rng);
+      framedsp_test::fill_line(gb.data(), span, i % 5 == 4 ? framedsp_test::kExtremeLine : 0, rng);
+      ASSERT_TRUE(same_run(simd, scalar, ga.data(), gb.data(), go, rng() % 16, lines, len, stride)) << i;
+    }
+    // 3.5 MiB lines: more than 2^32 / (2 * 255^2) steps of 96 bytes, the longest step.
+    const size_t len = 3 * 1024 * 1024 + 512 * 1024 + 37, stride = len + 3;
+    GuardedBuffer ga(stride + len, 0), gb(stride + len, 0), go(stride + len, 64);
+    std::memset(ga.data(), 255, ga.size());
+    std::memset(gb.data(), 0, gb.size());
+    EXPECT_TRUE(same_run(simd, scalar, ga.data(), gb.data(), go, 0, 2, len, stride));
+  }
+  if (framedsp::compare_isas_built() && !framedsp_test::simd_levels().empty()) {
+    EXPECT_GT(ran, 0) << "no SIMD kernel: the check tests nothing";
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, CompareKernel, ::testing::Range(0u, uint32_t{framedsp::kCompareKernelCount}),
+                         [](const auto &info) { return std::string(framedsp::compare_kernel_name(info.param)); });
 
 }  // namespace

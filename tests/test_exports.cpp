@@ -1,9 +1,12 @@
 // The call frame of every export: null checks, quiet refusal, the worker, the exception guard and
 // the converter reference held for the length of a handle call.  Then the validation steps of
-// copy, filter, sub-pixel filter and the scaler helper as tables, seen through the exports.
+// copy, filter, sub-pixel filter, compare and the scaler helper as tables, seen through the
+// exports, each refusal with the line it traces.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <random>
 #include <set>
@@ -11,8 +14,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/trace.h"
+#include "frame/guard.h"
 #include "platform/handle.h"
+#include "platform/trace.h"
 #include "framedsp/framedsp.h"
 #include "framerate/converter.h"
 #include "test_util.h"
@@ -45,6 +49,16 @@ class HookedTest {
     g_throw_for.clear();
   }
 };
+
+// Runs `call` with tracing on (on = 1) or off and returns what it printed.
+std::string traced(int on, const std::function<void()> &call) {
+  framedsp::set_trace_override(on);
+  ::testing::internal::CaptureStderr();
+  call();
+  std::string text = ::testing::internal::GetCapturedStderr();
+  framedsp::set_trace_override(-1);
+  return text;
+}
 
 // ---- the rig: valid records for every export over guarded image memory --------------------------
 
@@ -344,10 +358,19 @@ TEST_P(ExportValidation, RejectedRecordIsQuietSuccess) {
   expect_nothing_done(in, out, refs);
 }
 
-TEST_P(ExportWorker, AcceptedRecordReachesTheWorker) {
+TEST_P(ExportWorker, AcceptedRecordReachesTheWorkerSilently) {
   const int32_t refs = references(rig.converter);
   const std::string in = rig.inputs();
-  EXPECT_EQ(GetParam().call(rig), GetParam().accepted);
+  HRESULT status = 0;
+  const std::string text = traced(1, [&] { status = GetParam().call(rig); });
+  EXPECT_EQ(status, GetParam().accepted);
+  // Silent, unless the worker itself refuses the zeroed record (a single line naming the export).
+  if (status == DSP_E_INVALIDARG) {
+    EXPECT_EQ(text.rfind(std::string(GetParam().worker) + ": refused: ", 0), 0u) << text;
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+  } else {
+    EXPECT_EQ(text, "");
+  }
   // The pyramid enters the scaler once per level after its own worker.
   ASSERT_FALSE(g_entered.empty());
   EXPECT_EQ(g_entered.front(), GetParam().worker);
@@ -395,6 +418,7 @@ struct EdgeCase {
   const char *label;
   void (*edit)(Record &);
   bool accepted;
+  const char *trace = nullptr;  // the refusal's trace text, when compared
 };
 
 template <class Record>
@@ -407,22 +431,35 @@ std::string edge_name(const ::testing::TestParamInfo<EdgeCase<Record>> &info) {
   return info.param.label;
 }
 
-// Accepted: the worker is entered and answers `accepted_status` (the copy and the filter work; the
-// others answer E_NOTIMPL in this release).  Refused: S_OK, no worker, not a byte written.
-void expect_verdict(Rig &rig, Call call, const char *worker, bool accepted,
-                    HRESULT accepted_status = DSP_E_NOTIMPL) {
+// Accepted: the worker is entered, answers `accepted_status` and nothing is traced.  Refused:
+// S_OK and no worker (or `refused_status` from the worker for settings), not a byte written, one trace
+// line "<export>: refused: <trace>" (the text is compared when `trace` is given), nothing with
+// tracing off.
+void expect_verdict(Rig &rig, Call call, const char *worker, bool accepted, HRESULT accepted_status,
+                    const char *trace = nullptr, HRESULT refused_status = DSP_S_OK) {
   const std::string in = rig.inputs(), out = rig.outputs();
-  const HRESULT status = call(rig);
+  HRESULT status = 0;
+  const std::string text = traced(1, [&] { status = call(rig); });
   EXPECT_TRUE(rig.inputs() == in);
   EXPECT_TRUE(rig.out_mem.intact()) << rig.out_mem.damage();
   if (accepted) {
     EXPECT_EQ(status, accepted_status);
     EXPECT_EQ(g_entered, std::vector<std::string>{worker});
-  } else {
-    EXPECT_EQ(status, DSP_S_OK);
-    EXPECT_TRUE(g_entered.empty()) << "entered " << g_entered.front();
-    EXPECT_TRUE(rig.outputs() == out);
+    EXPECT_EQ(text, "");
+    return;
   }
+  EXPECT_EQ(status, refused_status);
+  // A record is refused before the worker; settings are the worker's to read.
+  EXPECT_EQ(g_entered.empty(), refused_status == DSP_S_OK);
+  EXPECT_TRUE(rig.outputs() == out);
+  const std::string prefix = std::string(worker) + ": refused: ";
+  if (trace) {
+    EXPECT_EQ(text, prefix + trace + "\n");
+  } else {
+    EXPECT_EQ(text.rfind(prefix, 0), 0u) << text;
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+  }
+  EXPECT_EQ(traced(0, [&] { EXPECT_EQ(call(rig), refused_status); }), "");
 }
 
 // Fields shared by DSP_BUFFER and DSP_SUBPIXEL_BUFFER.
@@ -463,6 +500,10 @@ constexpr uint32_t kFieldB = DSP_BUFFER_TYPE_FIELD_B;
 
 // ---- copy
 
+#define WIDE " (4:2:2 formats need even widths)"
+#define INTERLEAVED \
+  "input frame has interleaved fields (interlace 0) and the output frame is progressive (interlace 2); that pair is not taken"
+
 using CopyCase = EdgeCase<DSP_BUFFER>;
 class CopyValidation : public HookedTest, public ::testing::TestWithParam<CopyCase> {};
 
@@ -470,25 +511,31 @@ TEST_P(CopyValidation, Verdict) {
   Rig rig;
   GetParam().edit(rig.buffer);
   expect_verdict(rig, [](Rig &r) { return DspBufferSmartCopy(&r.buffer); }, "DspBufferSmartCopy",
-                 GetParam().accepted, DSP_S_OK);
+                 GetParam().accepted, DSP_S_OK, GetParam().trace);
 }
 
 const CopyCase kCopyCases[] = {
     {"uyvy_unchanged", [](auto &) {}, true},
-    {"formats_differ", [](auto &b) { b.Out.ePixelFormat = 25; }, false},
+    {"formats_differ", [](auto &b) { b.Out.ePixelFormat = 25; }, false,
+     "output format 25 differs from input format 21 (no format conversion)"},
     {"bgra32_to_bgr24", [](auto &b) { b.In.ePixelFormat = 0; b.Out.ePixelFormat = 1; }, false},
     {"unknown_format", [](auto &b) { formats(b, 1000); }, false},
-    {"uyvy_odd_in_width", [](auto &b) { b.In.ulWidth = 65; }, false},
-    {"uyvy_odd_in_region_width", [](auto &b) { b.In.Buffer.Region.ulWidth = 63; }, false},
-    {"uyvy_odd_out_width", [](auto &b) { b.Out.ulWidth = 65; }, false},
-    {"uyvy_odd_out_region_width", [](auto &b) { b.Out.Buffer.Region.ulWidth = 63; }, false},
+    {"uyvy_odd_in_width", [](auto &b) { b.In.ulWidth = 65; }, false, "input width 65 is odd for format 21" WIDE},
+    {"uyvy_odd_in_region_width", [](auto &b) { b.In.Buffer.Region.ulWidth = 63; }, false,
+     "input region width 63 is odd for format 21" WIDE},
+    {"uyvy_odd_out_width", [](auto &b) { b.Out.ulWidth = 65; }, false, "output width 65 is odd for format 21" WIDE},
+    {"uyvy_odd_out_region_width", [](auto &b) { b.Out.Buffer.Region.ulWidth = 63; }, false,
+     "output region width 63 is odd for format 21" WIDE},
+    {"first_odd_width_named", [](auto &b) { b.In.Buffer.Region.ulWidth = 5; b.Out.ulWidth = 7; }, false,
+     "input region width 5 is odd for format 21" WIDE},
     {"bgr24_odd_widths", [](auto &b) { formats(b, 1); widths(b, 63); }, true},
     {"bgr24_odd_in_width", [](auto &b) { formats(b, 1); b.In.ulWidth = 63; }, true},
     {"bgra32_odd_widths", [](auto &b) { formats(b, 0); widths(b, 63); }, true},
     {"bgr24_key_odd_widths", [](auto &b) { formats(b, 5); widths(b, 63); }, true},
     {"uyvy_key_odd_widths", [](auto &b) { formats(b, 28); widths(b, 63); }, false},
-    {"key8_odd_widths", [](auto &b) { formats(b, 261); widths(b, 63); }, false},
-    {"interleaved_frame_to_progressive_frame", [](auto &b) { frames(b, 0, 2); }, false},
+    {"key8_odd_widths", [](auto &b) { formats(b, 261); widths(b, 63); }, false,
+     "input width 63 is odd for format 261 (only formats 0, 1, 5 and 27 take odd widths)"},
+    {"interleaved_frame_to_progressive_frame", [](auto &b) { frames(b, 0, 2); }, false, INTERLEAVED},
     {"interlace1_frame_to_progressive_frame", [](auto &b) { frames(b, 1, 2); }, true},
     {"interleaved_frame_to_interleaved_frame", [](auto &b) { frames(b, 0, 0); }, true},
     {"interleaved_frame_to_separate_frame", [](auto &b) { frames(b, 0, 3); }, true},
@@ -507,7 +554,7 @@ INSTANTIATE_TEST_SUITE_P(Validation, CopyValidation, ::testing::ValuesIn(kCopyCa
 // its formats; compare refuses its own quietly (the formats it takes run in its own tests).
 const uint32_t kCopyFormats[] = {0, 1, 5, 21, 22, 23, 24, 25, 28, 30, 31, 129, 261, 262};
 const uint32_t kNotCopyFormats[] = {2,   3,   4,   16,  17,  18,  27,  29,  64, 128,
-                                    132, 258, 259, 260, 263, 512, 513, 26,  1000};
+                                    132, 258, 259, 260, 263, 512, 513, 26,  1000, 4000000000u};
 const uint32_t kNotCompareFormats[] = {22, 23, 24, 31, 129, 262, 263, 2, 27, 29, 128, 1000};
 
 class FormatTest : public HookedTest, public ::testing::TestWithParam<uint32_t> {
@@ -515,8 +562,10 @@ class FormatTest : public HookedTest, public ::testing::TestWithParam<uint32_t> 
   void copy_verdict(bool accepted) {
     Rig rig;
     formats(rig.buffer, GetParam());
-    expect_verdict(rig, [](Rig &r) { return DspBufferSmartCopy(&r.buffer); },
-                   "DspBufferSmartCopy", accepted, DSP_S_OK);
+    const std::string trace = "input format " + std::to_string(GetParam()) +
+                              " is not one this operation takes (0, 1, 5, 21..25, 28, 30, 31, 129, 261, 262)";
+    expect_verdict(rig, [](Rig &r) { return DspBufferSmartCopy(&r.buffer); }, "DspBufferSmartCopy", accepted,
+                   DSP_S_OK, trace.c_str());
   }
 };
 class CopyTakes : public FormatTest {};
@@ -528,7 +577,19 @@ TEST_P(CopyRefuses, Format) { copy_verdict(false); }
 TEST_P(CompareRefuses, Format) {
   Rig rig;
   rig.compare.ePixelFormat = GetParam();
-  expect_verdict(rig, [](Rig &r) { return DspCompare(&r.compare); }, "DspCompare", false);
+  const std::string trace = "pixel format " + std::to_string(GetParam()) +
+                            " is not one the comparison takes (0, 1, 5, 21, 25, 28, 30, 261)";
+  expect_verdict(rig, [](Rig &r) { return DspCompare(&r.compare); }, "DspCompare", false, DSP_S_OK, trace.c_str());
+}
+
+class CompareTakes : public HookedTest, public ::testing::Test {};
+
+TEST_F(CompareTakes, UyvyEntersItsWorkerWithoutATraceLine) {
+  Rig rig;
+  HRESULT status = DSP_E_FAIL;
+  EXPECT_EQ(traced(1, [&] { status = DspCompare(&rig.compare); }), "");
+  EXPECT_EQ(status, DSP_S_OK);
+  EXPECT_EQ(g_entered, std::vector<std::string>{"DspCompare"});
 }
 
 std::string format_name(const ::testing::TestParamInfo<uint32_t> &info) {
@@ -549,35 +610,97 @@ TEST_P(FilterValidation, Verdict) {
   Rig rig;
   GetParam().edit(rig.filter.Buffer);
   expect_verdict(rig, [](Rig &r) { return DspFilter(&r.filter); }, "DspFilter",
-                 GetParam().accepted, DSP_S_OK);
+                 GetParam().accepted, DSP_S_OK, GetParam().trace);
 }
 
 const FilterCase kFilterCases[] = {
     {"frame_to_frame_equal", [](auto &b) { heights(b, kFrame, 480u, kFrame, 480u); }, true},
     {"frame_to_field_halves", [](auto &b) { heights(b, kFrame, 480u, kFieldA, 240u); }, true},
     {"frame_to_field_b_halves", [](auto &b) { heights(b, kFrame, 480u, kFieldB, 240u); }, true},
-    {"frame_to_field_same_height", [](auto &b) { heights(b, kFrame, 480u, kFieldA, 480u); },
-     false},
+    {"frame_to_field_same_height", [](auto &b) { heights(b, kFrame, 480u, kFieldA, 480u); }, false,
+     "input region height 480 does not match output region height 480 (a frame into a field needs twice the field's lines)"},
     {"odd_frame_to_field", [](auto &b) { heights(b, kFrame, 481u, kFieldA, 240u); }, false},
     {"field_to_frame_doubles", [](auto &b) { heights(b, kFieldA, 240u, kFrame, 480u); }, true},
-    {"field_to_frame_same_height", [](auto &b) { heights(b, kFieldB, 240u, kFrame, 240u); },
-     false},
+    {"field_to_frame_same_height", [](auto &b) { heights(b, kFieldB, 240u, kFrame, 240u); }, false,
+     "input region height 240 does not match output region height 240 (a field into a frame needs half the frame's lines)"},
     {"odd_field_to_frame", [](auto &b) { heights(b, kFieldA, 241u, kFrame, 482u); }, true},
     {"field_to_odd_frame", [](auto &b) { heights(b, kFieldA, 240u, kFrame, 481u); }, false},
     {"field_to_field_equal", [](auto &b) { heights(b, kFieldA, 240u, kFieldB, 240u); }, true},
     {"field_to_field_unequal", [](auto &b) { heights(b, kFieldA, 240u, kFieldA, 120u); }, false},
-    {"unequal_region_widths", [](auto &b) { b.Out.Buffer.Region.ulWidth = 32; }, false},
+    {"frame_to_frame_unequal", [](auto &b) { b.Out.Buffer.Region.ulHeight = 3; }, false,
+     "input region height 8 does not match output region height 3 (they must be equal)"},
+    {"unequal_region_widths", [](auto &b) { b.Out.Buffer.Region.ulWidth = 32; }, false,
+     "input region width 64 differs from output region width 32 (the filter does not scale)"},
     {"unequal_image_widths", [](auto &b) { b.Out.ulWidth = 128; }, true},
-    {"interleaved_frame_to_progressive_frame", [](auto &b) { frames(b, 0, 2); }, false},
-    {"formats_differ", [](auto &b) { b.Out.ePixelFormat = 25; }, false},
-    {"format_refused", [](auto &b) { formats(b, 27); }, false},
-    {"uyvy_odd_widths", [](auto &b) { widths(b, 63); }, false},
+    {"interleaved_frame_to_progressive_frame", [](auto &b) { frames(b, 0, 2); }, false, INTERLEAVED},
+    {"formats_differ", [](auto &b) { b.Out.ePixelFormat = 25; }, false,
+     "output format 25 differs from input format 21 (no format conversion)"},
+    {"format_refused", [](auto &b) { formats(b, 263); }, false,
+     "input format 263 is not one this operation takes (0, 1, 5, 21..25, 28, 30, 31, 129, 261, 262)"},
+    {"uyvy_odd_widths", [](auto &b) { widths(b, 63); }, false, "input width 63 is odd for format 21" WIDE},
+    {"uyvy_odd_region_widths", [](auto &b) { b.In.Buffer.Region.ulWidth = b.Out.Buffer.Region.ulWidth = 7; },
+     false, "input region width 7 is odd for format 21" WIDE},
     {"uyvy_odd_out_image_width", [](auto &b) { b.Out.ulWidth = 65; }, false},
     {"bgr24_odd_widths", [](auto &b) { formats(b, 1); widths(b, 63); }, true},
     {"bgra32_odd_in_image_width", [](auto &b) { formats(b, 0); b.In.ulWidth = 63; }, true},
 };
 INSTANTIATE_TEST_SUITE_P(Validation, FilterValidation, ::testing::ValuesIn(kFilterCases),
                          edge_name<DSP_BUFFER>);
+
+// ---- settings errors of the filter and the sub-pixel filter: E_INVALIDARG and a trace line
+
+struct SettingsCase {
+  const char *label;
+  uint32_t type;
+  DSP_FIR_SETTINGS fir;
+  DSP_BOX_SETTINGS box;
+  bool null_settings;
+  const char *trace;  // null: accepted
+};
+
+void PrintTo(const SettingsCase &c, std::ostream *os) { *os << c.label; }
+
+class FilterSettings : public HookedTest, public ::testing::TestWithParam<SettingsCase> {};
+
+TEST_P(FilterSettings, Verdict) {
+  const SettingsCase &c = GetParam();
+  for (int subpixel = 0; subpixel < 2; ++subpixel) {
+    Rig rig;
+    const void *settings = c.null_settings ? nullptr : c.type == DSP_FILTER_TYPE_BOX
+                                                           ? static_cast<const void *>(&c.box)
+                                                           : static_cast<const void *>(&c.fir);
+    rig.filter.eFilterType = rig.subpixel_filter.eFilterType = c.type;
+    rig.filter.pSettings = rig.subpixel_filter.pSettings = settings;
+    if (subpixel) {
+      expect_verdict(rig, [](Rig &r) { return DspSubPixelFilter(&r.subpixel_filter); }, "DspSubPixelFilter",
+                     !c.trace, DSP_S_OK, c.trace, DSP_E_INVALIDARG);
+    } else {
+      expect_verdict(rig, [](Rig &r) { return DspFilter(&r.filter); }, "DspFilter", !c.trace, DSP_S_OK, c.trace,
+                     DSP_E_INVALIDARG);
+    }
+    g_entered.clear();
+  }
+}
+
+const uint32_t kFirT = DSP_FILTER_TYPE_FIR, kBoxT = DSP_FILTER_TYPE_BOX;
+const SettingsCase kSettingsCases[] = {
+    {"fir_accepted", kFirT, {3, 50, 0, 3, 50}, {}, false, nullptr},
+    {"box_accepted", kBoxT, {}, {3, 0, 3}, false, nullptr},
+    {"fir_taps_of_an_off_direction", kFirT, {99, 100, 0, 3, 50}, {}, false, nullptr},
+    {"filter_type", 3, {3, 50, 0, 3, 50}, {}, false, "filter type 3 is neither 1 (FIR) nor 2 (box)"},
+    {"fir_without_settings", kFirT, {}, {}, true, "FIR filter without settings (pSettings is null)"},
+    {"box_without_settings", kBoxT, {}, {}, true, "box filter without settings (pSettings is null)"},
+    {"fir_horizontal_cutoff", kFirT, {3, 101, 0, 3, 50}, {}, false,
+     "FIR horizontal cut-off 101 is above 100 (100 turns the direction off)"},
+    {"fir_vertical_cutoff", kFirT, {3, 50, 0, 3, 4000000000u}, {}, false,
+     "FIR vertical cut-off 4000000000 is above 100 (100 turns the direction off)"},
+    {"fir_horizontal_taps", kFirT, {2, 50, 0, 3, 50}, {}, false, "FIR horizontal taps 2 are outside 3..15"},
+    {"fir_vertical_taps", kFirT, {3, 100, 0, 16, 50}, {}, false, "FIR vertical taps 16 are outside 3..15"},
+    {"box_horizontal_size", kBoxT, {}, {257, 0, 3}, false, "box horizontal size 257 is above 256"},
+    {"box_vertical_size", kBoxT, {}, {256, 0, 1000}, false, "box vertical size 1000 is above 256"},
+};
+INSTANTIATE_TEST_SUITE_P(Validation, FilterSettings, ::testing::ValuesIn(kSettingsCases),
+                         [](const ::testing::TestParamInfo<SettingsCase> &i) { return std::string(i.param.label); });
 
 // ---- sub-pixel filter
 
@@ -588,7 +711,7 @@ TEST_P(SubPixelValidation, Verdict) {
   Rig rig;
   GetParam().edit(rig.subpixel_filter.Buffer);
   expect_verdict(rig, [](Rig &r) { return DspSubPixelFilter(&r.subpixel_filter); },
-                 "DspSubPixelFilter", GetParam().accepted, DSP_S_OK);
+                 "DspSubPixelFilter", GetParam().accepted, DSP_S_OK, GetParam().trace);
 }
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -628,7 +751,7 @@ TEST_P(HelperValidation, Verdict) {
   Rig rig;
   GetParam().edit(rig.helper_in);
   expect_verdict(rig, [](Rig &r) { return DspScalerHelper(&r.helper_in, &r.helper_out); },
-                 "DspScalerHelper", GetParam().accepted, DSP_S_OK);
+                 "DspScalerHelper", GetParam().accepted, DSP_S_OK, GetParam().trace);
 }
 
 void fill(DSP_SCALER_HELPER_IN &in, uint32_t w, uint32_t h) {

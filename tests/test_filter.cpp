@@ -1,348 +1,155 @@
-// DspFilter with FIR settings through the export: copies, known answers, settings errors, the
-// temporary-frame path, two-plane formats, fields, guard bytes, and random images against a 2-D
-// reference written here (vertical then horizontal, with both edge rules).
+// DspFilter with FIR settings: random pictures of every layout, orientation, field mode and both
+// planes of a two-plane format against a 2-D reference written here (vertical, then horizontal,
+// with both edge rules); even tap counts, cut-off 100 and the temporary-frame path as properties.
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <cstring>
-#include <memory>
 #include <random>
 #include <vector>
 
 #include "filter/fir_tables.h"
-#include "platform/work_memory.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
 
 namespace {
 
-using framedsp_test::GuardedBuffer;
+using framedsp_test::Pic;
 
-uint32_t bpp(uint32_t f) {
-  switch (f) {
-    case 0: return 4;
-    case 1: return 3;
-    case 21: case 24: case 25: case 262: return 2;
-    case 22: return 4;
-    case 23: return 6;
-    case 129: return 8;
-    case 261: return 1;
-  }
-  return 0;
-}
-
-struct Img {
-  uint32_t format, w, h, stride, plane_stride, main_bpp;
-  std::unique_ptr<GuardedBuffer> mem;
-  Img(uint32_t f, uint32_t width, uint32_t height, uint32_t slack = 5)
-      : format(f), w(width), h(height) {
-    main_bpp = f == 28 ? 2 : bpp(f);
-    stride = w * main_bpp + slack;
-    plane_stride = f == 28 ? w + 3 : 0;
-    mem = std::make_unique<GuardedBuffer>(size_t{h} * (stride + plane_stride), 64);
-  }
-  uint8_t *data() { return mem->data(); }
-  size_t bytes() const { return mem->size(); }
-  DSP_IMAGE image(uint32_t type = DSP_BUFFER_TYPE_FRAME, uint32_t interlace = DSP_INTERLACE_PROGRESSIVE,
-                  uint32_t orientation = 0) {
-    DSP_IMAGE d{};
-    d.Buffer.pBuffer = data();
-    d.Buffer.ulBytes = static_cast<uint32_t>(bytes());
-    d.Buffer.eBufferType = type;
-    d.Buffer.Region.ulWidth = w;
-    d.Buffer.Region.ulHeight = h;
-    d.ulWidth = w;
-    d.ulHeight = h;
-    d.ePixelFormat = format;
-    d.eInterlace = interlace;
-    d.eImageOrientation = orientation;
-    d.ulPrimaryStrideBytes = stride;
-    d.ulSecondaryStrideBytes = plane_stride;
-    return d;
-  }
-};
-
-struct Fir {
-  DSP_FIR_SETTINGS s;
-  DSP_FILTER_PARAMS p;
-  Fir(uint32_t ht, uint32_t hc, uint32_t vt, uint32_t vc) : s{ht, hc, 0, vt, vc}, p{} {
-    p.eFilterType = DSP_FILTER_TYPE_FIR;
-    p.pSettings = &s;
-  }
-};
-
-int dist(uint32_t f, size_t p) {
+int distance(uint32_t f, size_t p) {
   switch (f) {
     case 21: return p % 2 ? 2 : 4;
     case 25: return p % 2 ? 4 : 2;
     case 24: return p % 4 < 2 ? 4 : 0;
     case 0: return 4;
     case 1: return 3;
-    case 261: return 1;
-    case 262: return p % 2 ? 0 : 2;
     case 22: return p % 2 ? 0 : (p % 4 == 0 ? 8 : 4);
+    default: return 1;  // 261
   }
-  return -1;
 }
 
-uint8_t clampv(int64_t acc) {
-  const int64_t v = (acc + 256) >> 9;
-  return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
-}
+uint8_t rounded(int64_t acc) { return uint8_t(std::min<int64_t>(255, std::max<int64_t>(0, (acc + 256) >> 9))); }
 
-// Independent 2-D reference of a whole top-down plane: rows[y] of `n` bytes, h rows, row step s
-// (fields), vertical then horizontal.
-std::vector<std::vector<uint8_t>> reference(const std::vector<std::vector<uint8_t>> &rows,
-                                            uint32_t format, const int16_t *hc, int hn,
-                                            const int16_t *vc, int vn, int s) {
-  const int h = static_cast<int>(rows.size());
+// One plane of picture rows (n bytes each, row step s for fields), vertical taps then horizontal:
+// a vertical pair stays inside the rows, a horizontal tap past an end takes the centre sample.
+std::vector<std::vector<uint8_t>> reference(std::vector<std::vector<uint8_t>> rows, uint32_t format, uint32_t taps,
+                                            uint32_t vtaps, int s) {
+  const framedsp::FirTap *hc = framedsp::fir_coefficients(taps, 40), *vc = framedsp::fir_coefficients(vtaps, 60);
+  const int h = int(rows.size()), hv = int(vtaps - 1) / 2, hh = int(taps - 1) / 2;
   const size_t n = rows[0].size();
-  std::vector<std::vector<uint8_t>> mid = rows, out = rows;
-  if (vc) {
-    const int half = (vn - 1) / 2;
-    for (int r = 0; r < h; ++r) {
-      int up = 0, down = 0;
-      std::vector<int> ups(half + 1), downs(half + 1);
-      for (int k = 1; k <= half; ++k) {
-        up = r >= k * s ? -k * s : up;
-        down = r + k * s <= h - k * s - 1 ? k * s : down;
-        ups[k] = up;
-        downs[k] = down;
+  std::vector<std::vector<uint8_t>> mid = rows;
+  for (int r = 0; r < h; ++r) {
+    for (size_t p = 0; p < n; ++p) {
+      int64_t acc = int64_t{vc[hv].lane[0]} * rows[r][p];
+      for (int k = 1, up = r, down = r; k <= hv; ++k) {
+        up = r >= k * s ? r - k * s : up;
+        down = r + k * s <= h - k * s - 1 ? r + k * s : down;
+        acc += int64_t{vc[hv - k].lane[0]} * (rows[up][p] + rows[down][p]);
       }
-      for (size_t p = 0; p < n; ++p) {
-        int64_t acc = int64_t{vc[half]} * rows[r][p];
-        for (int k = 1; k <= half; ++k) acc += int64_t{vc[half - k]} * (rows[r + ups[k]][p] + rows[r + downs[k]][p]);
-        mid[r][p] = clampv(acc);
-      }
+      mid[r][p] = rounded(acc);
     }
   }
-  out = mid;
-  if (hc) {
-    const int half = (hn - 1) / 2;
-    for (int r = 0; r < h; ++r) {
-      for (size_t p = 0; p < n; ++p) {
-        const int d = dist(format, p);
-        if (d == 0) continue;
-        const int x0 = mid[r][p];
-        int64_t acc = int64_t{hc[half]} * x0;
-        for (int k = 1; k <= half; ++k) {
-          const long l = static_cast<long>(p) - k * d, rr = static_cast<long>(p) + k * d;
-          acc += int64_t{hc[half - k]} * ((l >= 0 ? mid[r][l] : x0) + (rr + 1 < static_cast<long>(n) ? mid[r][rr] : x0));
-        }
-        out[r][p] = clampv(acc);
+  for (int r = 0; r < h; ++r) {
+    const std::vector<uint8_t> &m = mid[r];
+    for (size_t p = 0; p < n; ++p) {
+      const int d = distance(format, p);
+      int64_t acc = int64_t{hc[hh].lane[0]} * m[p];
+      for (int k = 1; k <= hh && d; ++k) {
+        const long l = long(p) - k * d, rr = long(p) + k * d;
+        acc += int64_t{hc[hh - k].lane[0]} * ((l >= 0 ? m[l] : m[p]) + (rr + 1 < long(n) ? m[rr] : m[p]));
       }
+      rows[r][p] = d ? rounded(acc) : m[p];
     }
-  }
-  return out;
-}
-
-std::vector<int16_t> row_of(uint32_t taps, uint32_t cut) {
-  const framedsp::FirTap *t = framedsp::fir_coefficients(taps, cut);
-  const int n = framedsp::fir_table_taps(taps);
-  std::vector<int16_t> v(n);
-  for (int i = 0; i < n; ++i) v[i] = t[i].lane[0];
-  return v;
-}
-
-std::vector<std::vector<uint8_t>> read_rows(Img &im, int bottom_up) {
-  std::vector<std::vector<uint8_t>> rows(im.h);
-  for (uint32_t y = 0; y < im.h; ++y) {
-    const uint32_t my = bottom_up ? im.h - 1 - y : y;
-    rows[y].assign(im.data() + size_t{my} * im.stride, im.data() + size_t{my} * im.stride + im.w * im.main_bpp);
   }
   return rows;
 }
 
-TEST(FilterFir, RandomImagesMatchReference) {
+std::vector<std::vector<uint8_t>> read_rows(const Pic &p, bool plane) {
+  const size_t n = size_t{p.width} * (plane ? 1 : framedsp_test::main_bytes(p.format));
+  std::vector<std::vector<uint8_t>> rows;
+  for (uint32_t y = 0; y < p.height; ++y) rows.emplace_back(p.row(y, plane), p.row(y, plane) + n);
+  return rows;
+}
+
+DSP_HRESULT fir(const Pic &in, const Pic &out, uint32_t ht, uint32_t hc, uint32_t vt, uint32_t vc, uint32_t il = 2,
+                uint32_t options = 0, uint32_t in_type = 2) {
+  const DSP_FIR_SETTINGS s{ht, hc, 0, vt, vc};
+  const DSP_FILTER_PARAMS p = framedsp_test::filter_params(
+      DSP_FILTER_TYPE_FIR, &s,
+      framedsp_test::buffer_of(in.image(0, 0, 0, 0, in_type, in_type == 2 ? il : 2), out.image(0, 0, 0, 0, 2, il)),
+      options);
+  return DspFilter(&p);
+}
+
+TEST(FilterFir, RandomPicturesMatchTheReference) {
   std::mt19937 rng(framedsp_test::test_seed());
-  const uint32_t formats[] = {21, 25, 24, 0, 1, 261, 22};  // 262: no bytes per pixel in the format table
-  for (uint32_t f : formats) {
-    for (int bottom_up = 0; bottom_up <= 1; ++bottom_up) {
+  for (uint32_t f : {21u, 25u, 24u, 0u, 1u, 261u, 22u, 28u}) {
+    for (int variant = 0; variant < 4; ++variant) {
+      const bool bottom_up = variant & 1, interleaved = variant & 2;
       for (uint32_t taps : {3u, 7u, 15u}) {
-        const uint32_t w = 2 * (5 + rng() % 60), h = 3 + rng() % 30;
-        Img in(f, w, h), out(f, w, h, 9);
-        framedsp_test::fill_random(in.data(), in.bytes(), rng);
-        const uint8_t before_fill = 0x11;
-        std::memset(out.data(), before_fill, out.bytes());
-        Fir fir(taps, 40, taps == 7 ? 9 : taps, 60);
-        fir.p.Buffer.In = in.image(DSP_BUFFER_TYPE_FRAME, DSP_INTERLACE_PROGRESSIVE, bottom_up);
-        fir.p.Buffer.Out = out.image(DSP_BUFFER_TYPE_FRAME, DSP_INTERLACE_PROGRESSIVE, bottom_up);
-        ASSERT_EQ(DSP_S_OK, DspFilter(&fir.p));
-        const std::vector<int16_t> hc = row_of(taps, 40), vc = row_of(fir.s.ulVertTaps, 60);
-        const auto want = reference(read_rows(in, bottom_up), f, hc.data(), static_cast<int>(hc.size()),
-                                    vc.data(), static_cast<int>(vc.size()), 1);
-        const auto got = read_rows(out, bottom_up);
-        for (uint32_t y = 0; y < h; ++y) {
-          ASSERT_EQ(want[y], got[y]) << "format " << f << " bottom_up " << bottom_up << " taps " << taps
-                                     << " row " << y << "\n"
-                                     << framedsp_test::hex_diff(want[y].data(), got[y].data(), want[y].size());
-          for (uint32_t x = w * out.main_bpp; x < out.stride; ++x) ASSERT_EQ(before_fill, out.data()[y * out.stride + x]);
-        }
+        const uint32_t w = 2 * (5 + rng() % 60), h = 3 + rng() % 30, vtaps = taps == 7 ? 9 : taps;
+        Pic in(f, w, h, bottom_up), out(f, w, h, bottom_up, 9, 0x11);
+        in.randomise(rng);
+        ASSERT_EQ(DSP_S_OK, fir(in, out, taps, 40, vtaps, 60, interleaved ? 0 : 2, 0));
         ASSERT_TRUE(out.mem->intact()) << out.mem->damage();
-      }
-    }
-  }
-}
-
-TEST(FilterFir, CutoffHundredIsCopy) {
-  std::mt19937 rng(1);
-  Img in(21, 40, 9), out(21, 40, 9);
-  framedsp_test::fill_random(in.data(), in.bytes(), rng);
-  Fir fir(0, 100, 0, 100);
-  fir.p.Buffer.In = in.image();
-  fir.p.Buffer.Out = out.image();
-  ASSERT_EQ(DSP_S_OK, DspFilter(&fir.p));
-  for (uint32_t y = 0; y < 9; ++y) ASSERT_EQ(0, std::memcmp(in.data() + y * in.stride, out.data() + y * out.stride, 80));
-}
-
-std::vector<uint8_t> run(uint32_t f, uint32_t ht, uint32_t hc, uint32_t vt, uint32_t vc, uint32_t options,
-                         uint32_t seed, uint32_t interlace = DSP_INTERLACE_PROGRESSIVE) {
-  std::mt19937 rng(seed);
-  Img in(f, 48, 20), out(f, 48, 20);
-  framedsp_test::fill_random(in.data(), in.bytes(), rng);
-  Fir fir(ht, hc, vt, vc);
-  fir.p.ulOptions = options;
-  fir.p.Buffer.In = in.image(DSP_BUFFER_TYPE_FRAME, interlace);
-  fir.p.Buffer.Out = out.image(DSP_BUFFER_TYPE_FRAME, interlace);
-  EXPECT_EQ(DSP_S_OK, DspFilter(&fir.p));
-  EXPECT_TRUE(out.mem->intact());
-  return std::vector<uint8_t>(out.data(), out.data() + out.bytes());
-}
-
-TEST(FilterFir, EvenTapsUseLowerTable) {
-  EXPECT_EQ(run(21, 4, 30, 4, 30, 0, 7), run(21, 3, 30, 3, 30, 0, 7));
-  EXPECT_EQ(run(21, 14, 30, 14, 30, 0, 7), run(21, 13, 30, 13, 30, 0, 7));
-  EXPECT_NE(run(21, 5, 30, 5, 30, 0, 7), run(21, 3, 30, 3, 30, 0, 7));
-}
-
-TEST(FilterFir, TempFramePathEqualsDirect) {
-  for (uint32_t f : {21u, 0u, 261u}) {
-    for (uint32_t il : {DSP_INTERLACE_PROGRESSIVE, DSP_INTERLACE_INTERLEAVED}) {
-      EXPECT_EQ(run(f, 7, 30, 5, 50, 0, 3, il), run(f, 7, 30, 5, 50, DSP_FILTER_OPTION_TEMP_FRAME, 3, il))
-          << "format " << f << " interlace " << il;
-    }
-  }
-}
-
-// A field filtered into a frame through the temporary frame: the field's lines equal the direct
-// path and the other field's lines of the output keep what they held.
-TEST(FilterFir, TempFrameFieldIntoFrameLeavesTheOtherField) {
-  for (uint32_t type : {DSP_BUFFER_TYPE_FIELD_A, DSP_BUFFER_TYPE_FIELD_B}) {
-    std::vector<uint8_t> results[2];
-    for (uint32_t options : {0u, DSP_FILTER_OPTION_TEMP_FRAME}) {
-      std::mt19937 rng(11);
-      Img in(21, 32, 6), out(21, 32, 12);
-      framedsp_test::fill_random(in.data(), in.bytes(), rng);
-      std::memset(out.data(), 0x5A, out.bytes());
-      Fir fir(5, 40, 3, 60);
-      fir.p.ulOptions = options;
-      fir.p.Buffer.In = in.image(type, DSP_INTERLACE_PROGRESSIVE);
-      fir.p.Buffer.Out = out.image(DSP_BUFFER_TYPE_FRAME, DSP_INTERLACE_INTERLEAVED);
-      ASSERT_EQ(DSP_S_OK, DspFilter(&fir.p));
-      EXPECT_TRUE(out.mem->intact());
-      for (uint32_t y = 1 - type; y < 12; y += 2) {
-        for (uint32_t x = 0; x < out.stride; ++x) {
-          ASSERT_EQ(0x5A, out.data()[y * out.stride + x]) << "other field, line " << y;
+        for (bool plane : {false, true}) {
+          if (plane && f != 28) continue;
+          const auto want = reference(read_rows(in, plane), plane ? 261 : f == 28 ? 21 : f, taps, vtaps, interleaved ? 2 : 1);
+          const auto got = read_rows(out, plane);
+          for (uint32_t y = 0; y < h; ++y) {
+            ASSERT_TRUE(framedsp_test::same_line(want[y].data(), got[y].data(), want[y].size()))
+                << "format " << f << " variant " << variant << " taps " << taps << " plane " << plane << " row " << y;
+            for (size_t x = want[y].size(); x < (plane ? out.stride2 : out.stride); ++x) ASSERT_EQ(0x11, out.row(y, plane)[x]);
+          }
         }
       }
-      results[options != 0] = std::vector<uint8_t>(out.data(), out.data() + out.bytes());
-    }
-    EXPECT_EQ(results[0], results[1]) << "field type " << type;
-  }
-}
-
-TEST(FilterFir, FlatFieldKeepsRowGain) {
-  // Find a 3..15-tap row summing to 510.
-  uint32_t taps = 0, cut = 0;
-  for (uint32_t t = 3; t <= 15 && !taps; t += 2) {
-    for (uint32_t c = 0; c < 100 && !taps; c += 5) {
-      int sum = 0;
-      for (int16_t v : row_of(t, c)) sum += v;
-      if (sum == 510) { taps = t; cut = c; }
     }
   }
-  ASSERT_NE(0u, taps);
-  Img in(261, 32, 8), out(261, 32, 8);
-  std::memset(in.data(), 255, in.bytes());
-  Fir fir(taps, cut, 0, 100);
-  fir.p.Buffer.In = in.image();
-  fir.p.Buffer.Out = out.image();
-  ASSERT_EQ(DSP_S_OK, DspFilter(&fir.p));
-  for (uint32_t y = 0; y < 8; ++y) for (uint32_t x = 0; x < 32; ++x) ASSERT_EQ(254, out.data()[y * out.stride + x]);
 }
 
-TEST(FilterFir, SettingsErrors) {
-  Img in(21, 16, 4), out(21, 16, 4);
-  auto call = [&](uint32_t type, uint32_t ht, uint32_t hc, uint32_t vt, uint32_t vc) {
-    Fir fir(ht, hc, vt, vc);
-    fir.p.eFilterType = type;
-    fir.p.Buffer.In = in.image();
-    fir.p.Buffer.Out = out.image();
-    return DspFilter(&fir.p);
-  };
-  EXPECT_EQ(DSP_E_INVALIDARG, call(1, 2, 99, 3, 100));
-  EXPECT_EQ(DSP_E_INVALIDARG, call(1, 16, 99, 3, 100));
-  EXPECT_EQ(DSP_E_INVALIDARG, call(1, 3, 100, 16, 50));
-  EXPECT_EQ(DSP_E_INVALIDARG, call(1, 3, 101, 3, 100));
-  EXPECT_EQ(DSP_S_OK, call(1, 0, 100, 0, 100));
-  EXPECT_EQ(DSP_E_INVALIDARG, call(3, 3, 50, 3, 50));
-  EXPECT_EQ(DSP_E_INVALIDARG, call(0, 3, 50, 3, 50));
-}
-
-TEST(FilterFir, TwoPlaneFormatFiltersBothPlanes) {
-  std::mt19937 rng(5);
-  Img in(28, 40, 12), out(28, 40, 12);
-  framedsp_test::fill_random(in.data(), in.bytes(), rng);
-  Fir fir(5, 50, 5, 50);
-  fir.p.Buffer.In = in.image();
-  fir.p.Buffer.Out = out.image();
-  ASSERT_EQ(DSP_S_OK, DspFilter(&fir.p));
-  const auto hc = row_of(5, 50);
-  const auto want_main = reference(read_rows(in, 0), 21, hc.data(), 5, hc.data(), 5, 1);
-  for (uint32_t y = 0; y < 12; ++y) ASSERT_EQ(0, std::memcmp(want_main[y].data(), out.data() + y * out.stride, 80));
-  std::vector<std::vector<uint8_t>> plane(12);
-  const size_t off = size_t{12} * in.stride;
-  for (uint32_t y = 0; y < 12; ++y) plane[y].assign(in.data() + off + y * in.plane_stride, in.data() + off + y * in.plane_stride + 40);
-  const auto want_plane = reference(plane, 261, hc.data(), 5, hc.data(), 5, 1);
-  for (uint32_t y = 0; y < 12; ++y) {
-    ASSERT_EQ(0, std::memcmp(want_plane[y].data(), out.data() + off + y * out.plane_stride, 40)) << "plane row " << y;
-  }
-  ASSERT_TRUE(out.mem->intact());
-}
-
-TEST(FilterFir, InterlacedFramesNeverMixFields) {
-  std::mt19937 rng(9);
-  Img in(261, 32, 16), out(261, 32, 16);
-  framedsp_test::fill_random(in.data(), in.bytes(), rng);
-  Fir fir(0, 100, 7, 20);
-  fir.p.Buffer.In = in.image(DSP_BUFFER_TYPE_FRAME, DSP_INTERLACE_INTERLEAVED);
-  fir.p.Buffer.Out = out.image(DSP_BUFFER_TYPE_FRAME, DSP_INTERLACE_INTERLEAVED);
-  ASSERT_EQ(DSP_S_OK, DspFilter(&fir.p));
-  const auto vc = row_of(7, 20);
-  const auto want = reference(read_rows(in, 0), 261, nullptr, 0, vc.data(), 7, 2);
-  for (uint32_t y = 0; y < 16; ++y) ASSERT_EQ(want[y], read_rows(out, 0)[y]) << "row " << y;
-}
-
-TEST(FilterFir, WorkMemoryReleased) {
-  const auto before = framedsp::work_memory_stats();
-  run(21, 7, 30, 5, 50, 0, 2);
-  run(21, 7, 30, 5, 50, DSP_FILTER_OPTION_TEMP_FRAME, 2);
-  const auto after = framedsp::work_memory_stats();
-  EXPECT_GT(after.allocations, before.allocations);
-  EXPECT_EQ(after.allocations - before.allocations, after.releases - before.releases);
-  Img in(21, 16, 4), out(21, 16, 4);
-  for (uint64_t k = 1; k <= 3; ++k) {
-    Fir fir(7, 30, 5, 50);
-    fir.p.ulOptions = DSP_FILTER_OPTION_TEMP_FRAME;
-    fir.p.Buffer.In = in.image();
-    fir.p.Buffer.Out = out.image();
-    const auto b = framedsp::work_memory_stats();
-    framedsp::work_memory_fail_at(k);
-    const DSP_HRESULT hr = DspFilter(&fir.p);
-    framedsp::work_memory_fail_at(0);
-    const auto a = framedsp::work_memory_stats();
-    EXPECT_TRUE(hr == DSP_E_OUTOFMEMORY || hr == DSP_E_FAIL) << k << " " << hr;
-    EXPECT_EQ(a.allocations - b.allocations, a.releases - b.releases) << k;
+// Even tap counts take the next lower odd table; cut-off 100 turns a direction off (both: the copy);
+// the temporary frame gives the direct path's bytes, a field into a frame leaving the other field.
+TEST(FilterFir, TapCountsCutoffsAndTheTemporaryFrame) {
+  std::mt19937 rng(7);
+  for (uint32_t f : {21u, 0u, 261u}) {
+    Pic in(f, 48, 20), a(f, 48, 20), b(a), field(f, 48, 10);
+    in.randomise(rng);
+    field.randomise(rng);
+    ASSERT_EQ(DSP_S_OK, fir(in, a, 4, 30, 14, 30));
+    ASSERT_EQ(DSP_S_OK, fir(in, b, 3, 30, 13, 30));
+    EXPECT_TRUE(framedsp_test::same_bytes(a, b)) << f;
+    ASSERT_EQ(DSP_S_OK, fir(in, b, 5, 30, 13, 30));
+    EXPECT_NE(a.bytes(), b.bytes());
+    ASSERT_EQ(DSP_S_OK, fir(in, a, 0, 100, 0, 100));
+    for (uint32_t y = 0; y < 20; ++y) ASSERT_EQ(0, std::memcmp(in.row(y), a.row(y), 48 * framedsp_test::main_bytes(f)));
+    for (uint32_t il : {2u, 0u}) {
+      ASSERT_EQ(DSP_S_OK, fir(in, a, 7, 30, 5, 50, il));
+      ASSERT_EQ(DSP_S_OK, fir(in, b, 7, 30, 5, 50, il, DSP_FILTER_OPTION_TEMP_FRAME));
+      EXPECT_TRUE(framedsp_test::same_bytes(a, b)) << "format " << f << " interlace " << il;
+    }
+    // Colours are never converted, through the temporary frame neither, whatever the orientations.
+    for (int v = 0; v < 4; ++v) {
+      Pic src(f, 48, 20, v & 1), direct(f, 48, 20, v & 2), temp(direct);
+      src.randomise(rng);
+      const DSP_FIR_SETTINGS s{7, 30, 0, 5, 50};
+      for (const Pic *o : {&direct, &temp}) {
+        const DSP_FILTER_PARAMS p = framedsp_test::filter_params(
+            DSP_FILTER_TYPE_FIR, &s,
+            framedsp_test::buffer_of(src.image(0, 0, 0, 0, 2, 2, DSP_COLOR_SPACE_BT601),
+                                     o->image(0, 0, 0, 0, 2, 2, DSP_COLOR_SPACE_BT709)),
+            o == &temp ? DSP_FILTER_OPTION_TEMP_FRAME : 0);
+        ASSERT_EQ(DSP_S_OK, DspFilter(&p));
+      }
+      EXPECT_TRUE(framedsp_test::same_bytes(direct, temp)) << "format " << f << " orientations " << v;
+    }
+    for (uint32_t type : {0u, 1u}) {
+      Pic direct(f, 48, 20, false, 6, 0x5A), temp(direct);
+      ASSERT_EQ(DSP_S_OK, fir(field, direct, 5, 40, 3, 60, 0, 0, type));
+      ASSERT_EQ(DSP_S_OK, fir(field, temp, 5, 40, 3, 60, 0, DSP_FILTER_OPTION_TEMP_FRAME, type));
+      EXPECT_TRUE(framedsp_test::same_bytes(direct, temp)) << "field " << type;
+      for (uint32_t y = 1 - type; y < 20; y += 2) {
+        for (uint32_t x = 0; x < temp.stride; ++x) ASSERT_EQ(0x5A, temp.row(y)[x]) << "other field, line " << y;
+      }
+    }
   }
 }
 

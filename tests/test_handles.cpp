@@ -212,27 +212,6 @@ TEST(Handles, ManyThreadsAddAndReleaseOneHandle) {
   EXPECT_EQ(HandleObject::lookup(h), nullptr);
 }
 
-TEST(Handles, IdsAreUniqueAndNonZeroAcrossThreads) {
-  constexpr int kThreads = 8;
-  constexpr int kObjects = 5000;
-  std::vector<std::vector<uint32_t>> ids(kThreads);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&ids, t] {
-      for (int i = 0; i < kObjects; ++i) {
-        auto *probe = new Probe();
-        ids[t].push_back(probe->id());
-        probe->release();
-      }
-    });
-  }
-  for (auto &thread : threads) thread.join();
-  std::set<uint32_t> all;
-  for (const auto &list : ids) all.insert(list.begin(), list.end());
-  EXPECT_EQ(all.size(), size_t{kThreads} * kObjects);
-  EXPECT_EQ(all.count(0u), 0u);
-}
-
 TEST(Handles, CounterWrapSkipsZero) {
   RedirectedCounter counter;
   framedsp::identity_counter_set(0xFFFFFFFFu);

@@ -1,20 +1,18 @@
-// DspScaler through the export: every class, scale mode and filter against a reference scaler
-// written here (per-sample formulas, per-field line lists), both orientations, fields and
-// interlaced frames, bands, the geometry step's derived sizes, every validation error, staged
-// mode, two-plane formats, colour conversion and work memory on every path.
+// DspScaler through the export, general and filtered paths.  The general path meets a reference
+// scaler written here from the layouts (per-sample formulas, per-field line lists); the filtered
+// path (ulOptions bit 1) meets the composition of two plain calls: the general scale into a
+// picture shaped like the output region, then DspFilter on the scaled axes.  Also the derived
+// sizes, every refusal, staged mode, two-plane formats, colour conversion and work memory.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "platform/cpu.h"
 #include "platform/trace.h"
-#include "platform/work_memory.h"
 #include "framedsp/framedsp.h"
 #include "copy/color_kernels.h"
 #include "scale_reference.h"
@@ -22,440 +20,470 @@
 
 namespace {
 
-using framedsp_test::GuardedBuffer;
+using framedsp_test::CpuLevel;
+using framedsp_test::kFill;
+using framedsp_test::main_bytes;
+using framedsp_test::Pic;
+using framedsp_test::same_bytes;
 using namespace scale_ref;
 
-constexpr uint8_t kFill = 0xEE;  // output bytes before the call
+constexpr uint32_t kOff = 100;  // cut-off that turns a filter direction off
 
-// One single-plane picture in guarded memory; lines addressed in picture order.
-struct Pic {
-  uint32_t format, width, height, stride;
-  bool bottom_up;
-  std::unique_ptr<GuardedBuffer> mem;
-  Pic(uint32_t f, uint32_t w, uint32_t h, bool up, uint32_t slack = 8, uint8_t fill = kFill)
-      : format(f), width(w), height(h), bottom_up(up) {
-    stride = w * pixel_bytes(f) + slack;
-    mem = std::make_unique<GuardedBuffer>(size_t(stride) * h, 48, fill);
-  }
-  uint8_t *line(uint32_t j) { return mem->data() + size_t(bottom_up ? height - 1 - j : j) * stride; }
-  std::vector<uint8_t> bytes() const { return std::vector<uint8_t>(mem->data(), mem->data() + size_t(stride) * height); }
-};
-
-DSP_IMAGE image_of(Pic &p, int x, int y, uint32_t rw, uint32_t rh, uint32_t type, uint32_t interlace) {
-  DSP_IMAGE im{};
-  im.Buffer.pBuffer = p.mem->data();
-  im.Buffer.ulBytes = uint32_t(size_t(p.stride) * p.height);
-  im.Buffer.eBufferType = type;
-  im.Buffer.Region.ptOffset.x = x;
-  im.Buffer.Region.ptOffset.y = y;
-  im.Buffer.Region.ulWidth = rw;
-  im.Buffer.Region.ulHeight = rh;
-  im.ulWidth = p.width;
-  im.ulHeight = p.height;
-  im.ePixelFormat = p.format;
-  im.eInterlace = interlace;
-  im.eImageOrientation = p.bottom_up ? DSP_ORIENTATION_BOTTOM_UP : DSP_ORIENTATION_TOP_DOWN;
-  im.ulPrimaryStrideBytes = p.stride;
-  return im;
-}
-
-DSP_SCALER_PARAMS params_of(const DSP_IMAGE &in, const DSP_IMAGE &out, uint32_t filter) {
+DSP_SCALER_PARAMS params_of(const DSP_IMAGE &in, const DSP_IMAGE &out, uint32_t filter,
+                            const DSP_FIR_SETTINGS *fir = nullptr) {
   DSP_SCALER_PARAMS p{};
   p.eFilter = filter;
-  p.fHorizontalScale = 1.0f;
-  p.fVerticalScale = 1.0f;
+  p.fHorizontalScale = p.fVerticalScale = 1.0f;
   p.Buffer.In = in;
   p.Buffer.Out = out;
+  if (fir) {
+    p.eFilterType = DSP_FILTER_TYPE_FIR;
+    p.pSettings = fir;
+    p.ulOptions = DSP_SCALER_OPTION_FILTERED;
+  }
   return p;
 }
 
 // Scales the source lines (each at its region's first byte) into the destination lines.
-void ref_scale(uint32_t format, bool linear, const std::vector<const uint8_t *> &src, size_t sb,
+void ref_scale(uint32_t format, bool linear, const std::vector<uint8_t *> &src, size_t sb,
                const std::vector<uint8_t *> &dst, size_t db, uint32_t src_pixels, uint32_t dst_pixels,
                uint64_t vstep) {
   const RefLayout &l = layout_of(format);
   const uint32_t hstep = uint32_t((uint64_t(src_pixels) << 14) / dst_pixels);
   std::vector<uint8_t> a(db), b(db);
-  const size_t n = src.size();
   for (size_t k = 0; k < dst.size(); ++k) {
     const uint64_t p = uint64_t(k) * vstep;
-    const size_t i = std::min<uint64_t>(p >> 14, n - 1);
+    const size_t i = std::min<uint64_t>(p >> 14, src.size() - 1);
     const uint32_t f = uint32_t(p & 16383);
     std::copy(dst[k], dst[k] + db, a.begin());  // bytes outside whole groups stay
     reference(l, linear, src[i], sb, a.data(), db, hstep);
     if (linear && f) {
       std::copy(dst[k], dst[k] + db, b.begin());
-      reference(l, linear, src[std::min(i + 1, n - 1)], sb, b.data(), db, hstep);
+      reference(l, linear, src[std::min(i + 1, src.size() - 1)], sb, b.data(), db, hstep);
       for (size_t x = 0; x < db; ++x) a[x] = uint8_t((a[x] * (16384 - f) + b[x] * f + 8192) >> 14);
     }
     std::memcpy(dst[k], a.data(), db);
   }
 }
 
-// Region lines first, first + step, ... of a picture at column x.
-std::vector<const uint8_t *> src_lines(Pic &p, int x, int y, int first, int step, int count) {
-  std::vector<const uint8_t *> v;
-  for (int i = 0; i < count; ++i) v.push_back(p.line(uint32_t(y + first + i * step)) + size_t(x) * pixel_bytes(p.format));
-  return v;
-}
-std::vector<uint8_t *> dst_lines(Pic &p, int x, int y, int first, int step, int count) {
+// Rows first, first + step, ... of region (x, y).
+std::vector<uint8_t *> rows(const Pic &p, int x, int y, int first, int step, int count, bool plane = false) {
   std::vector<uint8_t *> v;
-  for (int i = 0; i < count; ++i) v.push_back(p.line(uint32_t(y + first + i * step)) + size_t(x) * pixel_bytes(p.format));
+  const uint32_t bpp = plane ? 1 : framedsp_test::main_bytes(p.format);
+  for (int i = 0; i < count; ++i) v.push_back(p.row(uint32_t(y + first + i * step), plane) + size_t(x) * bpp);
   return v;
 }
 
-// A copy of the picture bytes as an expectation buffer with the same line addressing.
-struct Expect {
-  Pic pic;
-  explicit Expect(Pic &from) : pic(from.format, from.width, from.height, from.bottom_up, from.stride - from.width * pixel_bytes(from.format)) {
-    std::memcpy(pic.mem->data(), from.mem->data(), size_t(from.stride) * from.height);
-  }
-};
-
-void expect_same(Pic &want, Pic &got, const std::string &what) {
-  ASSERT_TRUE(got.mem->intact()) << what << " " << got.mem->damage();
-  const size_t n = size_t(got.stride) * got.height;
-  ASSERT_EQ(0, std::memcmp(want.mem->data(), got.mem->data(), n))
-      << what << "\n" << framedsp_test::hex_diff(want.mem->data(), got.mem->data(), n);
+// The filtered path's expectation: the general scale of `p` into a private top-down picture of
+// the output region's shape, then DspFilter with `fir` from it into `want`.
+void scale_then_filter(const DSP_SCALER_PARAMS &p, const Pic &want, const DSP_FIR_SETTINGS &fir) {
+  const DSP_IMAGE &out = p.Buffer.Out;
+  Pic t(out.ePixelFormat, out.Buffer.Region.ulWidth, out.Buffer.Region.ulHeight);
+  DSP_SCALER_PARAMS g = p;
+  g.ulOptions = 0;
+  g.Buffer.ulSliceCount = g.Buffer.ulSliceNumber = 0;
+  g.Buffer.Out = t.image(0, 0, 0, 0, out.Buffer.eBufferType, out.eInterlace);
+  ASSERT_EQ(DspScaler(&g), DSP_S_OK);
+  DSP_FILTER_PARAMS f{};
+  f.eFilterType = DSP_FILTER_TYPE_FIR;
+  f.pSettings = &fir;
+  f.Buffer = p.Buffer;
+  f.Buffer.In = g.Buffer.Out;
+  f.Buffer.Out.Buffer.pBuffer = want.data();
+  ASSERT_EQ(DspFilter(&f), DSP_S_OK);
 }
 
-void fill_pic(Pic &p, std::mt19937 &rng, int lo = 0, int hi = 255) {
-  for (uint32_t j = 0; j < p.height; ++j) {
-    for (uint32_t i = 0; i < p.stride; ++i) p.line(j)[i] = uint8_t(lo + int(rng() % uint32_t(hi - lo + 1)));
-  }
-}
-
-// ---- progressive frames: every class, mode and filter, both orientations --------------------
+// ---- progressive frames: every class, mode and filter, both orientations, SIMD and scalar ------
 
 struct FrameCase {
-  uint32_t format;
-  uint32_t filter;
-  uint32_t sw, sh, dw, dh;
+  uint32_t format, filter, sw, sh, dw, dh;
+  bool filtered;
 };
 
-class ScalerFrameTest : public ::testing::TestWithParam<FrameCase> {};
+class ScalerFrame : public ::testing::TestWithParam<FrameCase> {};
 
-TEST_P(ScalerFrameTest, MatchesReferenceInEveryOrientation) {
+TEST_P(ScalerFrame, MatchesTheReferenceInEveryOrientation) {
   const FrameCase c = GetParam();
+  const DSP_FIR_SETTINGS asked{7, 30, 0, 5, 45};  // the direction of an unscaled axis is dropped
+  const DSP_FIR_SETTINGS used{7, c.sw != c.dw ? 30u : kOff, 0, 5, c.sh != c.dh ? 45u : kOff};
   std::mt19937 rng(framedsp_test::test_seed() + c.format * 7 + c.sw * 3 + c.dh);
   for (int orient = 0; orient < 4; ++orient) {
     for (int simd = 0; simd < 2; ++simd) {
-      framedsp::set_cpu_mask(simd ? ~0u : 0u);
-      Pic in(c.format, c.sw + 6, c.sh + 3, orient & 1);
-      Pic out(c.format, c.dw + 4, c.dh + 2, (orient >> 1) & 1);
-      fill_pic(in, rng);
-      Expect want(out);
-      const int ix = 2, iy = 1, ox = 2, oy = 1;
-      const uint64_t vstep = (uint64_t(c.sh) << 14) / c.dh;
-      const size_t bpp = pixel_bytes(c.format);
-      ref_scale(c.format, c.filter == 1, src_lines(in, ix, iy, 0, 1, int(c.sh)), c.sw * bpp,
-                dst_lines(want.pic, ox, oy, 0, 1, int(c.dh)), c.dw * bpp, c.sw, c.dw,
-                c.sh == c.dh ? 16384 : vstep);
-      DSP_SCALER_PARAMS p = params_of(image_of(in, ix, iy, c.sw, c.sh, 2, 2), image_of(out, ox, oy, c.dw, c.dh, 2, 2), c.filter);
+      Pic in(c.format, c.sw + 6, c.sh + 3, orient & 1), out(c.format, c.dw + 4, c.dh + 2, orient & 2);
+      in.randomise(rng);
+      Pic want(out);
+      DSP_SCALER_PARAMS p = params_of(in.image(2, 1, c.sw, c.sh), out.image(2, 1, c.dw, c.dh), c.filter,
+                                      c.filtered ? &asked : nullptr);
+      if (c.filtered) {
+        scale_then_filter(p, want, used);
+      } else {
+        const size_t bpp = main_bytes(c.format);
+        ref_scale(c.format, c.filter == 1, rows(in, 2, 1, 0, 1, int(c.sh)), c.sw * bpp,
+                  rows(want, 2, 1, 0, 1, int(c.dh)), c.dw * bpp, c.sw, c.dw,
+                  c.sh == c.dh ? 16384 : (uint64_t(c.sh) << 14) / c.dh);
+      }
       const auto before = in.bytes();
       const DSP_SCALER_PARAMS copy = p;
-      ASSERT_EQ(DspScaler(&p), DSP_S_OK) << "orientation " << orient;
-      framedsp::set_cpu_mask(~0u);
+      {
+        CpuLevel level(simd);
+        ASSERT_EQ(DspScaler(&p), DSP_S_OK) << "orientation " << orient;
+      }
       EXPECT_EQ(0, std::memcmp(&copy, &p, sizeof p)) << "the caller's record changed";
       EXPECT_EQ(before, in.bytes());
-      expect_same(want.pic, out, "format " + std::to_string(c.format) + " orientation " + std::to_string(orient) +
-                                     " simd " + std::to_string(simd));
+      ASSERT_TRUE(same_bytes(want, out)) << "orientation " << orient << " simd " << simd;
     }
   }
 }
 
 std::vector<FrameCase> frame_cases() {
   std::vector<FrameCase> v;
-  const uint32_t formats[] = {0, 1, 21, 22, 23, 24, 25, 31, 129, 261, 262, 263};
-  const uint32_t sizes[][4] = {{20, 12, 14, 9},  {16, 10, 32, 21}, {18, 8, 18, 13}, {18, 8, 30, 8},
-                               {24, 9, 10, 9},   {12, 14, 12, 5},  {2, 2, 40, 7},   {40, 7, 2, 3}};
-  for (uint32_t f : formats) {
+  const uint32_t sizes[][4] = {{20, 12, 14, 9}, {16, 10, 32, 21}, {18, 8, 18, 13}, {18, 8, 30, 8},
+                               {24, 9, 10, 9},  {12, 14, 12, 5},  {2, 2, 40, 7},   {40, 7, 2, 3}};
+  for (uint32_t f : {0u, 1u, 21u, 22u, 23u, 24u, 25u, 31u, 129u, 261u, 262u, 263u}) {
     for (uint32_t filter = 0; filter < 2; ++filter) {
-      for (const auto &s : sizes) v.push_back({f, filter, s[0], s[1], s[2], s[3]});
+      for (const auto &s : sizes) v.push_back({f, filter, s[0], s[1], s[2], s[3], false});
     }
   }
-  // Odd widths where the format allows them.
-  for (uint32_t filter = 0; filter < 2; ++filter) {
-    v.push_back({0, filter, 7, 5, 11, 9});
-    v.push_back({1, filter, 13, 6, 5, 11});
+  for (uint32_t filter = 0; filter < 2; ++filter) {  // odd widths where the format allows them
+    v.push_back({0, filter, 7, 5, 11, 9, false});
+    v.push_back({1, filter, 13, 6, 5, 11, false});
+  }
+  const uint32_t filtered_sizes[][4] = {{20, 9, 34, 9},  {40, 7, 22, 7},  {18, 8, 18, 15},
+                                        {18, 17, 18, 6}, {24, 10, 38, 13}, {36, 16, 20, 9}};
+  for (uint32_t f : {21u, 0u, 261u, 25u, 22u}) {
+    for (uint32_t filter = 0; filter < 2; ++filter) {
+      for (const auto &s : filtered_sizes) v.push_back({f, filter, s[0], s[1], s[2], s[3], true});
+    }
   }
   return v;
 }
 
-std::string frame_case_name(const ::testing::TestParamInfo<FrameCase> &i) {
-  const FrameCase &c = i.param;
-  return "f" + std::to_string(c.format) + (c.filter ? "_linear_" : "_nearest_") + std::to_string(c.sw) + "x" +
-         std::to_string(c.sh) + "_to_" + std::to_string(c.dw) + "x" + std::to_string(c.dh);
-}
+INSTANTIATE_TEST_SUITE_P(Classes, ScalerFrame, ::testing::ValuesIn(frame_cases()),
+                         [](const ::testing::TestParamInfo<FrameCase> &i) {
+                           const FrameCase &c = i.param;
+                           return std::string(c.filtered ? "filtered_f" : "f") + std::to_string(c.format) +
+                                  (c.filter ? "_linear_" : "_nearest_") + std::to_string(c.sw) + "x" +
+                                  std::to_string(c.sh) + "_to_" + std::to_string(c.dw) + "x" + std::to_string(c.dh);
+                         });
 
-INSTANTIATE_TEST_SUITE_P(Classes, ScalerFrameTest, ::testing::ValuesIn(frame_cases()), frame_case_name);
-
-// ---- fields ---------------------------------------------------------------------------------
-
-// Field A lines hold 0..99, field B lines 150..249: blends inside one field stay in its range.
-// A field buffer holds one field's lines only.
-void fill_fields(Pic &p, std::mt19937 &rng, uint32_t type, bool halves) {
-  for (uint32_t j = 0; j < p.height; ++j) {
-    const bool b = type != 2 ? type == 1 : (halves ? j >= p.height / 2 : (j & 1));
-    for (uint32_t i = 0; i < p.stride; ++i) p.line(j)[i] = uint8_t((b ? 150 : 0) + rng() % 100);
-  }
-}
+// ---- fields: each field scales into its own lines, and is filtered with its own lines --------
 
 struct FieldCase {
   const char *name;
-  uint32_t in_type, in_il, out_type, out_il, flags;
-  uint32_t sh, dh;
+  uint32_t in_type, in_il, out_type, out_il, flags, sh, dh;
 };
 
-class ScalerFieldTest : public ::testing::TestWithParam<FieldCase> {};
+// Field A lines hold 0..99, field B lines 150..249: a blend inside one field stays in its range.
+void fill_fields(Pic &p, std::mt19937 &rng, uint32_t type, bool halves) {
+  for (uint32_t j = 0; j < p.height; ++j) {
+    const bool b = type != 2 ? type == 1 : (halves ? j >= p.height / 2 : (j & 1));
+    for (uint32_t i = 0; i < p.stride; ++i) p.row(j)[i] = uint8_t((b ? 150 : 0) + rng() % 100);
+  }
+}
 
-TEST_P(ScalerFieldTest, EachFieldScalesIntoItsOwnLines) {
-  const FieldCase c = GetParam();
+void expect_fields(const FieldCase &c, bool filtered) {
+  const DSP_FIR_SETTINGS fir{5, 40, 0, 7, 35};
   for (uint32_t format : {21u, 0u}) {
     for (uint32_t filter = 0; filter < 2; ++filter) {
       for (int up = 0; up < 2; ++up) {
+        SCOPED_TRACE(std::string(c.name) + " format " + std::to_string(format) + " filter " +
+                     std::to_string(filter) + " up " + std::to_string(up));
         std::mt19937 rng(framedsp_test::test_seed() + c.sh * 5 + filter);
         const uint32_t sw = 12, dw = 18;
         const bool in_frame = c.in_type == 2, out_frame = c.out_type == 2;
-        Pic in(format, sw, c.sh, up);
-        Pic out(format, dw, c.dh, !up);
+        Pic in(format, sw, c.sh, up), out(format, dw, c.dh, !up);
         fill_fields(in, rng, c.in_type, c.in_il == 3);
-        Expect want(out);
-        const size_t bpp = pixel_bytes(format);
-        // Runs: (source lines, destination lines) per field, and the vertical step.
-        struct Lines {
-          int first, step, count;
-        };
-        auto side = [](bool frame, uint32_t il, int parity, int h) -> Lines {
-          if (!frame) return {0, 1, h};
-          if (il == 3) return {parity * (h / 2), 1, parity ? h - h / 2 : h / 2};
-          return {parity, 2, (h - parity + 1) / 2};
-        };
-        std::vector<int> parities;
-        if (in_frame && out_frame) {
-          if (c.flags & DSP_BUFFER_PROCESS_FIELDA) parities.push_back(0);
-          if (c.flags & DSP_BUFFER_PROCESS_FIELDB) parities.push_back(1);
-          if (parities.empty()) parities = {0, 1};
+        Pic want(out);
+        DSP_SCALER_PARAMS p = params_of(in.image(0, 0, 0, 0, c.in_type, c.in_il),
+                                        out.image(0, 0, 0, 0, c.out_type, c.out_il), filter, filtered ? &fir : nullptr);
+        p.Buffer.ulFlags = c.flags;
+        if (filtered) {
+          scale_then_filter(p, want, fir);
         } else {
-          parities.push_back(in_frame ? int(c.out_type) : int(c.in_type));
-        }
-        const int sff = (!in_frame && out_frame) ? 1 : 0, dff = (in_frame && !out_frame) ? 1 : 0;
-        const uint64_t vstep = ((uint64_t(c.sh) << 14) << sff) / (uint64_t(c.dh) << dff);
-        for (int par : parities) {
-          const Lines s = side(in_frame, c.in_il, par, int(c.sh));
-          const Lines d = side(out_frame, c.out_il, par, int(c.dh));
-          ref_scale(format, filter == 1, src_lines(in, 0, 0, s.first, s.step, s.count), sw * bpp,
-                    dst_lines(want.pic, 0, 0, d.first, d.step, d.count), dw * bpp, sw, dw, vstep);
-          // The other field's values never reach these lines.
-          for (int k = 0; k < d.count; ++k) {
-            const uint8_t *l = want.pic.line(uint32_t(d.first + k * d.step));
-            for (size_t x = 0; x < dw * bpp; ++x) {
-              ASSERT_TRUE(par ? l[x] >= 150 : l[x] < 100) << "reference mixes fields";
+          struct Lines {
+            int first, step, count;
+          };
+          auto side = [](bool frame, uint32_t il, int parity, int h) -> Lines {
+            if (!frame) return {0, 1, h};
+            if (il == 3) return {parity * (h / 2), 1, parity ? h - h / 2 : h / 2};
+            return {parity, 2, (h - parity + 1) / 2};
+          };
+          std::vector<int> parities;
+          if (in_frame && out_frame) {
+            if (c.flags & DSP_BUFFER_PROCESS_FIELDA) parities.push_back(0);
+            if (c.flags & DSP_BUFFER_PROCESS_FIELDB) parities.push_back(1);
+            if (parities.empty()) parities = {0, 1};
+          } else {
+            parities.push_back(in_frame ? int(c.out_type) : int(c.in_type));
+          }
+          const int sff = (!in_frame && out_frame) ? 1 : 0, dff = (in_frame && !out_frame) ? 1 : 0;
+          const uint64_t vstep = ((uint64_t(c.sh) << 14) << sff) / (uint64_t(c.dh) << dff);
+          const size_t bpp = main_bytes(format);
+          for (int par : parities) {
+            const Lines s = side(in_frame, c.in_il, par, int(c.sh)), d = side(out_frame, c.out_il, par, int(c.dh));
+            ref_scale(format, filter == 1, rows(in, 0, 0, s.first, s.step, s.count), sw * bpp,
+                      rows(want, 0, 0, d.first, d.step, d.count), dw * bpp, sw, dw, vstep);
+            for (int k = 0; k < d.count; ++k) {  // the other field's values never reach these lines
+              const uint8_t *l = want.row(uint32_t(d.first + k * d.step));
+              for (size_t x = 0; x < dw * bpp; ++x) ASSERT_TRUE(par ? l[x] >= 150 : l[x] < 100);
             }
           }
         }
-        DSP_SCALER_PARAMS p = params_of(image_of(in, 0, 0, sw, c.sh, c.in_type, c.in_il),
-                                        image_of(out, 0, 0, dw, c.dh, c.out_type, c.out_il), filter);
-        p.Buffer.ulFlags = c.flags;
         ASSERT_EQ(DspScaler(&p), DSP_S_OK);
-        expect_same(want.pic, out, std::string(c.name) + " format " + std::to_string(format) + " filter " +
-                                       std::to_string(filter) + " up " + std::to_string(up));
+        ASSERT_TRUE(same_bytes(want, out));
       }
     }
   }
 }
 
 const FieldCase kFieldCases[] = {
-    {"FrameFieldsDown", 2, 1, 2, 1, 0, 12, 8},
-    {"FrameFieldsUp", 2, 1, 2, 1, 0, 8, 14},
-    {"FrameFieldsOddOut", 2, 1, 2, 1, 0, 10, 7},
-    {"HalvesIntoInterleaved", 2, 3, 2, 1, 0, 12, 18},
-    {"InterleavedIntoHalves", 2, 1, 2, 3, 0, 12, 6},
-    {"FieldAIntoFrame", 0, 2, 2, 1, 0, 6, 16},
-    {"FieldBIntoFrame", 1, 2, 2, 1, 0, 6, 10},
-    {"FrameIntoFieldB", 2, 1, 1, 1, 0, 16, 5},
-    {"FrameIntoFieldA", 2, 1, 0, 1, 0, 10, 9},
-    {"SelectFieldB", 2, 0, 2, 0, DSP_BUFFER_PROCESS_FIELDB, 12, 8},
-    {"SelectFieldA", 2, 0, 2, 0, DSP_BUFFER_PROCESS_FIELDA, 8, 12},
-    {"FieldToField", 0, 2, 1, 2, 0, 7, 11},
+    {"FrameFieldsDown", 2, 1, 2, 1, 0, 12, 8},        {"FrameFieldsUp", 2, 1, 2, 1, 0, 8, 14},
+    {"FrameFieldsOddOut", 2, 1, 2, 1, 0, 10, 7},      {"HalvesIntoInterleaved", 2, 3, 2, 1, 0, 12, 18},
+    {"InterleavedIntoHalves", 2, 1, 2, 3, 0, 12, 6},  {"FieldAIntoFrame", 0, 2, 2, 1, 0, 6, 16},
+    {"FieldBIntoFrame", 1, 2, 2, 1, 0, 6, 10},        {"FrameIntoFieldB", 2, 1, 1, 1, 0, 16, 5},
+    {"FrameIntoFieldA", 2, 1, 0, 1, 0, 10, 9},        {"SelectFieldB", 2, 0, 2, 0, DSP_BUFFER_PROCESS_FIELDB, 12, 8},
+    {"SelectFieldA", 2, 0, 2, 0, DSP_BUFFER_PROCESS_FIELDA, 8, 12}, {"FieldToField", 0, 2, 1, 2, 0, 7, 11},
+    {"FilteredFramesDown", 2, 1, 2, 1, 0, 24, 14},    {"FilteredFieldAIntoFrame", 0, 2, 2, 1, 0, 9, 28},
+    {"FilteredFrameIntoFieldB", 2, 1, 1, 1, 0, 26, 9},
+    {"FilteredSelectFieldB", 2, 0, 2, 0, DSP_BUFFER_PROCESS_FIELDB, 22, 12},
 };
 
-INSTANTIATE_TEST_SUITE_P(Fields, ScalerFieldTest, ::testing::ValuesIn(kFieldCases),
+class ScalerField : public ::testing::TestWithParam<FieldCase> {};
+TEST_P(ScalerField, GeneralPath) { expect_fields(GetParam(), false); }
+TEST_P(ScalerField, FilteredPath) { expect_fields(GetParam(), true); }
+INSTANTIATE_TEST_SUITE_P(Fields, ScalerField, ::testing::ValuesIn(kFieldCases),
                          [](const ::testing::TestParamInfo<FieldCase> &i) { return std::string(i.param.name); });
 
-// ---- bands ------------------------------------------------------------------------------------
+// ---- the filtered path's choices: dropped directions, no scaling, the pyramid plane -------------
 
-TEST(ScalerBands, BandsWriteDisjointLinesThatTogetherMakeTheWholeOutput) {
-  struct B {
-    uint32_t in_il, out_il, count, sh, dh;
-  } cases[] = {{2, 2, 3, 20, 12}, {2, 2, 4, 9, 13}, {1, 1, 2, 12, 16}, {1, 1, 3, 16, 12}};
-  for (const B &c : cases) {
+TEST(ScalerFiltered, AFilterOffTheScaledAxesIsDropped) {
+  struct {
+    uint32_t sw, sh, dw, dh;
+    DSP_FIR_SETTINGS fir;
+  } cases[] = {{20, 8, 30, 8, {5, kOff, 0, 5, 30}}, {20, 8, 20, 13, {5, 30, 0, 5, kOff}},
+               {20, 8, 30, 13, {5, 30, 0, 5, kOff}}, {20, 8, 12, 5, {5, kOff, 0, 9, 20}},
+               {20, 8, 30, 13, {0, kOff, 0, 0, kOff}}};
+  for (const auto &c : cases) {
     for (uint32_t filter = 0; filter < 2; ++filter) {
-      std::mt19937 rng(framedsp_test::test_seed());
-      Pic in(21, 16, c.sh, false);
-      fill_pic(in, rng, 0, 200);
-      Pic whole(21, 10, c.dh, false), banded(21, 10, c.dh, false);
-      DSP_SCALER_PARAMS p = params_of(image_of(in, 0, 0, 16, c.sh, 2, c.in_il), image_of(whole, 0, 0, 10, c.dh, 2, c.out_il), filter);
+      std::mt19937 rng(framedsp_test::test_seed() + filter);
+      Pic in(21, c.sw, c.sh), plain(21, c.dw + 2, c.dh + 1, true), got(plain);
+      in.randomise(rng);
+      DSP_SCALER_PARAMS p = params_of(in.image(), plain.image(2, 1, c.dw, c.dh), filter, &c.fir);
+      DSP_SCALER_PARAMS g = p;
+      g.ulOptions = 0;
+      ASSERT_EQ(DspScaler(&g), DSP_S_OK);
+      p.Buffer.Out.Buffer.pBuffer = got.data();
       ASSERT_EQ(DspScaler(&p), DSP_S_OK);
-      std::vector<int> owner(c.dh, 0);
-      for (uint32_t n = 1; n <= c.count; ++n) {
-        Pic one(21, 10, c.dh, false);
-        DSP_SCALER_PARAMS q = p;
-        q.Buffer.Out = image_of(one, 0, 0, 10, c.dh, 2, c.out_il);
-        q.Buffer.ulSliceCount = c.count;
-        q.Buffer.ulSliceNumber = n;
-        ASSERT_EQ(DspScaler(&q), DSP_S_OK);
-        for (uint32_t j = 0; j < c.dh; ++j) {
-          bool written = false;
-          for (uint32_t x = 0; x < 20; ++x) written |= one.line(j)[x] != kFill;
-          if (!written) continue;
-          EXPECT_EQ(owner[j], 0) << "line " << j << " written by bands " << owner[j] << " and " << n;
-          owner[j] = int(n);
-          std::memcpy(banded.line(j), one.line(j), 20);
-          EXPECT_EQ(0, std::memcmp(one.line(j), whole.line(j), 20)) << "line " << j << " band " << n;
-        }
-      }
-      for (uint32_t j = 0; j < c.dh; ++j) EXPECT_NE(owner[j], 0) << "line " << j << " in no band";
+      EXPECT_TRUE(same_bytes(plain, got)) << c.dw << "x" << c.dh << " filter " << filter;
     }
   }
 }
 
-// ---- geometry step ------------------------------------------------------------------------------
+TEST(ScalerFiltered, WithoutScalingItIsDspFilterOrTheCopy) {
+  const DSP_FIR_SETTINGS settings[] = {{5, 30, 0, 7, 40}, {9, 60, 0, 3, kOff}, {3, kOff, 0, 11, 25},
+                                       {0, kOff, 0, 0, kOff}};
+  struct {
+    uint32_t in_type, in_il, out_type, out_il, sh, dh;
+  } geometries[] = {{2, 2, 2, 2, 9, 9}, {2, 1, 2, 1, 10, 10}, {0, 2, 2, 1, 6, 12}, {2, 1, 1, 2, 14, 7}};
+  for (const DSP_FIR_SETTINGS &fir : settings) {
+    for (const auto &g : geometries) {
+      for (uint32_t format : {21u, 0u, 261u}) {
+        std::mt19937 rng(framedsp_test::test_seed() + format);
+        Pic in(format, 16, g.sh + 2, true), got(format, 18, g.dh + 1), want(got);
+        in.randomise(rng);
+        DSP_SCALER_PARAMS p = params_of(in.image(0, 1, 16, g.sh, g.in_type, g.in_il),
+                                        got.image(2, 1, 16, g.dh, g.out_type, g.out_il), 1, &fir);
+        DSP_FILTER_PARAMS f{};
+        f.eFilterType = DSP_FILTER_TYPE_FIR;
+        f.pSettings = &fir;
+        f.Buffer = p.Buffer;
+        f.Buffer.Out.Buffer.pBuffer = want.data();
+        ASSERT_EQ(fir.ulHorzCutoff == kOff && fir.ulVertCutoff == kOff ? DspBufferSmartCopy(&f.Buffer) : DspFilter(&f),
+                  DSP_S_OK);
+        ASSERT_EQ(DspScaler(&p), DSP_S_OK);
+        EXPECT_TRUE(same_bytes(want, got)) << "format " << format << " cut-offs " << fir.ulHorzCutoff << "/"
+                                           << fir.ulVertCutoff;
+      }
+    }
+  }
+}
 
-// Written extent of the output after a call: columns and lines that differ from the fill.
-struct Extent {
-  uint32_t w, h;
-};
-Extent written(Pic &p) {
-  Extent e{0, 0};
-  const uint32_t bpp = pixel_bytes(p.format);
+// Format 263 is one byte a sample to the scaler: filtered like 261 on the same bytes (DspFilter
+// itself does not take 263), and so different from the plain scale.
+TEST(ScalerFiltered, PyramidPlaneIsFilteredLike261) {
+  const DSP_FIR_SETTINGS fir{7, 30, 0, 5, 40};
+  for (uint32_t filter = 0; filter < 2; ++filter) {
+    std::mt19937 rng(21 + filter);
+    Pic in(261, 20, 9), a(261, 30, 14), b(a), plain(a);
+    in.randomise(rng);
+    DSP_SCALER_PARAMS p = params_of(in.image(), a.image(2, 1, 26, 12), filter, &fir);
+    ASSERT_EQ(DspScaler(&p), DSP_S_OK);
+    p.Buffer.In.ePixelFormat = p.Buffer.Out.ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
+    p.Buffer.Out.Buffer.pBuffer = b.data();
+    ASSERT_EQ(DspScaler(&p), DSP_S_OK);
+    EXPECT_TRUE(same_bytes(a, b));
+    p.ulOptions = 0;
+    p.Buffer.Out.Buffer.pBuffer = plain.data();
+    ASSERT_EQ(DspScaler(&p), DSP_S_OK);
+    EXPECT_NE(plain.bytes(), b.bytes()) << "263 was not filtered";
+  }
+}
+
+// ---- derived sizes --------------------------------------------------------------------------------
+
+// Columns and lines written (bytes that differ from the fill).
+std::pair<uint32_t, uint32_t> written(const Pic &p) {
+  uint32_t w = 0, h = 0;
+  const uint32_t bpp = main_bytes(p.format);
   for (uint32_t j = 0; j < p.height; ++j) {
     for (uint32_t x = 0; x < p.width * bpp; ++x) {
-      if (p.line(j)[x] != kFill) {
-        e.h = std::max(e.h, j + 1);
-        e.w = std::max(e.w, x / bpp + 1);
-      }
+      if (p.row(j)[x] != kFill) h = std::max(h, j + 1), w = std::max(w, x / bpp + 1);
     }
   }
-  return e;
+  return {w, h};
 }
 
-struct DeriveCase {
-  uint32_t in_type, out_type, sw, sh;
-  float fh, fv;
-  uint32_t room_w, room_h;  // output image size (region at the origin)
-  uint32_t want_w, want_h;
-};
-
 TEST(ScalerGeometry, DerivedSizesRoundClampAndKeepLinePairs) {
-  const DeriveCase cases[] = {
-      {2, 2, 20, 10, 0.5f, 0.5f, 64, 64, 10, 6},    // 5 lines -> 6 on a frame
-      {2, 2, 20, 14, 0.75f, 0.5f, 64, 64, 15, 8},   // 7 -> 8
-      {2, 2, 10, 10, 1.25f, 1.25f, 64, 64, 13, 14}, // 12.5 -> 13, 12.5 -> 13 -> 14
-      {0, 0, 10, 10, 1.25f, 1.25f, 64, 64, 13, 13}, // a field keeps an odd height
-      {2, 0, 20, 12, 1.0f, 1.0f, 64, 64, 20, 6},    // frame -> field: height x 0.5
-      {0, 2, 20, 5, 1.0f, 1.0f, 64, 64, 20, 10},    // field -> frame: x 2
-      {2, 2, 20, 10, 3.0f, 3.0f, 41, 23, 41, 22},   // clamped to the room; 23 odd at the room -> 22
-      {2, 2, 10, 4, 0.04f, 0.04f, 64, 64, 0, 0},    // rounds to nothing
+  struct {
+    uint32_t in_type, out_type, sw, sh;
+    float fh, fv;
+    uint32_t room_w, room_h, want_w, want_h;
+  } cases[] = {
+      {2, 2, 20, 10, 0.5f, 0.5f, 64, 64, 10, 6},     // 5 lines -> 6 on a frame
+      {2, 2, 20, 14, 0.75f, 0.5f, 64, 64, 15, 8},    // 7 -> 8
+      {2, 2, 10, 10, 1.25f, 1.25f, 64, 64, 13, 14},  // 12.5 -> 13, 12.5 -> 13 -> 14
+      {0, 0, 10, 10, 1.25f, 1.25f, 64, 64, 13, 13},  // a field keeps an odd height
+      {2, 0, 20, 12, 1.0f, 1.0f, 64, 64, 20, 6},     // frame -> field: height x 0.5
+      {0, 2, 20, 5, 1.0f, 1.0f, 64, 64, 20, 9},      // field -> frame: x 2, its own lines only
+      {2, 2, 20, 10, 3.0f, 3.0f, 41, 23, 41, 22},    // clamped to the room; 23 odd at the room -> 22
+      {2, 2, 10, 4, 0.04f, 0.04f, 64, 64, 0, 0},     // rounds to nothing
+      {2, 2, 10, 4, NAN, NAN, 64, 64, 0, 0},         // NaN factors give nothing
   };
-  for (const DeriveCase &c : cases) {
-    Pic in(0, c.sw, c.sh, false);
-    Pic out(0, c.room_w, c.room_h, false);
+  for (const auto &c : cases) {
+    Pic in(0, c.sw, c.sh), out(0, c.room_w, c.room_h);
     std::mt19937 rng(1);
-    fill_pic(in, rng, 0, 200);
-    DSP_SCALER_PARAMS p = params_of(image_of(in, 0, 0, c.sw, c.sh, c.in_type, 2), image_of(out, 0, 0, 1, 1, c.out_type, 2), 1);
+    in.randomise(rng);
+    DSP_SCALER_PARAMS p = params_of(in.image(0, 0, 0, 0, c.in_type, 2), out.image(0, 0, 1, 1, c.out_type, 2), 1);
     p.fHorizontalScale = c.fh;
     p.fVerticalScale = c.fv;
     p.ulScaleFlags = DSP_SCALE_FLAG_DERIVE_SIZE;
     ASSERT_EQ(DspScaler(&p), DSP_S_OK) << c.sw << "x" << c.sh << " * " << c.fh;
-    const Extent e = written(out);
-    // A field placed into a frame writes its own lines only: every second line.
-    const uint32_t want_h = (c.in_type != 2 && c.out_type == 2) ? c.want_h - 1 : c.want_h;
-    EXPECT_EQ(e.w, c.want_w) << c.sw << " * " << c.fh;
-    EXPECT_EQ(e.h, want_h) << c.sh << " * " << c.fv;
+    EXPECT_EQ(written(out), std::make_pair(c.want_w, c.want_h)) << c.sw << "x" << c.sh << " * " << c.fh;
   }
 }
 
 TEST(ScalerGeometry, EqualRegionsBecomeAFormatCopy) {
   std::mt19937 rng(3);
-  Pic in(21, 16, 6, false), out(21, 16, 6, true);
-  fill_pic(in, rng);
-  DSP_SCALER_PARAMS p = params_of(image_of(in, 0, 0, 16, 6, 2, 2), image_of(out, 0, 0, 16, 6, 2, 2), 1);
+  Pic in(21, 16, 6), out(21, 16, 6, true);
+  in.randomise(rng);
+  DSP_SCALER_PARAMS p = params_of(in.image(), out.image(), 1);
   ASSERT_EQ(DspScaler(&p), DSP_S_OK);
-  for (uint32_t j = 0; j < 6; ++j) EXPECT_EQ(0, std::memcmp(in.line(j), out.line(j), 32)) << j;
+  for (uint32_t j = 0; j < 6; ++j) EXPECT_EQ(0, std::memcmp(in.row(j), out.row(j), 32)) << j;
   ASSERT_TRUE(out.mem->intact());
 }
 
-// ---- validation -----------------------------------------------------------------------------
+// ---- refusals: the status, and not a byte written ------------------------------------------------
 
 struct ErrorCase {
   const char *name;
-  void (*edit)(DSP_SCALER_PARAMS *);
+  bool filtered;
   DSP_HRESULT want;
+  void (*edit)(DSP_SCALER_PARAMS *, DSP_FIR_SETTINGS *);
 };
 
+#define EDIT [](DSP_SCALER_PARAMS * p, DSP_FIR_SETTINGS * f) { (void)p, (void)f;
+const DSP_HRESULT kArg = DSP_E_INVALIDARG;
 const ErrorCase kErrors[] = {
-    {"FilterThree", [](DSP_SCALER_PARAMS *p) { p->eFilter = 3; }, DSP_E_INVALIDARG},
-    {"FilterReserved", [](DSP_SCALER_PARAMS *p) { p->eFilter = 2; }, DSP_E_NOTIMPL},
-    {"UnknownFormat", [](DSP_SCALER_PARAMS *p) { p->Buffer.In.ePixelFormat = p->Buffer.Out.ePixelFormat = 2; }, DSP_E_INVALIDARG},
-    {"FormatChanges", [](DSP_SCALER_PARAMS *p) { p->Buffer.Out.ePixelFormat = 25; }, DSP_E_INVALIDARG},
-    {"OddRegionWidth", [](DSP_SCALER_PARAMS *p) { p->Buffer.In.Buffer.Region.ulWidth = 15; }, DSP_E_INVALIDARG},
-    {"OddImageWidth", [](DSP_SCALER_PARAMS *p) { p->Buffer.Out.ulWidth = 23; }, DSP_E_INVALIDARG},
-    {"InterleavedIntoProgressive", [](DSP_SCALER_PARAMS *p) {
-       p->Buffer.In.eInterlace = 0; p->Buffer.Out.eInterlace = 2; p->Buffer.ulFlags = DSP_BUFFER_PROCESS_FIELDA; }, DSP_E_INVALIDARG},
-    {"InterlaceZeroWithoutSelection", [](DSP_SCALER_PARAMS *p) { p->Buffer.In.eInterlace = 0; }, DSP_E_INVALIDARG},
-    {"OutputInterlaceZeroWithoutSelection", [](DSP_SCALER_PARAMS *p) { p->Buffer.Out.eInterlace = 0; }, DSP_E_INVALIDARG},
-    {"SelectionWithBothNonzero", [](DSP_SCALER_PARAMS *p) { p->Buffer.ulFlags = DSP_BUFFER_PROCESS_FIELDB; }, DSP_E_INVALIDARG},
-    {"InputRegionTooWide", [](DSP_SCALER_PARAMS *p) { p->Buffer.In.Buffer.Region.ptOffset.x = 4; }, DSP_E_INVALIDARG},
-    {"InputRegionTooTall", [](DSP_SCALER_PARAMS *p) { p->Buffer.In.Buffer.Region.ptOffset.y = 1; }, DSP_E_INVALIDARG},
-    {"NegativeInputOffset", [](DSP_SCALER_PARAMS *p) { p->Buffer.In.Buffer.Region.ptOffset.x = -2; }, DSP_E_INVALIDARG},
-    {"OutputRegionPastTheRoom", [](DSP_SCALER_PARAMS *p) { p->Buffer.Out.Buffer.Region.ptOffset.y = 2; }, DSP_E_INVALIDARG},
-    {"OutputOriginOutside", [](DSP_SCALER_PARAMS *p) { p->Buffer.Out.Buffer.Region.ptOffset.x = 100; }, DSP_E_INVALIDARG},
-    {"NullInputMemory", [](DSP_SCALER_PARAMS *p) { p->Buffer.In.Buffer.pBuffer = nullptr; }, DSP_E_INVALIDARG},
-    {"NullOutputMemory", [](DSP_SCALER_PARAMS *p) { p->Buffer.Out.Buffer.pBuffer = nullptr; }, DSP_E_INVALIDARG},
-    {"FilteredPathWithoutFirType", [](DSP_SCALER_PARAMS *p) { p->ulOptions = DSP_SCALER_OPTION_FILTERED; }, DSP_E_INVALIDARG},
+    {"FilterThree", false, kArg, EDIT p->eFilter = 3; }},
+    {"FilterReserved", false, DSP_E_NOTIMPL, EDIT p->eFilter = 2; }},
+    {"UnknownFormat", false, kArg, EDIT p->Buffer.In.ePixelFormat = p->Buffer.Out.ePixelFormat = 2; }},
+    {"FormatChanges", false, kArg, EDIT p->Buffer.Out.ePixelFormat = 25; }},
+    {"OddRegionWidth", false, kArg, EDIT p->Buffer.In.Buffer.Region.ulWidth = 15; }},
+    {"OddImageWidth", false, kArg, EDIT p->Buffer.Out.ulWidth = 23; }},
+    {"InterleavedIntoProgressive", false, kArg, EDIT p->Buffer.In.eInterlace = 0; p->Buffer.Out.eInterlace = 2;
+       p->Buffer.ulFlags = DSP_BUFFER_PROCESS_FIELDA; }},
+    {"InterlaceZeroWithoutSelection", false, kArg, EDIT p->Buffer.In.eInterlace = 0; }},
+    {"OutputInterlaceZeroWithoutSelection", false, kArg, EDIT p->Buffer.Out.eInterlace = 0; }},
+    {"SelectionWithBothNonzero", false, kArg, EDIT p->Buffer.ulFlags = DSP_BUFFER_PROCESS_FIELDB; }},
+    {"InputRegionTooWide", false, kArg, EDIT p->Buffer.In.Buffer.Region.ptOffset.x = 4; }},
+    {"InputRegionTooTall", false, kArg, EDIT p->Buffer.In.Buffer.Region.ptOffset.y = 1; }},
+    {"NegativeInputOffset", false, kArg, EDIT p->Buffer.In.Buffer.Region.ptOffset.x = -2; }},
+    {"OutputRegionPastTheRoom", false, kArg, EDIT p->Buffer.Out.Buffer.Region.ptOffset.y = 2; }},
+    {"OutputOriginOutside", false, kArg, EDIT p->Buffer.Out.Buffer.Region.ptOffset.x = 100; }},
+    {"NullInputMemory", false, kArg, EDIT p->Buffer.In.Buffer.pBuffer = nullptr; }},
+    {"NullOutputMemory", false, kArg, EDIT p->Buffer.Out.Buffer.pBuffer = nullptr; }},
+    {"FilteredPathWithoutFirType", false, kArg, EDIT p->ulOptions = DSP_SCALER_OPTION_FILTERED; }},
+    {"FilterTypeBox", true, kArg, EDIT p->eFilterType = 2; }},
+    {"FilterTypeZero", true, kArg, EDIT p->eFilterType = 0; }},
+    {"NullSettings", true, kArg, EDIT p->pSettings = nullptr; }},
+    {"HorzCutoffAbove100", true, kArg, EDIT f->ulHorzCutoff = 101; }},
+    {"VertCutoffAbove100", true, kArg, EDIT f->ulVertCutoff = 250; }},
+    {"HorzTapsTwo", true, kArg, EDIT f->ulHorzTaps = 2; }},
+    {"VertTapsSixteen", true, kArg, EDIT f->ulVertTaps = 16; }},
+    {"HorzTaps99", true, kArg, EDIT f->ulHorzTaps = 99; f->ulVertCutoff = kOff; }},
+    {"CutoffAbove100OnUnscaledAxis", true, kArg, EDIT p->Buffer.Out.Buffer.Region.ulHeight = 8;
+       f->ulVertCutoff = 101; }},
+    {"ReservedFilterCombined", true, DSP_E_NOTIMPL, EDIT p->eFilter = 2; }},
+    {"ReservedFilterDropped", true, DSP_E_NOTIMPL, EDIT p->eFilter = 2; f->ulVertCutoff = kOff; }},
+    {"ReservedFilterStaged", true, DSP_E_NOTIMPL, EDIT p->eFilter = 2; p->ulOptions |= DSP_SCALER_OPTION_STAGED; }},
+    {"FilteredFilterThree", true, kArg, EDIT p->eFilter = 3; }},
+    {"FilteredFormatsDiffer", true, kArg, EDIT p->Buffer.Out.ePixelFormat = 25; }},
+    {"FilteredOddRegionWidth", true, kArg, EDIT p->Buffer.Out.Buffer.Region.ulWidth = 23; }},
+    {"OddDerivedWidth", true, kArg, EDIT p->ulScaleFlags = DSP_SCALE_FLAG_DERIVE_SIZE;
+       p->fHorizontalScale = 1.4375f; p->fVerticalScale = 1.5f; }},  // 16 * 1.4375 = 23
+    {"OutputLargerThanRoom", true, kArg, EDIT p->Buffer.Out.Buffer.Region.ulHeight = 13; }},
+    {"FilteredInterlaceZero", true, kArg, EDIT p->Buffer.In.eInterlace = 0; }},
+    {"NoScalingFormatTheFilterRefuses", true, kArg, EDIT
+       p->Buffer.In.ePixelFormat = p->Buffer.Out.ePixelFormat = 263;
+       p->Buffer.In.Buffer.Region.ulWidth = p->Buffer.Out.Buffer.Region.ulWidth = 16;
+       p->Buffer.Out.Buffer.Region.ulHeight = 8; }},
 };
+#undef EDIT
 
-class ScalerErrorTest : public ::testing::TestWithParam<ErrorCase> {};
+class ScalerRefusal : public ::testing::TestWithParam<ErrorCase> {};
 
-TEST_P(ScalerErrorTest, IsRefusedAndWritesNothing) {
-  Pic in(21, 16, 8, false), out(21, 24, 12, false);
+TEST_P(ScalerRefusal, StatusAndNothingWritten) {
+  const ErrorCase &c = GetParam();
+  Pic in(21, 16, 8), out(21, 24, 12), before(out);
   std::mt19937 rng(2);
-  fill_pic(in, rng, 0, 200);
-  DSP_SCALER_PARAMS p = params_of(image_of(in, 0, 0, 16, 8, 2, 2), image_of(out, 0, 0, 24, 12, 2, 2), 1);
-  ASSERT_EQ(DspScaler(&p), DSP_S_OK);  // the unedited record is fine
-  Pic out2(21, 24, 12, false);
-  p.Buffer.Out = image_of(out2, 0, 0, 24, 12, 2, 2);
-  GetParam().edit(&p);
-  EXPECT_EQ(DspScaler(&p), GetParam().want);
-  const Extent e = written(out2);
-  EXPECT_EQ(e.w + e.h, 0u);
-  ASSERT_TRUE(out2.mem->intact());
+  in.randomise(rng);
+  DSP_FIR_SETTINGS fir{5, 40, 0, 5, 40};
+  DSP_SCALER_PARAMS p = params_of(in.image(), out.image(), 1, c.filtered ? &fir : nullptr);
+  if (!c.filtered) {  // the unedited record is taken
+    Pic scratch(out);
+    DSP_SCALER_PARAMS q = p;
+    q.Buffer.Out.Buffer.pBuffer = scratch.data();
+    ASSERT_EQ(DspScaler(&q), DSP_S_OK);
+  }
+  c.edit(&p, &fir);
+  EXPECT_EQ(DspScaler(&p), c.want);
+  EXPECT_TRUE(same_bytes(before, out));
 }
 
-INSTANTIATE_TEST_SUITE_P(Errors, ScalerErrorTest, ::testing::ValuesIn(kErrors),
+INSTANTIATE_TEST_SUITE_P(Errors, ScalerRefusal, ::testing::ValuesIn(kErrors),
                          [](const ::testing::TestParamInfo<ErrorCase> &i) { return std::string(i.param.name); });
 
-TEST(ScalerValidation, NullRecordAndOddWidthRules) {
+TEST(ScalerValidation, NullRecordOddWidthsClampAndPathFallback) {
   EXPECT_EQ(DspScaler(nullptr), DSP_E_POINTER);
-  // Odd widths: format 1 accepted, format 21 refused (above).
-  Pic in(1, 7, 3, false), out(1, 11, 5, false);
-  DSP_SCALER_PARAMS p = params_of(image_of(in, 0, 0, 7, 3, 2, 2), image_of(out, 0, 0, 11, 5, 2, 2), 0);
+  Pic in(1, 7, 3), out(1, 11, 5);  // odd widths: format 1 takes them
+  DSP_SCALER_PARAMS p = params_of(in.image(), out.image(), 0);
   EXPECT_EQ(DspScaler(&p), DSP_S_OK);
-  // A derived width past the room is clamped, not refused.
-  p.ulScaleFlags = DSP_SCALE_FLAG_DERIVE_SIZE;
+  p.ulScaleFlags = DSP_SCALE_FLAG_DERIVE_SIZE;  // a derived width past the room is clamped
   p.fHorizontalScale = 5.0f;
   EXPECT_EQ(DspScaler(&p), DSP_S_OK);
-  // The path choice falls back to the general path for a 3:1 ratio.
-  p.eScalerPath = DSP_SCALER_PATH_INTEGER_RATIO;
+  p.eScalerPath = DSP_SCALER_PATH_INTEGER_RATIO;  // 3:1 is no fixed ratio: the general path
   p.ulScaleFlags = 0;
   p.Buffer.Out.Buffer.Region.ulWidth = 2;
+  EXPECT_EQ(DspScaler(&p), DSP_S_OK);
+  const DSP_FIR_SETTINGS off{99, kOff, 0, 5, 40};  // taps of a direction that is off are not read
+  Pic a(21, 16, 8), b(21, 24, 12);
+  p = params_of(a.image(), b.image(), 1, &off);
   EXPECT_EQ(DspScaler(&p), DSP_S_OK);
 }
 
 TEST(ScalerValidation, RefusalsAreTraced) {
-  Pic in(21, 16, 8, false), out(21, 24, 12, false);
-  DSP_SCALER_PARAMS p = params_of(image_of(in, 0, 0, 16, 8, 2, 0), image_of(out, 0, 0, 24, 12, 2, 1), 1);
+  Pic in(21, 16, 8), out(21, 24, 12);
+  DSP_SCALER_PARAMS p = params_of(in.image(0, 0, 0, 0, 2, 0), out.image(0, 0, 0, 0, 2, 1), 1);
   framedsp::set_trace_override(1);
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(DspScaler(&p), DSP_E_INVALIDARG);
@@ -464,96 +492,90 @@ TEST(ScalerValidation, RefusalsAreTraced) {
   EXPECT_NE(text.find("DspScaler: refused: interlace 0 needs"), std::string::npos) << text;
 }
 
-// ---- staged mode, two planes, colour, work memory ------------------------------------------------
-
-TEST(ScalerStaged, SameBytesAsDirect) {
-  struct S {
-    uint32_t format, in_type, in_il, out_type, out_il, flags;
-  } cases[] = {{21, 2, 2, 2, 2, 0}, {0, 2, 1, 2, 1, 0}, {25, 2, 0, 2, 0, DSP_BUFFER_PROCESS_FIELDA},
-               {262, 2, 2, 2, 2, 0}, {21, 0, 2, 2, 1, 0}};
-  for (const S &c : cases) {
-    for (uint32_t filter = 0; filter < 2; ++filter) {
-      std::mt19937 rng(5);
-      Pic in(c.format, 20, 10, true);
-      fill_pic(in, rng);
-      Pic direct(c.format, 30, 17, false), staged(c.format, 30, 17, false);
-      DSP_SCALER_PARAMS p = params_of(image_of(in, 2, 1, 14, 8, c.in_type, c.in_il),
-                                      image_of(direct, 4, 2, 26, 13, c.out_type, c.out_il), filter);
-      p.Buffer.ulFlags = c.flags;
-      ASSERT_EQ(DspScaler(&p), DSP_S_OK);
-      p.Buffer.Out = image_of(staged, 4, 2, 26, 13, c.out_type, c.out_il);
-      p.ulOptions = DSP_SCALER_OPTION_STAGED;
-      const auto before = framedsp::work_memory_stats();
-      ASSERT_EQ(DspScaler(&p), DSP_S_OK);
-      const auto after = framedsp::work_memory_stats();
-      EXPECT_EQ(after.allocations - before.allocations, after.releases - before.releases);
-      expect_same(direct, staged, "staged format " + std::to_string(c.format));
+// A null buffer on a record that is otherwise fit for a fixed-ratio path is refused before that
+// path steps to the second plane.
+TEST(ScalerValidation, NullBufferOnAFastPathRecordIsRefused) {
+  for (uint32_t path : {1u, 2u}) {
+    for (uint32_t format : {0u, 28u}) {
+      for (int null_out = 0; null_out < 2; ++null_out) {
+        // Integer ratio: 64 -> 32 pixels, 8 -> 4 lines.  HD width: 1440 -> 1920, 4 lines.
+        Pic in(format, path == 1 ? 64 : 1440, path == 1 ? 8 : 4, false, 16),
+            out(format, path == 1 ? 32 : 1920, 4, false, 16), before(out), probe(out);
+        std::mt19937 rng(5);
+        in.randomise(rng);
+        DSP_SCALER_PARAMS p = params_of(in.image(), probe.image(), 0);
+        p.eScalerPath = path;
+        ASSERT_EQ(DspScaler(&p), DSP_S_OK);
+        ASSERT_NE(probe.bytes(), before.bytes()) << "the record with both buffers wrote nothing";
+        p.Buffer.Out.Buffer.pBuffer = out.data();
+        (null_out ? p.Buffer.Out : p.Buffer.In).Buffer.pBuffer = nullptr;
+        const auto in_before = in.bytes();
+        EXPECT_EQ(DspScaler(&p), DSP_E_INVALIDARG) << path << " " << format << " " << null_out;
+        EXPECT_EQ(in.bytes(), in_before);
+        EXPECT_TRUE(same_bytes(before, out));
+      }
     }
   }
 }
 
-TEST(ScalerTwoPlane, BothPlanesScaleWithTheSameGeometry) {
-  struct T {
-    uint32_t format, main, plane, main_bpp;
-  } cases[] = {{28, 21, 261, 2}, {30, 25, 261, 2}, {5, 1, 261, 3}};
-  for (const T &c : cases) {
-    for (uint32_t filter = 0; filter < 2; ++filter) {
-      const uint32_t sw = 10, sh = 6, dw = 16, dh = 9, iw = 12, ih = 7, ow = 18, oh = 11;
-      const uint32_t is = iw * c.main_bpp + 4, ips = iw + 6, os = ow * c.main_bpp + 2, ops = ow + 10;
-      GuardedBuffer inb(size_t(ih) * (is + ips), 32), outb(size_t(oh) * (os + ops), 32, kFill);
-      std::mt19937 rng(9);
-      framedsp_test::fill_random(inb.data(), inb.size(), rng);
-      std::vector<uint8_t> want(outb.data(), outb.data() + outb.size());
-      auto plane_lines = [](uint8_t *base, uint32_t stride, uint32_t first_off, int x, int y, uint32_t bpp, int n) {
-        std::vector<uint8_t *> v;
-        for (int i = 0; i < n; ++i) v.push_back(base + first_off + size_t(y + i) * stride + size_t(x) * bpp);
-        return v;
-      };
-      const uint64_t vstep = (uint64_t(sh) << 14) / dh;
-      auto s1 = plane_lines(inb.data(), is, 0, 1, 1, c.main_bpp, int(sh));
-      auto s2 = plane_lines(inb.data(), ips, ih * is, 1, 1, 1, int(sh));
-      // Format 28 and 30 need even region edges; x = 2 there.
-      const int ox = c.format == 5 ? 1 : 2;
-      ref_scale(c.main, filter, std::vector<const uint8_t *>(s1.begin(), s1.end()), sw * c.main_bpp,
-                plane_lines(want.data(), os, 0, ox, 1, c.main_bpp, int(dh)), dw * c.main_bpp, sw, dw, vstep);
-      ref_scale(c.plane, filter, std::vector<const uint8_t *>(s2.begin(), s2.end()), sw,
-                plane_lines(want.data(), ops, oh * os, ox, 1, 1, int(dh)), dw, sw, dw, vstep);
-      DSP_SCALER_PARAMS p{};
-      p.eFilter = filter;
-      DSP_IMAGE &in = p.Buffer.In;
-      in.Buffer.pBuffer = inb.data();
-      in.Buffer.ulBytes = uint32_t(inb.size());
-      in.Buffer.eBufferType = 2;
-      in.Buffer.Region = {{1, 1}, sw, sh};
-      in.ulWidth = iw;
-      in.ulHeight = ih;
-      in.ePixelFormat = c.format;
-      in.eInterlace = 2;
-      in.ulPrimaryStrideBytes = is;
-      in.ulSecondaryStrideBytes = ips;
-      DSP_IMAGE &out = p.Buffer.Out;
-      out = in;
-      out.Buffer.pBuffer = outb.data();
-      out.Buffer.ulBytes = uint32_t(outb.size());
-      out.Buffer.Region = {{ox, 1}, dw, dh};
-      out.ulWidth = ow;
-      out.ulHeight = oh;
-      out.ulPrimaryStrideBytes = os;
-      out.ulSecondaryStrideBytes = ops;
-      if (c.format != 5) {  // even edges for the 4:2:2 formats
-        in.Buffer.Region.ptOffset.x = 2;
-        s1 = plane_lines(inb.data(), is, 0, 2, 1, c.main_bpp, int(sh));
-        s2 = plane_lines(inb.data(), ips, ih * is, 2, 1, 1, int(sh));
-        std::memcpy(want.data(), outb.data(), outb.size());
-        ref_scale(c.main, filter, std::vector<const uint8_t *>(s1.begin(), s1.end()), sw * c.main_bpp,
-                  plane_lines(want.data(), os, 0, ox, 1, c.main_bpp, int(dh)), dw * c.main_bpp, sw, dw, vstep);
-        ref_scale(c.plane, filter, std::vector<const uint8_t *>(s2.begin(), s2.end()), sw,
-                  plane_lines(want.data(), ops, oh * os, ox, 1, 1, int(dh)), dw, sw, dw, vstep);
+// ---- staged mode, two planes, colour, work memory ------------------------------------------------
+
+TEST(ScalerStaged, SameBytesAsDirect) {
+  struct {
+    uint32_t format, in_type, in_il, out_type, out_il, flags;
+  } cases[] = {{21, 2, 2, 2, 2, 0}, {0, 2, 1, 2, 1, 0}, {25, 2, 0, 2, 0, DSP_BUFFER_PROCESS_FIELDA},
+               {262, 2, 2, 2, 2, 0}, {22, 2, 2, 2, 2, 0}, {21, 0, 2, 2, 1, 0}};
+  const DSP_FIR_SETTINGS fir{7, 35, 0, 5, 50};
+  for (const auto &c : cases) {
+    for (int filtered = 0; filtered < 2; ++filtered) {
+      for (uint32_t filter = 0; filter < 2; ++filter) {
+        std::mt19937 rng(5);
+        Pic in(c.format, 20, 10, true), direct(c.format, 30, 17), staged(direct);
+        in.randomise(rng);
+        DSP_SCALER_PARAMS p = params_of(in.image(2, 1, 14, 8, c.in_type, c.in_il),
+                                        direct.image(4, 2, 26, 13, c.out_type, c.out_il), filter,
+                                        filtered ? &fir : nullptr);
+        p.Buffer.ulFlags = c.flags;
+        ASSERT_EQ(DspScaler(&p), DSP_S_OK);
+        p.Buffer.Out.Buffer.pBuffer = staged.data();
+        p.ulOptions |= DSP_SCALER_OPTION_STAGED;
+        ASSERT_EQ(DspScaler(&p), DSP_S_OK);
+        EXPECT_TRUE(same_bytes(direct, staged)) << "format " << c.format << " filtered " << filtered;
       }
-      ASSERT_EQ(DspScaler(&p), DSP_S_OK);
-      ASSERT_TRUE(outb.intact());
-      ASSERT_EQ(0, std::memcmp(want.data(), outb.data(), outb.size()))
-          << "format " << c.format << "\n" << framedsp_test::hex_diff(want.data(), outb.data(), outb.size());
+    }
+  }
+}
+
+// A two-plane picture scales (and filters) as its picture plane in the single-plane format and
+// its key plane as format 261, each with the same geometry.
+TEST(ScalerTwoPlane, EachPlaneAsItsOwnFormat) {
+  const DSP_FIR_SETTINGS fir{5, 30, 0, 7, 45};
+  for (uint32_t format : {28u, 30u, 5u}) {
+    const uint32_t main = format == 28 ? 21 : format == 30 ? 25 : 1;
+    for (int filtered = 0; filtered < 2; ++filtered) {
+      for (uint32_t filter = 0; filter < 2; ++filter) {
+        std::mt19937 rng(9 + filter);
+        Pic in(format, 12, 7), out(format, 18, 11);
+        in.randomise(rng);
+        Pic in_main(main, 12, 7), in_key(261, 12, 7), want_main(main, 18, 11), want_key(261, 18, 11);
+        for (uint32_t y = 0; y < 7; ++y) {
+          std::memcpy(in_main.row(y), in.row(y), 12 * main_bytes(main));
+          std::memcpy(in_key.row(y), in.row(y, true), 12);
+        }
+        const int x = format == 5 ? 1 : 2;
+        const DSP_FIR_SETTINGS *f = filtered ? &fir : nullptr;
+        DSP_SCALER_PARAMS p = params_of(in.image(x, 1, 10, 6), out.image(x, 1, 16, 9), filter, f);
+        ASSERT_EQ(DspScaler(&p), DSP_S_OK);
+        DSP_SCALER_PARAMS a = params_of(in_main.image(x, 1, 10, 6), want_main.image(x, 1, 16, 9), filter, f);
+        DSP_SCALER_PARAMS b = params_of(in_key.image(x, 1, 10, 6), want_key.image(x, 1, 16, 9), filter, f);
+        ASSERT_EQ(DspScaler(&a), DSP_S_OK);
+        ASSERT_EQ(DspScaler(&b), DSP_S_OK);
+        ASSERT_TRUE(out.mem->intact());
+        for (uint32_t y = 0; y < 11; ++y) {
+          ASSERT_EQ(0, std::memcmp(out.row(y), want_main.row(y), 18 * main_bytes(main))) << format << " row " << y;
+          ASSERT_EQ(0, std::memcmp(out.row(y, true), want_key.row(y), 18)) << format << " key row " << y;
+        }
+      }
     }
   }
 }
@@ -562,10 +584,10 @@ TEST(ScalerColor, ConvertingKernelsScaleThenConvertEachLine) {
   for (uint32_t format : {21u, 25u, 24u}) {
     for (uint32_t filter = 0; filter < 2; ++filter) {
       std::mt19937 rng(11);
-      Pic in(format, 16, 8, false), out(format, 22, 11, false);
-      fill_pic(in, rng);
-      Expect want(out);
-      ref_scale(format, filter, src_lines(in, 0, 0, 0, 1, 8), 32, dst_lines(want.pic, 0, 0, 0, 1, 11), 44, 16, 22,
+      Pic in(format, 16, 8), out(format, 22, 11);
+      in.randomise(rng);
+      Pic want(out);
+      ref_scale(format, filter, rows(in, 0, 0, 0, 1, 8), 32, rows(want, 0, 0, 0, 1, 11), 44, 16, 22,
                 (uint64_t(8) << 14) / 11);
       // BT.601 -> BT.709 with the copy's weights in six fraction bits.
       const framedsp::ColorMatrix &m = framedsp::kBt601ToBt709;
@@ -579,7 +601,7 @@ TEST(ScalerColor, ConvertingKernelsScaleThenConvertEachLine) {
       auto s16 = [](int v) { return std::max(-32768, std::min(32767, v)); };
       for (uint32_t j = 0; j < 11; ++j) {
         for (uint32_t g = 0; g < 11; ++g) {
-          uint8_t *q = want.pic.line(j) + 4 * g;
+          uint8_t *q = want.row(j) + 4 * g;
           const int cb = q[cbo] - 128, cr = q[cro] - 128;
           q[y0] = cl(s16(64 * q[y0] + ycb * cb + ycr * cr + 32) >> 6);
           q[y1] = cl(s16(64 * q[y1] + ycb * cb + ycr * cr + 32) >> 6);
@@ -587,35 +609,27 @@ TEST(ScalerColor, ConvertingKernelsScaleThenConvertEachLine) {
           q[cro] = cl(128 + (s16(rb * cb + rr * cr + 32) >> 6));
         }
       }
-      DSP_IMAGE i = image_of(in, 0, 0, 16, 8, 2, 2), o = image_of(out, 0, 0, 22, 11, 2, 2);
-      i.eColorSpace = DSP_COLOR_SPACE_BT601;
-      o.eColorSpace = DSP_COLOR_SPACE_BT709;
-      DSP_SCALER_PARAMS p = params_of(i, o, filter);
+      DSP_SCALER_PARAMS p = params_of(in.image(), out.image(), filter);
+      p.Buffer.In.eColorSpace = DSP_COLOR_SPACE_BT601;
+      p.Buffer.Out.eColorSpace = DSP_COLOR_SPACE_BT709;
       ASSERT_EQ(DspScaler(&p), DSP_S_OK);
-      expect_same(want.pic, out, "colour format " + std::to_string(format));
+      EXPECT_TRUE(same_bytes(want, out)) << "format " << format;
     }
   }
 }
 
 TEST(ScalerWorkMemory, ReleasedOnSuccessAndOnEveryInjectedFailure) {
-  for (uint32_t options : {0u, DSP_SCALER_OPTION_STAGED}) {
-    for (uint32_t filter = 0; filter < 2; ++filter) {
-      Pic in(21, 16, 8, false), out(21, 24, 12, false);
-      DSP_SCALER_PARAMS p = params_of(image_of(in, 0, 0, 16, 8, 2, 2), image_of(out, 0, 0, 24, 12, 2, 2), filter);
-      p.ulOptions = options;
-      const auto a = framedsp::work_memory_stats();
-      ASSERT_EQ(DspScaler(&p), DSP_S_OK);
-      const auto b = framedsp::work_memory_stats();
-      const uint64_t used = b.allocations - a.allocations;
-      EXPECT_GT(used, 0u);
-      EXPECT_EQ(used, b.releases - a.releases);
-      for (uint64_t k = 1; k <= used; ++k) {
-        const auto c0 = framedsp::work_memory_stats();
-        framedsp::work_memory_fail_at(k);
-        EXPECT_EQ(DspScaler(&p), DSP_E_OUTOFMEMORY) << "allocation " << k;
-        framedsp::work_memory_fail_at(0);
-        const auto c1 = framedsp::work_memory_stats();
-        EXPECT_EQ(c1.allocations - c0.allocations, c1.releases - c0.releases) << "allocation " << k;
+  const DSP_FIR_SETTINGS fir{5, 40, 0, 5, 40};
+  for (int filtered = 0; filtered < 2; ++filtered) {
+    for (uint32_t options : {0u, DSP_SCALER_OPTION_STAGED}) {
+      for (uint32_t dh : {12u, 8u}) {  // 8: horizontal scaling only
+        for (uint32_t filter = 0; filter < 2; ++filter) {
+          SCOPED_TRACE(std::to_string(filtered) + " " + std::to_string(options) + " " + std::to_string(dh));
+          Pic in(21, 16, 8), out(21, 24, 12);
+          DSP_SCALER_PARAMS p = params_of(in.image(), out.image(0, 0, 24, dh), filter, filtered ? &fir : nullptr);
+          p.ulOptions |= options;
+          framedsp_test::expect_released_on_every_failure([&] { return DspScaler(&p); });
+        }
       }
     }
   }

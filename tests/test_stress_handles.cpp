@@ -169,33 +169,4 @@ TEST(HandleStress, ConcurrentCreationDrawsDistinctIdentities) {
   EXPECT_EQ(framedsp::live_handle_objects(), live_before);
 }
 
-// Two processes create converters through the export at the same time; their identities, drawn
-// from the machine-wide counter, never coincide.
-TEST(HandleStress, IdentityStaysUniqueAcrossTwoProcesses) {
-  if (const char *why = framedsp_test::named_memory_missing()) GTEST_SKIP() << why;
-  constexpr int kEach = 500;
-  std::string error;
-  const auto drawn = framedsp_test::draw_in_processes(1, [] {
-    std::vector<uint32_t> ids;
-    for (int i = 0; i < kEach; ++i) {
-      DSP_FRAME_RATE_CONVERTER_PARAMS p{};
-      p.ulBaseCount = 1;
-      p.lWidth = p.lHeight = 16;  // the default range of 1 needs extents of 4 or more
-      DSP_HANDLE h = nullptr;
-      if (DspCreateFrameRateConverter(&p, &h) != DSP_S_OK) break;
-      framedsp::HandleObject *o = framedsp::HandleObject::lookup(h);
-      ids.push_back(o->id());
-      o->release();
-    }
-    return ids;
-  }, &error);
-  ASSERT_EQ(drawn.size(), 2u) << error;
-  ASSERT_EQ(drawn[0].size(), size_t{kEach});
-  ASSERT_EQ(drawn[1].size(), size_t{kEach});
-  std::set<uint32_t> all(drawn[0].begin(), drawn[0].end());
-  all.insert(drawn[1].begin(), drawn[1].end());
-  EXPECT_EQ(all.size(), 2u * kEach) << "an identity appeared in both processes";
-  EXPECT_EQ(all.count(0u), 0u);
-}
-
 }  // namespace
