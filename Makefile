@@ -14,7 +14,7 @@ TSAN_BUILD ?= build-tsan
 FUZZ_CXX ?= clang++
 FUZZ_CC ?= clang
 FUZZ_SECONDS ?= 60
-FUZZ_TARGETS := copy filter compare handles scaler subpixel_filter scaler_helper subpixel_scaler_helper mipmaps \
+FUZZ_TARGETS := copy filter compare handles scaler subpixel_filter scaler_helper subpixel_scaler_helper subpixel_scaler mipmaps \
                 motion_vectors frame_rate
 
 .PHONY: all deps build run test test-release test-asan layout32 windows windows64 windows-test windows-test32 \
