@@ -20,7 +20,17 @@ OutputTime output_time(uint64_t k, uint64_t from_num, uint64_t from_den, uint64_
   return {pair, uint32_t(phase)};
 }
 
+// A converter lives until the process ends (the library has no destroy call), so one per
+// geometry and mode is made and kept here, where it stays reachable for the whole run.
 DSP_HANDLE frame_rate_converter(uint32_t width, uint32_t height, uint32_t mode) {
+  struct Made {
+    uint32_t width, height, mode;
+    DSP_HANDLE handle;
+  };
+  static Made made[8];
+  static int count = 0;
+  for (int i = 0; i < count; ++i)
+    if (made[i].width == width && made[i].height == height && made[i].mode == mode) return made[i].handle;
   DSP_FRAME_RATE_CONVERTER_PARAMS p;
   std::memset(&p, 0, sizeof p);
   p.ulBaseCount = 1;
@@ -35,6 +45,7 @@ DSP_HANDLE frame_rate_converter(uint32_t width, uint32_t height, uint32_t mode) 
   }
   DSP_HANDLE handle = nullptr;
   check_status("DspCreateFrameRateConverter", DspCreateFrameRateConverter(&p, &handle));
+  if (count < 8) made[count++] = {width, height, mode, handle};
   return handle;
 }
 
