@@ -196,6 +196,7 @@ TEST(SubPixelScaler, BandsStagedAndScalarEqualOneCall) {
       SCOPED_TRACE(testing::Message() << "format " << f.format << " interlace " << interlace);
       auto setup = [&](Rig &r) {
         for (DSP_IMAGE *im : {&r.in_image, &r.out_image}) im->eInterlace = interlace;
+        r.out_image.eImageOrientation = DSP_ORIENTATION_BOTTOM_UP;  // written rows below the top: negative offsets
         r.sync();
         r.p.eFilter = DSP_SUBPIXEL_FILTER_CUBIC;
         r.p.ulCoverage = 1;

@@ -35,7 +35,7 @@ bool in_list(uint32_t v, std::initializer_list<uint32_t> list) {
 }
 
 // A double rounded once to Q32 (ties away from zero); false for NaN, infinities and values beyond
-// 2^30, and for sizes that round to 0 or below.  ldexp and llround are exact IEEE operations.
+// 2^28, and for sizes that round to 0 or below.  ldexp and llround are exact IEEE operations.
 bool to_q32(double v, bool size, int64_t *out) {
   if (!(v >= -kCoordLimit && v <= kCoordLimit)) return false;
   const int64_t q = std::llround(std::ldexp(v, 32));
@@ -479,7 +479,8 @@ HRESULT scale(const DSP_SUBPIXEL_SCALER_PARAMS &params, const uint32_t *settings
     band_rows(p, band_lo, band_hi, &b0, &b1);
     ResampleRows dst = plane_rows(*out.im, p.out, p.key);
     const size_t group = resample_group_bytes(p.cls), px = resample_group_pixels(p.cls);
-    dst.base += size_t(c.u0 * c.px) / px * group + ptrdiff_t(p.lo) * dst.stride;
+    // Signed: the stride of a bottom-up image is negative.
+    dst.base += ptrdiff_t(size_t(c.u0 * c.px) / px * group) + ptrdiff_t(p.lo) * dst.stride;
     const ResampleCoverage cov = pass_coverage(*job, p, c);
     hr = run_pass(*job, p, dst, b0, b1, settings[kCoverage] ? &cov : nullptr, converts && !p.key ? &color : nullptr);
     if (hr != kOk) return hr;
