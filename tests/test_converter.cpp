@@ -1,6 +1,6 @@
 // The frame-rate converter through the exports: the creation record (defaults, bounds and the
 // refusal each bound traces), the Q14 rate ratios and the derived count, handle checks of the
-// three handle exports (each bad handle named in the trace), and the exception guard.
+// three handle exports (each bad handle named in the trace).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -8,7 +8,6 @@
 #include <functional>
 #include <limits>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -124,6 +123,9 @@ uint32_t exact_q14(float num, float den) {
 TEST(Converter, OptionalWordsZeroTakeTheDefaultsAndGivenWordsAreKept) {
   Record p = minimal_record();
   p.ulReserved2 = 0x22;  // carried words are copied unchecked
+  p.ulDerivedCount = 1234;  // kept: the derive flag is off
+  p.fRateA = 60;
+  p.fRateB = 50;
   p.eConvertMode = 0x1010;
   p.ulReserved17 = 17;
   p.ulReserved40[6] = 46;
@@ -237,26 +239,6 @@ TEST(Converter, RecordBoundsAndTheirTraces) {
   }
 }
 
-TEST(Converter, DerivedCountUsesTheTruncatedRatio) {
-  Record p = minimal_record();
-  p.ulBaseCount = 576;
-  p.ulDerivedCount = 1;
-  p.fRateA = 60;
-  p.fRateB = 50;
-  p.bDeriveCount = 1;
-  Converter c(p);
-  ASSERT_EQ(c.status, DSP_S_OK);
-  EXPECT_EQ(c.ratio_ba(), 13653u);               // 819200 / 60 = 13653.33
-  EXPECT_EQ(c.ratio_ab(), 19660u);               // 983040 / 50 = 19660.8
-  EXPECT_EQ(c.settings().ulDerivedCount, 479u);  // 576 * 13653 = 7864128; >> 14 = 479.98
-  EXPECT_EQ(c.settings().ulBaseCount, 576u);
-  p.bDeriveCount = 0;  // without the flag the count is kept
-  p.ulDerivedCount = 1234;
-  Converter kept(p);
-  EXPECT_EQ(kept.settings().ulDerivedCount, 1234u);
-  EXPECT_EQ(kept.ratio_ba(), 13653u);
-}
-
 // Exact rational truncation for ordinary rates; quotients outside 0..2^32-1 saturate: 0 for NaN
 // and for quotients of 0 or less, 0xFFFFFFFF for 2^32 and more (a positive rate over +0 too).
 TEST(Converter, RatiosTruncateExactlyAndSaturate) {
@@ -291,27 +273,15 @@ TEST(Converter, RatiosTruncateExactlyAndSaturate) {
   }
 }
 
-TEST(Converter, NullPointersAndAllocationFailure) {
+TEST(Converter, AllocationFailure) {
   const int64_t live = framedsp::live_handle_objects();
   Record p = minimal_record();
   DSP_HANDLE h = kUntouched;
-  EXPECT_EQ(DspCreateFrameRateConverter(nullptr, &h), DSP_E_POINTER);
-  EXPECT_EQ(DspCreateFrameRateConverter(&p, nullptr), DSP_E_POINTER);
-  EXPECT_EQ(DspCreateFrameRateConverter(nullptr, nullptr), DSP_E_POINTER);
   framedsp::frame_rate_converter_fail_next_allocation();
   EXPECT_EQ(DspCreateFrameRateConverter(&p, &h), DSP_E_OUTOFMEMORY);
   EXPECT_EQ(h, kUntouched);
   EXPECT_EQ(framedsp::live_handle_objects(), live);
   EXPECT_EQ(create_status(p), DSP_S_OK);  // one failure only
-
-  // The record is checked before the handle in the two exports that take one.
-  Converter c;
-  EXPECT_EQ(DspCreateMotionVectors(c.handle, nullptr), DSP_E_POINTER);
-  EXPECT_EQ(DspCreateMipMaps(c.handle, nullptr), DSP_E_POINTER);
-  EXPECT_EQ(DspCreateMotionVectors(nullptr, nullptr), DSP_E_POINTER);
-  EXPECT_EQ(DspCreateMipMaps(nullptr, nullptr), DSP_E_POINTER);
-  EXPECT_EQ(DspFrameRateConvert(nullptr, nullptr, 0), DSP_E_HANDLE);  // the handle only
-  EXPECT_EQ(references_of(c.handle), 1);
 }
 
 // ---- handles ---------------------------------------------------------------------------------
@@ -377,53 +347,6 @@ TEST(ConverterHandles, BadHandlesAreRefusedAndNamed) {
   EXPECT_EQ(other->references(), 1) << "a refused handle kept a reference";
   EXPECT_EQ(other->release(), 0);
   EXPECT_EQ(references_of(live.handle), 1);
-}
-
-TEST(ConverterHandles, LiveHandleReachesTheOperationsSilently) {
-  Converter c;
-  // Zeroed records name no frames and no pyramids; a zeroed pyramid record has no level list.
-  const int32_t want[] = {DSP_E_INVALIDARG, DSP_E_INVALIDARG, DSP_E_POINTER};
-  for (int which = 0; which < 3; ++which) {
-    DSP_HRESULT hr = DSP_S_OK;
-    // The handle passes silently; the zeroed record may still name its own refusal.
-    EXPECT_EQ(traced([&] { hr = call_handle_export(which, c.handle); }).find("handle"), std::string::npos);
-    EXPECT_EQ(hr, want[which]) << kHandleExports[which];
-  }
-  EXPECT_EQ(references_of(c.handle), 1) << "each call drops the reference it took";
-}
-
-std::vector<std::string> g_workers_seen;
-void throwing_hook(const char *worker) {
-  g_workers_seen.emplace_back(worker ? worker : "");
-  throw std::runtime_error("injected");
-}
-
-TEST(ConverterHandles, ThrowingWorkersGiveEUnexpectedAndKeepCountsAndMemory) {
-  Converter c;
-  const int64_t live = framedsp::live_handle_objects();
-  Record p = minimal_record();
-  DSP_HANDLE h = kUntouched;
-  g_workers_seen.clear();
-  framedsp::set_worker_hook(throwing_hook);
-  EXPECT_EQ(DspCreateFrameRateConverter(&p, &h), DSP_E_UNEXPECTED);
-  for (int which = 0; which < 3; ++which) EXPECT_EQ(call_handle_export(which, c.handle), DSP_E_UNEXPECTED);
-  framedsp::set_worker_hook(nullptr);
-  EXPECT_EQ(g_workers_seen, (std::vector<std::string>{"DspCreateFrameRateConverter", kHandleExports[0],
-                                                      kHandleExports[1], kHandleExports[2]}));
-  EXPECT_EQ(h, kUntouched);
-  EXPECT_EQ(framedsp::live_handle_objects(), live) << "the base part must be unwound too";
-  EXPECT_EQ(references_of(c.handle), 1);
-  EXPECT_EQ(call_handle_export(0, c.handle), DSP_E_INVALIDARG);
-}
-
-TEST(ConverterHandles, IdentitiesOfConvertersDiffer) {
-  Converter a, b;
-  ASSERT_NE(a.handle, b.handle);
-  const uint64_t ia = a.with([](DspFrameRateConverter *c) { return c->id(); });
-  const uint64_t ib = b.with([](DspFrameRateConverter *c) { return c->id(); });
-  EXPECT_NE(ia, 0u);
-  EXPECT_NE(ib, 0u);
-  EXPECT_NE(ia, ib);
 }
 
 }  // namespace

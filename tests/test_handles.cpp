@@ -49,63 +49,21 @@ class RedirectedCounter {
   uint32_t word = 0;
 };
 
-TEST(Handles, SelfAndIdWordsFollowTheDispatchPointer) {
-  auto *probe = new Probe();
-  HandleObject *base = probe;
-  const auto *bytes = reinterpret_cast<const unsigned char *>(base);
-  void *self = nullptr;
-  std::memcpy(&self, bytes + sizeof(void *), sizeof self);
-  uint32_t id = 0;
-  std::memcpy(&id, bytes + 2 * sizeof(void *), sizeof id);
-  EXPECT_EQ(self, static_cast<void *>(base));
-  EXPECT_EQ(probe->handle(), static_cast<DSP_HANDLE>(base));
-  EXPECT_EQ(id, probe->id());
-  EXPECT_EQ(probe->references(), 1);
-  EXPECT_EQ(HandleObject::lookup(probe->handle()), base);
-  EXPECT_EQ(probe->release(), 0);
-}
-
-TEST(Handles, ReservedValuesFailLookup) {
-  EXPECT_EQ(HandleObject::lookup(nullptr), nullptr);
-  EXPECT_EQ(HandleObject::lookup(as_handle(0xFFFFFFFFu)), nullptr);
-  EXPECT_EQ(HandleObject::lookup(as_handle(~uintptr_t{0})), nullptr);
-  // Aligned, but the self word would lie past the end of the address space.
-  EXPECT_EQ(HandleObject::lookup(as_handle(~uintptr_t{0} - 7)), nullptr);
-  EXPECT_EQ(HandleObject::lookup(as_handle(uintptr_t{16})), nullptr);
-}
-
-TEST(Handles, UnmappedAndProtectedPagesFailLookupWithoutFault) {
-  const size_t page = page_size();
-  EXPECT_EQ(HandleObject::lookup(framedsp_test::unmapped_address()), nullptr);
-
-  // Two pages: the first readable and forged to look like a live object, the second without
-  // access and forged the same way before it was protected.
-  unsigned char *pages = map_pages(2 * page);
-  ASSERT_NE(pages, nullptr);
-  unsigned char *second = pages + page;
-  std::memcpy(pages + sizeof(void *), &pages, sizeof pages);
-  std::memcpy(second + sizeof(void *), &second, sizeof second);
-  unsigned char *straddle = second - sizeof(void *);  // self word at the start of `second`
-  std::memcpy(second, &straddle, sizeof straddle);
-  ASSERT_TRUE(protect_pages(second, page));
-
-  // The readable forgery passes (lookup can only compare the word), which shows the probe
-  // really reads: the failures below come from the protection alone.
-  EXPECT_EQ(HandleObject::lookup(pages), reinterpret_cast<HandleObject *>(pages));
-  EXPECT_EQ(HandleObject::lookup(second), nullptr);
-  EXPECT_EQ(HandleObject::lookup(straddle), nullptr);
-  unmap_pages(pages, 2 * page);
-}
-
 // The probe itself, both ways: the direct read and the portable one (a write into a pipe) that
 // serves where the direct read is not allowed.  Readable bytes come back intact; unmapped,
-// protected and partly protected ranges fail; a stale object fails lookup either way.
-TEST(Handles, ProbeReadsReadableBytesOnlyBothWays) {
+// protected and partly protected ranges fail; a stale object fails lookup either way.  Two
+// pages: the first readable with a forged self word at the object's self offset, the second
+// forged the same way (and straddled by a third forgery) before losing all access.
+TEST(Handles, ProbeAndLookupReadReadableBytesOnlyBothWays) {
   const size_t page = page_size();
   unsigned char *pages = map_pages(2 * page);
   ASSERT_NE(pages, nullptr);
   for (size_t i = 0; i < page; ++i) pages[i] = static_cast<unsigned char>(i * 13 + 1);
-  ASSERT_TRUE(protect_pages(pages + page, page));
+  unsigned char *second = pages + page, *straddle = second - sizeof(void *);
+  std::memcpy(pages + sizeof(void *), &pages, sizeof pages);
+  std::memcpy(second + sizeof(void *), &second, sizeof second);
+  std::memcpy(second, &straddle, sizeof straddle);
+  ASSERT_TRUE(protect_pages(second, page));
 
   struct FallbackOffAtExit {
     ~FallbackOffAtExit() { framedsp::platform::probe_use_fallback(false); }
@@ -129,7 +87,11 @@ TEST(Handles, ProbeReadsReadableBytesOnlyBothWays) {
     probe->release();
     EXPECT_EQ(destroyed, 1);
     EXPECT_EQ(HandleObject::lookup(h), nullptr) << way;
-    EXPECT_EQ(HandleObject::lookup(pages + page), nullptr) << way;
+    // The readable forgery passes (lookup can only compare the word): the probe really reads,
+    // and the failures come from the protection alone.
+    EXPECT_EQ(HandleObject::lookup(pages), reinterpret_cast<HandleObject *>(pages)) << way;
+    EXPECT_EQ(HandleObject::lookup(second), nullptr) << way;
+    EXPECT_EQ(HandleObject::lookup(straddle), nullptr) << way;
   }
   unmap_pages(pages, 2 * page);
 }
@@ -147,6 +109,10 @@ TEST(Handles, ForeignAndMisalignedPointersFailLookup) {
     std::memcpy(p + sizeof(void *), &p, sizeof p);
     EXPECT_EQ(HandleObject::lookup(p), nullptr) << "offset " << offset;
   }
+
+  // Aligned, but the self word would lie past the end of the address space; and a low address.
+  EXPECT_EQ(HandleObject::lookup(as_handle(~uintptr_t{0} - 7)), nullptr);
+  EXPECT_EQ(HandleObject::lookup(as_handle(uintptr_t{16})), nullptr);
 
   Probe *live = new Probe();
   auto *inside = reinterpret_cast<unsigned char *>(static_cast<HandleObject *>(live)) + 1;
@@ -171,43 +137,26 @@ TEST(Handles, LastReleaseClearsSelfFirstAndDestroysOnce) {
   EXPECT_EQ(HandleObject::lookup(h), nullptr) << "stale handle";
 }
 
-TEST(Handles, ManyThreadsAddAndReleaseOneHandle) {
+// Counted up concurrently, then down concurrently: exactly one destruction.
+TEST(Handles, ManyThreadsReleaseOneHandleToItsEnd) {
   int destroyed = 0;
   auto *probe = new Probe(&destroyed);
   const DSP_HANDLE h = probe->handle();
   constexpr int kThreads = 8;
-  constexpr int kRounds = 100000;
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([probe] {
-      for (int i = 0; i < kRounds; ++i) {
-        probe->add_ref();
-        probe->release();
-      }
-    });
-  }
-  for (auto &thread : threads) thread.join();
-  EXPECT_EQ(probe->references(), 1);
-  EXPECT_EQ(destroyed, 0);
-  EXPECT_EQ(HandleObject::lookup(h), probe);
-
-  // Counted up concurrently, then down concurrently: exactly one destruction.
-  threads.clear();
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([probe] {
-      for (int i = 0; i < 1000; ++i) probe->add_ref();
-    });
-  }
-  for (auto &thread : threads) thread.join();
+  auto run = [&](bool up) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+      threads.emplace_back([probe, up] {
+        for (int i = 0; i < 1000; ++i) up ? probe->add_ref() : probe->release();
+      });
+    }
+    for (auto &thread : threads) thread.join();
+  };
+  run(true);
   EXPECT_EQ(probe->references(), 1 + kThreads * 1000);
   probe->release();  // the creation reference
-  threads.clear();
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([probe] {
-      for (int i = 0; i < 1000; ++i) probe->release();
-    });
-  }
-  for (auto &thread : threads) thread.join();
+  EXPECT_EQ(destroyed, 0);
+  run(false);
   EXPECT_EQ(destroyed, 1);
   EXPECT_EQ(HandleObject::lookup(h), nullptr);
 }
