@@ -190,36 +190,6 @@ std::vector<int> expected_map(const Case &k) {
   return map;
 }
 
-// Output region lines [lo, hi) of a band, from the band rule as documented.
-void band_range(const Case &k, int *lo, int *hi) {
-  const int count = k.slices ? static_cast<int>(k.slices) : 1;
-  const int n = k.slice ? static_cast<int>(k.slice) : 1;
-  const bool paired = k.in_type == 2 && ((k.out_type == 2 && k.in_il < 2) ||
-                                         (k.out_type == 0 && k.out_il < 2) ||
-                                         (k.out_type == 1 && k.in_il < 2));
-  int h = k.ho / count;
-  if (paired) h &= ~1;
-  *lo = (n - 1) * h;
-  *hi = n * h + ((n == count && (k.ho & 1)) ? (paired ? 2 : 1) : 0);
-  if (paired) {
-    // The cut at the output image height applies to line pairs.
-    if (*lo / 2 + (*hi - *lo) / 2 > k.out_h) *hi = *lo + 2 * (k.out_h - *lo / 2);
-  } else if (*hi > k.out_h) {
-    *hi = k.out_h;
-  }
-}
-
-std::vector<int> expected_band_map(const Case &k) {
-  std::vector<int> all = expected_map(k);
-  int lo = 0, hi = 0;
-  band_range(k, &lo, &hi);
-  for (int m = 0; m < k.out_h; ++m) {
-    const int j = k.out_orient == DSP_ORIENTATION_BOTTOM_UP ? k.out_h - 1 - m - k.out_y : m - k.out_y;
-    if (j < lo || j >= hi) all[static_cast<size_t>(m)] = -1;
-  }
-  return all;
-}
-
 std::string map_text(const std::vector<int> &map) {
   std::string s;
   for (int v : map) s += std::to_string(v) + " ";
@@ -397,9 +367,9 @@ TEST(Band, FourBandsOver487LeaveTheLastTwoLines) {
   EXPECT_TRUE(dst.intact());
 }
 
-// Every band writes exactly its lines, nothing else, and the bands of one operation together
-// give what the band rule says (a whole region whenever the counts leave nothing over).
-TEST(Band, BandsWriteExactlyTheirLines) {
+// The bands of one operation write disjoint sets of lines, each line as the one call writes it,
+// and together the whole region whenever the counts leave nothing over.
+TEST(Band, BandsArePiecesOfTheOneCall) {
   int failures = 0;
   for (uint32_t in_type = 0; in_type < 3; ++in_type)
     for (uint32_t out_type = 0; out_type < 3; ++out_type)
@@ -408,32 +378,31 @@ TEST(Band, BandsWriteExactlyTheirLines) {
           for (uint32_t orient = 0; orient < 4; ++orient)
             for (uint32_t flags : {0u, 1u, 5u, 8u, 16u})
               for (int ho : {30, 29, 26})
-                for (uint32_t count = 1; count <= 4; ++count) {
+                for (uint32_t count = 2; count <= 4; ++count) {
                   Case k{in_type, out_type, in_il, out_il, orient >> 1, orient & 1, flags, ho,
-                         natural_input_height(in_type, out_type, ho), 0, 0, 1, 2, count, 0};
+                         natural_input_height(in_type, out_type, ho), 0, 0, 1, 2, 1, 1};
                   k.in_h = k.hi + 3;
                   k.out_h = k.ho + 4;
+                  bool ok = false;
+                  const std::vector<int> one = run_case(k, &ok);
+                  if (!ok && ++failures <= 5) ADD_FAILURE() << describe(k) << ": guard bytes damaged";
                   std::vector<int> together(static_cast<size_t>(k.out_h), -1);
-                  for (uint32_t n = 1; n <= count; ++n) {
-                    k.slice = n;
-                    bool ok = false;
+                  k.slices = count;
+                  for (k.slice = 1; k.slice <= count; ++k.slice) {
                     const std::vector<int> got = run_case(k, &ok);
-                    const std::vector<int> want = expected_band_map(k);
-                    if ((got != want || !ok) && ++failures <= 5)
-                      ADD_FAILURE() << describe(k) << "\n  want " << map_text(want) << "\n  got  "
-                                    << map_text(got);
                     for (size_t m = 0; m < got.size(); ++m) {
-                      if (got[m] == -1) continue;
-                      if (together[m] != -1 && ++failures <= 5)
-                        ADD_FAILURE() << describe(k) << ": line " << m << " in two bands";
+                      if (got[m] == -1 && ok) continue;
+                      if ((together[m] != -1 || got[m] != one[m] || !ok) && ++failures <= 5)
+                        ADD_FAILURE() << describe(k) << ": line " << m << " in two bands or not the one call's";
                       together[m] = got[m];
                     }
                   }
-                  k.slices = k.slice = 1;
-                  if (count == 1 || (ho % static_cast<int>(count) == 0 && (ho / count) % 2 == 0)) {
-                    if (together != expected_map(k) && ++failures <= 5)
-                      ADD_FAILURE() << describe(k) << ": bands do not make up the region";
-                  }
+                  // Lines left over by an uneven split: fewer than a line pair per band.
+                  const long missing = std::count(together.begin(), together.end(), -1) -
+                                       std::count(one.begin(), one.end(), -1);
+                  const bool even = ho % static_cast<int>(count) == 0 && (ho / count) % 2 == 0;
+                  if ((missing >= 2 * static_cast<long>(count) || (even && together != one)) && ++failures <= 5)
+                    ADD_FAILURE() << describe(k) << ": bands do not make up the region";
                 }
   EXPECT_EQ(failures, 0);
 }
