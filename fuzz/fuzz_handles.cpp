@@ -73,9 +73,10 @@ void use_handle(DSP_HANDLE h, bool live) {
   DSP_FRAME_RATE_CONVERT_PARAMS convert{};
   DSP_MOTION_VECTORS_PARAMS motion{};
   DSP_MIPMAP_PARAMS mip{};
-  const DSP_HRESULT want = live ? DSP_E_NOTIMPL : DSP_E_HANDLE;
-  require(DspFrameRateConvert(h, &convert, 7) == want, "DspFrameRateConvert");
-  require(DspFrameRateConvert(h, nullptr, 0) == want, "DspFrameRateConvert (null record)");
+  // The handle is checked first; a live one then meets the record (zeroed: no frames).
+  require(DspFrameRateConvert(h, &convert, 7) == (live ? DSP_E_INVALIDARG : DSP_E_HANDLE), "DspFrameRateConvert");
+  require(DspFrameRateConvert(h, nullptr, 0) == (live ? DSP_E_POINTER : DSP_E_HANDLE),
+          "DspFrameRateConvert (null record)");
   require(DspCreateMotionVectors(h, &motion) == (live ? DSP_E_INVALIDARG : DSP_E_HANDLE), "DspCreateMotionVectors");
   require(DspCreateMotionVectors(h, nullptr) == DSP_E_POINTER, "DspCreateMotionVectors (null record)");
   // The mip-map record here has no level list: a live handle reaches the record check.
