@@ -317,14 +317,14 @@ TEST(BoxFilterKernels, SimdEqualsScalar) {
       });
     }
   }
-  if (framedsp::box_isas_built() && !framedsp_test::simd_levels().empty()) {
+  if (framedsp::simd_twins_built() && !framedsp_test::simd_levels().empty()) {
     EXPECT_GT(ran, 0) << "no SIMD kernel ran";
     EXPECT_GE(rows_ran, 2) << "a SIMD row step (add, sub, move on bytes or words) is missing";
     for (int k = 0; k < 4; ++k) EXPECT_GT(horz_ran[k], 0) << "no SIMD horizontal pass for class index " << k;
   }
   // SSE2 and AVX2 each install all six row steps of their own.
   for (uint32_t mask : {uint32_t{framedsp::kCpuSSE2}, uint32_t{framedsp::kCpuSSE2 | framedsp::kCpuAVX2}}) {
-    if ((framedsp::box_isas_built() & framedsp::cpu_flags() & mask) != mask) continue;
+    if ((framedsp::simd_twins_built() & framedsp::cpu_flags() & mask) != mask) continue;
     framedsp::BoxRowKernels s{}, n{};
     framedsp::box_row_table_init(&s, mask);
     framedsp::box_row_table_init(&n, mask & framedsp::kCpuAVX2 ? uint32_t{framedsp::kCpuSSE2} : 0u);

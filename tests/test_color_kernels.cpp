@@ -175,7 +175,7 @@ TEST(ColorKernel, SimdEqualsScalar) {
       }
     }
   }
-  if (framedsp::color_isas_built() && !framedsp_test::simd_levels().empty()) {
+  if (framedsp::simd_twins_built() && !framedsp_test::simd_levels().empty()) {
     EXPECT_GT(ran[0], 0) << "no SIMD uyvy kernel ran";
     EXPECT_GT(ran[1], 0) << "no SIMD yuyv kernel ran";
   }

@@ -150,7 +150,7 @@ TEST_P(FirKernel, ScalarFollowsTheFormulaAndSimdEqualsScalar) {
   for (uint32_t level : framedsp_test::simd_levels()) {
     if (Tables(level).entry(e) != scalar.entry(e)) simd.emplace_back(level);
   }
-  if (framedsp::fir_isas_built() && !framedsp_test::simd_levels().empty()) {
+  if (framedsp::simd_twins_built() && !framedsp_test::simd_levels().empty()) {
     EXPECT_FALSE(simd.empty()) << "no SIMD kernel for " << entry_name(e);
   }
   const std::vector<FirTap> adv = adversarial(taps);

@@ -150,7 +150,7 @@ Field translate(int w, int h, double dx, double dy, int block, const Tune &tune 
 // ---- kernels ---------------------------------------------------------------------------------
 
 TEST(MotionKernels, EveryIsaMatchesTheScalarKernels) {
-  if (!(framedsp::motion_isas_built() & framedsp::cpu_flags())) GTEST_SKIP() << "no SIMD motion kernels";
+  if (!(framedsp::simd_twins_built() & framedsp::cpu_flags())) GTEST_SKIP() << "no SIMD motion kernels";
   MotionKernels c, simd[2];
   framedsp::motion_kernels_init(&c, 0);
   framedsp::motion_kernels_init(&simd[0], framedsp::kCpuSSE2 & framedsp::cpu_flags());

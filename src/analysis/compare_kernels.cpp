@@ -80,14 +80,6 @@ static void compare_init_x86(CompareKernelTable *table, uint32_t cpu_flags) {
 }
 #endif
 
-uint32_t compare_isas_built() {
-#if defined(FRAMEDSP_HAVE_X86)
-  return kCpuSSE2 | kCpuAVX2;
-#else
-  return 0;
-#endif
-}
-
 void compare_table_init(CompareKernelTable *table, uint32_t cpu_flags) {
   table->kernel[kCompareUyvy] = compare_uyvy_c;
   table->kernel[kCompareYuyv] = compare_yuyv_c;

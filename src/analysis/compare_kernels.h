@@ -38,8 +38,6 @@ const char *compare_kernel_name(uint32_t id);  // "uyvy", "yuyv", "bgr24", "bgra
 // Scalar kernels, then whatever `cpu_flags` (CpuFlags bits) allows on this build.  Cheap enough
 // to run once per call, which lets set_cpu_mask take effect at once.
 void compare_table_init(CompareKernelTable *table, uint32_t cpu_flags);
-// CpuFlags bits this build has kernels for (0 when built without SIMD or off x86).
-uint32_t compare_isas_built();
 
 // The sums of one call as results: MSE = sum / pixels, PSNR = 20 log10(255 / sqrt(MSE + 1e-5)),
 // for each channel whose bit is set in channel_mask.

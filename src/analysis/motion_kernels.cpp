@@ -71,14 +71,6 @@ void sad_b4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t 
   }
 }
 
-uint32_t motion_isas_built() {
-#if defined(FRAMEDSP_HAVE_X86)
-  return kCpuSSE2 | kCpuAVX2;
-#else
-  return 0;
-#endif
-}
-
 void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
   table->sad = sad_c;
   table->sad_avg = sad_avg_c;

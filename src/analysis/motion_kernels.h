@@ -67,8 +67,6 @@ void sad_b4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t 
 
 // Scalar kernels, then whatever `cpu_flags` (CpuFlags bits) allows on this build.
 void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags);
-// CpuFlags bits this build has motion kernels for (0 without SIMD or off x86).
-uint32_t motion_isas_built();
 
 #if defined(FRAMEDSP_HAVE_X86)
 void motion_kernels_init_sse2(MotionKernels *table);

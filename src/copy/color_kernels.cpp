@@ -39,14 +39,6 @@ static void color_init_x86(ColorKernelTable *table, uint32_t cpu_flags) {
 }
 #endif
 
-uint32_t color_isas_built() {
-#if defined(FRAMEDSP_HAVE_X86)
-  return kCpuSSE2 | kCpuAVX2;
-#else
-  return 0;
-#endif
-}
-
 void color_table_init(ColorKernelTable *table, uint32_t cpu_flags) {
   table->uyvy = color_uyvy_c;
   table->yuyv = color_yuyv_c;

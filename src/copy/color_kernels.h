@@ -46,7 +46,6 @@ void color_yuyv_c(const uint8_t *src, uint8_t *dst, size_t pixels, const ColorMa
 
 // Scalar kernels, then the SIMD ones `cpu_flags` allows.
 void color_table_init(ColorKernelTable *table, uint32_t cpu_flags);
-uint32_t color_isas_built();
 
 #if defined(FRAMEDSP_HAVE_X86)
 // Built only inside the library with their files' ISA flags; only color_table_init calls them,

@@ -57,14 +57,6 @@ void box_row_table_init(BoxRowKernels *table, uint32_t cpu_flags) {
 #endif
 }
 
-uint32_t box_isas_built() {
-#if defined(FRAMEDSP_HAVE_X86)
-  return kCpuSSE2 | kCpuAVX2;
-#else
-  return 0;
-#endif
-}
-
 namespace {
 
 // 8-bit: S <= 255 * Nh * Nv and R <= 2^23 / (Nh * Nv) + 0.5, so S * R + 2^22 < 2^31 and the

@@ -50,7 +50,6 @@ struct BoxRowKernels {
 };
 // Scalar kernels, then the SIMD ones `cpu_flags` allows (all byte-identical to the scalar ones).
 void box_row_table_init(BoxRowKernels *table, uint32_t cpu_flags);
-uint32_t box_isas_built();
 
 #if defined(FRAMEDSP_HAVE_X86)
 // Built with the SSE2 / AVX2 flags; only box_row_table_init calls them, after checking the flag.

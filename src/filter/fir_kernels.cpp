@@ -6,14 +6,6 @@ namespace framedsp {
 
 using namespace fir_detail;
 
-uint32_t fir_isas_built() {
-#if defined(FRAMEDSP_HAVE_X86)
-  return kCpuSSE2 | kCpuAVX2;
-#else
-  return 0;
-#endif
-}
-
 void fir_table_init(FirKernelTable *table, uint32_t cpu_flags) {
   fir_fill<FirHStepC>(table, std::make_index_sequence<kFirHorzEntries>{});
   fir_fill_v<FirVStepC>(table, std::make_index_sequence<kFirTableCount>{});

@@ -96,7 +96,6 @@ void fir_sub_table_init(FirSubKernelTable *table, uint32_t cpu_flags);
 
 // Scalar kernels, then what `cpu_flags` allows on this build.  Cheap: run it once per call.
 void fir_table_init(FirKernelTable *table, uint32_t cpu_flags);
-uint32_t fir_isas_built();
 
 #if defined(FRAMEDSP_HAVE_X86)
 void fir_init_sse2(FirKernelTable *table);

@@ -54,14 +54,6 @@ void mc_blend_c(const int16_t *a, const int16_t *b, int n, int wa, int wb, uint8
   }
 }
 
-uint32_t frc_isas_built() {
-#if defined(FRAMEDSP_HAVE_X86)
-  return kCpuSSE2 | kCpuAVX2;
-#else
-  return 0;
-#endif
-}
-
 void frc_kernels_init(FrcKernels *k, uint32_t cpu_flags) {
   k->tile = mc_tile_c;
   k->blend = mc_blend_c;

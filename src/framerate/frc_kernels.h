@@ -50,7 +50,6 @@ struct FrcKernels {
 
 // Scalar kernels, then what `cpu_flags` allows on this build.
 void frc_kernels_init(FrcKernels *k, uint32_t cpu_flags);
-uint32_t frc_isas_built();
 
 void mc_tile_c(const uint8_t *src, ptrdiff_t stride, int w, int h, int step, const int16_t *hrow,
                const int16_t *vrow, int16_t *dst);

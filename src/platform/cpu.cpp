@@ -84,6 +84,14 @@ uint32_t cpu_flags() {
   return detected & ~kCpuDetected & g_mask.load(std::memory_order_relaxed);
 }
 
+uint32_t simd_twins_built() {
+#if defined(FRAMEDSP_HAVE_X86)
+  return kCpuSSE2 | kCpuAVX2;
+#else
+  return 0;
+#endif
+}
+
 void set_cpu_mask(uint32_t mask) { g_mask.store(mask, std::memory_order_relaxed); }
 
 }  // namespace framedsp

@@ -15,6 +15,9 @@ enum CpuFlags : uint32_t {
 
 // Detected flags AND the mask (all ones by default).
 uint32_t cpu_flags();
+// CpuFlags bits the SIMD twins of every kernel family are built for: SSE2 and AVX2 on x86 (the
+// scaler's line kernels add SSSE3), 0 elsewhere.
+uint32_t simd_twins_built();
 // Test hook (not exported): restrict the flags; ~0u restores everything, 0 forces scalar code.
 void set_cpu_mask(uint32_t mask);
 
