@@ -477,9 +477,10 @@ TEST(MotionVectors, WholePixelPansAreExact) {
         for (int i = 0; i < e.count(); ++i) {
           const int vx = dir ? -dx : dx, vy = dir ? -dy : dy, x = i % 8 * 16 + vx, y = i / 8 * 16 + vy;
           const DSP_MOTION_VECTOR &v = e.at(dir, i);
-          if (x >= 0 && y >= 0 && x + 16 <= w && y + 16 <= h)
+          if (x >= 0 && y >= 0 && x + 16 <= w && y + 16 <= h) {
             EXPECT_TRUE(v.sX == 4 * vx && v.sY == 4 * vy) << "pan " << dx << "," << dy << (own ? " converter's" : " default")
                 << " settings, direction " << dir << ", block " << i << ": " << v.sX << "," << v.sY;
+          }
         }
     }
   }
