@@ -14,11 +14,13 @@
 #include "framedsp/framedsp.h"
 #include "framerate/converter.h"
 #include "framerate/frc_kernels.h"
-#include "test_util.h"
+#include "motion_util.h"
 
 namespace {
 
 using framedsp_test::GuardedBuffer;
+using motion_test::Frames;
+using motion_test::plane;
 using namespace framedsp;
 
 // ---- kernels ---------------------------------------------------------------------------------
@@ -98,54 +100,6 @@ struct Handle {
   DSP_FRAME_RATE_CONVERTER_PARAMS p;
   DSP_HANDLE h = nullptr;
 };
-
-// Three frames of `planes` planes of w x h with stride s, each ending against a protected page.
-struct Frames {
-  Frames(int w_, int h_, int s_ = 0, int planes = 2)
-      : w(w_), h(h_), s(s_ ? s_ : w_), bytes(size_t(planes * h - 1) * s + w),
-        a(bytes, 0), b(bytes, 0), out(bytes, 0, 0x5A) {}
-  uint8_t *plane(GuardedBuffer &f, int i) { return f.data() + size_t(i) * h * s; }
-  void texture(uint32_t seed) {  // smooth random texture in A (all planes): a bilinear 4x zoom
-    std::mt19937 rng(seed);
-    const int cw = w / 4 + 3;
-    std::vector<int> coarse(size_t(cw) * (2 * h / 4 + 3));
-    for (int &c : coarse) c = int(rng() % 256);
-    for (int y = 0; y < 2 * h; ++y)
-      for (int x = 0; x < w; ++x) {
-        const int cx = x / 4, cy = y / 4, fx = x % 4, fy = y % 4;
-        const int v = ((4 - fx) * (4 - fy) * coarse[cy * cw + cx] + fx * (4 - fy) * coarse[cy * cw + cx + 1] +
-                       (4 - fx) * fy * coarse[(cy + 1) * cw + cx] + fx * fy * coarse[(cy + 1) * cw + cx + 1]) / 16;
-        const size_t o = size_t(y / h) * h * s + size_t(y % h) * s + x;
-        if (o < bytes) a[o] = uint8_t(v);
-      }
-  }
-  // B(x) = A(x - (dx, dy)) in every plane (edges repeated); dx counts bytes.
-  void shifted(int dx, int dy) {
-    for (size_t o = 0; o < bytes; ++o) {
-      const int p = int(o / (size_t(h) * s)), y = int(o / s % h), x = int(o % s);
-      if (x >= w) continue;
-      const int sy = std::min(std::max(y - dy, 0), h - 1), sx = std::min(std::max(x - dx, 0), w - 1);
-      b[o] = a[size_t(p) * h * s + size_t(sy) * s + sx];
-    }
-  }
-  int w, h, s;
-  size_t bytes;
-  GuardedBuffer a, b, out;
-};
-
-DSP_IMAGE plane(uint8_t *data, uint32_t w, uint32_t h, uint32_t stride, size_t bytes) {
-  DSP_IMAGE i;
-  std::memset(&i, 0, sizeof i);
-  i.Buffer.pBuffer = data;
-  i.Buffer.ulBytes = uint32_t(bytes);
-  i.Buffer.eBufferType = DSP_BUFFER_TYPE_FRAME;
-  i.Buffer.Region.ulWidth = i.ulWidth = w;
-  i.Buffer.Region.ulHeight = i.ulHeight = h;
-  i.ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
-  i.eInterlace = DSP_INTERLACE_PROGRESSIVE;
-  i.ulPrimaryStrideBytes = stride;
-  return i;
-}
 
 DSP_FRAME_RATE_CONVERT_PARAMS record(Frames &f, uint32_t phase, uint8_t flags = 0) {
   DSP_FRAME_RATE_CONVERT_PARAMS p;
@@ -404,20 +358,11 @@ TEST(FrameRateConvert, OwnFieldIsTheMotionVectorField) {
       const uint32_t sx = x < kW / 2 ? std::max(int(x) - 7, 0) : std::min(x + 7, kW - 1);
       f.b[y * kW + x] = f.a[std::max(int(y) - 6, 0) * kW + sx];
     }
-  std::vector<uint8_t> levels[2] = {std::vector<uint8_t>(kW * kH), std::vector<uint8_t>(kW * kH)};
-  DSP_MIPMAP_LEVELS lists[2] = {};
-  for (int s = 0; s < 2; ++s) {
-    lists[s].ulCount = conv.p.ulLevels;
-    for (uint32_t k = 0; k < conv.p.ulLevels; ++k)
-      lists[s].Levels[k] = plane(k ? levels[s].data() + (k - 1) * kW * kH / 4 : (s ? f.b : f.a).data(), kW >> k, kH >> k,
-                                 kW >> k, (kW >> k) * (kH >> k));
-    DSP_MIPMAP_PARAMS m{};
-    m.Base = lists[s].Levels[0], m.pLevels = &lists[s], m.eFilter = DSP_SCALER_FILTER_LINEAR;
-    ASSERT_EQ(DspCreateMipMaps(conv.h, &m), DSP_S_OK);
-  }
+  const motion_test::Pyramid pa(f.a.data(), kW, kH, int(conv.p.ulLevels)),
+      pb(f.b.data(), kW, kH, int(conv.p.ulLevels));
   std::vector<uint8_t> field(DSP_VECTOR_FIELD_BYTES(kW, kH, 8u, 8u));
   DSP_MOTION_VECTORS_PARAMS mv{};
-  mv.pLevelsA = &lists[0], mv.pLevelsB = &lists[1];
+  mv.pLevelsA = &pa.list, mv.pLevelsB = &pb.list;
   mv.pVectorField = field.data(), mv.ulVectorFieldBytes = uint32_t(field.size());
   std::memcpy(&mv.ulLevels, &conv.p.ulLevels,
               offsetof(DSP_MOTION_VECTORS_PARAMS, ulReserved) - offsetof(DSP_MOTION_VECTORS_PARAMS, ulLevels));
