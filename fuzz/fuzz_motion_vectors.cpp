@@ -12,18 +12,6 @@
 
 namespace {
 
-DSP_HANDLE live_converter() {
-  static DSP_HANDLE handle = [] {
-    DSP_FRAME_RATE_CONVERTER_PARAMS p{};
-    p.ulBaseCount = 1;
-    p.lWidth = p.lHeight = 64;
-    DSP_HANDLE h = nullptr;
-    fuzz::require(DspCreateFrameRateConverter(&p, &h) == DSP_S_OK, "DspCreateFrameRateConverter");
-    return h;
-  }();
-  return handle;
-}
-
 struct Pyramid {
   std::vector<std::vector<uint8_t>> planes;
   DSP_MIPMAP_LEVELS list{};
@@ -45,7 +33,7 @@ struct Pyramid {
     m.Base = list.Levels[0];
     m.pLevels = &list;
     m.eFilter = DSP_SCALER_FILTER_LINEAR;
-    fuzz::require(DspCreateMipMaps(live_converter(), &m) == DSP_S_OK, "DspCreateMipMaps");
+    fuzz::require(DspCreateMipMaps(fuzz::live_converter(), &m) == DSP_S_OK, "DspCreateMipMaps");
   }
 };
 
@@ -120,7 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     default: break;
   }
   const DSP_MOTION_VECTORS_PARAMS before = p;
-  const DSP_HRESULT hr = DspCreateMotionVectors(live_converter(), &p);
+  const DSP_HRESULT hr = DspCreateMotionVectors(fuzz::live_converter(), &p);
   fuzz::require(std::memcmp(&before, &p, sizeof p) == 0, "DspCreateMotionVectors", "the record changed");
   fuzz::require(a.planes == planes_a && b.planes == planes_b, "DspCreateMotionVectors", "a pyramid changed");
   fuzz::require(hr == (refused ? DSP_E_INVALIDARG : DSP_S_OK), "DspCreateMotionVectors",

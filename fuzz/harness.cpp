@@ -319,10 +319,21 @@ void allow_line_operation(const DSP_BUFFER &b, OutputImage *out) {
   }
 }
 
-uint64_t fingerprint(const uint8_t *p, size_t n) {
-  uint64_t h = 1469598103934665603ull;
-  for (size_t i = 0; i < n; ++i) h = (h ^ p[i]) * 1099511628211ull;
-  return h;
+DSP_HANDLE live_converter() {
+  static const DSP_HANDLE handle = [] {
+    DSP_FRAME_RATE_CONVERTER_PARAMS p{};
+    p.ulBaseCount = 1;
+    p.lWidth = p.lHeight = 64;  // room for the default motion search range
+    DSP_HANDLE h = nullptr;
+    require(DspCreateFrameRateConverter(&p, &h) == DSP_S_OK, "DspCreateFrameRateConverter");
+    return h;
+  }();
+  return handle;
+}
+
+uint32_t low32_of_trunc(double v) {
+  if (!(v == v) || v >= 9223372036854775808.0 || v < -9223372036854775808.0) return 0;
+  return static_cast<uint32_t>(static_cast<uint64_t>(static_cast<int64_t>(v)));
 }
 
 void fill_from(Reader &r, uint8_t *p, size_t n) {

@@ -117,8 +117,12 @@ size_t image_bytes(const DSP_IMAGE &image);
 // plane's stride (left edge rounded down to even for subsampled formats).
 void allow_line_operation(const DSP_BUFFER &buffer, OutputImage *out);
 
-// Sum of a buffer's bytes, for "the input is unchanged" checks.
-uint64_t fingerprint(const uint8_t *p, size_t n);
+// A live frame-rate converter (64 x 64, defaults otherwise) for the handle argument.
+DSP_HANDLE live_converter();
+
+// Truncation toward zero to a 64-bit integer, low 32 bits kept; NaN, infinities and values no
+// int64 holds give 0.
+uint32_t low32_of_trunc(double v);
 
 // Fills a buffer with bytes from the input (repeated) mixed with a seed.
 void fill_from(Reader &r, uint8_t *p, size_t n);
