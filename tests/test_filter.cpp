@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "filter/fir_tables.h"
+#include "fir_formula.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
 
@@ -15,51 +16,21 @@ namespace {
 
 using framedsp_test::Pic;
 
-int distance(uint32_t f, size_t p) {
-  switch (f) {
-    case 21: return p % 2 ? 2 : 4;
-    case 25: return p % 2 ? 4 : 2;
-    case 24: return p % 4 < 2 ? 4 : 0;
-    case 0: return 4;
-    case 1: return 3;
-    case 22: return p % 2 ? 0 : (p % 4 == 0 ? 8 : 4);
-    default: return 1;  // 261
-  }
-}
-
-uint8_t rounded(int64_t acc) { return uint8_t(std::min<int64_t>(255, std::max<int64_t>(0, (acc + 256) >> 9))); }
-
-// One plane of picture rows (n bytes each, row step s for fields), vertical taps then horizontal:
-// a vertical pair stays inside the rows, a horizontal tap past an end takes the centre sample.
-std::vector<std::vector<uint8_t>> reference(std::vector<std::vector<uint8_t>> rows, uint32_t format, uint32_t taps,
+// One plane of picture rows of format f (n bytes each, row step s for fields), vertical taps then
+// horizontal, each pass rounded to bytes.
+std::vector<std::vector<uint8_t>> reference(std::vector<std::vector<uint8_t>> rows, uint32_t f, uint32_t taps,
                                             uint32_t vtaps, int s) {
+  const int cls = f == 21 ? 0 : f == 24 ? 1 : f == 25 ? 2 : f == 1 ? 4 : f == 0 ? 5 : f == 22 ? 7 : 6;  // 6: 261
   const framedsp::FirTap *hc = framedsp::fir_coefficients(taps, 40), *vc = framedsp::fir_coefficients(vtaps, 60);
-  const int h = int(rows.size()), hv = int(vtaps - 1) / 2, hh = int(taps - 1) / 2;
-  const size_t n = rows[0].size();
+  const int h = int(rows.size());
   std::vector<std::vector<uint8_t>> mid = rows;
+  auto row = [&](int y) { return rows[size_t(y)].data(); };
   for (int r = 0; r < h; ++r) {
-    for (size_t p = 0; p < n; ++p) {
-      int64_t acc = int64_t{vc[hv].lane[0]} * rows[r][p];
-      for (int k = 1, up = r, down = r; k <= hv; ++k) {
-        up = r >= k * s ? r - k * s : up;
-        down = r + k * s <= h - k * s - 1 ? r + k * s : down;
-        acc += int64_t{vc[hv - k].lane[0]} * (rows[up][p] + rows[down][p]);
-      }
-      mid[r][p] = rounded(acc);
+    for (size_t p = 0; p < mid[0].size(); ++p) {
+      mid[r][p] = fir_formula::vertical(vc, int(vtaps), row, h, r, p, s, false);
     }
   }
-  for (int r = 0; r < h; ++r) {
-    const std::vector<uint8_t> &m = mid[r];
-    for (size_t p = 0; p < n; ++p) {
-      const int d = distance(format, p);
-      int64_t acc = int64_t{hc[hh].lane[0]} * m[p];
-      for (int k = 1; k <= hh && d; ++k) {
-        const long l = long(p) - k * d, rr = long(p) + k * d;
-        acc += int64_t{hc[hh - k].lane[0]} * ((l >= 0 ? m[l] : m[p]) + (rr + 1 < long(n) ? m[rr] : m[p]));
-      }
-      rows[r][p] = d ? rounded(acc) : m[p];
-    }
-  }
+  for (int r = 0; r < h; ++r) fir_formula::horizontal(hc, int(taps), cls, mid[r].data(), mid[r].size(), rows[r].data());
   return rows;
 }
 

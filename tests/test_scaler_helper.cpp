@@ -30,10 +30,12 @@ DSP_SCALER_HELPER_OUT checked(const DSP_SCALER_HELPER_IN &in) {
   const double dw = in.ulDstRegionWidth ? in.ulDstRegionWidth : in.ulDstWidth;
   const double dh = in.ulDstRegionHeight ? in.ulDstRegionHeight : in.ulDstHeight;
   // Height over width of one pixel of each side, from the picture aspects.
-  const double sp = double(in.ulSrcHeight) * in.ulSrcAspectNumerator / (double(in.ulSrcWidth) * in.ulSrcAspectDenominator);
-  const double dp = double(in.ulDstHeight) * in.ulDstAspectNumerator / (double(in.ulDstWidth) * in.ulDstAspectDenominator);
+  auto shape = [](uint32_t w, uint32_t h, uint32_t n, uint32_t d) { return double(h) * n / (double(w) * d); };
+  const double sp = shape(in.ulSrcWidth, in.ulSrcHeight, in.ulSrcAspectNumerator, in.ulSrcAspectDenominator);
+  const double dp = shape(in.ulDstWidth, in.ulDstHeight, in.ulDstAspectNumerator, in.ulDstAspectDenominator);
   const double w = o.ulWidth, h = o.ulHeight;
-  const bool fill = in.ulFlags & DSP_SCALER_HELPER_FILL, fit_width = !fill && (in.ulFlags & DSP_SCALER_HELPER_FIT_WIDTH);
+  const bool fill = in.ulFlags & DSP_SCALER_HELPER_FILL;
+  const bool fit_width = !fill && (in.ulFlags & DSP_SCALER_HELPER_FIT_WIDTH);
   // The free side is the shape's value x truncated: in (x - 1, x], give or take the rounding of
   // doubles; beyond 32 bits its low bits (left to the fuzz target).
   auto free_side = [](double got, double x) {
@@ -70,7 +72,8 @@ TEST(ScalerHelper, KnownAnswers) {
       // A 4:3 source filling a 16:9 destination: the whole width, part of the height.
       {"fill crops a taller source", record(4, 3, 640, 480, 16, 9, 1280, 720, DSP_SCALER_HELPER_FILL), 640, 640, 360},
       // 16:9 HD filling 4:3 PAL: the first test fails (1440 rows needed, 1080 there), the width is cut.
-      {"fill crops a wider source", record(16, 9, 1920, 1080, 4, 3, 720, 576, DSP_SCALER_HELPER_FILL), 1439, 1440, 1080},
+      {"fill crops a wider source", record(16, 9, 1920, 1080, 4, 3, 720, 576, DSP_SCALER_HELPER_FILL), 1439, 1440,
+       1080},
       // Regions replace the sizes but not the pixel shapes.
       {"regions", record(4, 3, 720, 486, 16, 9, 1920, 1080, 0), 720, 720, 540},
   };
