@@ -20,14 +20,8 @@ struct Pyramid {
     for (uint32_t k = 0; k < count; ++k, w /= 2, h /= 2) {
       planes.emplace_back(static_cast<size_t>(w) * h);
       if (k == 0) fuzz::fill_from(r, planes[0].data(), planes[0].size());
-      DSP_IMAGE &d = list.Levels[k];
-      d.Buffer.pBuffer = planes.back().data();
-      d.Buffer.eBufferType = DSP_BUFFER_TYPE_FRAME;
-      d.Buffer.Region.ulWidth = d.ulWidth = w;
-      d.Buffer.Region.ulHeight = d.ulHeight = h;
-      d.ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
-      d.eInterlace = DSP_INTERLACE_PROGRESSIVE;
-      d.ulPrimaryStrideBytes = w;
+      list.Levels[k] = DSP_IMAGE{{planes.back().data(), 0, DSP_BUFFER_TYPE_FRAME, {{0, 0}, w, h}}, 0, w, h,
+                                 DSP_PIXEL_FORMAT_MIPMAP, DSP_INTERLACE_PROGRESSIVE, 0, 0, w, 0, 0};
     }
     DSP_MIPMAP_PARAMS m{};
     m.Base = list.Levels[0];
