@@ -134,16 +134,20 @@ AT(DSP_MOTION_VECTORS_PARAMS, pPriorField, 16);
 AT(DSP_MOTION_VECTORS_PARAMS, ulMotionFlags, 20);
 AT(DSP_MOTION_VECTORS_PARAMS, ulLambda, 24);
 AT(DSP_MOTION_VECTORS_PARAMS, ulSceneThreshold, 28);
-AT(DSP_MOTION_VECTORS_PARAMS, ulLevels, 32);
-AT(DSP_MOTION_VECTORS_PARAMS, ulLevelThreshold, 36);
-AT(DSP_MOTION_VECTORS_PARAMS, ulReserved17, 56);
-AT(DSP_MOTION_VECTORS_PARAMS, ulLevelBlockA, 60);
-AT(DSP_MOTION_VECTORS_PARAMS, ulLevelBlockB, 80);
-AT(DSP_MOTION_VECTORS_PARAMS, ulBlockA, 100);
-AT(DSP_MOTION_VECTORS_PARAMS, ulBlockB, 104);
-AT(DSP_MOTION_VECTORS_PARAMS, ulLevelRangeX, 108);
-AT(DSP_MOTION_VECTORS_PARAMS, ulLevelRangeY, 128);
 AT(DSP_MOTION_VECTORS_PARAMS, ulReserved, 148);
+// The search settings are one block in both records (the converter hands its own to the search).
+#define SEARCH_AT(field, motion)                 \
+  AT(DSP_MOTION_VECTORS_PARAMS, field, motion); \
+  AT(DSP_FRAME_RATE_CONVERTER_PARAMS, field, (motion) + 12)
+SEARCH_AT(ulLevels, 32);
+SEARCH_AT(ulLevelThreshold, 36);
+SEARCH_AT(ulReserved17, 56);
+SEARCH_AT(ulLevelBlockA, 60);
+SEARCH_AT(ulLevelBlockB, 80);
+SEARCH_AT(ulBlockA, 100);
+SEARCH_AT(ulBlockB, 104);
+SEARCH_AT(ulLevelRangeX, 108);
+SEARCH_AT(ulLevelRangeY, 128);
 
 #elif UINTPTR_MAX == 0xFFFFFFFFFFFFFFFFu
 // ---- LP64 (natural layout of the same structs) -------------------------------------------------
@@ -220,15 +224,6 @@ AT(DSP_FRAME_RATE_CONVERTER_PARAMS, fRateB, 4 * 4);
 AT(DSP_FRAME_RATE_CONVERTER_PARAMS, lWidth, 7 * 4);
 AT(DSP_FRAME_RATE_CONVERTER_PARAMS, lHeight, 8 * 4);
 AT(DSP_FRAME_RATE_CONVERTER_PARAMS, eConvertMode, 10 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevels, 11 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelThreshold, 12 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulReserved17, 17 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelBlockA, 18 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelBlockB, 23 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulBlockA, 28 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulBlockB, 29 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelRangeX, 30 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelRangeY, 35 * 4);
 AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulReserved40, 40 * 4);
 AT(DSP_FRAME_RATE_CONVERTER_PARAMS, bDeriveCount, 47 * 4 + 2);
 
