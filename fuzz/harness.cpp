@@ -211,10 +211,7 @@ void draw_image(Reader &r, uint32_t format, uint32_t max_dim, ImageSide *side) {
   DSP_REGION &reg = im.Buffer.Region;
   const uint8_t shape = r.u8() % 4;
   if (shape == 0) {  // the whole image
-    reg.ptOffset.x = 0;
-    reg.ptOffset.y = 0;
-    reg.ulWidth = im.ulWidth;
-    reg.ulHeight = im.ulHeight;
+    reg = DSP_REGION{{0, 0}, im.ulWidth, im.ulHeight};
   } else {
     const int32_t x = static_cast<int32_t>(r.range(0, im.ulWidth));
     const int32_t y = static_cast<int32_t>(r.range(0, im.ulHeight));
@@ -305,16 +302,18 @@ void allow_line_operation(const DSP_BUFFER &b, OutputImage *out) {
   }
 }
 
-DSP_HANDLE live_converter() {
-  static const DSP_HANDLE handle = [] {
+DSP_HANDLE live_converter(uint32_t mode, uint32_t levels) {
+  static DSP_HANDLE handles[4][6] = {};
+  DSP_HANDLE &h = handles[mode][levels];
+  if (!h) {
     DSP_FRAME_RATE_CONVERTER_PARAMS p{};
     p.ulBaseCount = 1;
     p.lWidth = p.lHeight = 64;  // room for the default motion search range
-    DSP_HANDLE h = nullptr;
+    p.eConvertMode = mode;
+    p.ulLevels = levels;
     require(DspCreateFrameRateConverter(&p, &h) == DSP_S_OK, "DspCreateFrameRateConverter");
-    return h;
-  }();
-  return handle;
+  }
+  return h;
 }
 
 uint32_t low32_of_trunc(double v) {
