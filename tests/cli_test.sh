@@ -120,7 +120,6 @@ cases <<EOF
 1|missing.uyvy: cannot open|scale $T/missing.uyvy $T/x -s 4x2 -f uyvy422 --to 2x2
 1|exist already exists; add -y to overwrite it|copy $T/c.uyvy $T/exist -s 6x3 -f uyvy422
 1|add -y|compare $T/a.uyvy $T/b.uyvy -s 4x2 -f uyvy422 --diff-raw $T/exist
-1|add -y|mipmaps $T/a.uyvy $T/exist -s 4x2 -f gray --levels 2
 1|add -y|generate $T/exist -s 4x2
 2|did you mean 'uyvy422'?|compare $T/a.uyvy $T/b.uyvy -s 4x2 -f uyvu422
 2|did you mean 'bgra', 'gray' or 'gray8'?|copy $T/a.uyvy $T/x -s 4x2 -f grya
@@ -175,7 +174,6 @@ cases <<EOF
 2|a search range of 2 needs a frame of at least 8x8 pixels|vectors $T/fin.uyvy $T/fin.uyvy $T/x.png -s 8x6 -f gray --range 2
 2|--style expects arrows or wheel, got 'dots'|vectors $T/fin.uyvy $T/fin.uyvy $T/x.png -s 8x6 -f gray --style dots
 2|--block must be 8..32|vectors $T/fin.uyvy $T/fin.uyvy $T/x.png -s 8x6 -f gray --block 33
-1|add -y|vectors $T/fin.uyvy $T/fin.uyvy $T/exist -s 8x6 -f gray
 2|missing --from or --to|convert-rate $T/fin.uyvy $T/x -s 12x8 -f gray --to 60
 2|convert-rate reads gray or 263 frames|convert-rate $T/fin.uyvy $T/x -s 12x4 -f uyvy422 --from 30 --to 60
 2|--sampling is one of 6tap, 4tap, bilinear, nearest|convert-rate $T/fin.uyvy $T/x -s 12x8 -f gray --from 1 --to 2 --sampling 8tap
@@ -346,14 +344,11 @@ set -- $(png_dims "$T/demo/contact_sheet.png")
 # The demo rewrites its own folder; another folder with files needs -y.
 mkdir "$T/mine"
 printf 'mine' >"$T/mine/report.txt"
-cases <<EOF
-0||demo --out $T/demo -s 64x32 --frames 2
-1|holds files that no earlier demo wrote; add -y|demo --out $T/mine -s 64x32 --frames 2
-EOF
+run demo --out "$T/demo" -s 64x32 --frames 2
+try 1 demo --out "$T/mine" -s 64x32 --frames 2
+has "$T/err" "holds files that no earlier demo wrote; add -y" "demo into another folder"
 [ "$(cat "$T/mine/report.txt")" = mine ] || fail "demo overwrote a file of another folder"
-cases <<EOF
-0||demo --out $T/mine -s 64x32 --frames 2 -y
-EOF
+run demo --out "$T/mine" -s 64x32 --frames 2 -y
 
 echo "cli_test: $checks runs, $failures failure(s)"
 [ "$failures" -eq 0 ]

@@ -41,12 +41,14 @@ std::vector<std::vector<uint8_t>> read_rows(const Pic &p, bool plane) {
   return rows;
 }
 
+// The input frame (or field of in_type 0 / 1) filtered into the output; a colour space on each side.
 DSP_HRESULT fir(const Pic &in, const Pic &out, uint32_t ht, uint32_t hc, uint32_t vt, uint32_t vc, uint32_t il = 2,
-                uint32_t options = 0, uint32_t in_type = 2) {
+                uint32_t options = 0, uint32_t in_type = 2, uint32_t in_cs = 0, uint32_t out_cs = 0) {
   const DSP_FIR_SETTINGS s{ht, hc, 0, vt, vc};
   const DSP_FILTER_PARAMS p = framedsp_test::filter_params(
       DSP_FILTER_TYPE_FIR, &s,
-      framedsp_test::buffer_of(in.image(0, 0, 0, 0, in_type, in_type == 2 ? il : 2), out.image(0, 0, 0, 0, 2, il)),
+      framedsp_test::buffer_of(in.image(0, 0, 0, 0, in_type, in_type == 2 ? il : 2, in_cs),
+                               out.image(0, 0, 0, 0, 2, il, out_cs)),
       options);
   return DspFilter(&p);
 }
@@ -101,14 +103,9 @@ TEST(FilterFir, TapCountsCutoffsAndTheTemporaryFrame) {
     for (int v = 0; v < 4; ++v) {
       Pic src(f, 48, 20, v & 1), direct(f, 48, 20, v & 2), temp(direct);
       src.randomise(rng);
-      const DSP_FIR_SETTINGS s{7, 30, 0, 5, 50};
       for (const Pic *o : {&direct, &temp}) {
-        const DSP_FILTER_PARAMS p = framedsp_test::filter_params(
-            DSP_FILTER_TYPE_FIR, &s,
-            framedsp_test::buffer_of(src.image(0, 0, 0, 0, 2, 2, DSP_COLOR_SPACE_BT601),
-                                     o->image(0, 0, 0, 0, 2, 2, DSP_COLOR_SPACE_BT709)),
-            o == &temp ? DSP_FILTER_OPTION_TEMP_FRAME : 0);
-        ASSERT_EQ(DSP_S_OK, DspFilter(&p));
+        const uint32_t option = o == &temp ? DSP_FILTER_OPTION_TEMP_FRAME : 0;
+        ASSERT_EQ(DSP_S_OK, fir(src, *o, 7, 30, 5, 50, 2, option, 2, DSP_COLOR_SPACE_BT601, DSP_COLOR_SPACE_BT709));
       }
       EXPECT_TRUE(framedsp_test::same_bytes(direct, temp)) << "format " << f << " orientations " << v;
     }

@@ -51,15 +51,6 @@ TEST(ResampleWeights, EveryRowSumsToOneAndWidensWhenReducing) {
   }
 }
 
-std::vector<uint32_t> levels() {
-  std::vector<uint32_t> v;
-  for (uint32_t l : {uint32_t(framedsp::kCpuSSE2), framedsp::kCpuSSE2 | framedsp::kCpuSSSE3, ~0u}) {
-    const uint32_t have = l & framedsp::cpu_flags();
-    if (have && std::find(v.begin(), v.end(), have) == v.end()) v.push_back(have);
-  }
-  return v;
-}
-
 // Every level's horizontal kernel of a class writes the bytes of the scalar kernel over the same
 // plan, on every length, lead, ratio and edge rule, with adversarial weights (8-bit classes: any
 // int16 is exact), guard bytes around the output and the source ending against a protected page.
@@ -79,7 +70,7 @@ TEST_P(ResampleHorzKernel, EveryLevelMatchesTheScalarKernel) {
     job.s.chroma_siting = uint32_t(n & 1);
     job.s.phase_bits = n % 7 == 0 ? 14 : 0;
     const size_t lead = size_t(n) % 16, dlead = size_t(n * 7) % 16;
-    for (uint32_t level : levels()) {
+    for (uint32_t level : framedsp_test::simd_levels()) {
       framedsp::ResamplePlan plan;
       ASSERT_EQ(framedsp::resample_plan_build(job.s, level, &plan), 0);
       framedsp::ResamplePlanData &d = *plan.data();
@@ -119,7 +110,7 @@ INSTANTIATE_TEST_SUITE_P(AllClasses, ResampleHorzKernel, ::testing::Range<uint32
 // The vertical kernels: the scalar one against the per-sample formula, every level against it.
 TEST(ResampleVertKernel, EveryLevelMatchesTheFormula) {
   std::mt19937 rng(framedsp_test::test_seed() + 77);
-  std::vector<uint32_t> all = levels();
+  std::vector<uint32_t> all = framedsp_test::simd_levels();
   all.insert(all.begin(), 0u);
   for (uint32_t level : all) {
     framedsp::ResampleLineTable t;
