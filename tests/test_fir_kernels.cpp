@@ -43,11 +43,13 @@ struct Tables {
     framedsp::fir_table_init(&whole, flags);
     framedsp::fir_sub_table_init(&sub, flags);
   }
+  // Vertical entry v (0.. after the horizontal ones).
+  framedsp::FirVertKernel vertical(int v) const {
+    return (v < 7 ? whole.vert : v < 14 ? whole.vert16 : v < 21 ? sub.vert : sub.vert16)[v % 7];
+  }
   uintptr_t entry(int e) const {
-    const int v = e - framedsp::kFirHorzEntries, t = v % 7;
-    if (v < 0) return reinterpret_cast<uintptr_t>(whole.horz[e]);
-    if (v < 14) return reinterpret_cast<uintptr_t>(v < 7 ? whole.vert[t] : whole.vert16[t]);
-    return reinterpret_cast<uintptr_t>(v < 21 ? sub.vert[t] : sub.vert16[t]);
+    const int v = e - framedsp::kFirHorzEntries;
+    return v < 0 ? reinterpret_cast<uintptr_t>(whole.horz[e]) : reinterpret_cast<uintptr_t>(vertical(v));
   }
 };
 
@@ -76,10 +78,7 @@ void run(const Tables &t, const Call &c, const uint8_t *src, size_t n, size_t le
   for (int r = 0; r < c.h; ++r) {
     uint8_t *out = dst + size_t(r) * n;
     const size_t l = (lead + size_t(r) * 5) % 16, tr = (n + 32 - l) % 16;
-    if (v < 7) t.whole.vert[v](row0 + r * pitch, out, c.h, r, n, pitch, l, tr, c.shift, c.coef);
-    else if (v < 14) t.whole.vert16[v - 7](row0 + r * pitch, out, c.h, r, n, pitch, l, tr, c.shift, c.coef);
-    else if (v < 21) t.sub.vert[v - 14](row0 + r * pitch, out, c.h, r, n, pitch, l, tr, c.shift, c.coef);
-    else t.sub.vert16[v - 21](row0 + r * pitch, out, c.h, r, n, pitch, l, tr, c.shift, c.coef);
+    t.vertical(v)(row0 + r * pitch, out, c.h, r, n, pitch, l, tr, c.shift, c.coef);
   }
 }
 

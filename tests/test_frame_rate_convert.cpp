@@ -11,9 +11,9 @@
 #include <thread>
 #include <vector>
 
-#include "platform/cpu.h"
 #include "framedsp/framedsp.h"
-#include "framerate/converter.h"
+#include "platform/cpu.h"
+#include "platform/handle.h"
 #include "framerate/frc_kernels.h"
 #include "motion_util.h"
 
@@ -93,11 +93,7 @@ struct Handle {
     for (int k = 0; k < 5; ++k) p.ulLevelRangeX[k] = p.ulLevelRangeY[k] = 2;
     EXPECT_EQ(DspCreateFrameRateConverter(&p, &h), DSP_S_OK);
   }
-  ~Handle() {
-    auto *c = acquire_handle<DspFrameRateConverter>(h);  // held, then the creation reference too
-    c->release();
-    c->release();
-  }
+  ~Handle() { HandleObject::lookup(h)->release(); }  // the creation reference: no export drops it
   DSP_FRAME_RATE_CONVERTER_PARAMS p;
   DSP_HANDLE h = nullptr;
 };
