@@ -39,10 +39,9 @@ void to_subpixel(fuzz::Reader &r, const DSP_IMAGE &src, DSP_SUBPIXEL_IMAGE *dst)
 }
 
 void truncate_region(const DSP_SUBPIXEL_IMAGE &src, DSP_IMAGE *dst) {
-  dst->Buffer.Region.ptOffset.x = static_cast<int32_t>(fuzz::low32_of_trunc(src.Buffer.Region.ptOffset.x));
-  dst->Buffer.Region.ptOffset.y = static_cast<int32_t>(fuzz::low32_of_trunc(src.Buffer.Region.ptOffset.y));
-  dst->Buffer.Region.ulWidth = fuzz::low32_of_trunc(src.Buffer.Region.ulWidth);
-  dst->Buffer.Region.ulHeight = fuzz::low32_of_trunc(src.Buffer.Region.ulHeight);
+  const DSP_SUBPIXEL_REGION &g = src.Buffer.Region;
+  dst->Buffer.Region = {{int32_t(fuzz::low32_of_trunc(g.ptOffset.x)), int32_t(fuzz::low32_of_trunc(g.ptOffset.y))},
+                        fuzz::low32_of_trunc(g.ulWidth), fuzz::low32_of_trunc(g.ulHeight)};
 }
 
 }  // namespace

@@ -92,7 +92,6 @@ while IFS='|' read -r n a b opts label want; do
   run compare "$T/ca" "$T/cb" $opts
   row_is "$label" "$want" "compare $opts"
 done <<EOF
-16|128|i == 1 ? 138 : i == 4 ? 124 : i == 6 ? 144 : 128|-s 4x2 -f uyvy422|0|$(figures 100 8) $(figures 16 8) $(figures 256 8)
 16|128|i == 1 ? 138 : i == 4 ? 124 : i == 6 ? 144 : 128|-s 4x2 -pix_fmt 21|overall|$(figures 100 8) $(figures 16 8) $(figures 256 8)
 18|50|i == 11 ? 56 : 50|-s 3x1 -f bgr24|1|$same $same $(figures 36 3)
 14|90|i == 11 ? 110 : i == 10 ? 1 : 90|-s 2x2 -f uyvy422+key --key-stride 3|0|$same $same $same $(figures 400 4)
