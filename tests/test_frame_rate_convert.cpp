@@ -98,7 +98,9 @@ struct Handle {
   DSP_HANDLE h = nullptr;
 };
 
-DSP_FRAME_RATE_CONVERT_PARAMS record(Frames &f, uint32_t phase, uint8_t flags = 0) {
+// The record over the three frames, with `field` (if any) as its vector field.
+DSP_FRAME_RATE_CONVERT_PARAMS record(Frames &f, uint32_t phase, uint8_t flags = 0,
+                                     std::vector<uint8_t> *field = nullptr) {
   DSP_FRAME_RATE_CONVERT_PARAMS p;
   std::memset(&p, 0, sizeof p);
   p.FrameA = plane(f.a.data(), uint32_t(f.w), uint32_t(f.h), uint32_t(f.s), f.bytes);
@@ -106,6 +108,8 @@ DSP_FRAME_RATE_CONVERT_PARAMS record(Frames &f, uint32_t phase, uint8_t flags = 
   p.FrameOut = plane(f.out.data(), uint32_t(f.w), uint32_t(f.h), uint32_t(f.s), f.bytes);
   p.ulPhaseQ14 = phase;
   p.bConvertFlags = flags;
+  p.pVectorField = field ? field->data() : nullptr;
+  p.ulVectorFieldBytes = field ? uint32_t(field->size()) : 0;
   return p;
 }
 
@@ -122,11 +126,6 @@ std::vector<uint8_t> uniform_field(int w, int h, int bw, int bh, int vx, int vy,
     e[i + cols * rows] = {int16_t(-vx), int16_t(-vy), cost, flags};
   }
   return bytes;
-}
-
-void attach(DSP_FRAME_RATE_CONVERT_PARAMS *p, std::vector<uint8_t> &field) {
-  p->pVectorField = field.data();
-  p->ulVectorFieldBytes = uint32_t(field.size());
 }
 
 std::vector<uint8_t> bytes_of(const GuardedBuffer &g) { return {g.data(), g.data() + g.size()}; }
@@ -159,8 +158,7 @@ TEST(FrameRateConvert, RefusalsWriteNothing) {
   const std::vector<uint8_t> before = bytes_of(f.out);
   for (const auto &c : cases) {
     std::vector<uint8_t> fl = field;
-    DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192);
-    attach(&p, fl);
+    DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, 0, &fl);
     c.second(p, fl);
     EXPECT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_E_INVALIDARG) << c.first;
     EXPECT_EQ(bytes_of(f.out), before) << c.first;
@@ -200,9 +198,8 @@ TEST(FrameRateConvert, IdentityExactPhasesAndEvenPanAtHalf) {
   for (int given = 0; given < 2; ++given)
     for (uint8_t sampling = 0; sampling < 4; ++sampling) {
       std::vector<uint8_t> field = uniform_field(128, 64, 16, 8, dx * 4, dy * 4);
-      DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, DSP_CONVERT_PLAIN_PLANE2);
+      DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, DSP_CONVERT_PLAIN_PLANE2, given ? &field : nullptr);
       p.eSampling = sampling;
-      if (given) attach(&p, field);
       ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
       for (int pl = 0; pl < 2; ++pl)
         for (int y = 8; y < 56; ++y)
@@ -228,8 +225,7 @@ TEST(FrameRateConvert, BlendsAndNearest) {
     std::vector<uint8_t> field = uniform_field(64, 32, 16, 16, 16, 8, 0, 0);
     auto *e = reinterpret_cast<DSP_MOTION_VECTOR *>(field.data() + 48);
     for (int i = 0; i < (cut ? 8 : 1); ++i) e[i].usFlags = DSP_MV_BAD;
-    DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, phase, DSP_CONVERT_LUMA_ONLY);
-    attach(&p, field);
+    DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, phase, DSP_CONVERT_LUMA_ONLY, &field);
     p.ulFallbackThreshold = 40;
     ASSERT_EQ(DspFrameRateConvert(moving.h, &p, 0), DSP_S_OK);
     EXPECT_EQ(blended(f.a.data(), f.b.data(), f.out.data(), f.bytes), bool(cut)) << "scene cut " << cut;
@@ -267,8 +263,7 @@ TEST(FrameRateConvert, RefinementReplacesBadVectors) {
   std::memcpy(truth.a.data(), f.a.data(), f.bytes);
   truth.shifted(3, 1);
   std::vector<uint8_t> field = uniform_field(128, 64, 16, 16, 0, 0, 300);
-  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, DSP_CONVERT_LUMA_ONLY);
-  attach(&p, field);
+  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, DSP_CONVERT_LUMA_ONLY, &field);
   p.ulRefineThreshold = 300;
   ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
   for (size_t i = 0; i < f.bytes; ++i) ASSERT_EQ(f.out[i], (f.a[i] + f.b[i] + 1) >> 1) << i;
@@ -293,8 +288,7 @@ TEST(FrameRateConvert, OverlayPixels) {
   e[0].sX = 80;             // block 0: 20 pixels right, through block 1 (drawn over by block 1)
   e[1].sX = 160;            // block 1: 40 pixels right, clipped at the picture's edge
   e[3].sX = e[3].sY = -40;  // block 3: 10 pixels up-left, into block 0 (drawn last, stays)
-  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, DSP_CONVERT_LUMA_ONLY | DSP_CONVERT_NO_OCCLUSION);
-  attach(&p, field);
+  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, DSP_CONVERT_LUMA_ONLY | DSP_CONVERT_NO_OCCLUSION, &field);
   ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
   const std::vector<uint8_t> plain = bytes_of(f.out);
   p.bOverlay = 1;
@@ -317,8 +311,7 @@ TEST(FrameRateConvert, Nv16MatchesItsComponents) {
   f.texture(6);
   f.shifted(4, 1);
   std::vector<uint8_t> field = uniform_field(64, 32, 16, 8, 6, 3);
-  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 5461, DSP_CONVERT_NO_OCCLUSION);
-  attach(&p, field);
+  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 5461, DSP_CONVERT_NO_OCCLUSION, &field);
   ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
   for (int comp = 0; comp < 2; ++comp) {
     Frames c(32, 32, 0, 1);
@@ -327,8 +320,7 @@ TEST(FrameRateConvert, Nv16MatchesItsComponents) {
       c.b[size_t(i)] = f.plane(f.b, 1)[2 * i + comp];
     }
     std::vector<uint8_t> half = uniform_field(32, 32, 8, 8, 3, 3);
-    DSP_FRAME_RATE_CONVERT_PARAMS q = record(c, 5461, DSP_CONVERT_LUMA_ONLY | DSP_CONVERT_NO_OCCLUSION);
-    attach(&q, half);
+    DSP_FRAME_RATE_CONVERT_PARAMS q = record(c, 5461, DSP_CONVERT_LUMA_ONLY | DSP_CONVERT_NO_OCCLUSION, &half);
     ASSERT_EQ(DspFrameRateConvert(conv.h, &q, 0), DSP_S_OK);
     for (int i = 0; i < 32 * 32; ++i)
       ASSERT_EQ(f.plane(f.out, 1)[2 * i + comp], c.out[size_t(i)]) << "component " << comp << " at " << i;
@@ -364,7 +356,7 @@ TEST(FrameRateConvert, OwnFieldIsTheMotionVectorField) {
     DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, phase, DSP_CONVERT_LUMA_ONLY);
     ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
     const std::vector<uint8_t> own = bytes_of(f.out);
-    attach(&p, field);
+    p = record(f, phase, DSP_CONVERT_LUMA_ONLY, &field);
     ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
     EXPECT_TRUE(own == bytes_of(f.out)) << "phase " << phase;
   }
