@@ -176,12 +176,12 @@ TEST(ResamplePlan, ConstantInConstantOutAndEveryLevelMatchesScalar) {
         framedsp_test::fill_random(src.bytes.data(), src.bytes.size(), rng);
         Picture ref(cls, sz[2], sz[3], 7);
         ASSERT_EQ(job.run(src, ref, 0), 0);
-        for (uint32_t level : {uint32_t(framedsp::kCpuSSE2), framedsp::kCpuSSE2 | framedsp::kCpuSSSE3, ~0u}) {
+        for (uint32_t level : framedsp_test::simd_levels()) {
           Picture simd(cls, sz[2], sz[3], 7);
-          ASSERT_EQ(job.run(src, simd, level & framedsp::cpu_flags()), 0);
-          ASSERT_EQ(simd.bytes, ref.bytes) << "class " << cls << " kernel " << kernel << " edge " << edge << " level "
-                                           << level << "\n"
-                                           << framedsp_test::hex_diff(ref.bytes.data(), simd.bytes.data(), ref.bytes.size());
+          ASSERT_EQ(job.run(src, simd, level), 0);
+          ASSERT_EQ(simd.bytes, ref.bytes)
+              << "class " << cls << " kernel " << kernel << " edge " << edge << " level " << level << "\n"
+              << framedsp_test::hex_diff(ref.bytes.data(), simd.bytes.data(), ref.bytes.size());
         }
       }
     }
