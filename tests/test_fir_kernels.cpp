@@ -45,7 +45,8 @@ struct Tables {
   }
   // Vertical entry v (0.. after the horizontal ones).
   framedsp::FirVertKernel vertical(int v) const {
-    return (v < 7 ? whole.vert : v < 14 ? whole.vert16 : v < 21 ? sub.vert : sub.vert16)[v % 7];
+    const framedsp::FirVertKernel *const kinds[4] = {whole.vert, whole.vert16, sub.vert, sub.vert16};
+    return kinds[v / 7][v % 7];
   }
   uintptr_t entry(int e) const {
     const int v = e - framedsp::kFirHorzEntries;
