@@ -8,23 +8,6 @@
 
 #include "harness.h"
 
-namespace {
-
-DSP_HANDLE converter(uint32_t mode) {
-  static DSP_HANDLE handles[4] = {};
-  if (!handles[mode]) {
-    DSP_FRAME_RATE_CONVERTER_PARAMS p{};
-    p.ulBaseCount = 1;
-    p.lWidth = p.lHeight = 64;
-    p.eConvertMode = mode;
-    p.ulLevels = 3;
-    fuzz::require(DspCreateFrameRateConverter(&p, &handles[mode]) == DSP_S_OK, "DspCreateFrameRateConverter");
-  }
-  return handles[mode];
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   fuzz::Reader r(data, size);
   const uint32_t mode = r.u8() < 230 ? 0 : r.range(0, 3);
@@ -79,7 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     p.pVectorField = field_mem->data();
     p.ulVectorFieldBytes = uint32_t(r.u8() < 240 ? field.size() : r.range(0, uint32_t(field.size())));
   }
-  const DSP_HRESULT hr = DspFrameRateConvert(converter(mode), &p, 0);
+  const DSP_HRESULT hr = DspFrameRateConvert(fuzz::live_converter(mode, 3), &p, 0);
   fuzz::require(hr == DSP_S_OK || hr == DSP_E_INVALIDARG, "status");
   if (hr == DSP_S_OK) {
     const uint32_t count = p.ulSliceCount ? p.ulSliceCount : 1, number = p.ulSliceNumber ? p.ulSliceNumber : 1;

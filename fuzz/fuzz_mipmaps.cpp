@@ -12,19 +12,6 @@
 
 namespace {
 
-DSP_HANDLE live_converter() {
-  static DSP_HANDLE handle = [] {
-    DSP_FRAME_RATE_CONVERTER_PARAMS p{};
-    p.ulBaseCount = 1;
-    p.lWidth = 64;  // room for the default motion search range
-    p.lHeight = 64;
-    DSP_HANDLE h = nullptr;
-    fuzz::require(DspCreateFrameRateConverter(&p, &h) == DSP_S_OK, "DspCreateFrameRateConverter");
-    return h;
-  }();
-  return handle;
-}
-
 void draw_level(fuzz::Reader &r, uint32_t width, uint32_t height, DSP_IMAGE *im) {
   *im = DSP_IMAGE{};
   im->ePixelFormat = r.u8() < 245 ? DSP_PIXEL_FORMAT_MIPMAP : r.u32() % 300;
@@ -101,7 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (r.u8() == 255) p.Base.Buffer.pBuffer = nullptr;
   p.pLevels = r.u8() < 252 ? &levels : nullptr;
   const uint8_t handle_choice = r.u8();
-  const DSP_HANDLE handle = handle_choice < 245 ? live_converter()
+  const DSP_HANDLE handle = handle_choice < 245 ? fuzz::live_converter()
                             : handle_choice < 250 ? nullptr
                                                   : reinterpret_cast<DSP_HANDLE>(uintptr_t{0xFFFFFFFFu});
 
@@ -111,7 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   for (uint32_t k = 0; !refused && k < levels.ulCount; ++k) {
     refused = !levels.Levels[k].Buffer.pBuffer || levels.Levels[k].ePixelFormat != DSP_PIXEL_FORMAT_MIPMAP;
   }
-  const bool live = handle == live_converter();
+  const bool live = handle == fuzz::live_converter();
   if (!refused && live) {
     for (uint32_t k = 1; k < levels.ulCount; ++k) allow_level(levels.Levels[k], images[k].get());
   }

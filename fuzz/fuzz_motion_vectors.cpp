@@ -12,18 +12,6 @@
 
 namespace {
 
-DSP_HANDLE live_converter() {
-  static DSP_HANDLE handle = [] {
-    DSP_FRAME_RATE_CONVERTER_PARAMS p{};
-    p.ulBaseCount = 1;
-    p.lWidth = p.lHeight = 64;
-    DSP_HANDLE h = nullptr;
-    fuzz::require(DspCreateFrameRateConverter(&p, &h) == DSP_S_OK, "DspCreateFrameRateConverter");
-    return h;
-  }();
-  return handle;
-}
-
 struct Pyramid {
   std::vector<std::vector<uint8_t>> planes;
   DSP_MIPMAP_LEVELS list{};
@@ -32,20 +20,14 @@ struct Pyramid {
     for (uint32_t k = 0; k < count; ++k, w /= 2, h /= 2) {
       planes.emplace_back(static_cast<size_t>(w) * h);
       if (k == 0) fuzz::fill_from(r, planes[0].data(), planes[0].size());
-      DSP_IMAGE &d = list.Levels[k];
-      d.Buffer.pBuffer = planes.back().data();
-      d.Buffer.eBufferType = DSP_BUFFER_TYPE_FRAME;
-      d.Buffer.Region.ulWidth = d.ulWidth = w;
-      d.Buffer.Region.ulHeight = d.ulHeight = h;
-      d.ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
-      d.eInterlace = DSP_INTERLACE_PROGRESSIVE;
-      d.ulPrimaryStrideBytes = w;
+      list.Levels[k] = DSP_IMAGE{{planes.back().data(), 0, DSP_BUFFER_TYPE_FRAME, {{0, 0}, w, h}}, 0, w, h,
+                                 DSP_PIXEL_FORMAT_MIPMAP, DSP_INTERLACE_PROGRESSIVE, 0, 0, w, 0, 0};
     }
     DSP_MIPMAP_PARAMS m{};
     m.Base = list.Levels[0];
     m.pLevels = &list;
     m.eFilter = DSP_SCALER_FILTER_LINEAR;
-    fuzz::require(DspCreateMipMaps(live_converter(), &m) == DSP_S_OK, "DspCreateMipMaps");
+    fuzz::require(DspCreateMipMaps(fuzz::live_converter(), &m) == DSP_S_OK, "DspCreateMipMaps");
   }
 };
 
@@ -120,7 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     default: break;
   }
   const DSP_MOTION_VECTORS_PARAMS before = p;
-  const DSP_HRESULT hr = DspCreateMotionVectors(live_converter(), &p);
+  const DSP_HRESULT hr = DspCreateMotionVectors(fuzz::live_converter(), &p);
   fuzz::require(std::memcmp(&before, &p, sizeof p) == 0, "DspCreateMotionVectors", "the record changed");
   fuzz::require(a.planes == planes_a && b.planes == planes_b, "DspCreateMotionVectors", "a pyramid changed");
   fuzz::require(hr == (refused ? DSP_E_INVALIDARG : DSP_S_OK), "DspCreateMotionVectors",

@@ -8,11 +8,6 @@
 
 namespace {
 
-uint32_t trunc32(double v) {
-  if (!(v == v) || v >= 9223372036854775808.0 || v < -9223372036854775808.0) return 0;
-  return static_cast<uint32_t>(static_cast<uint64_t>(static_cast<int64_t>(v)));
-}
-
 uint32_t draw_term(fuzz::Reader &r) {
   static const uint32_t kTerms[] = {0, 1, 3, 4, 9, 16, 480, 486, 576, 720, 1080, 1920, 0xFFFFFFFFu};
   const uint8_t c = r.u8();
@@ -40,12 +35,12 @@ bool expected_result(const DSP_SCALER_HELPER_IN &in, DSP_SCALER_HELPER_OUT *out)
   double rw, rh, fh, fv;
   if (fill) {
     const double h = dW / sW;
-    const uint32_t n = trunc32(dH * sPAR / (h * dPAR));
+    const uint32_t n = fuzz::low32_of_trunc(dH * sPAR / (h * dPAR));
     if (sH >= n) {
       rw = sW, rh = n, fh = h, fv = dH / n;
     } else {
       const double v = dH / sH;
-      const uint32_t m = trunc32(dPAR * dW / (sPAR * v));
+      const uint32_t m = fuzz::low32_of_trunc(dPAR * dW / (sPAR * v));
       if (sW >= m) {
         rw = m, rh = sH, fh = dW / m, fv = v;
       } else {
@@ -54,11 +49,11 @@ bool expected_result(const DSP_SCALER_HELPER_IN &in, DSP_SCALER_HELPER_OUT *out)
     }
   } else if (in.ulFlags & DSP_SCALER_HELPER_FIT_WIDTH) {
     const double h = dW / sW;
-    const uint32_t o = trunc32(dPAR * sH * h / sPAR);
+    const uint32_t o = fuzz::low32_of_trunc(dPAR * sH * h / sPAR);
     rw = dW, rh = o, fh = h, fv = o / sH;
   } else {
     const double v = dH / sH;
-    const uint32_t w = trunc32(sPAR * sW * v / dPAR);
+    const uint32_t w = fuzz::low32_of_trunc(sPAR * sW * v / dPAR);
     rw = w, rh = dH, fh = w / sW, fv = v;
   }
   out->ulWidth = static_cast<uint32_t>(rw);

@@ -28,36 +28,20 @@ double draw_value(fuzz::Reader &r, int64_t base) {
   return d;
 }
 
-uint32_t truncated(double v) {
-  if (!(v == v) || v >= 9223372036854775808.0 || v < -9223372036854775808.0) return 0;
-  return static_cast<uint32_t>(static_cast<uint64_t>(static_cast<int64_t>(v)));
-}
-
+// The same image with its region drawn around the integer one (read in the order x, y, w, h).
 void to_subpixel(fuzz::Reader &r, const DSP_IMAGE &src, DSP_SUBPIXEL_IMAGE *dst) {
-  dst->Buffer.pBuffer = src.Buffer.pBuffer;
-  dst->Buffer.ulBytes = src.Buffer.ulBytes;
-  dst->Buffer.eBufferType = src.Buffer.eBufferType;
-  dst->Buffer.Region.ptOffset.x = draw_value(r, src.Buffer.Region.ptOffset.x);
-  dst->Buffer.Region.ptOffset.y = draw_value(r, src.Buffer.Region.ptOffset.y);
-  dst->Buffer.Region.ulWidth = draw_value(r, src.Buffer.Region.ulWidth);
-  dst->Buffer.Region.ulHeight = draw_value(r, src.Buffer.Region.ulHeight);
-  dst->ulReserved = r.u32();
-  dst->ulWidth = src.ulWidth;
-  dst->ulHeight = src.ulHeight;
-  dst->ePixelFormat = src.ePixelFormat;
-  dst->eInterlace = src.eInterlace;
-  dst->eImageOrientation = src.eImageOrientation;
-  dst->eColorSpace = src.eColorSpace;
-  dst->ulPrimaryStrideBytes = src.ulPrimaryStrideBytes;
-  dst->ulSecondaryStrideBytes = src.ulSecondaryStrideBytes;
-  dst->ulFlags = src.ulFlags;
+  const DSP_REGION &g = src.Buffer.Region;
+  *dst = {{src.Buffer.pBuffer, src.Buffer.ulBytes, src.Buffer.eBufferType,
+           {{draw_value(r, g.ptOffset.x), draw_value(r, g.ptOffset.y)}, draw_value(r, g.ulWidth),
+            draw_value(r, g.ulHeight)}},
+          r.u32(), src.ulWidth, src.ulHeight, src.ePixelFormat, src.eInterlace, src.eImageOrientation, src.eColorSpace,
+          src.ulPrimaryStrideBytes, src.ulSecondaryStrideBytes, src.ulFlags};
 }
 
 void truncate_region(const DSP_SUBPIXEL_IMAGE &src, DSP_IMAGE *dst) {
-  dst->Buffer.Region.ptOffset.x = static_cast<int32_t>(truncated(src.Buffer.Region.ptOffset.x));
-  dst->Buffer.Region.ptOffset.y = static_cast<int32_t>(truncated(src.Buffer.Region.ptOffset.y));
-  dst->Buffer.Region.ulWidth = truncated(src.Buffer.Region.ulWidth);
-  dst->Buffer.Region.ulHeight = truncated(src.Buffer.Region.ulHeight);
+  const DSP_SUBPIXEL_REGION &g = src.Buffer.Region;
+  dst->Buffer.Region = {{int32_t(fuzz::low32_of_trunc(g.ptOffset.x)), int32_t(fuzz::low32_of_trunc(g.ptOffset.y))},
+                        fuzz::low32_of_trunc(g.ulWidth), fuzz::low32_of_trunc(g.ulHeight)};
 }
 
 }  // namespace

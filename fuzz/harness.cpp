@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <mutex>
 #include <vector>
 
@@ -44,6 +45,13 @@ uint32_t Reader::range(uint32_t lo, uint32_t hi) {
 }
 
 namespace {
+uint8_t xorshift(uint32_t &x) {
+  x ^= x << 13;
+  x ^= x >> 17;
+  x ^= x << 5;
+  return static_cast<uint8_t>(x);
+}
+
 size_t page_size() {
   static const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   return page;
@@ -52,42 +60,27 @@ size_t page_size() {
 // Mappings of finished buffers, kept with their guard pages in place so that the next buffer of
 // the same size needs no mmap, no mprotect and no fresh page faults (which otherwise cost more
 // than the call under test).  Every user rewrites the whole inner area, so nothing carries over.
-struct CachedMapping {
-  uint8_t *base;
-  size_t mapped;
-};
+// At most 16 mappings of at most 4 MiB each.
 std::mutex g_cache_mutex;
-std::vector<CachedMapping> g_cache;
-constexpr size_t kCacheEntries = 16;
-constexpr size_t kCacheBytes = size_t{64} << 20;
-size_t g_cache_bytes = 0;
+std::multimap<size_t, uint8_t *> g_cache;  // mapped bytes -> mapping
 
 uint8_t *take_cached_mapping(size_t mapped) {
   std::lock_guard<std::mutex> lock(g_cache_mutex);
-  for (size_t i = 0; i < g_cache.size(); ++i) {
-    if (g_cache[i].mapped != mapped) continue;
-    uint8_t *base = g_cache[i].base;
-    g_cache[i] = g_cache.back();
-    g_cache.pop_back();
-    g_cache_bytes -= mapped;
-    return base;
-  }
-  return nullptr;
+  const auto it = g_cache.find(mapped);
+  if (it == g_cache.end()) return nullptr;
+  uint8_t *base = it->second;
+  g_cache.erase(it);
+  return base;
 }
 
-bool cache_mapping(uint8_t *base, size_t mapped) {
+void release_mapping(uint8_t *base, size_t mapped) {
   std::lock_guard<std::mutex> lock(g_cache_mutex);
-  if (g_cache.size() >= kCacheEntries || g_cache_bytes + mapped > kCacheBytes) {
-    if (g_cache.empty()) return false;
-    // Make room by dropping the oldest entry.
-    munmap(g_cache.front().base, g_cache.front().mapped);
-    g_cache_bytes -= g_cache.front().mapped;
+  if (g_cache.size() == 16) {
+    munmap(g_cache.begin()->second, g_cache.begin()->first);
     g_cache.erase(g_cache.begin());
-    if (g_cache_bytes + mapped > kCacheBytes) return false;
   }
-  g_cache.push_back({base, mapped});
-  g_cache_bytes += mapped;
-  return true;
+  if (mapped <= (size_t{4} << 20)) g_cache.emplace(mapped, base);
+  else munmap(base, mapped);
 }
 }  // namespace
 
@@ -111,9 +104,7 @@ PageBuffer::PageBuffer(size_t size, bool at_end, size_t margin) : size_(size), m
   std::memset(data_, 0, size);
 }
 
-PageBuffer::~PageBuffer() {
-  if (!cache_mapping(base_, mapped_)) munmap(base_, mapped_);
-}
+PageBuffer::~PageBuffer() { release_mapping(base_, mapped_); }
 
 bool PageBuffer::margins_intact() const {
   for (size_t i = 0; i < margin_; ++i) {
@@ -125,12 +116,7 @@ bool PageBuffer::margins_intact() const {
 OutputImage::OutputImage(size_t size, bool at_end, uint32_t fill_seed)
     : buffer_(size, at_end, 64), before_(size), allowed_(size, 0) {
   uint32_t x = fill_seed | 1u;
-  for (size_t i = 0; i < size; ++i) {
-    x ^= x << 13;
-    x ^= x >> 17;
-    x ^= x << 5;
-    before_[i] = static_cast<uint8_t>(x);
-  }
+  for (size_t i = 0; i < size; ++i) before_[i] = xorshift(x);
   if (size) std::memcpy(buffer_.data(), before_.data(), size);
 }
 
@@ -225,10 +211,7 @@ void draw_image(Reader &r, uint32_t format, uint32_t max_dim, ImageSide *side) {
   DSP_REGION &reg = im.Buffer.Region;
   const uint8_t shape = r.u8() % 4;
   if (shape == 0) {  // the whole image
-    reg.ptOffset.x = 0;
-    reg.ptOffset.y = 0;
-    reg.ulWidth = im.ulWidth;
-    reg.ulHeight = im.ulHeight;
+    reg = DSP_REGION{{0, 0}, im.ulWidth, im.ulHeight};
   } else {
     const int32_t x = static_cast<int32_t>(r.range(0, im.ulWidth));
     const int32_t y = static_cast<int32_t>(r.range(0, im.ulHeight));
@@ -319,20 +302,31 @@ void allow_line_operation(const DSP_BUFFER &b, OutputImage *out) {
   }
 }
 
-uint64_t fingerprint(const uint8_t *p, size_t n) {
-  uint64_t h = 1469598103934665603ull;
-  for (size_t i = 0; i < n; ++i) h = (h ^ p[i]) * 1099511628211ull;
+DSP_HANDLE live_converter(uint32_t mode, uint32_t levels) {
+  static DSP_HANDLE handles[4][6] = {};
+  DSP_HANDLE &h = handles[mode][levels];
+  if (!h) {
+    DSP_FRAME_RATE_CONVERTER_PARAMS p{};
+    p.ulBaseCount = 1;
+    p.lWidth = p.lHeight = 64;  // room for the default motion search range
+    p.eConvertMode = mode;
+    p.ulLevels = levels;
+    require(DspCreateFrameRateConverter(&p, &h) == DSP_S_OK, "DspCreateFrameRateConverter");
+  }
   return h;
+}
+
+uint32_t low32_of_trunc(double v) {
+  if (!(v == v) || v >= 9223372036854775808.0 || v < -9223372036854775808.0) return 0;
+  return static_cast<uint32_t>(static_cast<uint64_t>(static_cast<int64_t>(v)));
 }
 
 void fill_from(Reader &r, uint8_t *p, size_t n) {
   uint32_t x = r.u32() | 1u;
   const uint8_t mode = r.u8() % 4;
   for (size_t i = 0; i < n; ++i) {
-    x ^= x << 13;
-    x ^= x >> 17;
-    x ^= x << 5;
-    p[i] = mode == 0 ? 0 : mode == 1 ? 255 : static_cast<uint8_t>(x);
+    const uint8_t v = xorshift(x);
+    p[i] = mode == 0 ? 0 : mode == 1 ? 255 : v;
   }
 }
 

@@ -105,7 +105,7 @@ struct ImageSide {
 
 // Draws the geometry of one side: sizes up to max_dim, strides with slack, a region that mostly
 // lies inside the image but may reach past any edge, buffer type, interlace, orientation,
-// colour space.  `like` (optional) makes the region size follow another side most of the time.
+// colour space.
 void draw_image(Reader &r, uint32_t format, uint32_t max_dim, ImageSide *side);
 
 // Byte size of an image's memory: picture lines then, for two-plane formats, the plane lines.
@@ -117,8 +117,13 @@ size_t image_bytes(const DSP_IMAGE &image);
 // plane's stride (left edge rounded down to even for subsampled formats).
 void allow_line_operation(const DSP_BUFFER &buffer, OutputImage *out);
 
-// Sum of a buffer's bytes, for "the input is unchanged" checks.
-uint64_t fingerprint(const uint8_t *p, size_t n);
+// A live frame-rate converter of 64 x 64 with conversion mode `mode` (0..3) and `levels` pyramid
+// levels (0: the default), made once, for the handle argument.
+DSP_HANDLE live_converter(uint32_t mode = 0, uint32_t levels = 0);
+
+// Truncation toward zero to a 64-bit integer, low 32 bits kept; NaN, infinities and values no
+// int64 holds give 0.
+uint32_t low32_of_trunc(double v);
 
 // Fills a buffer with bytes from the input (repeated) mixed with a seed.
 void fill_from(Reader &r, uint8_t *p, size_t n);

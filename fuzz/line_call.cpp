@@ -68,11 +68,7 @@ void draw_line_call(Reader &r, RegionRule rule, LineCall *call) {
   b.In = in.image;
   b.Out = out.image;
   b.ulFlags = r.u8() < 240 ? (r.u8() & 0x1F) : r.u32();
-  const uint8_t bands = r.u8();
-  if (bands < 128) {
-    b.ulSliceCount = 0;
-    b.ulSliceNumber = 0;
-  } else {
+  if (r.u8() >= 128) {  // bands now and then
     b.ulSliceCount = r.range(0, 9);
     b.ulSliceNumber = r.range(0, b.ulSliceCount + 1);
   }

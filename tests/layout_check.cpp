@@ -10,51 +10,37 @@
 
 #if UINTPTR_MAX == 0xFFFFFFFFu
 // ---- ILP32 -------------------------------------------------------------------------------------
+// DSP_IMAGE and DSP_SUBPIXEL_IMAGE share their fields; the fractional region holds doubles.
+#define IMAGE_AT(field, image, subpixel) \
+  AT(DSP_IMAGE, field, image);          \
+  AT(DSP_SUBPIXEL_IMAGE, field, subpixel)
 SIZE(DSP_IMAGE, 68);
-AT(DSP_IMAGE, Buffer.pBuffer, 0);
-AT(DSP_IMAGE, Buffer.ulBytes, 4);
-AT(DSP_IMAGE, Buffer.eBufferType, 8);
-AT(DSP_IMAGE, Buffer.Region.ptOffset.x, 12);
-AT(DSP_IMAGE, Buffer.Region.ptOffset.y, 16);
-AT(DSP_IMAGE, Buffer.Region.ulWidth, 20);
-AT(DSP_IMAGE, Buffer.Region.ulHeight, 24);
-AT(DSP_IMAGE, ulReserved, 28);
-AT(DSP_IMAGE, ulWidth, 32);
-AT(DSP_IMAGE, ulHeight, 36);
-AT(DSP_IMAGE, ePixelFormat, 40);
-AT(DSP_IMAGE, eInterlace, 44);
-AT(DSP_IMAGE, eImageOrientation, 48);
-AT(DSP_IMAGE, eColorSpace, 52);
-AT(DSP_IMAGE, ulPrimaryStrideBytes, 56);
-AT(DSP_IMAGE, ulSecondaryStrideBytes, 60);
-AT(DSP_IMAGE, ulFlags, 64);
+SIZE(DSP_SUBPIXEL_IMAGE, 84);
+IMAGE_AT(Buffer.pBuffer, 0, 0);
+IMAGE_AT(Buffer.ulBytes, 4, 4);
+IMAGE_AT(Buffer.eBufferType, 8, 8);
+IMAGE_AT(Buffer.Region.ptOffset.x, 12, 12);
+IMAGE_AT(Buffer.Region.ptOffset.y, 16, 20);
+IMAGE_AT(Buffer.Region.ulWidth, 20, 28);
+IMAGE_AT(Buffer.Region.ulHeight, 24, 36);
+IMAGE_AT(ulReserved, 28, 44);
+IMAGE_AT(ulWidth, 32, 48);
+IMAGE_AT(ulHeight, 36, 52);
+IMAGE_AT(ePixelFormat, 40, 56);
+IMAGE_AT(eInterlace, 44, 60);
+IMAGE_AT(eImageOrientation, 48, 64);
+IMAGE_AT(eColorSpace, 52, 68);
+IMAGE_AT(ulPrimaryStrideBytes, 56, 72);
+IMAGE_AT(ulSecondaryStrideBytes, 60, 76);
+IMAGE_AT(ulFlags, 64, 80);
 
 SIZE(DSP_BUFFER, 148);
 AT(DSP_BUFFER, In, 0);
 AT(DSP_BUFFER, Out, 68);
-AT(DSP_BUFFER, Out.ePixelFormat, 108);
 AT(DSP_BUFFER, ulSliceCount, 136);
 AT(DSP_BUFFER, ulSliceNumber, 140);
 AT(DSP_BUFFER, ulFlags, 144);
 
-SIZE(DSP_SUBPIXEL_IMAGE, 84);
-AT(DSP_SUBPIXEL_IMAGE, Buffer.pBuffer, 0);
-AT(DSP_SUBPIXEL_IMAGE, Buffer.ulBytes, 4);
-AT(DSP_SUBPIXEL_IMAGE, Buffer.eBufferType, 8);
-AT(DSP_SUBPIXEL_IMAGE, Buffer.Region.ptOffset.x, 12);
-AT(DSP_SUBPIXEL_IMAGE, Buffer.Region.ptOffset.y, 20);
-AT(DSP_SUBPIXEL_IMAGE, Buffer.Region.ulWidth, 28);
-AT(DSP_SUBPIXEL_IMAGE, Buffer.Region.ulHeight, 36);
-AT(DSP_SUBPIXEL_IMAGE, ulReserved, 44);
-AT(DSP_SUBPIXEL_IMAGE, ulWidth, 48);
-AT(DSP_SUBPIXEL_IMAGE, ulHeight, 52);
-AT(DSP_SUBPIXEL_IMAGE, ePixelFormat, 56);
-AT(DSP_SUBPIXEL_IMAGE, eInterlace, 60);
-AT(DSP_SUBPIXEL_IMAGE, eImageOrientation, 64);
-AT(DSP_SUBPIXEL_IMAGE, eColorSpace, 68);
-AT(DSP_SUBPIXEL_IMAGE, ulPrimaryStrideBytes, 72);
-AT(DSP_SUBPIXEL_IMAGE, ulSecondaryStrideBytes, 76);
-AT(DSP_SUBPIXEL_IMAGE, ulFlags, 80);
 SIZE(DSP_SUBPIXEL_BUFFER, 172);
 AT(DSP_SUBPIXEL_BUFFER, Out, 84);
 AT(DSP_SUBPIXEL_BUFFER, ulFlags, 168);
@@ -72,25 +58,23 @@ AT(DSP_SUBPIXEL_FILTER_PARAMS, pSettings, 4);
 AT(DSP_SUBPIXEL_FILTER_PARAMS, Buffer, 12);
 AT(DSP_SUBPIXEL_FILTER_PARAMS, ulOptions, 184);
 
+// Both scaler records open with the same fields.
+#define SCALERS_AT(field, off)       \
+  AT(DSP_SCALER_PARAMS, field, off); \
+  AT(DSP_SUBPIXEL_SCALER_PARAMS, field, off)
+SCALERS_AT(eScalerPath, 0);
+SCALERS_AT(eFilter, 4);
+SCALERS_AT(fHorizontalScale, 8);
+SCALERS_AT(fVerticalScale, 12);
+SCALERS_AT(ulScaleFlags, 16);
+SCALERS_AT(eFilterType, 20);
+SCALERS_AT(pSettings, 24);
+SCALERS_AT(ulReserved, 28);
+SCALERS_AT(Buffer, 32);
 SIZE(DSP_SCALER_PARAMS, 184);
-AT(DSP_SCALER_PARAMS, eScalerPath, 0);
-AT(DSP_SCALER_PARAMS, eFilter, 4);
-AT(DSP_SCALER_PARAMS, fHorizontalScale, 8);
-AT(DSP_SCALER_PARAMS, fVerticalScale, 12);
-AT(DSP_SCALER_PARAMS, ulScaleFlags, 16);
-AT(DSP_SCALER_PARAMS, eFilterType, 20);
-AT(DSP_SCALER_PARAMS, pSettings, 24);
-AT(DSP_SCALER_PARAMS, ulReserved, 28);
-AT(DSP_SCALER_PARAMS, Buffer, 32);
 AT(DSP_SCALER_PARAMS, ulOptions, 180);
 
 SIZE(DSP_SUBPIXEL_SCALER_PARAMS, 284);
-AT(DSP_SUBPIXEL_SCALER_PARAMS, eFilterType, 20);
-AT(DSP_SUBPIXEL_SCALER_PARAMS, pSettings, 24);
-AT(DSP_SUBPIXEL_SCALER_PARAMS, Buffer, 32);
-AT(DSP_SUBPIXEL_SCALER_PARAMS, eFilter, 4);
-AT(DSP_SUBPIXEL_SCALER_PARAMS, fHorizontalScale, 8);
-AT(DSP_SUBPIXEL_SCALER_PARAMS, ulScaleFlags, 16);
 AT(DSP_SUBPIXEL_SCALER_PARAMS, ulEdgeMode, 204);
 AT(DSP_SUBPIXEL_SCALER_PARAMS, ulFillColor, 208);
 AT(DSP_SUBPIXEL_SCALER_PARAMS, ulCoverage, 212);
@@ -103,15 +87,6 @@ AT(DSP_SUBPIXEL_SCALER_PARAMS, ulSliceCount, 236);
 AT(DSP_SUBPIXEL_SCALER_PARAMS, ulSliceNumber, 240);
 AT(DSP_SUBPIXEL_SCALER_PARAMS, ulReserved2, 244);
 AT(DSP_SUBPIXEL_SCALER_PARAMS, ulOptions, 280);
-
-SIZE(DSP_SCALER_HELPER_IN, 60);
-AT(DSP_SCALER_HELPER_IN, ulSrcRegionHeight, 20);
-AT(DSP_SCALER_HELPER_IN, ulDstAspectNumerator, 28);
-AT(DSP_SCALER_HELPER_IN, ulDstRegionHeight, 48);
-AT(DSP_SCALER_HELPER_IN, ulFlags, 56);
-SIZE(DSP_SCALER_HELPER_OUT, 16);
-AT(DSP_SCALER_HELPER_OUT, fHorizontalScale, 8);
-AT(DSP_SCALER_HELPER_OUT, fVerticalScale, 12);
 
 SIZE(DSP_MIPMAP_LEVELS, 4 + 5 * 68);
 AT(DSP_MIPMAP_LEVELS, Levels, 4);
@@ -157,97 +132,59 @@ AT(DSP_MOTION_VECTORS_PARAMS, pPriorField, 16);
 AT(DSP_MOTION_VECTORS_PARAMS, ulMotionFlags, 20);
 AT(DSP_MOTION_VECTORS_PARAMS, ulLambda, 24);
 AT(DSP_MOTION_VECTORS_PARAMS, ulSceneThreshold, 28);
-AT(DSP_MOTION_VECTORS_PARAMS, ulLevels, 32);
-AT(DSP_MOTION_VECTORS_PARAMS, ulLevelThreshold, 36);
-AT(DSP_MOTION_VECTORS_PARAMS, ulReserved17, 56);
-AT(DSP_MOTION_VECTORS_PARAMS, ulLevelBlockA, 60);
-AT(DSP_MOTION_VECTORS_PARAMS, ulLevelBlockB, 80);
-AT(DSP_MOTION_VECTORS_PARAMS, ulBlockA, 100);
-AT(DSP_MOTION_VECTORS_PARAMS, ulBlockB, 104);
-AT(DSP_MOTION_VECTORS_PARAMS, ulLevelRangeX, 108);
-AT(DSP_MOTION_VECTORS_PARAMS, ulLevelRangeY, 128);
 AT(DSP_MOTION_VECTORS_PARAMS, ulReserved, 148);
+// The search settings are one block in both records (the converter hands its own to the search).
+#define SEARCH_AT(field, motion)                 \
+  AT(DSP_MOTION_VECTORS_PARAMS, field, motion); \
+  AT(DSP_FRAME_RATE_CONVERTER_PARAMS, field, (motion) + 12)
+SEARCH_AT(ulLevels, 32);
+SEARCH_AT(ulLevelThreshold, 36);
+SEARCH_AT(ulReserved17, 56);
+SEARCH_AT(ulLevelBlockA, 60);
+SEARCH_AT(ulLevelBlockB, 80);
+SEARCH_AT(ulBlockA, 100);
+SEARCH_AT(ulBlockB, 104);
+SEARCH_AT(ulLevelRangeX, 108);
+SEARCH_AT(ulLevelRangeY, 128);
 
 #elif UINTPTR_MAX == 0xFFFFFFFFFFFFFFFFu
 // ---- LP64 (natural layout of the same structs) -------------------------------------------------
+// Sizes, and the offsets where the pointers' width or alignment moves a field; the rest follows
+// from the ILP32 pins (the same fields in the same order) and these.
 SIZE(DSP_IMAGE, 72);
 AT(DSP_IMAGE, Buffer.ulBytes, 8);
-AT(DSP_IMAGE, Buffer.Region.ptOffset.x, 16);
-AT(DSP_IMAGE, ulReserved, 32);
-AT(DSP_IMAGE, ulWidth, 36);
-AT(DSP_IMAGE, ulFlags, 68);
 SIZE(DSP_BUFFER, 160);
-AT(DSP_BUFFER, Out, 72);
-AT(DSP_BUFFER, ulSliceCount, 144);
-AT(DSP_BUFFER, ulSliceNumber, 148);
-AT(DSP_BUFFER, ulFlags, 152);
-
 SIZE(DSP_SUBPIXEL_IMAGE, 88);
-AT(DSP_SUBPIXEL_IMAGE, Buffer.Region.ptOffset.x, 16);
-AT(DSP_SUBPIXEL_IMAGE, ulReserved, 48);
-AT(DSP_SUBPIXEL_IMAGE, ulFlags, 84);
 SIZE(DSP_SUBPIXEL_BUFFER, 180);
-AT(DSP_SUBPIXEL_BUFFER, Out, 88);
-AT(DSP_SUBPIXEL_BUFFER, ulFlags, 176);
 
 SIZE(DSP_FILTER_PARAMS, 200);
 AT(DSP_FILTER_PARAMS, pSettings, 8);
-AT(DSP_FILTER_PARAMS, ulReserved, 16);
 AT(DSP_FILTER_PARAMS, Buffer, 24);
-AT(DSP_FILTER_PARAMS, ulReserved2, 184);
-AT(DSP_FILTER_PARAMS, ulOptions, 192);
-
 SIZE(DSP_SUBPIXEL_FILTER_PARAMS, 208);
 AT(DSP_SUBPIXEL_FILTER_PARAMS, Buffer, 20);
-AT(DSP_SUBPIXEL_FILTER_PARAMS, ulOptions, 200);
 
 SIZE(DSP_SCALER_PARAMS, 208);
-AT(DSP_SCALER_PARAMS, eFilterType, 20);
 AT(DSP_SCALER_PARAMS, pSettings, 24);
-AT(DSP_SCALER_PARAMS, ulReserved, 32);
 AT(DSP_SCALER_PARAMS, Buffer, 40);
-AT(DSP_SCALER_PARAMS, ulOptions, 200);
-
 SIZE(DSP_SUBPIXEL_SCALER_PARAMS, 296);
 AT(DSP_SUBPIXEL_SCALER_PARAMS, pSettings, 24);
 AT(DSP_SUBPIXEL_SCALER_PARAMS, Buffer, 36);
-AT(DSP_SUBPIXEL_SCALER_PARAMS, ulEdgeMode, 216);
-AT(DSP_SUBPIXEL_SCALER_PARAMS, ulSliceNumber, 252);
-AT(DSP_SUBPIXEL_SCALER_PARAMS, ulOptions, 292);
-
-SIZE(DSP_SCALER_HELPER_IN, 60);
-SIZE(DSP_SCALER_HELPER_OUT, 16);
 
 SIZE(DSP_MIPMAP_LEVELS, 4 + 4 + 5 * 72);
 AT(DSP_MIPMAP_LEVELS, Levels, 8);
 SIZE(DSP_MIPMAP_PARAMS, 88);
-AT(DSP_MIPMAP_PARAMS, pLevels, 72);
 AT(DSP_MIPMAP_PARAMS, eFilter, 80);
 
 SIZE(DSP_COMPARE_PARAMS, 168);
-AT(DSP_COMPARE_PARAMS, BufferB, 16);
-AT(DSP_COMPARE_PARAMS, BufferOut, 32);
-AT(DSP_COMPARE_PARAMS, ulWidth, 48);
-AT(DSP_COMPARE_PARAMS, ePixelFormat, 84);
 AT(DSP_COMPARE_PARAMS, dResults, 96);
 
 SIZE(DSP_FRAME_RATE_CONVERT_PARAMS, 259);
-AT(DSP_FRAME_RATE_CONVERT_PARAMS, pVectorField, 216);
 AT(DSP_FRAME_RATE_CONVERT_PARAMS, ulPhaseQ14, 224);
-AT(DSP_FRAME_RATE_CONVERT_PARAMS, ulVectorFieldBytes, 228);
-AT(DSP_FRAME_RATE_CONVERT_PARAMS, bConvertFlags, 236);
-AT(DSP_FRAME_RATE_CONVERT_PARAMS, ulSliceCount, 238);
-AT(DSP_FRAME_RATE_CONVERT_PARAMS, eSampling, 254);
-AT(DSP_FRAME_RATE_CONVERT_PARAMS, ulReserved, 255);
 
 SIZE(DSP_MOTION_VECTORS_PARAMS, 184);
-AT(DSP_MOTION_VECTORS_PARAMS, pVectorField, 16);
 AT(DSP_MOTION_VECTORS_PARAMS, ulVectorFieldBytes, 24);
 AT(DSP_MOTION_VECTORS_PARAMS, pPriorField, 32);
 AT(DSP_MOTION_VECTORS_PARAMS, ulMotionFlags, 40);
-AT(DSP_MOTION_VECTORS_PARAMS, ulLevels, 52);
-AT(DSP_MOTION_VECTORS_PARAMS, ulLevelRangeY, 148);
-AT(DSP_MOTION_VECTORS_PARAMS, ulReserved, 168);
 #else
 #error "unknown pointer width"
 #endif
@@ -258,6 +195,15 @@ AT(DSP_FIR_SETTINGS, ulVertTaps, 12);
 AT(DSP_FIR_SETTINGS, ulVertCutoff, 16);
 SIZE(DSP_BOX_SETTINGS, 12);
 AT(DSP_BOX_SETTINGS, ulVertSize, 8);
+
+SIZE(DSP_SCALER_HELPER_IN, 60);
+AT(DSP_SCALER_HELPER_IN, ulSrcRegionHeight, 20);
+AT(DSP_SCALER_HELPER_IN, ulDstAspectNumerator, 28);
+AT(DSP_SCALER_HELPER_IN, ulDstRegionHeight, 48);
+AT(DSP_SCALER_HELPER_IN, ulFlags, 56);
+SIZE(DSP_SCALER_HELPER_OUT, 16);
+AT(DSP_SCALER_HELPER_OUT, fHorizontalScale, 8);
+AT(DSP_SCALER_HELPER_OUT, fVerticalScale, 12);
 
 SIZE(DSP_SUBPIXEL_SCALER_HELPER_IN, 80);
 AT(DSP_SUBPIXEL_SCALER_HELPER_IN, ulModeFlags, 32);
@@ -276,15 +222,6 @@ AT(DSP_FRAME_RATE_CONVERTER_PARAMS, fRateB, 4 * 4);
 AT(DSP_FRAME_RATE_CONVERTER_PARAMS, lWidth, 7 * 4);
 AT(DSP_FRAME_RATE_CONVERTER_PARAMS, lHeight, 8 * 4);
 AT(DSP_FRAME_RATE_CONVERTER_PARAMS, eConvertMode, 10 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevels, 11 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelThreshold, 12 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulReserved17, 17 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelBlockA, 18 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelBlockB, 23 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulBlockA, 28 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulBlockB, 29 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelRangeX, 30 * 4);
-AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulLevelRangeY, 35 * 4);
 AT(DSP_FRAME_RATE_CONVERTER_PARAMS, ulReserved40, 40 * 4);
 AT(DSP_FRAME_RATE_CONVERTER_PARAMS, bDeriveCount, 47 * 4 + 2);
 

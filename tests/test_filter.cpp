@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "filter/fir_tables.h"
+#include "fir_formula.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
 
@@ -15,51 +16,21 @@ namespace {
 
 using framedsp_test::Pic;
 
-int distance(uint32_t f, size_t p) {
-  switch (f) {
-    case 21: return p % 2 ? 2 : 4;
-    case 25: return p % 2 ? 4 : 2;
-    case 24: return p % 4 < 2 ? 4 : 0;
-    case 0: return 4;
-    case 1: return 3;
-    case 22: return p % 2 ? 0 : (p % 4 == 0 ? 8 : 4);
-    default: return 1;  // 261
-  }
-}
-
-uint8_t rounded(int64_t acc) { return uint8_t(std::min<int64_t>(255, std::max<int64_t>(0, (acc + 256) >> 9))); }
-
-// One plane of picture rows (n bytes each, row step s for fields), vertical taps then horizontal:
-// a vertical pair stays inside the rows, a horizontal tap past an end takes the centre sample.
-std::vector<std::vector<uint8_t>> reference(std::vector<std::vector<uint8_t>> rows, uint32_t format, uint32_t taps,
+// One plane of picture rows of format f (n bytes each, row step s for fields), vertical taps then
+// horizontal, each pass rounded to bytes.
+std::vector<std::vector<uint8_t>> reference(std::vector<std::vector<uint8_t>> rows, uint32_t f, uint32_t taps,
                                             uint32_t vtaps, int s) {
+  const int cls = f == 21 ? 0 : f == 24 ? 1 : f == 25 ? 2 : f == 1 ? 4 : f == 0 ? 5 : f == 22 ? 7 : 6;  // 6: 261
   const framedsp::FirTap *hc = framedsp::fir_coefficients(taps, 40), *vc = framedsp::fir_coefficients(vtaps, 60);
-  const int h = int(rows.size()), hv = int(vtaps - 1) / 2, hh = int(taps - 1) / 2;
-  const size_t n = rows[0].size();
+  const int h = int(rows.size());
   std::vector<std::vector<uint8_t>> mid = rows;
+  auto row = [&](int y) { return rows[size_t(y)].data(); };
   for (int r = 0; r < h; ++r) {
-    for (size_t p = 0; p < n; ++p) {
-      int64_t acc = int64_t{vc[hv].lane[0]} * rows[r][p];
-      for (int k = 1, up = r, down = r; k <= hv; ++k) {
-        up = r >= k * s ? r - k * s : up;
-        down = r + k * s <= h - k * s - 1 ? r + k * s : down;
-        acc += int64_t{vc[hv - k].lane[0]} * (rows[up][p] + rows[down][p]);
-      }
-      mid[r][p] = rounded(acc);
+    for (size_t p = 0; p < mid[0].size(); ++p) {
+      mid[r][p] = fir_formula::vertical(vc, int(vtaps), row, h, r, p, s, false);
     }
   }
-  for (int r = 0; r < h; ++r) {
-    const std::vector<uint8_t> &m = mid[r];
-    for (size_t p = 0; p < n; ++p) {
-      const int d = distance(format, p);
-      int64_t acc = int64_t{hc[hh].lane[0]} * m[p];
-      for (int k = 1; k <= hh && d; ++k) {
-        const long l = long(p) - k * d, rr = long(p) + k * d;
-        acc += int64_t{hc[hh - k].lane[0]} * ((l >= 0 ? m[l] : m[p]) + (rr + 1 < long(n) ? m[rr] : m[p]));
-      }
-      rows[r][p] = d ? rounded(acc) : m[p];
-    }
-  }
+  for (int r = 0; r < h; ++r) fir_formula::horizontal(hc, int(taps), cls, mid[r].data(), mid[r].size(), rows[r].data());
   return rows;
 }
 
@@ -70,12 +41,14 @@ std::vector<std::vector<uint8_t>> read_rows(const Pic &p, bool plane) {
   return rows;
 }
 
+// The input frame (or field of in_type 0 / 1) filtered into the output; a colour space on each side.
 DSP_HRESULT fir(const Pic &in, const Pic &out, uint32_t ht, uint32_t hc, uint32_t vt, uint32_t vc, uint32_t il = 2,
-                uint32_t options = 0, uint32_t in_type = 2) {
+                uint32_t options = 0, uint32_t in_type = 2, uint32_t in_cs = 0, uint32_t out_cs = 0) {
   const DSP_FIR_SETTINGS s{ht, hc, 0, vt, vc};
   const DSP_FILTER_PARAMS p = framedsp_test::filter_params(
       DSP_FILTER_TYPE_FIR, &s,
-      framedsp_test::buffer_of(in.image(0, 0, 0, 0, in_type, in_type == 2 ? il : 2), out.image(0, 0, 0, 0, 2, il)),
+      framedsp_test::buffer_of(in.image(0, 0, 0, 0, in_type, in_type == 2 ? il : 2, in_cs),
+                               out.image(0, 0, 0, 0, 2, il, out_cs)),
       options);
   return DspFilter(&p);
 }
@@ -130,14 +103,9 @@ TEST(FilterFir, TapCountsCutoffsAndTheTemporaryFrame) {
     for (int v = 0; v < 4; ++v) {
       Pic src(f, 48, 20, v & 1), direct(f, 48, 20, v & 2), temp(direct);
       src.randomise(rng);
-      const DSP_FIR_SETTINGS s{7, 30, 0, 5, 50};
       for (const Pic *o : {&direct, &temp}) {
-        const DSP_FILTER_PARAMS p = framedsp_test::filter_params(
-            DSP_FILTER_TYPE_FIR, &s,
-            framedsp_test::buffer_of(src.image(0, 0, 0, 0, 2, 2, DSP_COLOR_SPACE_BT601),
-                                     o->image(0, 0, 0, 0, 2, 2, DSP_COLOR_SPACE_BT709)),
-            o == &temp ? DSP_FILTER_OPTION_TEMP_FRAME : 0);
-        ASSERT_EQ(DSP_S_OK, DspFilter(&p));
+        const uint32_t option = o == &temp ? DSP_FILTER_OPTION_TEMP_FRAME : 0;
+        ASSERT_EQ(DSP_S_OK, fir(src, *o, 7, 30, 5, 50, 2, option, 2, DSP_COLOR_SPACE_BT601, DSP_COLOR_SPACE_BT709));
       }
       EXPECT_TRUE(framedsp_test::same_bytes(direct, temp)) << "format " << f << " orientations " << v;
     }

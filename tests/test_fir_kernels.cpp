@@ -11,6 +11,7 @@
 
 #include "filter/fir_kernels.h"
 #include "filter/fir_tables.h"
+#include "fir_formula.h"
 #include "platform/cpu.h"
 #include "test_util.h"
 
@@ -20,26 +21,6 @@ using framedsp::FirTap;
 using framedsp_test::GuardedBuffer;
 
 constexpr int kTaps[7] = {3, 5, 7, 9, 11, 13, 15};
-
-// Distance to the next sample of the same component for byte p of a line of the class, restated
-// from the layouts; 0: the byte is copied.
-int distance(int cls, size_t p) {
-  switch (cls) {
-    case 0: return p % 2 ? 2 : 4;
-    case 1: return p % 4 < 2 ? 4 : 0;
-    case 2: return p % 2 ? 4 : 2;
-    case 3: case 5: return 4;
-    case 4: return 3;
-    case 6: return 1;
-    case 7: return p % 2 ? 0 : (p % 4 == 0 ? 8 : 4);
-    case 8: return p % 2 ? 0 : (p % 4 == 0 ? 4 : 8);
-    case 9: return p % 2 ? 0 : 6;
-    case 10: return p % 2 ? 0 : 8;
-    default: return p % 2 ? 0 : 2;
-  }
-}
-
-uint8_t rounded(int64_t acc) { return uint8_t(std::min<int64_t>(255, std::max<int64_t>(0, (acc + 256) >> 9))); }
 
 // Large taps of alternating sign, mirrored: sums far outside 0..255 on both sides.
 std::vector<FirTap> adversarial(int taps) {
@@ -62,11 +43,14 @@ struct Tables {
     framedsp::fir_table_init(&whole, flags);
     framedsp::fir_sub_table_init(&sub, flags);
   }
+  // Vertical entry v (0.. after the horizontal ones).
+  framedsp::FirVertKernel vertical(int v) const {
+    const framedsp::FirVertKernel *const kinds[4] = {whole.vert, whole.vert16, sub.vert, sub.vert16};
+    return kinds[v / 7][v % 7];
+  }
   uintptr_t entry(int e) const {
-    const int v = e - framedsp::kFirHorzEntries, t = v % 7;
-    if (v < 0) return reinterpret_cast<uintptr_t>(whole.horz[e]);
-    if (v < 14) return reinterpret_cast<uintptr_t>(v < 7 ? whole.vert[t] : whole.vert16[t]);
-    return reinterpret_cast<uintptr_t>(v < 21 ? sub.vert[t] : sub.vert16[t]);
+    const int v = e - framedsp::kFirHorzEntries;
+    return v < 0 ? reinterpret_cast<uintptr_t>(whole.horz[e]) : reinterpret_cast<uintptr_t>(vertical(v));
   }
 };
 
@@ -95,46 +79,22 @@ void run(const Tables &t, const Call &c, const uint8_t *src, size_t n, size_t le
   for (int r = 0; r < c.h; ++r) {
     uint8_t *out = dst + size_t(r) * n;
     const size_t l = (lead + size_t(r) * 5) % 16, tr = (n + 32 - l) % 16;
-    if (v < 7) t.whole.vert[v](row0 + r * pitch, out, c.h, r, n, pitch, l, tr, c.shift, c.coef);
-    else if (v < 14) t.whole.vert16[v - 7](row0 + r * pitch, out, c.h, r, n, pitch, l, tr, c.shift, c.coef);
-    else if (v < 21) t.sub.vert[v - 14](row0 + r * pitch, out, c.h, r, n, pitch, l, tr, c.shift, c.coef);
-    else t.sub.vert16[v - 21](row0 + r * pitch, out, c.h, r, n, pitch, l, tr, c.shift, c.coef);
+    t.vertical(v)(row0 + r * pitch, out, c.h, r, n, pitch, l, tr, c.shift, c.coef);
   }
 }
 
 std::vector<uint8_t> formula(const Call &c, const uint8_t *src, size_t n) {
-  const int half = (c.taps - 1) / 2, v = c.e - framedsp::kFirHorzEntries;
+  const int v = c.e - framedsp::kFirHorzEntries;
+  std::vector<uint8_t> out(size_t(c.h) * n);
   if (v < 0) {
-    std::vector<uint8_t> out(n);
-    for (size_t p = 0; p < n; ++p) {
-      const int d = distance(c.e / 7, p);
-      int64_t acc = int64_t{c.coef[half].lane[0]} * src[p];
-      for (int k = 1; k <= half && d; ++k) {
-        const long l = long(p) - k * d, r = long(p) + k * d;  // the last byte is never a right tap
-        acc += int64_t{c.coef[half - k].lane[0]} * ((l >= 0 ? src[l] : src[p]) + (r <= long(n) - 2 ? src[r] : src[p]));
-      }
-      out[p] = d ? rounded(acc) : src[p];
-    }
+    fir_formula::horizontal(c.coef, c.taps, c.e / 7, src, n, out.data());
     return out;
   }
-  const int s = 1 << c.shift, last = std::max(c.h - s, 0);
   auto row = [&](int y) { return src + size_t(c.bottom_up ? c.h - 1 - y : y) * (n + 3); };
-  std::vector<uint8_t> out(size_t(c.h) * n);
-  for (int r = 0; r < c.h; ++r) {
+  for (int r = 0; r < c.h; ++r) {  // the 16-bit lanes' high bytes are 0
     for (size_t p = 0; p < n; ++p) {
-      int64_t acc = int64_t{c.coef[half].lane[0]} * row(r)[p];
-      int u = r, d = r;  // whole-pixel taps keep the pair inside the rows; fractional ones clamp
-      for (int k = 1; k <= half; ++k) {
-        if (v < 14) {
-          u = r >= k * s ? r - k * s : u;
-          d = r + k * s <= c.h - k * s - 1 ? r + k * s : d;
-        } else {
-          u = std::max(r - k * s, 0);
-          d = std::min(r + k * s, last);
-        }
-        acc += int64_t{c.coef[half - k].lane[0]} * (row(u)[p] + row(d)[p]);
-      }
-      out[size_t(r) * n + p] = (v % 14) >= 7 && (p & 1) ? 0 : rounded(acc);
+      const uint8_t model = fir_formula::vertical(c.coef, c.taps, row, c.h, r, p, 1 << c.shift, v >= 14);
+      out[size_t(r) * n + p] = (v % 14) >= 7 && (p & 1) ? 0 : model;
     }
   }
   return out;

@@ -1,6 +1,7 @@
 // DspFrameRateConvert: the kernels against their scalar twins, refusals, exact phases, identity,
 // shifts, blends, refinement, the overlay, NV16 against its components, the converter's own field,
-// bands, threads, ISA levels and guard pages.
+// bands, threads and ISA levels, every frame ending against a protected page.  Random records with
+// wild vectors against guard pages: fuzz/fuzz_frame_rate.cpp.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -10,15 +11,17 @@
 #include <thread>
 #include <vector>
 
-#include "platform/cpu.h"
 #include "framedsp/framedsp.h"
-#include "framerate/converter.h"
+#include "platform/cpu.h"
+#include "platform/handle.h"
 #include "framerate/frc_kernels.h"
-#include "test_util.h"
+#include "motion_util.h"
 
 namespace {
 
 using framedsp_test::GuardedBuffer;
+using motion_test::Frames;
+using motion_test::plane;
 using namespace framedsp;
 
 // ---- kernels ---------------------------------------------------------------------------------
@@ -90,64 +93,14 @@ struct Handle {
     for (int k = 0; k < 5; ++k) p.ulLevelRangeX[k] = p.ulLevelRangeY[k] = 2;
     EXPECT_EQ(DspCreateFrameRateConverter(&p, &h), DSP_S_OK);
   }
-  ~Handle() {
-    auto *c = acquire_handle<DspFrameRateConverter>(h);  // held, then the creation reference too
-    c->release();
-    c->release();
-  }
+  ~Handle() { HandleObject::lookup(h)->release(); }  // the creation reference: no export drops it
   DSP_FRAME_RATE_CONVERTER_PARAMS p;
   DSP_HANDLE h = nullptr;
 };
 
-// Three frames of `planes` planes of w x h with stride s, each ending against a protected page.
-struct Frames {
-  Frames(int w_, int h_, int s_ = 0, int planes = 2)
-      : w(w_), h(h_), s(s_ ? s_ : w_), bytes(size_t(planes * h - 1) * s + w),
-        a(bytes, 0), b(bytes, 0), out(bytes, 0, 0x5A) {}
-  uint8_t *plane(GuardedBuffer &f, int i) { return f.data() + size_t(i) * h * s; }
-  void texture(uint32_t seed) {  // smooth random texture in A (all planes): a bilinear 4x zoom
-    std::mt19937 rng(seed);
-    const int cw = w / 4 + 3;
-    std::vector<int> coarse(size_t(cw) * (2 * h / 4 + 3));
-    for (int &c : coarse) c = int(rng() % 256);
-    for (int y = 0; y < 2 * h; ++y)
-      for (int x = 0; x < w; ++x) {
-        const int cx = x / 4, cy = y / 4, fx = x % 4, fy = y % 4;
-        const int v = ((4 - fx) * (4 - fy) * coarse[cy * cw + cx] + fx * (4 - fy) * coarse[cy * cw + cx + 1] +
-                       (4 - fx) * fy * coarse[(cy + 1) * cw + cx] + fx * fy * coarse[(cy + 1) * cw + cx + 1]) / 16;
-        const size_t o = size_t(y / h) * h * s + size_t(y % h) * s + x;
-        if (o < bytes) a[o] = uint8_t(v);
-      }
-  }
-  // B(x) = A(x - (dx, dy)) in every plane (edges repeated); dx counts bytes.
-  void shifted(int dx, int dy) {
-    for (size_t o = 0; o < bytes; ++o) {
-      const int p = int(o / (size_t(h) * s)), y = int(o / s % h), x = int(o % s);
-      if (x >= w) continue;
-      const int sy = std::min(std::max(y - dy, 0), h - 1), sx = std::min(std::max(x - dx, 0), w - 1);
-      b[o] = a[size_t(p) * h * s + size_t(sy) * s + sx];
-    }
-  }
-  int w, h, s;
-  size_t bytes;
-  GuardedBuffer a, b, out;
-};
-
-DSP_IMAGE plane(uint8_t *data, uint32_t w, uint32_t h, uint32_t stride, size_t bytes) {
-  DSP_IMAGE i;
-  std::memset(&i, 0, sizeof i);
-  i.Buffer.pBuffer = data;
-  i.Buffer.ulBytes = uint32_t(bytes);
-  i.Buffer.eBufferType = DSP_BUFFER_TYPE_FRAME;
-  i.Buffer.Region.ulWidth = i.ulWidth = w;
-  i.Buffer.Region.ulHeight = i.ulHeight = h;
-  i.ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
-  i.eInterlace = DSP_INTERLACE_PROGRESSIVE;
-  i.ulPrimaryStrideBytes = stride;
-  return i;
-}
-
-DSP_FRAME_RATE_CONVERT_PARAMS record(Frames &f, uint32_t phase, uint8_t flags = 0) {
+// The record over the three frames, with `field` (if any) as its vector field.
+DSP_FRAME_RATE_CONVERT_PARAMS record(Frames &f, uint32_t phase, uint8_t flags = 0,
+                                     std::vector<uint8_t> *field = nullptr) {
   DSP_FRAME_RATE_CONVERT_PARAMS p;
   std::memset(&p, 0, sizeof p);
   p.FrameA = plane(f.a.data(), uint32_t(f.w), uint32_t(f.h), uint32_t(f.s), f.bytes);
@@ -155,6 +108,8 @@ DSP_FRAME_RATE_CONVERT_PARAMS record(Frames &f, uint32_t phase, uint8_t flags = 
   p.FrameOut = plane(f.out.data(), uint32_t(f.w), uint32_t(f.h), uint32_t(f.s), f.bytes);
   p.ulPhaseQ14 = phase;
   p.bConvertFlags = flags;
+  p.pVectorField = field ? field->data() : nullptr;
+  p.ulVectorFieldBytes = field ? uint32_t(field->size()) : 0;
   return p;
 }
 
@@ -171,11 +126,6 @@ std::vector<uint8_t> uniform_field(int w, int h, int bw, int bh, int vx, int vy,
     e[i + cols * rows] = {int16_t(-vx), int16_t(-vy), cost, flags};
   }
   return bytes;
-}
-
-void attach(DSP_FRAME_RATE_CONVERT_PARAMS *p, std::vector<uint8_t> &field) {
-  p->pVectorField = field.data();
-  p->ulVectorFieldBytes = uint32_t(field.size());
 }
 
 std::vector<uint8_t> bytes_of(const GuardedBuffer &g) { return {g.data(), g.data() + g.size()}; }
@@ -208,8 +158,7 @@ TEST(FrameRateConvert, RefusalsWriteNothing) {
   const std::vector<uint8_t> before = bytes_of(f.out);
   for (const auto &c : cases) {
     std::vector<uint8_t> fl = field;
-    DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192);
-    attach(&p, fl);
+    DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, 0, &fl);
     c.second(p, fl);
     EXPECT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_E_INVALIDARG) << c.first;
     EXPECT_EQ(bytes_of(f.out), before) << c.first;
@@ -222,11 +171,13 @@ TEST(FrameRateConvert, RefusalsWriteNothing) {
   EXPECT_TRUE(f.out.intact());
 }
 
-// A equal to B gives A at every phase and every sampling; phases 0 and 16384 copy A and B.
-TEST(FrameRateConvert, IdentityAndExactPhases) {
+// A equal to B gives A at every phase and every sampling.  B moved by an even number of pixels:
+// phases 0 and 16384 copy A and B, and at 1/2 the output is A moved by half of it, away from the
+// border strips, whether the field is given or estimated.
+TEST(FrameRateConvert, IdentityExactPhasesAndEvenPanAtHalf) {
   Handle conv;
-  Frames f(96, 48);
-  f.texture(2);
+  Frames f(128, 64), want(128, 64);
+  f.texture(3);
   std::memcpy(f.b.data(), f.a.data(), f.bytes);
   for (uint8_t sampling = 0; sampling < 4; ++sampling)
     for (uint32_t phase : {1u, 3277u, 8192u, 13107u, 16383u}) {
@@ -235,31 +186,20 @@ TEST(FrameRateConvert, IdentityAndExactPhases) {
       ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
       ASSERT_EQ(bytes_of(f.out), bytes_of(f.a)) << "sampling " << int(sampling) << " phase " << phase;
     }
-  f.shifted(7, -3);
+  const int dx = 6, dy = -4;
+  f.shifted(dx, dy);
   for (uint32_t phase : {0u, 16384u}) {
     DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, phase);
     ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
     EXPECT_EQ(bytes_of(f.out), bytes_of(phase ? f.b : f.a));
   }
-}
-
-// B is A moved by an even number of pixels: at phase 1/2 the output is A moved by half of it,
-// away from the border strips, whether the field is given or estimated.
-TEST(FrameRateConvert, EvenPanIsExactShiftAtHalf) {
-  Handle conv;
-  Frames f(128, 64);
-  f.texture(3);
-  const int dx = 6, dy = -4;
-  f.shifted(dx, dy);
-  Frames want(128, 64);
   std::memcpy(want.a.data(), f.a.data(), f.bytes);
   want.shifted(dx / 2, dy / 2);
   for (int given = 0; given < 2; ++given)
     for (uint8_t sampling = 0; sampling < 4; ++sampling) {
       std::vector<uint8_t> field = uniform_field(128, 64, 16, 8, dx * 4, dy * 4);
-      DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, DSP_CONVERT_PLAIN_PLANE2);
+      DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, DSP_CONVERT_PLAIN_PLANE2, given ? &field : nullptr);
       p.eSampling = sampling;
-      if (given) attach(&p, field);
       ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
       for (int pl = 0; pl < 2; ++pl)
         for (int y = 8; y < 56; ++y)
@@ -285,8 +225,7 @@ TEST(FrameRateConvert, BlendsAndNearest) {
     std::vector<uint8_t> field = uniform_field(64, 32, 16, 16, 16, 8, 0, 0);
     auto *e = reinterpret_cast<DSP_MOTION_VECTOR *>(field.data() + 48);
     for (int i = 0; i < (cut ? 8 : 1); ++i) e[i].usFlags = DSP_MV_BAD;
-    DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, phase, DSP_CONVERT_LUMA_ONLY);
-    attach(&p, field);
+    DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, phase, DSP_CONVERT_LUMA_ONLY, &field);
     p.ulFallbackThreshold = 40;
     ASSERT_EQ(DspFrameRateConvert(moving.h, &p, 0), DSP_S_OK);
     EXPECT_EQ(blended(f.a.data(), f.b.data(), f.out.data(), f.bytes), bool(cut)) << "scene cut " << cut;
@@ -324,8 +263,7 @@ TEST(FrameRateConvert, RefinementReplacesBadVectors) {
   std::memcpy(truth.a.data(), f.a.data(), f.bytes);
   truth.shifted(3, 1);
   std::vector<uint8_t> field = uniform_field(128, 64, 16, 16, 0, 0, 300);
-  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, DSP_CONVERT_LUMA_ONLY);
-  attach(&p, field);
+  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, DSP_CONVERT_LUMA_ONLY, &field);
   p.ulRefineThreshold = 300;
   ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
   for (size_t i = 0; i < f.bytes; ++i) ASSERT_EQ(f.out[i], (f.a[i] + f.b[i] + 1) >> 1) << i;
@@ -350,8 +288,7 @@ TEST(FrameRateConvert, OverlayPixels) {
   e[0].sX = 80;             // block 0: 20 pixels right, through block 1 (drawn over by block 1)
   e[1].sX = 160;            // block 1: 40 pixels right, clipped at the picture's edge
   e[3].sX = e[3].sY = -40;  // block 3: 10 pixels up-left, into block 0 (drawn last, stays)
-  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, DSP_CONVERT_LUMA_ONLY | DSP_CONVERT_NO_OCCLUSION);
-  attach(&p, field);
+  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 8192, DSP_CONVERT_LUMA_ONLY | DSP_CONVERT_NO_OCCLUSION, &field);
   ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
   const std::vector<uint8_t> plain = bytes_of(f.out);
   p.bOverlay = 1;
@@ -374,8 +311,7 @@ TEST(FrameRateConvert, Nv16MatchesItsComponents) {
   f.texture(6);
   f.shifted(4, 1);
   std::vector<uint8_t> field = uniform_field(64, 32, 16, 8, 6, 3);
-  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 5461, DSP_CONVERT_NO_OCCLUSION);
-  attach(&p, field);
+  DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 5461, DSP_CONVERT_NO_OCCLUSION, &field);
   ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
   for (int comp = 0; comp < 2; ++comp) {
     Frames c(32, 32, 0, 1);
@@ -384,8 +320,7 @@ TEST(FrameRateConvert, Nv16MatchesItsComponents) {
       c.b[size_t(i)] = f.plane(f.b, 1)[2 * i + comp];
     }
     std::vector<uint8_t> half = uniform_field(32, 32, 8, 8, 3, 3);
-    DSP_FRAME_RATE_CONVERT_PARAMS q = record(c, 5461, DSP_CONVERT_LUMA_ONLY | DSP_CONVERT_NO_OCCLUSION);
-    attach(&q, half);
+    DSP_FRAME_RATE_CONVERT_PARAMS q = record(c, 5461, DSP_CONVERT_LUMA_ONLY | DSP_CONVERT_NO_OCCLUSION, &half);
     ASSERT_EQ(DspFrameRateConvert(conv.h, &q, 0), DSP_S_OK);
     for (int i = 0; i < 32 * 32; ++i)
       ASSERT_EQ(f.plane(f.out, 1)[2 * i + comp], c.out[size_t(i)]) << "component " << comp << " at " << i;
@@ -404,20 +339,11 @@ TEST(FrameRateConvert, OwnFieldIsTheMotionVectorField) {
       const uint32_t sx = x < kW / 2 ? std::max(int(x) - 7, 0) : std::min(x + 7, kW - 1);
       f.b[y * kW + x] = f.a[std::max(int(y) - 6, 0) * kW + sx];
     }
-  std::vector<uint8_t> levels[2] = {std::vector<uint8_t>(kW * kH), std::vector<uint8_t>(kW * kH)};
-  DSP_MIPMAP_LEVELS lists[2] = {};
-  for (int s = 0; s < 2; ++s) {
-    lists[s].ulCount = conv.p.ulLevels;
-    for (uint32_t k = 0; k < conv.p.ulLevels; ++k)
-      lists[s].Levels[k] = plane(k ? levels[s].data() + (k - 1) * kW * kH / 4 : (s ? f.b : f.a).data(), kW >> k, kH >> k,
-                                 kW >> k, (kW >> k) * (kH >> k));
-    DSP_MIPMAP_PARAMS m{};
-    m.Base = lists[s].Levels[0], m.pLevels = &lists[s], m.eFilter = DSP_SCALER_FILTER_LINEAR;
-    ASSERT_EQ(DspCreateMipMaps(conv.h, &m), DSP_S_OK);
-  }
+  const motion_test::Pyramid pa(f.a.data(), kW, kH, int(conv.p.ulLevels)),
+      pb(f.b.data(), kW, kH, int(conv.p.ulLevels));
   std::vector<uint8_t> field(DSP_VECTOR_FIELD_BYTES(kW, kH, 8u, 8u));
   DSP_MOTION_VECTORS_PARAMS mv{};
-  mv.pLevelsA = &lists[0], mv.pLevelsB = &lists[1];
+  mv.pLevelsA = &pa.list, mv.pLevelsB = &pb.list;
   mv.pVectorField = field.data(), mv.ulVectorFieldBytes = uint32_t(field.size());
   std::memcpy(&mv.ulLevels, &conv.p.ulLevels,
               offsetof(DSP_MOTION_VECTORS_PARAMS, ulReserved) - offsetof(DSP_MOTION_VECTORS_PARAMS, ulLevels));
@@ -430,7 +356,7 @@ TEST(FrameRateConvert, OwnFieldIsTheMotionVectorField) {
     DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, phase, DSP_CONVERT_LUMA_ONLY);
     ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
     const std::vector<uint8_t> own = bytes_of(f.out);
-    attach(&p, field);
+    p = record(f, phase, DSP_CONVERT_LUMA_ONLY, &field);
     ASSERT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK);
     EXPECT_TRUE(own == bytes_of(f.out)) << "phase " << phase;
   }
@@ -497,33 +423,6 @@ TEST(FrameRateConvert, EveryIsaGivesTheScalarBytes) {
     set_cpu_mask(~0u);
     EXPECT_EQ(simd, scalar) << int(sampling);
     EXPECT_EQ(sse2, scalar) << int(sampling);
-  }
-}
-
-// Frames that pass the checks, ending exactly against protected pages, with wild vectors: nothing
-// outside them is read or written.
-TEST(FrameRateConvert, WildVectorsStayInsideTheFrames) {
-  Handle conv;
-  std::mt19937 rng(framedsp_test::test_seed());
-  for (int round = 0; round < 24; ++round) {
-    const int w = 2 * (1 + int(rng() % 40)), h = 1 + int(rng() % 40), bw = 4 + int(rng() % 29), bh = 4 + int(rng() % 29);
-    Frames f(w, h, w + int(rng() % 5));
-    framedsp_test::fill_random(f.a.data(), f.bytes, rng);
-    framedsp_test::fill_random(f.b.data(), f.bytes, rng);
-    std::vector<uint8_t> field = uniform_field(w, h, bw, bh, 0, 0);
-    auto *e = reinterpret_cast<DSP_MOTION_VECTOR *>(field.data() + 48);
-    for (size_t i = 0; i < (field.size() - 48) / 8; ++i)
-      e[i] = {int16_t(rng()), int16_t(rng() % 2 ? rng() : rng() % 64), uint16_t(rng()), uint16_t(rng() & 31)};
-    DSP_FRAME_RATE_CONVERT_PARAMS p = record(f, 1 + rng() % 16383, uint8_t(rng() & 15));
-    attach(&p, field);
-    p.eSampling = uint8_t(rng() % 4);
-    p.bOverlay = uint8_t(rng() & 1);
-    p.ulRefineThreshold = rng() % 2000;
-    p.ulOcclusionThreshold = rng() % 16;
-    p.ulFallbackThreshold = 255;
-    EXPECT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK) << round;
-    p.pVectorField = nullptr;
-    EXPECT_EQ(DspFrameRateConvert(conv.h, &p, 0), DSP_S_OK) << round;
   }
 }
 

@@ -14,11 +14,13 @@
 #include "platform/cpu.h"
 #include "platform/work_memory.h"
 #include "framedsp/framedsp.h"
-#include "test_util.h"
+#include "motion_util.h"
 
 namespace {
 
 using framedsp::MotionKernels;
+using motion_test::converter;
+using motion_test::Pyramid;
 using Tune = std::function<void(DSP_MOTION_VECTORS_PARAMS &)>;
 
 // Sum of 40 sinusoids with random directions and phases, 0.03..0.48 radians a pixel, amplitude
@@ -60,43 +62,9 @@ class Texture {
   std::vector<Wave> waves_;
 };
 
-DSP_HANDLE converter() {
-  static DSP_HANDLE h = [] {
-    DSP_FRAME_RATE_CONVERTER_PARAMS p{};
-    p.ulBaseCount = 1;
-    p.lWidth = p.lHeight = 64;
-    DSP_HANDLE out = nullptr;
-    EXPECT_EQ(DspCreateFrameRateConverter(&p, &out), DSP_S_OK);
-    return out;
-  }();
-  return h;
-}
-
-struct Pyramid {
-  std::vector<std::vector<uint8_t>> planes;
-  DSP_MIPMAP_LEVELS list{};
-  Pyramid(const std::vector<uint8_t> &base, int w, int h, int levels) {
-    list.ulCount = static_cast<uint32_t>(levels);
-    for (int k = 0; k < levels; ++k, w /= 2, h /= 2) {
-      planes.push_back(k ? std::vector<uint8_t>(static_cast<size_t>(w) * h) : base);
-      DSP_IMAGE &d = list.Levels[k];
-      d.Buffer.pBuffer = planes.back().data();
-      d.Buffer.eBufferType = DSP_BUFFER_TYPE_FRAME;
-      d.Buffer.Region.ulWidth = d.ulWidth = d.ulPrimaryStrideBytes = static_cast<uint32_t>(w);
-      d.Buffer.Region.ulHeight = d.ulHeight = static_cast<uint32_t>(h);
-      d.ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
-      d.eInterlace = DSP_INTERLACE_PROGRESSIVE;
-    }
-    DSP_MIPMAP_PARAMS m{};
-    m.Base = list.Levels[0];
-    m.pLevels = &list;
-    m.eFilter = DSP_SCALER_FILTER_LINEAR;
-    EXPECT_EQ(DspCreateMipMaps(converter(), &m), DSP_S_OK);
-  }
-};
-
 struct Field {
   DSP_HRESULT status;
+  std::vector<uint8_t> bytes;  // the whole buffer as the call left it (0x5A before)
   DSP_VECTOR_FIELD h{};
   std::vector<DSP_MOTION_VECTOR> e;  // forward, then backward
   int count() const { return static_cast<int>(h.ulColumns * h.ulRows); }
@@ -121,23 +89,25 @@ struct Field {
   }
 };
 
-// Estimates A -> B (and back) with the record as `tune` leaves it.
+// Estimates A -> B (and back) with the record as `tune` leaves it, into a field buffer of 0x5A
+// bytes that ends against a protected page, its margin checked.
 Field estimate(const Pyramid &a, const Pyramid &b, int block, const Tune &tune = nullptr, int block_b = 0) {
   const DSP_IMAGE &l0 = a.list.Levels[0];
   block_b = block_b ? block_b : block;
-  std::vector<uint8_t> bytes(DSP_VECTOR_FIELD_BYTES(l0.ulWidth, l0.ulHeight, block, block_b));
+  framedsp_test::GuardedBuffer field(DSP_VECTOR_FIELD_BYTES(l0.ulWidth, l0.ulHeight, block, block_b), 64, 0x5A);
   DSP_MOTION_VECTORS_PARAMS p{};
   p.pLevelsA = &a.list;
   p.pLevelsB = &b.list;
-  p.pVectorField = bytes.data();
-  p.ulVectorFieldBytes = static_cast<uint32_t>(bytes.size());
+  p.pVectorField = field.data();
+  p.ulVectorFieldBytes = static_cast<uint32_t>(field.size());
   p.ulBlockA = static_cast<uint32_t>(block);
   p.ulBlockB = static_cast<uint32_t>(block_b);
   if (tune) tune(p);
-  Field r{DspCreateMotionVectors(converter(), &p), {}, {}};
-  std::memcpy(&r.h, bytes.data(), sizeof r.h);
-  r.e.resize((bytes.size() - 48) / 8);
-  std::memcpy(r.e.data(), bytes.data() + 48, r.e.size() * 8);
+  Field r{DspCreateMotionVectors(converter(), &p), {field.data(), field.data() + field.size()}, {}, {}};
+  EXPECT_TRUE(field.intact()) << field.damage();
+  std::memcpy(&r.h, r.bytes.data(), sizeof r.h);
+  r.e.resize((r.bytes.size() - 48) / 8);
+  std::memcpy(r.e.data(), r.bytes.data() + 48, r.e.size() * 8);
   return r;
 }
 
@@ -315,13 +285,11 @@ TEST(MotionVectors, ExhaustiveWindowsPlaceBlocksAsWell) {
   // Threshold 1 sends most blocks of the texture through the exhaustive window, 255 none.
   auto threshold = [](uint32_t t) { return [t](DSP_MOTION_VECTORS_PARAMS &p) { for (uint32_t &v : p.ulLevelThreshold) v = t; }; };
   const Field wide = translate(256, 160, -4.75, 1.25, 8, threshold(1)), narrow = translate(256, 160, -4.75, 1.25, 8, threshold(255));
-  int refined[2] = {0, 0};
-  for (size_t i = 0; i < wide.e.size(); ++i) {
-    refined[0] += (wide.e[i].usFlags & DSP_MV_REFINED) != 0;
-    refined[1] += (narrow.e[i].usFlags & DSP_MV_REFINED) != 0;
-  }
-  EXPECT_GE(refined[0], static_cast<int>(wide.e.size() * 2 / 3));
-  EXPECT_EQ(refined[1], 0);
+  auto refined = [](const Field &f) {
+    return std::count_if(f.e.begin(), f.e.end(), [](const DSP_MOTION_VECTOR &v) { return v.usFlags & DSP_MV_REFINED; });
+  };
+  EXPECT_GE(refined(wide), static_cast<long>(wide.e.size() * 2 / 3));
+  EXPECT_EQ(refined(narrow), 0);
   for (int dir = 0; dir < 2; ++dir) EXPECT_GE(wide.share(dir, -19, 5), 0.98) << "direction " << dir;
 }
 
@@ -354,10 +322,7 @@ TEST(MotionVectors, EveryIsaWritesTheSameField) {
     fields.push_back(estimate(a, b, 8));
   }
   framedsp::set_cpu_mask(~0u);
-  for (size_t i = 1; i < fields.size(); ++i) {
-    EXPECT_EQ(std::memcmp(&fields[0].h, &fields[i].h, 48), 0);
-    EXPECT_EQ(std::memcmp(fields[0].e.data(), fields[i].e.data(), fields[0].e.size() * 8), 0) << "mask " << i;
-  }
+  for (size_t i = 1; i < fields.size(); ++i) EXPECT_EQ(fields[0].bytes, fields[i].bytes) << "mask " << i;
 }
 
 TEST(MotionVectors, PriorFieldMayBeTheFieldBeingWritten) {
@@ -365,22 +330,14 @@ TEST(MotionVectors, PriorFieldMayBeTheFieldBeingWritten) {
   // very buffer being written gives the same field.
   const Texture t(14);
   const Pyramid a(t.picture(160, 96), 160, 96, 3), b(t.picture(160, 96, 2.5, 1), 160, 96, 3);
-  const size_t bytes = DSP_VECTOR_FIELD_BYTES(160, 96, 8, 8);
-  std::vector<uint8_t> prior(bytes), in_place(bytes), copy(bytes);
-  DSP_MOTION_VECTORS_PARAMS p{};
-  p.pLevelsA = &a.list;
-  p.pLevelsB = &b.list;
-  p.ulBlockA = p.ulBlockB = 8;
-  p.ulVectorFieldBytes = static_cast<uint32_t>(bytes);
-  p.pVectorField = prior.data();
-  ASSERT_EQ(DspCreateMotionVectors(converter(), &p), DSP_S_OK);
-  in_place = prior;
-  p.pPriorField = prior.data();
-  p.pVectorField = copy.data();
-  ASSERT_EQ(DspCreateMotionVectors(converter(), &p), DSP_S_OK);
-  p.pPriorField = p.pVectorField = in_place.data();
-  ASSERT_EQ(DspCreateMotionVectors(converter(), &p), DSP_S_OK);
-  EXPECT_EQ(in_place, copy);
+  const Field prior = estimate(a, b, 8);
+  const Field copy = estimate(a, b, 8, [&](DSP_MOTION_VECTORS_PARAMS &p) { p.pPriorField = prior.bytes.data(); });
+  const Field in_place = estimate(a, b, 8, [&](DSP_MOTION_VECTORS_PARAMS &p) {
+    std::memcpy(p.pVectorField, prior.bytes.data(), prior.bytes.size());
+    p.pPriorField = p.pVectorField;
+  });
+  ASSERT_EQ(copy.status, DSP_S_OK);
+  EXPECT_EQ(in_place.bytes, copy.bytes);
 }
 
 // ---- refusals, work memory -----------------------------------------------------------------------
@@ -410,31 +367,17 @@ TEST(MotionVectors, RefusedRecordsWriteNothing) {
       {"null field", [](auto &p, auto &) { p.pVectorField = nullptr; }},
       {"reserved word", [](auto &p, auto &) { p.ulReserved[2] = 1; }},
   };
-  for (const auto &c : cases) {
-    framedsp_test::GuardedBuffer field(need, 64, 0x5A);
+  for (const auto &c : cases) {  // no work memory taken, no byte written
     DSP_MIPMAP_LEVELS spoilt = b.list;
-    DSP_MOTION_VECTORS_PARAMS p{};
-    p.pLevelsA = &a.list;
-    p.pLevelsB = &spoilt;
-    p.pVectorField = field.data();
-    p.ulVectorFieldBytes = static_cast<uint32_t>(need);
-    c.second(p, spoilt);
     const uint64_t before = framedsp::work_memory_stats().allocations;
-    EXPECT_EQ(DspCreateMotionVectors(converter(), &p), DSP_E_INVALIDARG) << c.first;
+    const Field r = estimate(a, b, 16, [&](DSP_MOTION_VECTORS_PARAMS &p) {
+      p.pLevelsB = &spoilt;
+      c.second(p, spoilt);
+    });
+    EXPECT_EQ(r.status, DSP_E_INVALIDARG) << c.first;
     EXPECT_EQ(framedsp::work_memory_stats().allocations, before) << c.first;
-    bool untouched = field.intact();
-    for (size_t i = 0; i < need; ++i) untouched = untouched && field[i] == 0x5A;
-    EXPECT_TRUE(untouched) << c.first;
+    EXPECT_EQ(r.bytes, std::vector<uint8_t>(need, 0x5A)) << c.first;
   }
-  // The same settings bound converter creation: a range above 128 / 4 is refused there too.
-  DSP_FRAME_RATE_CONVERTER_PARAMS cp{};
-  cp.ulBaseCount = 1;
-  cp.lWidth = 128;
-  cp.lHeight = 96;
-  cp.ulLevelRangeX[3] = 33;
-  DSP_HANDLE h = nullptr;
-  EXPECT_EQ(DspCreateFrameRateConverter(&cp, &h), DSP_E_INVALIDARG);
-
   // An accepted record releases its work memory; a failed allocation is reported.
   const framedsp::WorkMemoryStats before = framedsp::work_memory_stats();
   EXPECT_EQ(estimate(a, b, 16).status, DSP_S_OK);
@@ -446,28 +389,17 @@ TEST(MotionVectors, RefusedRecordsWriteNothing) {
   framedsp::work_memory_fail_at(0);
 }
 
-
 // A whole-pixel pan of a texture interpolated between random values 4 pixels apart: every block
 // whose match lies inside the picture gets the exact vector, both ways, with the frame-rate
 // converter's settings (3 levels, ranges 2) and with the defaults.
 TEST(MotionVectors, WholePixelPansAreExact) {
   constexpr int w = 128, h = 64;
-  std::mt19937 rng(3);
-  std::vector<int> grid(35 * 18);
-  for (int &g : grid) g = int(rng() % 256);
-  auto picture = [&](int dx, int dy) {  // moved by (dx, dy), edges repeated
-    std::vector<uint8_t> p(w * h);
-    for (int y = 0; y < h; ++y)
-      for (int x = 0; x < w; ++x) {
-        const int sx = std::clamp(x - dx, 0, w - 1), sy = std::clamp(y - dy, 0, h - 1), fx = sx % 4, fy = sy % 4;
-        const int *c = &grid[sy / 4 * 35 + sx / 4];
-        p[y * w + x] = uint8_t(((4 - fx) * (4 - fy) * c[0] + fx * (4 - fy) * c[1] + (4 - fx) * fy * c[35] + fx * fy * c[36]) / 16);
-      }
-    return p;
-  };
-  const Pyramid a(picture(0, 0), w, h, 4);
+  motion_test::Frames f(w, h, 0, 1);
+  f.texture(3);
+  const Pyramid a(f.a.data(), w, h, 4);
   for (const auto &[dx, dy] : {std::pair{-5, 3}, {3, 5}, {6, -4}, {-7, -6}, {2, 0}, {0, -3}}) {
-    const Pyramid b(picture(dx, dy), w, h, 4);
+    f.shifted(dx, dy);
+    const Pyramid b(f.b.data(), w, h, 4);
     for (const bool own : {true, false}) {
       const Field e = estimate(a, b, 16, [&](DSP_MOTION_VECTORS_PARAMS &p) {
         if (own) p.ulLevels = 3, std::fill_n(p.ulLevelRangeX, 5, 2u), std::fill_n(p.ulLevelRangeY, 5, 2u);

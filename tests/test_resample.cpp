@@ -51,15 +51,6 @@ TEST(ResampleWeights, EveryRowSumsToOneAndWidensWhenReducing) {
   }
 }
 
-std::vector<uint32_t> levels() {
-  std::vector<uint32_t> v;
-  for (uint32_t l : {uint32_t(framedsp::kCpuSSE2), framedsp::kCpuSSE2 | framedsp::kCpuSSSE3, ~0u}) {
-    const uint32_t have = l & framedsp::cpu_flags();
-    if (have && std::find(v.begin(), v.end(), have) == v.end()) v.push_back(have);
-  }
-  return v;
-}
-
 // Every level's horizontal kernel of a class writes the bytes of the scalar kernel over the same
 // plan, on every length, lead, ratio and edge rule, with adversarial weights (8-bit classes: any
 // int16 is exact), guard bytes around the output and the source ending against a protected page.
@@ -79,7 +70,7 @@ TEST_P(ResampleHorzKernel, EveryLevelMatchesTheScalarKernel) {
     job.s.chroma_siting = uint32_t(n & 1);
     job.s.phase_bits = n % 7 == 0 ? 14 : 0;
     const size_t lead = size_t(n) % 16, dlead = size_t(n * 7) % 16;
-    for (uint32_t level : levels()) {
+    for (uint32_t level : framedsp_test::simd_levels()) {
       framedsp::ResamplePlan plan;
       ASSERT_EQ(framedsp::resample_plan_build(job.s, level, &plan), 0);
       framedsp::ResamplePlanData &d = *plan.data();
@@ -119,7 +110,7 @@ INSTANTIATE_TEST_SUITE_P(AllClasses, ResampleHorzKernel, ::testing::Range<uint32
 // The vertical kernels: the scalar one against the per-sample formula, every level against it.
 TEST(ResampleVertKernel, EveryLevelMatchesTheFormula) {
   std::mt19937 rng(framedsp_test::test_seed() + 77);
-  std::vector<uint32_t> all = levels();
+  std::vector<uint32_t> all = framedsp_test::simd_levels();
   all.insert(all.begin(), 0u);
   for (uint32_t level : all) {
     framedsp::ResampleLineTable t;
@@ -185,12 +176,12 @@ TEST(ResamplePlan, ConstantInConstantOutAndEveryLevelMatchesScalar) {
         framedsp_test::fill_random(src.bytes.data(), src.bytes.size(), rng);
         Picture ref(cls, sz[2], sz[3], 7);
         ASSERT_EQ(job.run(src, ref, 0), 0);
-        for (uint32_t level : {uint32_t(framedsp::kCpuSSE2), framedsp::kCpuSSE2 | framedsp::kCpuSSSE3, ~0u}) {
+        for (uint32_t level : framedsp_test::simd_levels()) {
           Picture simd(cls, sz[2], sz[3], 7);
-          ASSERT_EQ(job.run(src, simd, level & framedsp::cpu_flags()), 0);
-          ASSERT_EQ(simd.bytes, ref.bytes) << "class " << cls << " kernel " << kernel << " edge " << edge << " level "
-                                           << level << "\n"
-                                           << framedsp_test::hex_diff(ref.bytes.data(), simd.bytes.data(), ref.bytes.size());
+          ASSERT_EQ(job.run(src, simd, level), 0);
+          ASSERT_EQ(simd.bytes, ref.bytes)
+              << "class " << cls << " kernel " << kernel << " edge " << edge << " level " << level << "\n"
+              << framedsp_test::hex_diff(ref.bytes.data(), simd.bytes.data(), ref.bytes.size());
         }
       }
     }
@@ -271,16 +262,12 @@ TEST(ResamplePlan, FullAntiRingingStaysInsideTheNeighbourhood) {
     const int64_t y = job.rows[size_t(r)] >> 32;
     for (int c = 0; c < 53; ++c) {
       const int64_t x = job.cols[size_t(c)] >> 32;
-      uint8_t lo = 255, hi = 0;
-      for (int64_t yy : {y, y + 1}) {
-        for (int64_t xx : {x, x + 1}) {
-          const uint8_t v = src.bytes[size_t(std::clamp<int64_t>(yy, 0, 15) * 20 + std::clamp<int64_t>(xx, 0, 19))];
-          lo = std::min(lo, v);
-          hi = std::max(hi, v);
-        }
-      }
-      ASSERT_GE(out.bytes[size_t(r * 53 + c)], lo) << r << " " << c;
-      ASSERT_LE(out.bytes[size_t(r * 53 + c)], hi) << r << " " << c;
+      auto at = [&](int64_t dy, int64_t dx) {
+        return src.bytes[size_t(std::clamp<int64_t>(y + dy, 0, 15) * 20 + std::clamp<int64_t>(x + dx, 0, 19))];
+      };
+      const auto range = std::minmax({at(0, 0), at(0, 1), at(1, 0), at(1, 1)});
+      ASSERT_GE(out.bytes[size_t(r * 53 + c)], range.first) << r << " " << c;
+      ASSERT_LE(out.bytes[size_t(r * 53 + c)], range.second) << r << " " << c;
     }
   }
 }

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <random>
 #include <set>
 #include <thread>
@@ -32,23 +33,30 @@ DSP_HANDLE create_converter() {
   return h;
 }
 
-// Every handle export once; the count of answers that differ from `want`.  `want` is what the
-// handle check decides: E_HANDLE for a bad handle, or E_NOTIMPL for a live one, where each
-// operation gets past the handle and reads its zeroed record: the pyramid answers E_POINTER for
-// the missing level list, the motion vectors and the conversion E_INVALIDARG for their missing
-// pyramids and frames.
-int use(DSP_HANDLE h, DSP_HRESULT want) {
+// Every handle export once; the count of answers other than the handle check's.  A bad handle
+// gets E_HANDLE; a live one gets past the handle to its zeroed record: the pyramid answers
+// E_POINTER for the missing level list, the motion vectors and the conversion E_INVALIDARG.
+int use(DSP_HANDLE h, bool live) {
   DSP_FRAME_RATE_CONVERT_PARAMS convert{};
   DSP_MOTION_VECTORS_PARAMS motion{};
   DSP_MIPMAP_PARAMS mip{};
-  const DSP_HRESULT want_motion = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_INVALIDARG;
-  const DSP_HRESULT want_mip = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_POINTER;
-  const DSP_HRESULT want_convert = want == DSP_E_HANDLE ? DSP_E_HANDLE : DSP_E_INVALIDARG;
-  int wrong = 0;
-  wrong += DspFrameRateConvert(h, &convert, 0) != want_convert;
-  wrong += DspCreateMotionVectors(h, &motion) != want_motion;
-  wrong += DspCreateMipMaps(h, &mip) != want_mip;
-  return wrong;
+  return (DspFrameRateConvert(h, &convert, 0) != (live ? DSP_E_INVALIDARG : DSP_E_HANDLE)) +
+         (DspCreateMotionVectors(h, &motion) != (live ? DSP_E_INVALIDARG : DSP_E_HANDLE)) +
+         (DspCreateMipMaps(h, &mip) != (live ? DSP_E_POINTER : DSP_E_HANDLE));
+}
+
+// Runs body(t) for t = 0 .. n - 1 on n threads that start together.
+void together(int n, const std::function<void(int)> &body) {
+  std::atomic<int> ready{0};
+  std::vector<std::thread> pool;
+  for (int t = 0; t < n; ++t) {
+    pool.emplace_back([&, t] {
+      ready.fetch_add(1);
+      while (ready.load() < n) std::this_thread::yield();
+      body(t);
+    });
+  }
+  for (std::thread &thread : pool) thread.join();
 }
 
 TEST(HandleStress, OneConverterUnderContentionWithBadHandles) {
@@ -76,47 +84,30 @@ TEST(HandleStress, OneConverterUnderContentionWithBadHandles) {
   std::vector<uintptr_t> foreign(8, 0);
   foreign[1] = reinterpret_cast<uintptr_t>(live);
 
-  std::atomic<int> ready{0};
   std::atomic<int> wrong_live{0}, wrong_bad{0};
-  std::vector<std::thread> pool;
-  for (int t = 0; t < kUsers; ++t) {
-    pool.emplace_back([&] {
-      ready.fetch_add(1);
-      while (ready.load() < kUsers + kAbusers) std::this_thread::yield();
-      int wrong = 0;
-      for (int i = 0; i < kIterations; ++i) wrong += use(live, DSP_E_NOTIMPL);
+  together(kUsers + kAbusers, [&](int t) {
+    int wrong = 0;
+    if (t < kUsers) {
+      for (int i = 0; i < kIterations; ++i) wrong += use(live, true);
       wrong_live.fetch_add(wrong);
-    });
-  }
-  for (int t = 0; t < kAbusers; ++t) {
-    pool.emplace_back([&, t] {
-      std::mt19937_64 rng(framedsp_test::test_seed() + static_cast<uint64_t>(t));
-      const DSP_HANDLE fixed[] = {nullptr,
-                                  reinterpret_cast<DSP_HANDLE>(~uintptr_t{0}),
-                                  reinterpret_cast<DSP_HANDLE>(uintptr_t{0xFFFFFFFFu}),
-                                  stale,
-                                  gone,
-                                  locked,
-                                  foreign.data(),
-                                  static_cast<uint8_t *>(live) + 8,
-                                  static_cast<uint8_t *>(live) + 1};
-      ready.fetch_add(1);
-      while (ready.load() < kUsers + kAbusers) std::this_thread::yield();
-      int wrong = 0;
-      for (int i = 0; i < kIterations; ++i) {
-        DSP_HANDLE h = fixed[i % (sizeof fixed / sizeof fixed[0])];
-        if (i % 3 == 2) {
-          uintptr_t v = static_cast<uintptr_t>(rng());
-          if (t % 2) v &= 0x0000FFFFFFFFFFF8ull;  // canonical, aligned addresses
-          h = reinterpret_cast<DSP_HANDLE>(v);
-          if (h == live) continue;
-        }
-        wrong += use(h, DSP_E_HANDLE);
+      return;
+    }
+    std::mt19937_64 rng(framedsp_test::test_seed() + static_cast<uint64_t>(t));
+    const DSP_HANDLE fixed[] = {nullptr, reinterpret_cast<DSP_HANDLE>(~uintptr_t{0}),
+                                reinterpret_cast<DSP_HANDLE>(uintptr_t{0xFFFFFFFFu}), stale, gone, locked,
+                                foreign.data(), static_cast<uint8_t *>(live) + 8, static_cast<uint8_t *>(live) + 1};
+    for (int i = 0; i < kIterations; ++i) {
+      DSP_HANDLE h = fixed[i % (sizeof fixed / sizeof fixed[0])];
+      if (i % 3 == 2) {
+        uintptr_t v = static_cast<uintptr_t>(rng());
+        if (t % 2) v &= 0x0000FFFFFFFFFFF8ull;  // canonical, aligned addresses
+        h = reinterpret_cast<DSP_HANDLE>(v);
+        if (h == live) continue;
       }
-      wrong_bad.fetch_add(wrong);
-    });
-  }
-  for (std::thread &t : pool) t.join();
+      wrong += use(h, false);
+    }
+    wrong_bad.fetch_add(wrong);
+  });
 
   EXPECT_EQ(wrong_live.load(), 0) << "a live converter was refused";
   EXPECT_EQ(wrong_bad.load(), 0) << "a bad handle was accepted";
@@ -130,41 +121,29 @@ TEST(HandleStress, OneConverterUnderContentionWithBadHandles) {
 }
 
 TEST(HandleStress, ConcurrentCreationDrawsDistinctIdentities) {
-  constexpr int kThreads = 8;
-  constexpr int kEach = 200;
+  constexpr int kThreads = 8, kEach = 200;
   const int64_t live_before = framedsp::live_handle_objects();
   std::vector<std::vector<DSP_HANDLE>> made(kThreads);
-  std::atomic<int> ready{0};
-  std::vector<std::thread> pool;
-  for (int t = 0; t < kThreads; ++t) {
-    pool.emplace_back([&, t] {
-      ready.fetch_add(1);
-      while (ready.load() < kThreads) std::this_thread::yield();
-      for (int i = 0; i < kEach; ++i) {
-        DSP_HANDLE h = create_converter();
-        if (h) made[t].push_back(h);
-        EXPECT_EQ(use(h, DSP_E_NOTIMPL), 0);
-      }
-    });
-  }
-  for (std::thread &t : pool) t.join();
+  together(kThreads, [&](int t) {
+    for (int i = 0; i < kEach; ++i) {
+      made[size_t(t)].push_back(create_converter());
+      EXPECT_EQ(use(made[size_t(t)].back(), true), 0);
+    }
+  });
   std::set<uint32_t> ids;
   std::set<DSP_HANDLE> handles;
-  size_t total = 0;
   for (const auto &list : made) {
     for (DSP_HANDLE h : list) {
       framedsp::HandleObject *o = framedsp::HandleObject::lookup(h);
       ASSERT_NE(o, nullptr);
-      EXPECT_NE(o->id(), 0u);
       ids.insert(o->id());
       handles.insert(h);
-      ++total;
     }
   }
-  EXPECT_EQ(total, size_t{kThreads} * kEach);
-  EXPECT_EQ(ids.size(), total) << "two converters share an identity";
-  EXPECT_EQ(handles.size(), total);
-  EXPECT_EQ(framedsp::live_handle_objects(), live_before + static_cast<int64_t>(total));
+  EXPECT_EQ(ids.size(), size_t{kThreads} * kEach) << "two converters share an identity";
+  EXPECT_EQ(ids.count(0u), 0u);
+  EXPECT_EQ(handles.size(), size_t{kThreads} * kEach);
+  EXPECT_EQ(framedsp::live_handle_objects(), live_before + kThreads * kEach);
   for (DSP_HANDLE h : handles) EXPECT_EQ(framedsp::HandleObject::lookup(h)->release(), 0);
   EXPECT_EQ(framedsp::live_handle_objects(), live_before);
 }
