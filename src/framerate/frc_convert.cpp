@@ -2,6 +2,7 @@
 // the blend or the nearest source (by mode, or for a scene cut), or the motion-compensated frame.
 #include "framerate/frc_convert.h"
 
+#include <cstdint>
 #include <cstring>
 
 #include "platform/cpu.h"
@@ -133,9 +134,26 @@ bool scene_cut(const FieldView &f, uint32_t threshold_256) {
   return bad * 256 > uint64_t(threshold_256) * n;
 }
 
+// Points the view at a private, aligned copy of its entries (forward, then backward); null when
+// the work memory is short.
+DSP_MOTION_VECTOR *copy_entries(FieldView *field, WorkBlock *block) {
+  const size_t half = size_t(field->cols) * field->rows, n = half * (field->bwd ? 2 : 1);
+  if (!block->allocate(n * sizeof(DSP_MOTION_VECTOR) + 16)) return nullptr;
+  auto *copy = reinterpret_cast<DSP_MOTION_VECTOR *>(block->aligned());
+  std::memcpy(copy, field->fwd, half * sizeof *copy);
+  if (field->bwd) std::memcpy(copy + half, field->bwd, half * sizeof *copy);
+  field->fwd = copy;
+  if (field->bwd) field->bwd = copy + half;
+  return copy;
+}
+
 HRESULT convert_motion(const DSP_FRAME_RATE_CONVERTER_PARAMS &s, const DSP_FRAME_RATE_CONVERT_PARAMS &p,
                        const FrcJob &job, FieldView field) {
-  WorkBlock own_field, private_entries;
+  WorkBlock own_field, aligned_entries, private_entries;
+  if (p.pVectorField && reinterpret_cast<uintptr_t>(field.fwd) % alignof(DSP_MOTION_VECTOR) != 0) {
+    // A host's field may start at any address: its entries are read from an aligned copy.
+    if (!copy_entries(&field, &aligned_entries)) return kOutOfMemory;
+  }
   if (!p.pVectorField) {
     if (job.width < 4 || job.height < 4) {  // too small to search: no window fits
       convert_without_motion(job, DSP_CONVERT_MODE_BLEND);
@@ -153,14 +171,11 @@ HRESULT convert_motion(const DSP_FRAME_RATE_CONVERTER_PARAMS &s, const DSP_FRAME
     return kOk;
   }
   if (p.bConvertFlags & DSP_CONVERT_REFINE) {
-    const size_t n = size_t(field.cols) * field.rows * (field.bwd ? 2 : 1);
-    if (!private_entries.allocate(n * sizeof(DSP_MOTION_VECTOR) + 16)) return kOutOfMemory;
-    auto *copy = reinterpret_cast<DSP_MOTION_VECTOR *>(private_entries.aligned());
-    std::memcpy(copy, field.fwd, n / (field.bwd ? 2 : 1) * sizeof *copy);
-    if (field.bwd) std::memcpy(copy + n / 2, field.bwd, n / 2 * sizeof *copy);
-    refine_field(job, field, p.ulRefineThreshold, copy, field.bwd ? copy + n / 2 : nullptr);
-    field.fwd = copy;
-    if (field.bwd) field.bwd = copy + n / 2;
+    const FieldView given = field;
+    DSP_MOTION_VECTOR *copy = copy_entries(&field, &private_entries);
+    if (!copy) return kOutOfMemory;
+    const size_t half = size_t(field.cols) * field.rows;
+    refine_field(job, given, p.ulRefineThreshold, copy, field.bwd ? copy + half : nullptr);
   }
   return convert_along_field(job, field);
 }
