@@ -452,12 +452,12 @@ typedef struct DSP_SCALER_PARAMS {
  * and right edges, the way televisions and cameras fill wide screens; mode 2 undoes it (a 16:9
  * panorama back to 4:3), mode 0 is the uniform stretch.
  *
- *   input (Wi)    |..............|..............|..............|..............|   equal steps
- *                 |                     |                       |
- *   mode 1  out   |....   .    .   .  . . . . . . .  .   .    .   ....|
- *   (Wo)          |<-- stretched -->|<- centre band ->|<-- stretched -->|
- *                 |   growing step  |  c * Wo wide,   |   growing step  |
- *                                     scale r * Wo/Wi
+ * Where equal steps of the input land (c = 0.2, r = 0.85):
+ *   input        +---+---+---+---+---+---+---+---+---+---+---+---+  Wi
+ *   mode 0       +----+-----+----+----+-----+----+----+-----+----+----+-----+----+  Wo = k Wi
+ *   mode 1       +-------+----+----+----+---+----+----+---+----+----+----+-------+
+ *                                         |<-- c Wo -->|
+ *                  steps grow outwards     steps r k     steps grow outwards
  *
  * The mapping (modes 1 and 2).  A column x of a region w pixels wide sits at (2x + 1 - w) / w in
  * (-1, 1), the region's edges at -1 and 1 (the centre convention).  Mode 1: output column u reads
@@ -475,14 +475,14 @@ typedef struct DSP_SCALER_PARAMS {
  *
  * Arithmetic.  The centre term g u is exact and rounded once to 1/2^32 pixel; the edge term is
  * evaluated in Q30 (s, s^2, s^3 each rounded once); mode 2 finds f^-1 by bisection over Q30
- * values of u, comparing f(u) with t' exactly.  Positions are monotone, mirror-symmetric (a
+ * values of u, comparing f(u) with t exactly.  Positions are monotone, mirror-symmetric (a
  * mirrored input gives the mirrored output in the 1-pixel formats; the 4:2:2 formats keep their
  * chroma on the pair's first pixel), sampled at 1/64-pixel phases.  Where the mapping reduces
  * (source pixels per output pixel above 1: mode 2 towards the edges, or an output narrower than
  * the input) every kernel but nearest widens by the local reduction, column by column, so the
  * squeezed edges do not alias.  Taps stop at the input region's edges (edge samples repeat), as
- * in DspScaler.  Vertically every mode is DspScaler's: its fields, runs, bands, dominance rules
- * and line positions (output line k of a run reads line (k * vstep) / 16384 of the same run),
+ * in DspScaler.  Vertically every mode is DspScaler's: its fields, runs, bands and line
+ * positions (output line k of a run reads line (k * vstep) / 16384 of the same run),
  * with the kernels of eFilter (widened when the lines are reduced) at 1/64-line phases.
  *
  * Mode 0 is DspScaler's geometry exactly.  With eFilter 0 or 1 the call IS DspScaler's general
