@@ -215,7 +215,6 @@ void PrintTo(const ExportCase &c, std::ostream *os) { *os << c.label; }
 
 const HRESULT kPtr = DSP_E_POINTER;
 const HRESULT kHdl = DSP_E_HANDLE;
-const HRESULT kNotImpl = DSP_E_NOTIMPL;
 const DSP_HANDLE kAllOnes = reinterpret_cast<DSP_HANDLE>(~uintptr_t{0});
 
 // The one refusal of a single-record export.
