@@ -3,7 +3,8 @@
 //                                OpenCV resize (INTER_NEAREST, INTER_LINEAR), swscale (point, bilinear)
 //   uyvy 1920x1080 -> 1280x720   nearest and linear; libyuv UYVYToI422 + I422Scale + I422ToUYVY
 //                                (bilinear), swscale fast bilinear uyvy422 -> uyvy422
-//   uyvy 720x486 -> 1920x1080    linear, beside the same two peer routes
+//   uyvy 720x486 -> 1920x1080    linear, beside the same two peer routes; DspNonUniformScaler's
+//                                panorama (linear, cubic) on the same frames
 // "pixels/s" counts output pixels (250M/s is 250 Mpixel/s).  The routes differ in their sample
 // phase and rounding, so only speed is compared here.
 #include <benchmark/benchmark.h>
@@ -98,6 +99,34 @@ BENCHMARK(BM_framedsp_bgra_linear)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_framedsp_uyvy_nearest)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_framedsp_uyvy_linear)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_framedsp_uyvy_sd_to_hd_linear)->Unit(benchmark::kMillisecond);
+
+// DspNonUniformScaler on the same frames as the SD -> HD DspScaler run above: the panorama of
+// 4:3 material (centre 0.2 at 0.85 of the stretch).
+void run_panorama(benchmark::State &state, uint32_t filter) {
+  Frames f(kUyvyUp);
+  const Geometry &g = f.g;
+  DSP_NONUNIFORM_SCALER_PARAMS p;
+  std::memset(&p, 0, sizeof p);
+  p.eStretchMode = DSP_STRETCH_PANORAMA;
+  p.eFilter = filter;
+  p.ulCentreWidthQ14 = 3277;
+  p.ulCentreScaleQ14 = 13926;
+  p.Buffer.In = image(f.src.data(), g.sw, g.sh, f.src_stride, DSP_PIXEL_FORMAT_UYVY);
+  p.Buffer.Out = image(f.dst.data(), g.dw, g.dh, f.dst_stride, DSP_PIXEL_FORMAT_UYVY);
+  if (DspNonUniformScaler(&p) != DSP_S_OK) {
+    state.SkipWithError("DspNonUniformScaler refused the record");
+    return;
+  }
+  for (auto _ : state) {
+    DspNonUniformScaler(&p);
+    benchmark::DoNotOptimize(f.dst.data());
+  }
+  set_rates(state, g);
+}
+void BM_framedsp_uyvy_sd_to_hd_panorama_linear(benchmark::State &s) { run_panorama(s, DSP_SUBPIXEL_FILTER_LINEAR); }
+void BM_framedsp_uyvy_sd_to_hd_panorama_cubic(benchmark::State &s) { run_panorama(s, DSP_SUBPIXEL_FILTER_CUBIC); }
+BENCHMARK(BM_framedsp_uyvy_sd_to_hd_panorama_linear)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_framedsp_uyvy_sd_to_hd_panorama_cubic)->Unit(benchmark::kMillisecond);
 
 #if defined(FRAMEDSP_BENCH_LIBYUV)
 void run_libyuv_argb(benchmark::State &state, libyuv::FilterMode mode) {

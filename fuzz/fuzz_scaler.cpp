@@ -1,6 +1,7 @@
 // DspScaler on records built from the fuzz input: the general path (nearest, linear, staged,
 // two-plane formats, fields, bands, derived sizes), both fixed-ratio fast paths with ratios that
-// often look eligible, and the filtered path (ulOptions bit 1).  Any documented status is
+// often look eligible, and the filtered path (ulOptions bit 1); DspNonUniformScaler (every mode
+// and kernel) on the same records.  Any documented status is
 // accepted; E_INVALIDARG and E_NOTIMPL leave the output untouched, and every call writes only
 // inside the output region the geometry step gives (computed here from the public header).
 #include <algorithm>
@@ -25,15 +26,12 @@ ScaleFormat scale_format(uint32_t f) {
     case 0: return {4, 0, false};
     case 1: return {3, 0, false};
     case 5: return {3, 1, false};
-    case 21: case 24: case 25: return {2, 0, true};
-    case 22: return {4, 0, true};
+    case 22: case 31: return {4, 0, true};
     case 23: return {6, 0, true};
     case 28: case 30: return {2, 1, true};
-    case 31: return {4, 0, true};
     case 129: return {8, 0, true};
     case 261: case 263: return {1, 0, true};
-    case 262: return {2, 0, true};
-    default: return {2, 0, true};
+    default: return {2, 0, true};  // 21, 24, 25, 262 and the formats the scaler refuses
   }
 }
 
@@ -134,15 +132,11 @@ void allow_region(const DSP_IMAGE &o, const DSP_REGION &r, fuzz::OutputImage *ou
 // FUZZ_STATUS_COUNTS=1 prints how often each status came back (is the fuzzer reaching the
 // kernels, or only the refusals?).
 struct StatusCounts {
-  uint64_t ok = 0, invalid = 0, notimpl = 0, fail = 0, other = 0, fast = 0;
+  unsigned long long ok = 0, invalid = 0, notimpl = 0, fail = 0, other = 0, fast = 0, nonuniform = 0;
   ~StatusCounts() {
-    if (std::getenv("FUZZ_STATUS_COUNTS")) {
-      std::fprintf(stderr, "DspScaler statuses: S_OK %llu (fast-path shaped %llu), E_INVALIDARG %llu, E_NOTIMPL %llu, "
-                   "E_FAIL %llu, other %llu\n",
-                   static_cast<unsigned long long>(ok), static_cast<unsigned long long>(fast),
-                   static_cast<unsigned long long>(invalid), static_cast<unsigned long long>(notimpl),
-                   static_cast<unsigned long long>(fail), static_cast<unsigned long long>(other));
-    }
+    if (!std::getenv("FUZZ_STATUS_COUNTS")) return;
+    std::fprintf(stderr, "statuses: S_OK %llu (fast-path shaped %llu, DspNonUniformScaler %llu), E_INVALIDARG %llu, "
+                 "E_NOTIMPL %llu, E_FAIL %llu, other %llu\n", ok, fast, nonuniform, invalid, notimpl, fail, other);
   }
 };
 StatusCounts g_counts;
@@ -161,11 +155,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   p.fVerticalScale = r.u8() < 128 ? p.fHorizontalScale : draw_factor(r);
   const uint8_t opt = r.u8();
   p.ulOptions = opt < 120 ? 0 : opt < 200 ? 1 : opt < 240 ? 2 : r.u32();
-  DSP_FIR_SETTINGS fir{};
-  fir.ulHorzTaps = r.range(0, 16);
-  fir.ulVertTaps = r.range(0, 16);
-  fir.ulHorzCutoff = r.range(0, 100);
-  fir.ulVertCutoff = r.range(0, 100);
+  const uint32_t taps_h = r.range(0, 16), taps_v = r.range(0, 16);
+  DSP_FIR_SETTINGS fir{taps_h, r.range(0, 100), 0, taps_v, r.range(0, 100)};  // drawn left to right
   p.eFilterType = r.u8() < 220 ? DSP_FILTER_TYPE_FIR : r.u32();
   p.pSettings = r.u8() < 240 ? &fir : nullptr;
   p.ulReserved = r.u32();
@@ -265,42 +256,50 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (nulls == 254) b.Out.Buffer.pBuffer = nullptr;
   call.buffer = b;
 
+  // Past the end of the input (zeros): DspScaler.  Otherwise mostly DspNonUniformScaler on the
+  // same record, its settings in the first five words (the layouts agree from word 5 on): mode,
+  // filter, centre width and scale (folding pairs included), the reserved word.
+  const bool nonuniform = r.u8() >= 160;
+  if (nonuniform) {
+    const bool odd = r.u8() >= 250;
+    const uint32_t words[5] = {odd ? r.u32() : r.range(0, 2), odd ? r.u32() : r.range(0, 3),
+                               r.u8() < 220 ? r.range(0, 12000) : r.u32(), r.u8() < 220 ? r.range(9000, 40000) : r.u32(),
+                               r.u8() < 245 ? 0 : r.u32()};
+    std::memcpy(&p, words, sizeof words);
+  }
+  DSP_SCALER_PARAMS shape_of = p;  // what the geometry step sees: sizes as given, a filter it takes
+  if (nonuniform) shape_of.eFilter = 0;
   DSP_REGION region{};
-  const bool geometry_ok = derive_output_region(p, &region);
+  const bool geometry_ok = derive_output_region(shape_of, &region);
   if (geometry_ok) allow_region(b.Out, region, call.output.get());
 
   const DSP_SCALER_PARAMS before = p;
   const DSP_FIR_SETTINGS fir_before = fir;
-  const DSP_HRESULT hr = DspScaler(&p);
+  DSP_NONUNIFORM_SCALER_PARAMS n;
+  static_assert(sizeof n == sizeof p, "the two records share one layout");
+  std::memcpy(&n, &p, sizeof n);
+  const char *name = nonuniform ? "DspNonUniformScaler" : "DspScaler";
+  const DSP_HRESULT hr = nonuniform ? DspNonUniformScaler(&n) : DspScaler(&p);
   fuzz::set_failure_context(&before.Buffer);
-  fuzz::require(std::memcmp(&before, &p, sizeof p) == 0, "DspScaler", "the record changed");
-  fuzz::require(std::memcmp(&fir_before, &fir, sizeof fir) == 0, "DspScaler", "the settings changed");
+  fuzz::require(std::memcmp(&before, nonuniform ? static_cast<const void *>(&n) : &p, sizeof p) == 0, name,
+                "the record changed");
+  fuzz::require(std::memcmp(&fir_before, &fir, sizeof fir) == 0, name, "the settings changed");
   char detail[200];
   std::snprintf(detail, sizeof detail,
-                "status 0x%08x (path %u, filter %u, scale flags 0x%x, factors %g x %g, options 0x%x)",
+                "status 0x%08x (path/mode %u, filter %u, scale flags 0x%x, factors %g x %g, options 0x%x)",
                 static_cast<unsigned>(hr), p.eScalerPath, p.eFilter, p.ulScaleFlags,
                 static_cast<double>(p.fHorizontalScale), static_cast<double>(p.fVerticalScale), p.ulOptions);
-  // E_FAIL: a failed copy, or an eFilter other than 0 and 1 on the integer-ratio path.
+  // E_FAIL: a failed copy, a missing FIR row, an eFilter other than 0 and 1 on the integer-ratio path.
   fuzz::require(hr == DSP_S_OK || hr == DSP_E_INVALIDARG || hr == DSP_E_NOTIMPL || hr == DSP_E_FAIL ||
                     hr == DSP_E_OUTOFMEMORY,
-                "DspScaler", detail);
-  if (hr == DSP_S_OK) {
-    fuzz::require(geometry_ok, "DspScaler", detail);
-  }
-  if (hr == DSP_S_OK) {
-    ++g_counts.ok;
-    if (shape != 0) ++g_counts.fast;
-  } else if (hr == DSP_E_INVALIDARG) {
-    ++g_counts.invalid;
-  } else if (hr == DSP_E_NOTIMPL) {
-    ++g_counts.notimpl;
-  } else if (hr == DSP_E_FAIL) {
-    ++g_counts.fail;
-  } else {
-    ++g_counts.other;
-  }
+                name, detail);
+  if (hr == DSP_S_OK) fuzz::require(geometry_ok, name, detail);
+  ++(hr == DSP_S_OK ? g_counts.ok : hr == DSP_E_INVALIDARG ? g_counts.invalid : hr == DSP_E_NOTIMPL ? g_counts.notimpl
+     : hr == DSP_E_FAIL ? g_counts.fail : g_counts.other);
+  g_counts.fast += hr == DSP_S_OK && shape != 0;
+  g_counts.nonuniform += hr == DSP_S_OK && nonuniform;
   // Settings errors and the reserved filter are answered before any line is written; every
   // other status may leave a partly written region, never a byte outside it.
-  fuzz::check_line_call("DspScaler", call, before.Buffer, hr == DSP_E_INVALIDARG || hr == DSP_E_NOTIMPL);
+  fuzz::check_line_call(name, call, before.Buffer, hr == DSP_E_INVALIDARG || hr == DSP_E_NOTIMPL);
   return 0;
 }

@@ -228,6 +228,7 @@ scale $T/ramp.gray $T/o -s 4x1 -f gray --to 8x1|bytes 0 50 100 150 200 225 250 2
 scale $T/clip.raw $T/o -s 192x108 -f uyvy422 --to 128x72 --staged|= $T/s720
 scale $T/ramp.gray $T/o -s 4x1 -f gray --to 4x1 --src-rect 1,0,2,1 --kernel linear|awk for (j = 0; j < 4; j++) { s = 0.75 + 0.5 * j; k = int(s); r[0] = 0; r[1] = 100; r[2] = 200; r[3] = 250; v(int(r[k] + (s - k) * (r[k + 1] - r[k]) + 0.5)) }
 kenburns $T/clip.raw $T/o -s 192x108 -f uyvy422 --frames 2 --start 1 --end 1|= $T/clip.raw
+panorama $T/clip.raw $T/o -s 192x108 -f uyvy422 --mode 0 --to 128x72 --kernel linear|= $T/s720
 scale $T/clip.raw $T/o -s 192x108 -f uyvy422 --factor 0.5|size $((96 * 54 * 2 * 2))
 scale $T/sfields.uyvy $T/o -s 4x8 -f uyvy422 --to 6x12 --interlaced|= $T/sfields6.uyvy
 EOF

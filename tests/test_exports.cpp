@@ -215,7 +215,6 @@ void PrintTo(const ExportCase &c, std::ostream *os) { *os << c.label; }
 
 const HRESULT kPtr = DSP_E_POINTER;
 const HRESULT kHdl = DSP_E_HANDLE;
-const HRESULT kNotImpl = DSP_E_NOTIMPL;
 const DSP_HANDLE kAllOnes = reinterpret_cast<DSP_HANDLE>(~uintptr_t{0});
 
 // The one refusal of a single-record export.
@@ -241,10 +240,12 @@ const std::vector<ExportCase> &export_cases() {
        [](Rig &r) { return DspScaler(&r.scaler); }, DSP_S_OK, true, 3},
       {"DspNonUniformScaler_plain", "DspNonUniformScaler",
        FRAMEDSP_NULL_RECORD(DspNonUniformScaler), nullptr,
-       [](Rig &r) { return DspNonUniformScaler(&r.scaler); }, kNotImpl, true, 1},
+       [](Rig &r) { return DspNonUniformScaler(reinterpret_cast<DSP_NONUNIFORM_SCALER_PARAMS *>(&r.scaler)); },
+       DSP_S_OK, true, 1},
       {"DspNonUniformScaler_filtered", "DspNonUniformScaler",
        FRAMEDSP_NULL_RECORD(DspNonUniformScaler), nullptr,
-       [](Rig &r) { return DspNonUniformScaler(&r.scaler); }, kNotImpl, true, 2},
+       [](Rig &r) { return DspNonUniformScaler(reinterpret_cast<DSP_NONUNIFORM_SCALER_PARAMS *>(&r.scaler)); },
+       DSP_S_OK, true, 2},
       {"DspSubPixelScaler_plain", "DspSubPixelScaler", FRAMEDSP_NULL_RECORD(DspSubPixelScaler),
        nullptr, [](Rig &r) { return DspSubPixelScaler(&r.subpixel_scaler); }, DSP_S_OK, true, 0},
       {"DspSubPixelScaler_filtered", "DspSubPixelScaler", FRAMEDSP_NULL_RECORD(DspSubPixelScaler),

@@ -218,6 +218,29 @@ DSP_HRESULT subpixel_scale_frame(const RawLayout &in, const uint8_t *in_pixels, 
   return DspSubPixelScaler(&p);
 }
 
+DSP_HRESULT panorama_frame(const RawLayout &in, const uint8_t *in_pixels, const RawLayout &out, uint8_t *out_pixels,
+                           const ScaleChoice &choice, const PanoramaChoice &pan) {
+  DSP_NONUNIFORM_SCALER_PARAMS p;
+  std::memset(&p, 0, sizeof p);
+  p.eStretchMode = pan.mode;
+  p.eFilter = pan.kernel;
+  p.ulCentreWidthQ14 = pan.centre_q14;
+  p.ulCentreScaleQ14 = pan.scale_q14;
+  p.ulOptions = choice.staged ? DSP_SCALER_OPTION_STAGED : 0;
+  if (choice.fir) {
+    p.ulOptions |= DSP_SCALER_OPTION_FILTERED;
+    p.eFilterType = DSP_FILTER_TYPE_FIR;
+    p.pSettings = &choice.fir_settings;
+  }
+  p.Buffer.In = image_of(in, in_pixels);
+  p.Buffer.Out = image_of(out, out_pixels);
+  p.Buffer.In.eInterlace = p.Buffer.Out.eInterlace =
+      choice.interlaced ? DSP_INTERLACE_INTERLEAVED_1 : DSP_INTERLACE_PROGRESSIVE;
+  p.Buffer.In.eColorSpace = choice.in_space;
+  p.Buffer.Out.eColorSpace = choice.out_space;
+  return DspNonUniformScaler(&p);
+}
+
 bool kenburns_frame(const RawLayout &in, const uint8_t *in_pixels, const RawLayout &out, uint8_t *out_pixels,
                     const KenBurnsMove &move, uint32_t phase_q14, double *ms, std::string *error) {
   DSP_SUBPIXEL_SCALER_HELPER_IN h;

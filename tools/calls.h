@@ -86,6 +86,18 @@ struct SubPixelChoice {
 DSP_HRESULT subpixel_scale_frame(const RawLayout &in, const uint8_t *in_pixels, const RawLayout &out,
                                  uint8_t *out_pixels, const ScaleChoice &choice, const SubPixelChoice &sub);
 
+// ---- DspNonUniformScaler: a whole frame of `in` into a whole frame of `out` with the mapping of
+// `mode` (DSP_STRETCH_*); staging, the FIR sub-record, interlacing and colour spaces come from
+// `choice`.
+struct PanoramaChoice {
+  uint32_t mode = DSP_STRETCH_PANORAMA;
+  uint32_t kernel = DSP_SUBPIXEL_FILTER_CUBIC;
+  uint32_t centre_q14 = 3277;  // 0.2 of the wide side
+  uint32_t scale_q14 = 13926;  // 0.85 of the uniform factor
+};
+DSP_HRESULT panorama_frame(const RawLayout &in, const uint8_t *in_pixels, const RawLayout &out, uint8_t *out_pixels,
+                           const ScaleChoice &choice, const PanoramaChoice &pan);
+
 // ---- A Ken Burns move: DspSubPixelScalerHelper's view at `phase_q14` (0 = view A .. 16384 =
 // view B) of a source of `src_w` x `src_h` filling `dst_w` x `dst_h` (square pixels, views kept
 // inside the source), then DspSubPixelScaler from that view; *ms is the time of both calls.

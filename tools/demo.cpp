@@ -41,7 +41,8 @@ std::vector<Figure> figures_of(uint32_t format, const double results[8]) {
   return figures;
 }
 
-// Compares a against b, writes the difference image and records the figures.
+}  // namespace
+
 bool compare_entry(Demo &demo, const RawLayout &layout, const uint8_t *a, const uint8_t *b,
                    const std::string &image, const std::string &caption, StepReport *report,
                    std::string *error) {
@@ -54,6 +55,8 @@ bool compare_entry(Demo &demo, const RawLayout &layout, const uint8_t *a, const 
   report->entries.push_back(entry);
   return true;
 }
+
+namespace {
 
 // ---- steps
 
@@ -531,6 +534,7 @@ const Step kSteps[] = {
     {"DspScaler: standard definition up to the clip size", step_scale_sd_hd},
     {"DspScalerHelper: 4:3 fitted into 16:9, then DspScaler", step_fit},
     {"DspSubPixelScaler: a Ken Burns move over frame 0", step_kenburns},
+    {"DspNonUniformScaler: 4:3 on 16:9, uniform and panorama, then undone", step_panorama},
     {"DspCreateMipMaps: pyramid of frame 0's luma", step_mipmaps},
     {"DspCreateMotionVectors: frame 0 to frame 1", step_vectors},
     {"DspFrameRateConvert: between frames 0 and 1 at 4x the rate", step_convert_rate},

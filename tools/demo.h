@@ -54,8 +54,16 @@ std::string frame_png(uint32_t index);
 bool write_text_report(const Demo &demo, const std::vector<StepReport> &steps, std::string *error);
 bool write_html_report(const Demo &demo, const std::vector<StepReport> &steps, std::string *error);
 
+// Compares a against b, writes the difference image `image` and records the figures.
+bool compare_entry(Demo &demo, const RawLayout &layout, const uint8_t *a, const uint8_t *b,
+                   const std::string &image, const std::string &caption, StepReport *report,
+                   std::string *error);
+
 // The Ken Burns step (demo_kenburns.cpp): a zoom and pan over frame 0, five frames in a strip.
 bool step_kenburns(Demo &demo, StepReport *report, std::string *error);
+// The panorama step (demo_panorama.cpp): a 4:3 picture stretched to 16:9 uniformly and as a
+// panorama, side by side, and the panorama undone.
+bool step_panorama(Demo &demo, StepReport *report, std::string *error);
 
 // The operations' results, one tile each: the source frame, every image a library call made,
 // and two compare difference images.  A tile whose next entry compares it with its source

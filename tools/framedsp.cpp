@@ -12,16 +12,16 @@ namespace cli {
 
 // The commands, one file each (cmd_*.cpp, demo.cpp); `framedsp --help` lists them in this order.
 extern const Command kFormatsCommand, kCompareCommand, kCopyCommand, kFilterCommand,
-    kScaleCommand, kKenBurnsCommand, kFitCommand, kMipmapsCommand, kVectorsCommand, kConvertRateCommand,
-    kGenerateCommand, kDemoCommand,
+    kScaleCommand, kKenBurnsCommand, kPanoramaCommand, kFitCommand, kMipmapsCommand, kVectorsCommand,
+    kConvertRateCommand, kGenerateCommand, kDemoCommand,
     kHelpCommand;
 
 namespace {
 
 const Command *const kCommands[] = {
     &kFormatsCommand, &kCompareCommand, &kCopyCommand,     &kFilterCommand, &kScaleCommand,
-    &kKenBurnsCommand, &kFitCommand,     &kMipmapsCommand, &kVectorsCommand, &kConvertRateCommand,
-    &kGenerateCommand, &kDemoCommand,
+    &kKenBurnsCommand, &kPanoramaCommand, &kFitCommand, &kMipmapsCommand, &kVectorsCommand,
+    &kConvertRateCommand, &kGenerateCommand, &kDemoCommand,
     &kHelpCommand,
 };
 

@@ -62,11 +62,10 @@
  *
  * Availability in this release
  * ----------------------------
- * Working: DspBufferSmartCopy, DspCompare, DspFilter, DspSubPixelFilter, DspScaler (general,
- * fast and filtered paths), DspSubPixelScaler, DspScalerHelper, DspSubPixelScalerHelper,
- * DspCreateMipMaps, DspCreateFrameRateConverter, DspCreateMotionVectors and DspFrameRateConvert.
- * Not yet available (its algorithm is still open; the frame checks are final and the operation
- * returns DSP_E_NOTIMPL): DspNonUniformScaler.
+ * Every export works: DspBufferSmartCopy, DspCompare, DspFilter, DspSubPixelFilter, DspScaler
+ * (general, fast and filtered paths), DspNonUniformScaler, DspSubPixelScaler, DspScalerHelper,
+ * DspSubPixelScalerHelper, DspCreateMipMaps, DspCreateFrameRateConverter, DspCreateMotionVectors
+ * and DspFrameRateConvert.
  */
 #ifndef FRAMEDSP_FRAMEDSP_H
 #define FRAMEDSP_FRAMEDSP_H
@@ -432,8 +431,8 @@ typedef struct DSP_SUBPIXEL_FILTER_PARAMS {
  *  - Two-plane formats (5, 28, 30) run the main picture and then the plane with the same region,
  *    the plane's lines ulSecondaryStrideBytes apart.  Only the output region is written and only
  *    the input image is read. */
-/* DspScaler's (and DspNonUniformScaler's) record.  ILP32: the filter sub-record at 20, Buffer at
- * 32, ulOptions at 180, 184 bytes.  LP64: pSettings at 24, Buffer at 40, ulOptions at 200. */
+/* DspScaler's record.  ILP32: the filter sub-record at 20, Buffer at 32, ulOptions at 180, 184
+ * bytes.  LP64: pSettings at 24, Buffer at 40, ulOptions at 200. */
 typedef struct DSP_SCALER_PARAMS {
   uint32_t eScalerPath;   /* DSP_SCALER_PATH_*                                        */
   uint32_t eFilter;       /* DSP_SCALER_FILTER_*                                      */
@@ -446,6 +445,98 @@ typedef struct DSP_SCALER_PARAMS {
   DSP_BUFFER Buffer;
   uint32_t ulOptions; /* DSP_SCALER_OPTION_*                                            */
 } DSP_SCALER_PARAMS;
+
+/* DspNonUniformScaler: DspScaler's regions, fields and bands with a horizontal mapping that need
+ * not be uniform.  The panorama (mode 1) fills a wider output (4:3 material on a 16:9 frame, say)
+ * keeping a centre band close to the uniform shape and stretching more and more towards the left
+ * and right edges, the way televisions and cameras fill wide screens; mode 2 undoes it (a 16:9
+ * panorama back to 4:3), mode 0 is the uniform stretch.
+ *
+ * Where equal steps of the input land (c = 0.2, r = 0.85):
+ *   input        +---+---+---+---+---+---+---+---+---+---+---+---+  Wi
+ *   mode 0       +----+-----+----+----+-----+----+----+-----+----+----+-----+----+  Wo = k Wi
+ *   mode 1       +-------+----+----+----+---+----+----+---+----+----+----+-------+
+ *                                         |<-- c Wo -->|
+ *                  steps grow outwards     steps r k     steps grow outwards
+ *
+ * The mapping (modes 1 and 2).  A column x of a region w pixels wide sits at (2x + 1 - w) / w in
+ * (-1, 1), the region's edges at -1 and 1 (the centre convention).  Mode 1: output column u reads
+ * the input at t = f(u) (source pixel (t + 1) Wi / 2 - 1/2); mode 2: output column t reads the
+ * input at u = f^-1(t), so the wide side is mode 1's output and mode 2's input.  With
+ * c = ulCentreWidthQ14 / 16384, r = ulCentreScaleQ14 / 16384 and g = 1 / r:
+ *     f(u) = g u                                                  |u| <= c
+ *     f(u) = g u - sign(u) (g - 1) s^3,   s = (|u| - c) / (1 - c)  |u| >  c
+ * f is odd and f(+-1) = +-1, so the region edges meet; its slope is g over the centre band (the
+ * centre is scaled by r times the uniform factor Wo / Wi) and changes smoothly (slope and
+ * curvature continuous) to gE = g - 3 (g - 1) / (1 - c) at the edges.  With gE <= 0 the mapping
+ * would fold the picture: 3 ulCentreScaleQ14 - ulCentreWidthQ14 must exceed 32768 (for example
+ * r = 0.85 allows c up to 0.55; r >= 1 allows any c).  r = 1 is the uniform stretch in the centre
+ * convention (DspSubPixelScaler's positions for whole regions).
+ *
+ * Arithmetic.  The centre term g u is exact and rounded once to 1/2^32 pixel; the edge term is
+ * evaluated in Q30 (s, s^2, s^3 each rounded once); mode 2 finds f^-1 by bisection over Q30
+ * values of u, comparing f(u) with t exactly.  Positions are monotone, mirror-symmetric (a
+ * mirrored input gives the mirrored output in the 1-pixel formats; the 4:2:2 formats keep their
+ * chroma on the pair's first pixel), sampled at 1/64-pixel phases.  Where the mapping reduces
+ * (source pixels per output pixel above 1: mode 2 towards the edges, or an output narrower than
+ * the input) every kernel but nearest widens by the local reduction, column by column, so the
+ * squeezed edges do not alias.  Taps stop at the input region's edges (edge samples repeat), as
+ * in DspScaler.  Vertically every mode is DspScaler's: its fields, runs, bands and line
+ * positions (output line k of a run reads line (k * vstep) / 16384 of the same run),
+ * with the kernels of eFilter (widened when the lines are reduced) at 1/64-line phases.
+ *
+ * Mode 0 is DspScaler's geometry exactly.  With eFilter 0 or 1 the call IS DspScaler's general
+ * (or, with ulOptions bit 1, filtered) path for this record: the same bytes, speed and work
+ * memory.  With eFilter 2 (cubic) and 3 (Lanczos-3), which DspScaler does not have, the engine
+ * samples DspScaler's positions (column j of each component at j * hstep / 16384, top-left
+ * aligned, exact to 1/16384) with the kernel widened by the reduction.  In any mode a call that
+ * scales nothing (equal regions, and in modes 1 and 2 a centre scale of 1) is DspScaler's format
+ * copy, or DspFilter's FIR with ulOptions bit 1.
+ *
+ * Everything else is DspScaler's: the output region size as given (no derived size), the region
+ * and room checks, its formats (0, 1, 5, 21..25, 28, 30, 31, 129, 261..263; output format equal;
+ * even widths in the 4:2:2 formats), interlace and field-selection rules, BT.601 <-> BT.709
+ * conversion of the 4:2:2 formats when the colour spaces differ, two-plane formats (both planes,
+ * same geometry), orientation and bands (ulSliceCount / ulSliceNumber, N bands give the bytes of
+ * one call).  The filtered worker (ulOptions bit 1) folds the FIR low-pass of pSettings into the
+ * weight rows of both directions (modes 1 and 2, and mode 0 with eFilter 2 or 3), checked as
+ * DspFilter checks it.  Staged mode (bit 0, not for two-plane formats or format 1) scales
+ * through private lines: the same bytes.
+ *
+ * Statuses: DSP_S_OK; DSP_E_INVALIDARG for an eStretchMode above 2, an eFilter above 3, a centre
+ * width of 16384 or more, a centre scale above 65536, a folding pair (above), a non-zero ulReserved,
+ * ulOptions bits other than 0 and 1, an empty input region with a non-empty output, region widths
+ * above 2^28, a reduction needing more than 96 taps, and every refusal of DspScaler's checks (for
+ * those the FRAMEDSP_TRACE line names DspScaler) and of the filtered worker's sub-record;
+ * DSP_E_OUTOFMEMORY when work memory cannot be had; DSP_E_FAIL as DspScaler gives it.  Every
+ * refusal comes before the first byte is written (the settings are checked in every mode, used
+ * or not); work memory is released on every path.
+ *
+ * ILP32 offsets in brackets; LP64: pSettings at 24, Buffer at 40, ulOptions at 200 (the layout of
+ * DSP_SCALER_PARAMS). */
+#define DSP_STRETCH_UNIFORM 0u           /* DspScaler's uniform positions                      */
+#define DSP_STRETCH_PANORAMA 1u          /* undistorted centre, stretch growing to the edges   */
+#define DSP_STRETCH_PANORAMA_INVERSE 2u  /* undoes DSP_STRETCH_PANORAMA of the same settings   */
+
+typedef struct DSP_NONUNIFORM_SCALER_PARAMS {
+  uint32_t eStretchMode;     /* [0]  DSP_STRETCH_*, 0..2; default 0 (uniform)                     */
+  uint32_t eFilter;          /* [4]  DSP_SUBPIXEL_FILTER_*: nearest, linear, cubic (Catmull-Rom),
+                                     Lanczos-3, 0..3; default 0 (nearest)                        */
+  uint32_t ulCentreWidthQ14; /* [8]  c: the centre band's width as a fraction of the wide side's
+                                     width (mode 1 output, mode 2 input), 0..16383; default 0 (the
+                                     step grows from the middle on); typical 3277 (0.2)          */
+  uint32_t ulCentreScaleQ14; /* [12] r: the centre's scale relative to the uniform factor,
+                                     1..65536; 0 = 16384 (1.0); typical 13926 (0.85)            */
+  uint32_t ulReserved;       /* [16] must be 0                                                   */
+  uint32_t eFilterType;      /* [20] filtered worker: DSP_FILTER_TYPE_FIR; plain: not read        */
+  const void *pSettings;     /* [24] filtered worker: DSP_FIR_SETTINGS (DspFilter's rules); a
+                                     cut-off of 100 leaves that direction unfiltered; plain: not
+                                     read                                                       */
+  uint32_t ulReserved2;      /* [28] not read                                                    */
+  DSP_BUFFER Buffer;         /* [32] input and output region as for DspScaler                   */
+  uint32_t ulOptions;        /* [180] bit 0 DSP_SCALER_OPTION_STAGED, bit 1 the filtered worker
+                                      (DSP_SCALER_OPTION_FILTERED); other bits refused          */
+} DSP_NONUNIFORM_SCALER_PARAMS;
 
 /* DspSubPixelScaler: scales the fractional input region onto the fractional output region.
  *
@@ -1115,9 +1206,14 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspSubPixelFilter(const DSP_SUBPIXEL_FILT
  *   plane on top of the general kernel's, released on every path. */
 FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspScaler(const DSP_SCALER_PARAMS *pParams);
 
-/* Not yet available: the frame (E_POINTER for null, worker chosen by ulOptions bit 1) is final;
- * the operation answers DSP_E_NOTIMPL. */
-FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspNonUniformScaler(const DSP_SCALER_PARAMS *pParams);
+/* Scales the input region into the output region with a uniform or panoramic horizontal mapping
+ * (see DSP_NONUNIFORM_SCALER_PARAMS for the mapping, settings and statuses).  No validation step:
+ * E_POINTER for a null record; ulOptions bit 1 picks the filtered worker, clear the plain one;
+ * each refuses bad settings with DSP_E_INVALIDARG before writing anything.  Work memory: the
+ * column positions, one engine plan per plane and run (weight rows, a ring of work lines as many
+ * as the vertical taps), plus the written lines in staged mode; mode 0 with eFilter 0 or 1 takes
+ * DspScaler's.  All released on every path. */
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspNonUniformScaler(const DSP_NONUNIFORM_SCALER_PARAMS *pParams);
 
 /* Scales between fractional regions (see DSP_SUBPIXEL_SCALER_PARAMS for the geometry, settings
  * and statuses).  No validation step: E_POINTER for a null record; ulOptions bit 1 picks the

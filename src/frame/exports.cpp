@@ -90,15 +90,14 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspScaler(const DSP_SCALER_PARAMS *pParam
   FRAMEDSP_GUARD_END
 }
 
-FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspNonUniformScaler(const DSP_SCALER_PARAMS *pParams) {
+FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspNonUniformScaler(const DSP_NONUNIFORM_SCALER_PARAMS *pParams) {
   FRAMEDSP_GUARD_BEGIN
   if (!pParams) return kPointer;
   if (pParams->ulOptions & kCallFlagFiltered) {
     return filtered_nonuniform_scaler_worker(
-        pParams, filter_sub_record(&pParams->eFilterType, pParams->pSettings), &pParams->Buffer,
-        pParams->ulOptions);
+        pParams, filter_sub_record(&pParams->eFilterType, pParams->pSettings), pParams->ulOptions);
   }
-  return nonuniform_scaler_worker(pParams, &pParams->Buffer, pParams->ulOptions);
+  return nonuniform_scaler_worker(pParams, pParams->ulOptions);
   FRAMEDSP_GUARD_END
 }
 

@@ -1,7 +1,7 @@
 // The scaler workers.  The export frame has already picked plain or filtered by the call flags.
 // DspScaler's general driver: geometry step, fast-path choice, validation, plane split, staged
 // mode, no-scaling copy and kernel dispatch; the filtered path on the same pieces.  The non-uniform
-// scaler answers E_NOTIMPL in this release; the sub-pixel scaler lives in subpixel_scaler.cpp.
+// and sub-pixel scalers live in their own files.
 #include "scale/scaler.h"
 
 #include <algorithm>
@@ -253,25 +253,6 @@ HRESULT filtered_scaler_worker(const DSP_SCALER_PARAMS *params, FilterSubRecord 
     return kernel(&b, fir);
   };
   return run_planes(s.norm, flags, run);
-}
-
-HRESULT nonuniform_scaler_worker(const DSP_SCALER_PARAMS *params, const DSP_BUFFER *buffer,
-                                 uint32_t flags) {
-  worker_entry("DspNonUniformScaler");
-  (void)params;
-  (void)buffer;
-  (void)flags;
-  return kNotImpl;
-}
-
-HRESULT filtered_nonuniform_scaler_worker(const DSP_SCALER_PARAMS *params, FilterSubRecord filter,
-                                          const DSP_BUFFER *buffer, uint32_t flags) {
-  worker_entry("DspNonUniformScaler");
-  (void)params;
-  (void)filter;
-  (void)buffer;
-  (void)flags;
-  return kNotImpl;
 }
 
 }  // namespace framedsp

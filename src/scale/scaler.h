@@ -34,10 +34,10 @@ HRESULT scale_geometry(const DSP_SCALER_PARAMS &params, const DSP_BUFFER &caller
 // The general validation (formats, interlace and field selection, even widths).
 HRESULT scale_validate(const DSP_SCALER_PARAMS &params, const DSP_BUFFER &buffer);
 
-HRESULT nonuniform_scaler_worker(const DSP_SCALER_PARAMS *params, const DSP_BUFFER *buffer,
-                                 uint32_t flags);
-HRESULT filtered_nonuniform_scaler_worker(const DSP_SCALER_PARAMS *params, FilterSubRecord filter,
-                                          const DSP_BUFFER *buffer, uint32_t flags);
+// DspNonUniformScaler (nonuniform_scaler.cpp).
+HRESULT nonuniform_scaler_worker(const DSP_NONUNIFORM_SCALER_PARAMS *params, uint32_t flags);
+HRESULT filtered_nonuniform_scaler_worker(const DSP_NONUNIFORM_SCALER_PARAMS *params, FilterSubRecord filter,
+                                          uint32_t flags);
 
 HRESULT subpixel_scaler_worker(const DSP_SUBPIXEL_SCALER_PARAMS *params, const uint32_t *settings,
                                const DSP_SUBPIXEL_BUFFER *buffer, uint32_t flags);

@@ -13,6 +13,7 @@
 #include "platform/work_memory.h"
 #include "resample/resample.h"
 #include "resample/resample_lines.h"
+#include "scale/resample_driver.h"
 #include "scale/scale_line_kernels.h"
 #include "scale/scaler.h"
 
@@ -41,37 +42,6 @@ bool to_q32(double v, bool size, int64_t *out) {
   const int64_t q = std::llround(std::ldexp(v, 32));
   if (size && q <= 0) return false;
   *out = q;
-  return true;
-}
-
-// round(a * b / c) (halves away from zero), b and c in 1..2^62; false when it needs more than
-// 63 bits.  The product is held in two 64-bit halves and divided bit by bit.
-bool mul_div(int64_t a, uint64_t b, uint64_t c, int64_t *out) {
-  const bool neg = a < 0;
-  const uint64_t ua = neg ? 0 - static_cast<uint64_t>(a) : static_cast<uint64_t>(a);
-  uint64_t q = 0;
-#if defined(__SIZEOF_INT128__)
-  const unsigned __int128 n = static_cast<unsigned __int128>(ua) * b + (c >> 1);
-  if ((n >> 64) >= c) return false;
-  q = static_cast<uint64_t>(n / c);
-#else
-  const uint64_t al = ua & 0xFFFFFFFFu, ah = ua >> 32, bl = b & 0xFFFFFFFFu, bh = b >> 32;
-  const uint64_t p0 = al * bl, p1 = al * bh, p2 = ah * bl, p3 = ah * bh;
-  const uint64_t mid = (p0 >> 32) + (p1 & 0xFFFFFFFFu) + (p2 & 0xFFFFFFFFu);
-  uint64_t lo = (p0 & 0xFFFFFFFFu) | (mid << 32);
-  uint64_t hi = p3 + (p1 >> 32) + (p2 >> 32) + (mid >> 32);
-  lo += c >> 1;
-  if (lo < (c >> 1)) ++hi;
-  if (hi >= c) return false;
-  uint64_t r = hi;
-  for (int i = 63; i >= 0; --i) {
-    r = (r << 1) | ((lo >> i) & 1u);
-    q <<= 1;
-    if (r >= c) r -= c, q |= 1;
-  }
-#endif
-  if (q >> 62) return false;
-  *out = neg ? -static_cast<int64_t>(q) : static_cast<int64_t>(q);
   return true;
 }
 
@@ -266,16 +236,6 @@ struct Pass {
   WorkBlock rows;  // the row positions
 };
 
-struct ColorFinish {
-  ScaleColorConverter convert;
-  ScaleColorCoefficients k;
-};
-
-void color_finish(void *context, uint8_t *line, size_t bytes) {
-  const ColorFinish &c = *static_cast<const ColorFinish *>(context);
-  c.convert(line, bytes, &c.k);
-}
-
 // Byte k of the fill word is sample k of a group; 16-bit samples take byte * 257.
 void fill_group(uint32_t cls, uint32_t word, bool key, uint8_t *out) {
   const ResampleLayout &l = resample_layout(cls);
@@ -380,32 +340,8 @@ void band_rows(const Pass &p, int64_t f_lo, int64_t f_hi, int64_t *b0, int64_t *
 
 HRESULT run_pass(const Job &job, Pass &p, ResampleRows dst, int64_t b0, int64_t b1, const ResampleCoverage *cov,
                  ColorFinish *color) {
-  ResamplePlan &plan = p.plan;
-  if (!plan.data() || b1 <= b0) return kOk;
   const ResampleRows src = plane_rows(*job.in.im, p.in, p.key);
-  const ResampleFinish finish = color ? color_finish : nullptr;
-  const int32_t r0 = int32_t(b0 - p.lo), r1 = int32_t(b1 - p.lo);
-  if (!job.staged) return resample_plan_run(&plan, src, dst, r0, r1, cov, finish, color);
-  // Staged: the written rows go through private lines (holding what the output held, for the
-  // coverage blend), then back into the output.
-  const size_t group = resample_group_bytes(p.cls), px = resample_group_pixels(p.cls);
-  const size_t offset = size_t(plan.col_first) / px * group, bytes = size_t(plan.col_count) / px * group;
-  const size_t pitch = (offset + bytes + 15) & ~size_t{15};
-  WorkBlock stage;
-  if (!stage.allocate(pitch * size_t(r1 - r0) + 16)) return kOutOfMemory;
-  uint8_t *lines = stage.aligned();
-  for (int32_t r = r0; r < r1; ++r) {
-    std::memcpy(lines + size_t(r - r0) * pitch + offset, dst.base + ptrdiff_t(r) * dst.stride + offset, bytes);
-  }
-  const uintptr_t virtual_base = reinterpret_cast<uintptr_t>(lines) - uintptr_t(r0) * pitch;
-  const ResampleRows staged{reinterpret_cast<const uint8_t *>(virtual_base), ptrdiff_t(pitch)};
-  const HRESULT hr = resample_plan_run(&plan, src, staged, r0, r1, cov, finish, color);
-  if (hr != kOk) return hr;
-  for (int32_t r = r0; r < r1; ++r) {
-    std::memcpy(const_cast<uint8_t *>(dst.base) + ptrdiff_t(r) * dst.stride + offset,
-                lines + size_t(r - r0) * pitch + offset, bytes);
-  }
-  return kOk;
+  return resample_run_rows(p.plan, p.cls, src, dst, int32_t(b0 - p.lo), int32_t(b1 - p.lo), job.staged, cov, color);
 }
 
 HRESULT scale(const DSP_SUBPIXEL_SCALER_PARAMS &params, const uint32_t *settings, const DSP_SUBPIXEL_BUFFER &buffer,
@@ -501,23 +437,14 @@ HRESULT filtered_subpixel_scaler_worker(const DSP_SUBPIXEL_SCALER_PARAMS *params
                                         const uint32_t *settings, const DSP_SUBPIXEL_BUFFER *buffer,
                                         uint32_t flags) {
   worker_entry(kExport);
-  if (*filter.filter_type != DSP_FILTER_TYPE_FIR) {
-    refuse(kExport, "filtered worker: filter type %u is not 1 (FIR)", *filter.filter_type);
-    return kInvalidArg;
-  }
-  if (!filter.settings) return refuse(kExport, "filtered worker: pSettings is null"), kInvalidArg;
-  FirRows rows;
-  const HRESULT hr = fir_rows_from_settings(kExport, *static_cast<const DSP_FIR_SETTINGS *>(filter.settings), &rows);
+  LowpassRows rows;
+  const HRESULT hr = lowpass_rows(kExport, filter, &rows);
   if (hr != kOk) return hr;
-  // The FIR rows hold each coefficient eight times over; the engine wants one of each.
-  int16_t horz[kFirMaxTaps], vert[kFirMaxTaps];
-  for (int t = 0; t < rows.horz_taps; ++t) horz[t] = rows.horz[t].lane[0];
-  for (int t = 0; t < rows.vert_taps; ++t) vert[t] = rows.vert[t].lane[0];
   Job job{};
-  job.lowpass_h = rows.horz ? horz : nullptr;
-  job.taps_h = rows.horz ? rows.horz_taps : 0;
-  job.lowpass_v = rows.vert ? vert : nullptr;
-  job.taps_v = rows.vert ? rows.vert_taps : 0;
+  job.lowpass_h = rows.h;
+  job.taps_h = rows.h_taps;
+  job.lowpass_v = rows.v;
+  job.taps_v = rows.v_taps;
   return scale(*params, settings, *buffer, flags, &job);
 }
 
