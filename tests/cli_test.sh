@@ -72,7 +72,7 @@ run --help
 for word in "-pix_fmt" "-i IN" "-y to overwrite" "--progress" "examples:"; do has "$T/out" "$word" "--help"; done
 # Every command the overview lists: a usage line and an example, and 'help CMD' prints the same.
 commands=$(awk '/^commands:/ { on = 1; next } on && NF == 0 { exit } on { print $1 }' "$T/out")
-[ "$(echo $commands | wc -w)" -eq 13 ] || fail "--help lists $(echo $commands | wc -w) commands, not 13"
+[ "$(echo $commands | wc -w)" -eq 14 ] || fail "--help lists $(echo $commands | wc -w) commands, not 14"
 for cmd in $commands; do
   run "$cmd" --help
   for w in "usage: framedsp $cmd" "example"; do has "$T/out" "$w" "$cmd --help"; done
