@@ -16,6 +16,7 @@ struct ResamplePlanData {
   bool wide;                // 16-bit samples
   const ResampleLayout *layout;
   ResampleLineTable lines;
+  ResampleHorzFn horz;       // the horizontal kernel of the plan's rows and level
 
   ResampleRowsTable hrows[2];  // pixel-rate rows and, for 4:2:2, chroma rows
   ResampleRowsTable vrows;

@@ -32,7 +32,23 @@ constexpr ResampleLayout kLayouts[kResampleClasses] = {
 
 inline size_t stream_addr(const ResampleLayout &l, const ResampleLane &lane, int32_t i) {
   const uint32_t u = static_cast<uint32_t>(i);
-  return size_t(u / lane.per) * l.group + lane.pos[u % lane.per];
+  return lane.per == 1 ? size_t(u) * l.group + lane.pos[0] : size_t(u >> 1) * l.group + lane.pos[u & 1];
+}
+
+// The stream and row of each output byte of block b (bytes 8b .. 8b + 7).
+struct ByteRow {
+  const ResampleLane *lane;
+  const ResampleRowsTable *rows;
+  size_t j;
+};
+inline void block_rows(const ResampleLayout &l, const ResampleHorzPlan &p, size_t b, ByteRow *out) {
+  size_t g = b * 8 / l.lanes;
+  unsigned li = unsigned(b * 8 % l.lanes);
+  for (int i = 0; i < 8; ++i) {
+    const ResampleLane &lane = l.lane[li];
+    out[i] = {&lane, p.table[lane.table], g * lane.per + lane.sub};
+    if (++li == l.lanes) li = 0, ++g;
+  }
 }
 
 template <int kBytes>
@@ -160,15 +176,16 @@ void resample_build_blocks(const ResampleHorzPlan &p, ResampleHPair *pairs, uint
     ResampleHPair *pb = pairs + b * size_t(p.pair_count);
     std::memset(pb, 0, sizeof(ResampleHPair) * size_t(p.pair_count));
     bool ok = p.src_bytes >= 16;
+    ByteRow br[8];
+    block_rows(l, p, b, br);
     for (int q = 0; q < p.pair_count && ok; ++q) {
       size_t addr[16];
       int16_t w[16];
       size_t lo = SIZE_MAX, hi = 0;
       for (int s = 0; s < 16; ++s) {
-        const size_t t = b * 8 + size_t(s / 2);
-        const ResampleLane &lane = l.lane[t % l.lanes];
-        const ResampleRowsTable &rows = *p.table[lane.table];
-        const size_t j = (t / l.lanes) * lane.per + lane.sub;
+        const ResampleLane &lane = *br[s / 2].lane;
+        const ResampleRowsTable &rows = *br[s / 2].rows;
+        const size_t j = br[s / 2].j;
         int k = 2 * q + (s & 1);
         w[s] = k < rows.taps ? rows.w[j * size_t(rows.taps) + size_t(k)] : 0;
         if (k >= rows.taps) k = rows.taps - 1;
@@ -191,6 +208,43 @@ void resample_build_blocks(const ResampleHorzPlan &p, ResampleHPair *pairs, uint
   }
 }
 
+void resample_build_two_tap(const ResampleHorzPlan &p, ResampleHTwoTap *blocks) {
+  const ResampleLayout &l = kLayouts[p.cls];
+  for (size_t b = 0; b < p.blocks; ++b) {
+    ResampleHTwoTap &e = blocks[b];
+    std::memset(&e, 0, sizeof e);
+    size_t addr[16];
+    size_t lo = SIZE_MAX, hi = 0;
+    bool ok = p.src_bytes >= 16;
+    ByteRow br[8];
+    block_rows(l, p, b, br);
+    for (int i = 0; i < 8 && ok; ++i) {
+      const ResampleLane &lane = *br[i].lane;
+      const ResampleRowsTable &rows = *br[i].rows;
+      const size_t j = br[i].j;
+      const int16_t *w = rows.w + j * size_t(rows.taps);
+      const int32_t w0 = w[0], w1 = rows.taps == 2 ? w[1] : 0;
+      ok = rows.taps <= 2 && w0 + w1 == kResampleOne;
+      // p carries 16384 - f: the second tap unless its weight leaves 2f outside int16.
+      const bool swap = w1 > kResampleOne - 1;
+      const int32_t f = swap ? w0 : w1;
+      addr[2 * i] = stream_addr(l, lane, rows.first[j] + (swap ? 1 : 0));
+      addr[2 * i + 1] = stream_addr(l, lane, rows.first[j] + (rows.taps == 2 && !swap ? 1 : 0));
+      e.f2[i] = static_cast<int16_t>(2 * f);
+      for (int h = 0; h < 2; ++h) {
+        lo = std::min(lo, addr[2 * i + h]);
+        hi = std::max(hi, addr[2 * i + h]);
+      }
+    }
+    if (!ok) continue;
+    const size_t base = std::min(lo, p.src_bytes - 16);
+    if (hi - base > 15) continue;
+    e.base = static_cast<uint32_t>(base);
+    for (int s = 0; s < 16; ++s) e.idx[s] = static_cast<uint8_t>(addr[s] - base);
+    e.fits = 1;
+  }
+}
+
 void resample_line_table_init(ResampleLineTable *t, uint32_t cpu_flags) {
   t->horz[0] = horz_c<0>;
   t->horz[1] = horz_c<1>;
@@ -205,6 +259,7 @@ void resample_line_table_init(ResampleLineTable *t, uint32_t cpu_flags) {
   t->horz[10] = horz_c<10>;
   t->horz[11] = horz_c<11>;
   for (bool &b : t->horz_uses_blocks) b = false;
+  for (ResampleHorzFn &f : t->horz_two_tap) f = nullptr;
   t->vert8 = resample_vert8_c;
   t->vert16 = resample_vert16_c;
 #if defined(FRAMEDSP_HAVE_X86)

@@ -90,12 +90,18 @@ bool build_axis(const Kernel &k, const AxisJob &a, bool mirror, PhaseCache *cach
     int32_t first = 0;
     if (raw_row(k, a, j, cache, &first, raw) == 0) return false;
     const int64_t f = int64_t{first} + a.pad;
-    const int64_t start = std::min<int64_t>(std::max<int64_t>(f, 0), ext - a.taps);
-    int32_t row[kResampleMaxTaps] = {};
-    for (int t = 0; t < a.raw_taps; ++t) {
-      const int64_t at = fold(f + t, ext, mirror) - start;
-      if (at < 0 || at >= a.taps) return false;
-      row[at] += raw[t];
+    int64_t start = f;
+    const int32_t *row = raw;  // a row whose taps all lie inside is its raw row
+    int32_t folded[kResampleMaxTaps];
+    if (f < 0 || f + a.raw_taps > ext || a.taps != a.raw_taps) {
+      start = std::min<int64_t>(std::max<int64_t>(f, 0), ext - a.taps);
+      std::fill(folded, folded + a.taps, 0);
+      for (int t = 0; t < a.raw_taps; ++t) {
+        const int64_t at = fold(f + t, ext, mirror) - start;
+        if (at < 0 || at >= a.taps) return false;
+        folded[at] += raw[t];
+      }
+      row = folded;
     }
     int32_t positive = 0;
     int16_t *w = out->w + size_t(j) * size_t(a.taps);
@@ -241,7 +247,10 @@ HRESULT resample_plan_build(const ResampleSetup &s, uint32_t cpu_flags, Resample
   ResampleLineTable lines;
   resample_line_table_init(&lines, cpu_flags);
   const bool wide = layout.sample_bytes == 2;
-  const bool blocks = lines.horz_uses_blocks[s.cls] && !wide;
+  const int h_taps = std::max(h[0].taps, streams == 2 ? h[1].taps : 0);
+  // Rows of one or two taps take the two-tap blocks where the level has their kernels.
+  const bool two_tap = !wide && h_taps <= 2 && lines.horz_two_tap[s.cls];
+  const bool blocks = !two_tap && lines.horz_uses_blocks[s.cls] && !wide;
   const bool ring_centres = s.anti_ringing_q8 != 0 && s.kernel != kResampleNearest;
   const size_t src_line_bytes = size_t(s.cols.src_count / px) * layout.group;
   const size_t out_bytes = size_t(groups) * layout.group;
@@ -249,8 +258,9 @@ HRESULT resample_plan_build(const ResampleSetup &s, uint32_t cpu_flags, Resample
   const int ring = v.taps;
   const int phases = k.phase_bits <= 8 ? 1 << k.phase_bits : 0;
   const int max_raw = std::max(h[0].raw_taps, v.raw_taps);
-  const int pair_count = resample_pair_count(std::max(h[0].taps, streams == 2 ? h[1].taps : 0));
-  const size_t block_count = blocks ? out_bytes / 8 : 0;
+  const int pair_count = resample_pair_count(h_taps);
+  const size_t pair_entries = blocks ? out_bytes / 8 * size_t(pair_count) : 0;
+  const size_t block_count = blocks || two_tap ? out_bytes / 8 : 0;
 
   // Sizes, in the order they are carved.
   size_t total = 0;
@@ -265,8 +275,8 @@ HRESULT resample_plan_build(const ResampleSetup &s, uint32_t cpu_flags, Resample
     total += ResampleCarve::size(size_t(phases) * size_t(max_raw) * 4) + ResampleCarve::size(size_t(phases) * 4) +
              ResampleCarve::size(size_t(phases));
   }
-  total += ResampleCarve::size(block_count * size_t(pair_count) * sizeof(ResampleHPair)) +
-           ResampleCarve::size(block_count);
+  total += ResampleCarve::size(pair_entries * sizeof(ResampleHPair)) + ResampleCarve::size(block_count) +
+           (two_tap ? block_count * sizeof(ResampleHTwoTap) : 0);
   const size_t line = ResampleCarve::size(out_bytes + 16);
   total += size_t(ring) * line + ResampleCarve::size(size_t(ring) * sizeof(void *)) +
            ResampleCarve::size(size_t(ring) * 4) + ResampleCarve::size(size_t(v.taps) * sizeof(void *));
@@ -328,12 +338,19 @@ HRESULT resample_plan_build(const ResampleSetup &s, uint32_t cpu_flags, Resample
   hp.dst_bytes = out_bytes;
   hp.pair_count = pair_count;
   hp.blocks = block_count;
-  ResampleHPair *pairs = carve.take<ResampleHPair>(block_count * size_t(pair_count));
+  ResampleHPair *pairs = carve.take<ResampleHPair>(pair_entries);
   uint8_t *fits = carve.take<uint8_t>(block_count);
   if (blocks) {
     hp.pairs = pairs;
     hp.fits = fits;
     resample_build_blocks(hp, pairs, fits);
+  }
+  d->horz = lines.horz[s.cls];
+  if (two_tap) {
+    ResampleHTwoTap *t = carve.take<ResampleHTwoTap>(block_count);
+    resample_build_two_tap(hp, t);
+    hp.two_tap = t;
+    d->horz = lines.horz_two_tap[s.cls];
   }
   int32_t shift = 0, chroma_shift = 0;
   d->h_identity = !fill && d->anti_ringing == 0 && identity_rows(d->hrows[0], &shift) && shift % px == 0 &&

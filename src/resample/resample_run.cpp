@@ -21,7 +21,7 @@ const uint8_t *row_line(ResamplePlanData &d, ResampleRows src, int32_t e) {
     std::memcpy(d.padded + d.pad_bytes, row, d.src_line_bytes);
     row = d.padded;
   }
-  d.lines.horz[d.cls](row, line, &d.hplan);
+  d.horz(row, line, &d.hplan);
   if (d.anti_ringing) resample_horz_antiring(row, line, &d.hplan, d.anti_ringing);
   d.ring_id[slot] = e;
   return line;

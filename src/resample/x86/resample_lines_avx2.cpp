@@ -1,7 +1,8 @@
 // AVX2 line kernels of the resampling engine: the vertical passes 32 bytes a step, and the
-// horizontal pass of the 8-bit classes four gather blocks a step (two blocks in the two 128-bit
+// horizontal passes of the 8-bit classes four gather blocks a step (two blocks in the two 128-bit
 // lanes of each register: vpshufb works lane by lane, so the blocks' indices apply unchanged).
-// The arithmetic is the SSE2 kernels' (exact; see resample_lines_sse2.cpp).  Compiled with -mavx2.
+// The arithmetic is the SSE2 kernels' (exact; see resample_lines_sse2.cpp), or for rows of at most
+// two taps the 16-bit form of ResampleHTwoTap.  Compiled with -mavx2.
 #include <immintrin.h>
 
 #include "resample/resample_lines.h"
@@ -21,7 +22,31 @@ inline __m256i pair_weights(const int16_t *w, int t, int taps) {
   return _mm256_set1_epi32(static_cast<int>(lo | (hi << 16)));
 }
 
+// Rows of two taps with w0 + w1 = 16384: p + pmulhrsw(q - p, 2f) in 16-bit lanes (exact; see
+// ResampleHTwoTap), 32 bytes a step.
+void vert8_two_tap(const uint8_t *const *lines, const int16_t *w, uint8_t *dst, size_t bytes) {
+  const bool swap = w[1] > kResampleOne - 1;
+  const uint8_t *a = lines[swap ? 1 : 0], *b = lines[swap ? 0 : 1];
+  const __m256i f2 = _mm256_set1_epi16(static_cast<short>(2 * (swap ? w[0] : w[1])));
+  const __m256i zero = _mm256_setzero_si256();
+  size_t x = 0;
+  for (; x + 32 <= bytes; x += 32) {
+    const __m256i pa = load32(a + x), pb = load32(b + x);
+    const __m256i lo = _mm256_unpacklo_epi8(pa, zero), hi = _mm256_unpackhi_epi8(pa, zero);
+    const __m256i dl = _mm256_sub_epi16(_mm256_unpacklo_epi8(pb, zero), lo);
+    const __m256i dh = _mm256_sub_epi16(_mm256_unpackhi_epi8(pb, zero), hi);
+    const __m256i r = _mm256_packus_epi16(_mm256_add_epi16(lo, _mm256_mulhrs_epi16(dl, f2)),
+                                          _mm256_add_epi16(hi, _mm256_mulhrs_epi16(dh, f2)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + x), r);
+  }
+  resample_vert8_range_c(lines, w, 2, dst, x, bytes);
+}
+
 void vert8_avx2(const uint8_t *const *lines, const int16_t *w, int taps, uint8_t *dst, size_t bytes) {
+  if (taps == 2 && int32_t{w[0]} + w[1] == kResampleOne) {
+    vert8_two_tap(lines, w, dst, bytes);
+    return;
+  }
   __m256i wp[kResampleMaxTaps / 2];
   for (int t = 0; t < taps; t += 2) wp[t / 2] = pair_weights(w, t, taps);
   const __m256i zero = _mm256_setzero_si256(), round = _mm256_set1_epi32(8192);
@@ -100,6 +125,34 @@ void horz8_avx2(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p) {
   resample_horz_bytes_c(src, dst, p, 8 * b, p->dst_bytes);
 }
 
+// Two two-tap blocks as sixteen words, a's in the low lane: p + pmulhrsw(q - p, 2f).
+inline __m256i two_tap_words(const uint8_t *src, const ResampleHTwoTap &a, const ResampleHTwoTap &b) {
+  const __m256i s = _mm256_shuffle_epi8(load2x16(src + a.base, src + b.base), load2x16(a.idx, b.idx));
+  const __m256i d = _mm256_maddubs_epi16(s, _mm256_set1_epi16(0x01FF));  // bytes (-1, +1): q - p
+  const __m256i p = _mm256_and_si256(s, _mm256_set1_epi16(0x00FF));
+  return _mm256_add_epi16(p, _mm256_mulhrs_epi16(d, load2x16(a.f2, b.f2)));
+}
+
+void horz_two_tap_avx2(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p) {
+  const ResampleHTwoTap *t = p->two_tap;
+  if (!t) {
+    resample_horz_bytes_c(src, dst, p, 0, p->dst_bytes);
+    return;
+  }
+  size_t b = 0;
+  for (; b + 4 <= p->blocks; b += 4) {
+    if (!(t[b].fits & t[b + 1].fits & t[b + 2].fits & t[b + 3].fits)) {
+      resample_horz_bytes_c(src, dst, p, 8 * b, 8 * b + 32);
+      continue;
+    }
+    // [A | B] and [C | D] words; packus gives [A C | B D], the permute [A B C D].
+    const __m256i ab = two_tap_words(src, t[b], t[b + 1]), cd = two_tap_words(src, t[b + 2], t[b + 3]);
+    const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(ab, cd), 0xD8);
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + 8 * b), bytes);
+  }
+  resample_horz_bytes_c(src, dst, p, 8 * b, p->dst_bytes);
+}
+
 }  // namespace
 
 void resample_lines_init_avx2(ResampleLineTable *t) {
@@ -108,6 +161,7 @@ void resample_lines_init_avx2(ResampleLineTable *t) {
   for (int c = 0; c <= 6; ++c) {
     t->horz[c] = horz8_avx2;
     t->horz_uses_blocks[c] = true;
+    t->horz_two_tap[c] = horz_two_tap_avx2;
   }
 }
 

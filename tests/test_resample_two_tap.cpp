@@ -1,0 +1,75 @@
+// The resampling engine's two-tap horizontal kernels (rows of one or two taps) against the scalar
+// formula: every 8-bit class, level, length, lead, ratio and edge rule, the plan's own rows and
+// adversarial two-tap rows (negative weights, a tap of 16384, rows that are not two-tap at all),
+// guard bytes around the output and the source ending against a protected page.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+
+#include "platform/cpu.h"
+#include "resample/resample_internal.h"
+#include "resample_util.h"
+#include "test_util.h"
+
+namespace {
+
+using framedsp_test::GuardedBuffer;
+
+// Rows w0 + w1 = 16384 with w0 anywhere in int16 range that keeps w1 there too; every 7th row
+// breaks the sum (its block must fall back to the scalar formula).
+void spoil_rows(framedsp::ResampleRowsTable &t, std::mt19937 &rng) {
+  for (int32_t j = 0; j < t.count; ++j) {
+    int16_t *w = t.w + size_t(j) * size_t(t.taps);
+    const int32_t w0 = rng() % 4 == 0 ? (rng() % 2 ? 0 : 16384) : int32_t(rng() % 49150) - 16383;
+    w[0] = int16_t(w0);
+    if (t.taps == 2) w[1] = int16_t(16384 - w0 + (j % 7 == 3 ? 1 : 0));
+  }
+}
+
+TEST(ResampleTwoTap, EveryLevelMatchesTheScalarFormula) {
+  std::mt19937 rng(framedsp_test::test_seed() + 22);
+  int simd_blocks = 0;
+  const double ratios[] = {0.45, 0.6, 0.9, 1.0, 1.2, 1.5, 1.9, 2.0};
+  for (uint32_t cls = 0; cls <= 6; ++cls) {
+    const int32_t px = int32_t(framedsp::resample_group_pixels(cls));
+    for (int n = 0; n < 120; ++n) {
+      const int32_t dw = px * (n < 80 ? 1 + n : 1 + int32_t(rng() % 900));
+      const int32_t sw = std::max(px, int32_t(dw * ratios[n % 8]) / px * px);
+      resample_test::Job job(cls, uint32_t(n % 5 != 0), sw, 1, dw, 1, int64_t(rng() % 64) << 26);
+      job.s.cols.widen_q16 = 65536;  // linear keeps two taps
+      job.s.edge = uint32_t(n / 5) % 3;
+      job.s.phase_bits = n % 3 == 0 ? 14 : 0;
+      const size_t lead = size_t(n) % 16, dlead = size_t(n * 5) % 16;
+      for (uint32_t level : {framedsp::kCpuSSE2 | framedsp::kCpuSSSE3, ~0u}) {
+        framedsp::ResamplePlan plan;
+        ASSERT_EQ(framedsp::resample_plan_build(job.s, level & framedsp::cpu_flags(), &plan), 0);
+        framedsp::ResamplePlanData &d = *plan.data();
+        if (!d.hplan.two_tap) continue;
+        auto *blocks = const_cast<framedsp::ResampleHTwoTap *>(d.hplan.two_tap);
+        if (n % 2) {
+          for (framedsp::ResampleRowsTable &t : d.hrows) if (t.w) spoil_rows(t, rng);
+          framedsp::resample_build_two_tap(d.hplan, blocks);
+        }
+        for (size_t b = 0; b < d.hplan.blocks; ++b) simd_blocks += int(blocks[b].fits);
+        GuardedBuffer src(d.hplan.src_bytes + lead, 0), dst(d.hplan.dst_bytes + dlead, 32, 0x5A);
+        framedsp_test::fill_random(src.data(), src.size(), rng);
+        if (n % 9 == 4) std::memset(src.data(), n % 2 ? 255 : 0, src.size());
+        std::vector<uint8_t> want(d.hplan.dst_bytes);
+        d.horz(src.data() + lead, dst.data() + dlead, &d.hplan);
+        framedsp::resample_horz_c(src.data() + lead, want.data(), &d.hplan);
+        ASSERT_TRUE(dst.intact()) << dst.damage();
+        for (size_t i = 0; i < dlead; ++i) ASSERT_EQ(dst[i], 0x5A);
+        ASSERT_EQ(0, std::memcmp(dst.data() + dlead, want.data(), want.size()))
+            << "class " << cls << " level " << level << " " << sw << " -> " << dw << " case " << n << "\n"
+            << framedsp_test::hex_diff(want.data(), dst.data() + dlead, want.size());
+      }
+    }
+  }
+  if (framedsp::cpu_flags() & framedsp::kCpuSSSE3) {
+    EXPECT_GT(simd_blocks, 0) << "no two-tap block ran";
+  }
+}
+
+}  // namespace
