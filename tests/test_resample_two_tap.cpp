@@ -52,7 +52,7 @@ TEST(ResampleTwoTap, EveryLevelMatchesTheScalarFormula) {
           for (framedsp::ResampleRowsTable &t : d.hrows) if (t.w) spoil_rows(t, rng);
           framedsp::resample_build_two_tap(d.hplan, blocks);
         }
-        for (size_t b = 0; b < d.hplan.blocks; ++b) simd_blocks += int(blocks[b].fits);
+        for (size_t b = 0; b < d.hplan.two_tap_blocks; ++b) simd_blocks += int(blocks[b].fits);
         GuardedBuffer src(d.hplan.src_bytes + lead, 0), dst(d.hplan.dst_bytes + dlead, 32, 0x5A);
         framedsp_test::fill_random(src.data(), src.size(), rng);
         if (n % 9 == 4) std::memset(src.data(), n % 2 ? 255 : 0, src.size());
@@ -69,6 +69,31 @@ TEST(ResampleTwoTap, EveryLevelMatchesTheScalarFormula) {
   }
   if (framedsp::cpu_flags() & framedsp::kCpuSSSE3) {
     EXPECT_GT(simd_blocks, 0) << "no two-tap block ran";
+  }
+}
+
+// The vertical kernels' two-tap rows: multiples of 128 (linear rows of coarse phases), any split
+// of 16384 and the ends 0 / 16384, every length and alignment.
+TEST(ResampleTwoTap, VerticalRowsMatchTheFormula) {
+  std::mt19937 rng(framedsp_test::test_seed() + 23);
+  for (uint32_t level : {framedsp::kCpuSSE2 | framedsp::kCpuSSSE3, ~0u}) {
+    framedsp::ResampleLineTable t;
+    framedsp::resample_line_table_init(&t, level & framedsp::cpu_flags());
+    for (size_t n = 0; n < 300; ++n) {
+      const size_t bytes = n < 200 ? n : size_t(rng() % 5000), lead = n % 32;
+      const int32_t w0 = n % 3 ? int32_t(rng() % 129) * 128 : int32_t(rng() % 49150) - 16383;
+      const int16_t w[2] = {int16_t(w0), int16_t(16384 - w0)};
+      GuardedBuffer a(bytes + lead, 0), b(bytes + lead, 0), dst(bytes + lead, 32, 0x5A);
+      framedsp_test::fill_random(a.data(), a.size(), rng);
+      framedsp_test::fill_random(b.data(), b.size(), rng);
+      const uint8_t *lines[2] = {a.data() + lead, b.data() + lead};
+      t.vert8(lines, w, 2, dst.data() + lead, bytes);
+      ASSERT_TRUE(dst.intact()) << dst.damage();
+      for (size_t x = 0; x < bytes; ++x) {
+        const int32_t v = (w[0] * lines[0][x] + w[1] * lines[1][x] + 8192) >> 14;
+        ASSERT_EQ(dst[lead + x], std::clamp(v, 0, 255)) << "level " << level << " w " << w[0] << " x " << x;
+      }
+    }
   }
 }
 

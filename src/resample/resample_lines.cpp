@@ -210,38 +210,35 @@ void resample_build_blocks(const ResampleHorzPlan &p, ResampleHPair *pairs, uint
 
 void resample_build_two_tap(const ResampleHorzPlan &p, ResampleHTwoTap *blocks) {
   const ResampleLayout &l = kLayouts[p.cls];
-  for (size_t b = 0; b < p.blocks; ++b) {
+  for (size_t b = 0; b < p.two_tap_blocks; ++b) {
     ResampleHTwoTap &e = blocks[b];
     std::memset(&e, 0, sizeof e);
-    size_t addr[16];
-    size_t lo = SIZE_MAX, hi = 0;
     bool ok = p.src_bytes >= 16;
-    ByteRow br[8];
-    block_rows(l, p, b, br);
-    for (int i = 0; i < 8 && ok; ++i) {
-      const ResampleLane &lane = *br[i].lane;
-      const ResampleRowsTable &rows = *br[i].rows;
-      const size_t j = br[i].j;
-      const int16_t *w = rows.w + j * size_t(rows.taps);
-      const int32_t w0 = w[0], w1 = rows.taps == 2 ? w[1] : 0;
-      ok = rows.taps <= 2 && w0 + w1 == kResampleOne;
-      // p carries 16384 - f: the second tap unless its weight leaves 2f outside int16.
-      const bool swap = w1 > kResampleOne - 1;
-      const int32_t f = swap ? w0 : w1;
-      addr[2 * i] = stream_addr(l, lane, rows.first[j] + (swap ? 1 : 0));
-      addr[2 * i + 1] = stream_addr(l, lane, rows.first[j] + (rows.taps == 2 && !swap ? 1 : 0));
-      e.f2[i] = static_cast<int16_t>(2 * f);
-      for (int h = 0; h < 2; ++h) {
-        lo = std::min(lo, addr[2 * i + h]);
-        hi = std::max(hi, addr[2 * i + h]);
+    for (int h = 0; h < 2 && ok; ++h) {
+      ByteRow br[8];
+      block_rows(l, p, 2 * b + size_t(h), br);
+      size_t addr[16];
+      size_t lo = SIZE_MAX, hi = 0;
+      for (int i = 0; i < 8 && ok; ++i) {
+        const ResampleRowsTable &rows = *br[i].rows;
+        const int16_t *w = rows.w + br[i].j * size_t(rows.taps);
+        const int32_t w0 = w[0], w1 = rows.taps == 2 ? w[1] : 0;
+        ok = rows.taps <= 2 && w0 + w1 == kResampleOne;
+        // p carries 16384 - f: the first tap unless that leaves 2f outside int16.
+        const bool swap = w1 > kResampleOne - 1;
+        const int32_t first = rows.first[br[i].j];
+        addr[2 * i] = stream_addr(l, *br[i].lane, first + (swap ? 1 : 0));
+        addr[2 * i + 1] = stream_addr(l, *br[i].lane, first + (rows.taps == 2 && !swap ? 1 : 0));
+        e.f2[h][i] = static_cast<int16_t>(2 * (swap ? w0 : w1));
+        lo = std::min({lo, addr[2 * i], addr[2 * i + 1]});
+        hi = std::max({hi, addr[2 * i], addr[2 * i + 1]});
       }
+      const size_t base = std::min(lo, p.src_bytes - 16);
+      ok = ok && hi - base <= 15;
+      e.base[h] = static_cast<uint32_t>(base);
+      for (int s = 0; s < 16 && ok; ++s) e.idx[h][s] = static_cast<uint8_t>(addr[s] - base);
     }
-    if (!ok) continue;
-    const size_t base = std::min(lo, p.src_bytes - 16);
-    if (hi - base > 15) continue;
-    e.base = static_cast<uint32_t>(base);
-    for (int s = 0; s < 16; ++s) e.idx[s] = static_cast<uint8_t>(addr[s] - base);
-    e.fits = 1;
+    e.fits = ok ? 1 : 0;
   }
 }
 

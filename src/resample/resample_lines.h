@@ -47,23 +47,24 @@ struct alignas(16) ResampleHPair {
 static_assert(sizeof(ResampleHPair) == 64, "one pair entry is a cache line");
 
 // Two-tap gather blocks, for plans whose rows have at most two taps (linear without widening,
-// nearest): per 8 output bytes one 16-byte window src[base .. base + 15]; idx[2i] and idx[2i + 1]
-// are the window offsets of samples p and q of output byte i, and
-//   out = clamp(p + (((q - p) * f + 8192) >> 14)),  f2[i] = 2 f,  f in -16383..16383,
+// nearest): one block per 16 output bytes, each half (output bytes 8h .. 8h + 7) reading one
+// 16-byte window src[base[h] .. base[h] + 15].  idx[h][2i] and idx[h][2i + 1] are the window
+// offsets of samples p and q of output byte 8h + i, and
+//   out = clamp(p + (((q - p) * f + 8192) >> 14)),  f2[h][i] = 2 f,  f in -16383..16383,
 // which is the row's formula (w_p p + w_q q + 8192) >> 14 whenever w_p + w_q = 16384 (p is the
 // tap weighted 16384 - f; the builder swaps the taps when w_q > 16383, and a one-tap row has
 // p = q, f = 0).  pmaddubsw with (-1, +1) gives q - p exactly and pmulhrsw(q - p, 2f) is
 // ((q - p) * f + 8192) >> 14, so the SIMD kernels need no 32-bit sums.  A block with a row outside
-// that form, or whose samples do not fit one window, has fits = 0 and is computed by the scalar
+// that form, or whose samples do not fit its windows, has fits = 0 and is computed by the scalar
 // formula.
 struct alignas(16) ResampleHTwoTap {
-  uint8_t idx[16];
-  int16_t f2[8];
-  uint32_t base;
+  uint8_t idx[2][16];
+  int16_t f2[2][8];
+  uint32_t base[2];
   uint32_t fits;
-  uint32_t reserved[2];
+  uint32_t reserved;
 };
-static_assert(sizeof(ResampleHTwoTap) == 48, "three 16-byte loads a block");
+static_assert(sizeof(ResampleHTwoTap) == 80, "two 32-byte halves and the bases");
 
 struct ResampleHorzPlan {
   uint32_t cls;
@@ -75,6 +76,7 @@ struct ResampleHorzPlan {
   size_t blocks;                      // dst_bytes / 8
   int pair_count;
   const ResampleHTwoTap *two_tap;     // blocks of the two-tap kernels; null: none
+  size_t two_tap_blocks;              // dst_bytes / 16
 };
 
 using ResampleHorzFn = void (*)(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *plan);
@@ -109,7 +111,7 @@ void resample_vert16_range_c(const uint8_t *const *lines, const int16_t *w, int 
 
 // Fills plan->blocks blocks of gather pairs (and their fits flags) from the plan's rows.
 void resample_build_blocks(const ResampleHorzPlan &plan, ResampleHPair *pairs, uint8_t *fits);
-// Fills plan->blocks two-tap blocks from the plan's rows (8-bit classes).
+// Fills plan->two_tap_blocks two-tap blocks from the plan's rows (8-bit classes).
 void resample_build_two_tap(const ResampleHorzPlan &plan, ResampleHTwoTap *blocks);
 // Pair entries the blocks of a plan need.
 inline int resample_pair_count(int taps) { return (taps + 1) / 2; }

@@ -260,7 +260,8 @@ HRESULT resample_plan_build(const ResampleSetup &s, uint32_t cpu_flags, Resample
   const int max_raw = std::max(h[0].raw_taps, v.raw_taps);
   const int pair_count = resample_pair_count(h_taps);
   const size_t pair_entries = blocks ? out_bytes / 8 * size_t(pair_count) : 0;
-  const size_t block_count = blocks || two_tap ? out_bytes / 8 : 0;
+  const size_t block_count = blocks ? out_bytes / 8 : 0;
+  const size_t two_tap_count = two_tap ? out_bytes / 16 : 0;
 
   // Sizes, in the order they are carved.
   size_t total = 0;
@@ -276,7 +277,7 @@ HRESULT resample_plan_build(const ResampleSetup &s, uint32_t cpu_flags, Resample
              ResampleCarve::size(size_t(phases));
   }
   total += ResampleCarve::size(pair_entries * sizeof(ResampleHPair)) + ResampleCarve::size(block_count) +
-           (two_tap ? block_count * sizeof(ResampleHTwoTap) : 0);
+           two_tap_count * sizeof(ResampleHTwoTap);
   const size_t line = ResampleCarve::size(out_bytes + 16);
   total += size_t(ring) * line + ResampleCarve::size(size_t(ring) * sizeof(void *)) +
            ResampleCarve::size(size_t(ring) * 4) + ResampleCarve::size(size_t(v.taps) * sizeof(void *));
@@ -347,7 +348,8 @@ HRESULT resample_plan_build(const ResampleSetup &s, uint32_t cpu_flags, Resample
   }
   d->horz = lines.horz[s.cls];
   if (two_tap) {
-    ResampleHTwoTap *t = carve.take<ResampleHTwoTap>(block_count);
+    ResampleHTwoTap *t = carve.take<ResampleHTwoTap>(two_tap_count);
+    hp.two_tap_blocks = two_tap_count;
     resample_build_two_tap(hp, t);
     hp.two_tap = t;
     d->horz = lines.horz_two_tap[s.cls];

@@ -24,7 +24,29 @@ inline __m256i pair_weights(const int16_t *w, int t, int taps) {
 
 // Rows of two taps with w0 + w1 = 16384: p + pmulhrsw(q - p, 2f) in 16-bit lanes (exact; see
 // ResampleHTwoTap), 32 bytes a step.
+// Rows of two non-negative multiples of 128 below 16384 (what 1/128-pixel phases and coarser give
+// a linear row): u = a * (w0 / 128) + b * (w1 / 128) is pmaddubsw of interleaved bytes, at most
+// 255 * 128, and (u * 128 + 8192) >> 14 = (u + 64) >> 7 = pmulhrsw(u, 256).
+void vert8_two_tap_q7(const uint8_t *const *lines, const int16_t *w, uint8_t *dst, size_t bytes) {
+  const __m256i wq = _mm256_set1_epi16(static_cast<short>((w[0] >> 7) | ((w[1] >> 7) << 8)));
+  const __m256i k256 = _mm256_set1_epi16(256);
+  const uint8_t *a = lines[0], *b = lines[1];
+  size_t x = 0;
+  for (; x + 32 <= bytes; x += 32) {
+    const __m256i pa = load32(a + x), pb = load32(b + x);
+    const __m256i lo = _mm256_maddubs_epi16(_mm256_unpacklo_epi8(pa, pb), wq);
+    const __m256i hi = _mm256_maddubs_epi16(_mm256_unpackhi_epi8(pa, pb), wq);
+    const __m256i r = _mm256_packus_epi16(_mm256_mulhrs_epi16(lo, k256), _mm256_mulhrs_epi16(hi, k256));
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + x), r);
+  }
+  resample_vert8_range_c(lines, w, 2, dst, x, bytes);
+}
+
 void vert8_two_tap(const uint8_t *const *lines, const int16_t *w, uint8_t *dst, size_t bytes) {
+  if (((w[0] | w[1]) & 127) == 0 && w[0] >= 0 && w[1] >= 0 && w[0] < kResampleOne && w[1] < kResampleOne) {
+    vert8_two_tap_q7(lines, w, dst, bytes);
+    return;
+  }
   const bool swap = w[1] > kResampleOne - 1;
   const uint8_t *a = lines[swap ? 1 : 0], *b = lines[swap ? 0 : 1];
   const __m256i f2 = _mm256_set1_epi16(static_cast<short>(2 * (swap ? w[0] : w[1])));
@@ -125,12 +147,13 @@ void horz8_avx2(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p) {
   resample_horz_bytes_c(src, dst, p, 8 * b, p->dst_bytes);
 }
 
-// Two two-tap blocks as sixteen words, a's in the low lane: p + pmulhrsw(q - p, 2f).
-inline __m256i two_tap_words(const uint8_t *src, const ResampleHTwoTap &a, const ResampleHTwoTap &b) {
-  const __m256i s = _mm256_shuffle_epi8(load2x16(src + a.base, src + b.base), load2x16(a.idx, b.idx));
+// A two-tap block as sixteen words, half 0 in the low lane: p + pmulhrsw(q - p, 2f).
+inline __m256i two_tap_words(const uint8_t *src, const ResampleHTwoTap &e) {
+  const __m256i win = load2x16(src + e.base[0], src + e.base[1]);
+  const __m256i s = _mm256_shuffle_epi8(win, load32(e.idx));
   const __m256i d = _mm256_maddubs_epi16(s, _mm256_set1_epi16(0x01FF));  // bytes (-1, +1): q - p
   const __m256i p = _mm256_and_si256(s, _mm256_set1_epi16(0x00FF));
-  return _mm256_add_epi16(p, _mm256_mulhrs_epi16(d, load2x16(a.f2, b.f2)));
+  return _mm256_add_epi16(p, _mm256_mulhrs_epi16(d, load32(e.f2)));
 }
 
 void horz_two_tap_avx2(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p) {
@@ -139,18 +162,24 @@ void horz_two_tap_avx2(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan 
     resample_horz_bytes_c(src, dst, p, 0, p->dst_bytes);
     return;
   }
+  const size_t n = p->two_tap_blocks;
   size_t b = 0;
-  for (; b + 4 <= p->blocks; b += 4) {
-    if (!(t[b].fits & t[b + 1].fits & t[b + 2].fits & t[b + 3].fits)) {
-      resample_horz_bytes_c(src, dst, p, 8 * b, 8 * b + 32);
+  for (; b + 2 <= n; b += 2) {
+    if (!(t[b].fits & t[b + 1].fits)) {
+      resample_horz_bytes_c(src, dst, p, 16 * b, 16 * b + 32);
       continue;
     }
-    // [A | B] and [C | D] words; packus gives [A C | B D], the permute [A B C D].
-    const __m256i ab = two_tap_words(src, t[b], t[b + 1]), cd = two_tap_words(src, t[b + 2], t[b + 3]);
-    const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(ab, cd), 0xD8);
-    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + 8 * b), bytes);
+    // Words [A0 | A1] and [B0 | B1]; packus gives [A0 B0 | A1 B1], the permute [A0 A1 B0 B1].
+    const __m256i v = _mm256_packus_epi16(two_tap_words(src, t[b]), two_tap_words(src, t[b + 1]));
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + 16 * b), _mm256_permute4x64_epi64(v, 0xD8));
   }
-  resample_horz_bytes_c(src, dst, p, 8 * b, p->dst_bytes);
+  if (b < n && t[b].fits) {
+    const __m256i v = _mm256_packus_epi16(two_tap_words(src, t[b]), _mm256_setzero_si256());
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 16 * b),
+                     _mm256_castsi256_si128(_mm256_permute4x64_epi64(v, 0xD8)));
+    ++b;
+  }
+  resample_horz_bytes_c(src, dst, p, 16 * b, p->dst_bytes);
 }
 
 }  // namespace

@@ -42,12 +42,13 @@ void horz8_ssse3(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p) {
   resample_horz_bytes_c(src, dst, p, 8 * b, p->dst_bytes);
 }
 
-// Eight results of a two-tap block as words: p + pmulhrsw(q - p, 2f) (see resample_lines.h).
-inline __m128i two_tap_words(const uint8_t *src, const ResampleHTwoTap &e) {
-  const __m128i s = _mm_shuffle_epi8(load16(src + e.base), load16(e.idx));
+// Eight results of half h of a two-tap block as words: p + pmulhrsw(q - p, 2f) (see
+// resample_lines.h).
+inline __m128i two_tap_words(const uint8_t *src, const ResampleHTwoTap &e, int h) {
+  const __m128i s = _mm_shuffle_epi8(load16(src + e.base[h]), load16(e.idx[h]));
   const __m128i d = _mm_maddubs_epi16(s, _mm_set1_epi16(0x01FF));  // bytes (-1, +1): q - p
   const __m128i p = _mm_and_si128(s, _mm_set1_epi16(0x00FF));
-  return _mm_add_epi16(p, _mm_mulhrs_epi16(d, load16(e.f2)));
+  return _mm_add_epi16(p, _mm_mulhrs_epi16(d, load16(e.f2[h])));
 }
 
 void horz_two_tap_ssse3(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p) {
@@ -56,16 +57,15 @@ void horz_two_tap_ssse3(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan
     resample_horz_bytes_c(src, dst, p, 0, p->dst_bytes);
     return;
   }
-  size_t b = 0;
-  for (; b + 2 <= p->blocks; b += 2) {
-    if (!(t[b].fits & t[b + 1].fits)) {
-      resample_horz_bytes_c(src, dst, p, 8 * b, 8 * b + 16);
+  for (size_t b = 0; b < p->two_tap_blocks; ++b) {
+    if (!t[b].fits) {
+      resample_horz_bytes_c(src, dst, p, 16 * b, 16 * b + 16);
       continue;
     }
-    const __m128i v = _mm_packus_epi16(two_tap_words(src, t[b]), two_tap_words(src, t[b + 1]));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 8 * b), v);
+    const __m128i v = _mm_packus_epi16(two_tap_words(src, t[b], 0), two_tap_words(src, t[b], 1));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 16 * b), v);
   }
-  resample_horz_bytes_c(src, dst, p, 8 * b, p->dst_bytes);
+  resample_horz_bytes_c(src, dst, p, 16 * p->two_tap_blocks, p->dst_bytes);
 }
 
 // Two-tap rows (w0 + w1 = 16384): p + pmulhrsw(q - p, 2f), the arithmetic of the two-tap blocks,
