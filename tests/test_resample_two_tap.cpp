@@ -1,7 +1,8 @@
-// The resampling engine's two-tap horizontal kernels (rows of one or two taps) against the scalar
-// formula: every 8-bit class, level, length, lead, ratio and edge rule, the plan's own rows and
-// adversarial two-tap rows (negative weights, a tap of 16384, rows that are not two-tap at all),
-// guard bytes around the output and the source ending against a protected page.
+// The resampling engine's two-tap kernels (rows of one or two taps, and the pair kernel that
+// blends two such lines) against the scalar formulas: every 8-bit class, level, length, lead,
+// ratio and edge rule, the plan's own rows and adversarial two-tap rows (negative weights, a tap
+// of 16384, rows that are not two-tap at all), guard bytes around the output and the source
+// ending against a protected page.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,14 +18,14 @@ namespace {
 
 using framedsp_test::GuardedBuffer;
 
-// Rows w0 + w1 = 16384 with w0 anywhere in int16 range that keeps w1 there too; every 7th row
-// breaks the sum (its block must fall back to the scalar formula).
+// Rows w0 + w1 = 16384 with w0 anywhere in int16 range that keeps w1 there too; one row breaks
+// the sum (its block must fall back to the scalar formula).
 void spoil_rows(framedsp::ResampleRowsTable &t, std::mt19937 &rng) {
   for (int32_t j = 0; j < t.count; ++j) {
     int16_t *w = t.w + size_t(j) * size_t(t.taps);
     const int32_t w0 = rng() % 4 == 0 ? (rng() % 2 ? 0 : 16384) : int32_t(rng() % 49150) - 16383;
     w[0] = int16_t(w0);
-    if (t.taps == 2) w[1] = int16_t(16384 - w0 + (j % 7 == 3 ? 1 : 0));
+    if (t.taps == 2) w[1] = int16_t(16384 - w0 + (j == t.count / 3 ? 1 : 0));
   }
 }
 
@@ -63,6 +64,22 @@ TEST(ResampleTwoTap, EveryLevelMatchesTheScalarFormula) {
         for (size_t i = 0; i < dlead; ++i) ASSERT_EQ(dst[i], 0x5A);
         ASSERT_EQ(0, std::memcmp(dst.data() + dlead, want.data(), want.size()))
             << "class " << cls << " level " << level << " " << sw << " -> " << dw << " case " << n << "\n"
+            << framedsp_test::hex_diff(want.data(), dst.data() + dlead, want.size());
+        if (!d.lines.horz_pair[cls]) continue;
+        // The pair kernel: two lines, then a vertical two-tap row (any split of 16384).
+        GuardedBuffer src2(src.size(), 0);
+        framedsp_test::fill_random(src2.data(), src2.size(), rng);
+        const int32_t v0 = n % 4 ? int32_t(rng() % 16385) : int32_t(rng() % 49150) - 16383;
+        const int16_t w[2] = {int16_t(v0), int16_t(16384 - v0)};
+        std::vector<uint8_t> want2(want.size());
+        framedsp::resample_horz_c(src2.data() + lead, want2.data(), &d.hplan);
+        const uint8_t *lines[2] = {want.data(), want2.data()};
+        framedsp::resample_vert8_c(lines, w, 2, want.data(), want.size());
+        dst.reset(0x5A);
+        d.lines.horz_pair[cls](src.data() + lead, src2.data() + lead, dst.data() + dlead, &d.hplan, w);
+        ASSERT_TRUE(dst.intact()) << dst.damage();
+        ASSERT_EQ(0, std::memcmp(dst.data() + dlead, want.data(), want.size()))
+            << "pair: class " << cls << " " << sw << " -> " << dw << " w " << w[0] << " case " << n << "\n"
             << framedsp_test::hex_diff(want.data(), dst.data() + dlead, want.size());
       }
     }

@@ -155,6 +155,10 @@ HRESULT resample_plan_run(ResamplePlan *plan, ResampleRows src, ResampleRows dst
                           int32_t row_end, const ResampleCoverage *coverage = nullptr,
                           ResampleFinish finish = nullptr, void *finish_context = nullptr);
 
+// Forgets the lines the plan keeps between runs, so its next run may read another picture (the
+// other field, say) with the same geometry.
+void resample_plan_forget(ResamplePlan *plan);
+
 // Bytes a pixel group (and pixels a group) of a class; 0 for a class outside 0..11.
 uint32_t resample_group_bytes(uint32_t cls);
 uint32_t resample_group_pixels(uint32_t cls);

@@ -81,6 +81,18 @@ void horz_range(const ResampleLayout &l, const uint8_t *src, uint8_t *dst, const
   }
 }
 
+// One output byte of the horizontal formula (8-bit classes).
+inline int32_t horz_byte(const ResampleLayout &l, const uint8_t *src, const ResampleHorzPlan *p, size_t t) {
+  const ResampleLane &lane = l.lane[t % l.lanes];
+  const ResampleRowsTable &rows = *p->table[lane.table];
+  const size_t j = (t / l.lanes) * lane.per + lane.sub;
+  const int16_t *w = rows.w + j * size_t(rows.taps);
+  int64_t acc = 8192;
+  for (int32_t k = 0; k < rows.taps; ++k) acc += int64_t{w[k]} * src[stream_addr(l, lane, rows.first[j] + k)];
+  const int64_t v = acc >> kResampleWeightBits;
+  return static_cast<int32_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
+}
+
 template <int kCls>
 void horz_c(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p) {
   constexpr const ResampleLayout &l = kLayouts[kCls];
@@ -135,6 +147,15 @@ void resample_horz_c(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p
     horz_range<1>(l, src, dst, p, 0, p->dst_bytes);
   } else {
     horz_range<2>(l, src, dst, p, 0, p->dst_bytes / 2);
+  }
+}
+
+void resample_horz_pair_bytes_c(const uint8_t *src0, const uint8_t *src1, uint8_t *dst, const ResampleHorzPlan *p,
+                                const int16_t *w, size_t first, size_t end) {
+  const ResampleLayout &l = kLayouts[p->cls];
+  for (size_t t = first; t < end; ++t) {
+    const int32_t v = (w[0] * horz_byte(l, src0, p, t) + w[1] * horz_byte(l, src1, p, t) + 8192) >> 14;
+    dst[t] = static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
   }
 }
 
@@ -210,35 +231,40 @@ void resample_build_blocks(const ResampleHorzPlan &p, ResampleHPair *pairs, uint
 
 void resample_build_two_tap(const ResampleHorzPlan &p, ResampleHTwoTap *blocks) {
   const ResampleLayout &l = kLayouts[p.cls];
+  size_t g = 0;     // group of the next output byte
+  unsigned li = 0;  // and its lane
   for (size_t b = 0; b < p.two_tap_blocks; ++b) {
     ResampleHTwoTap &e = blocks[b];
-    std::memset(&e, 0, sizeof e);
     bool ok = p.src_bytes >= 16;
-    for (int h = 0; h < 2 && ok; ++h) {
-      ByteRow br[8];
-      block_rows(l, p, 2 * b + size_t(h), br);
+    for (int h = 0; h < 2; ++h) {
       size_t addr[16];
       size_t lo = SIZE_MAX, hi = 0;
-      for (int i = 0; i < 8 && ok; ++i) {
-        const ResampleRowsTable &rows = *br[i].rows;
-        const int16_t *w = rows.w + br[i].j * size_t(rows.taps);
+      for (int i = 0; i < 8; ++i) {
+        const ResampleLane &lane = l.lane[li];
+        const ResampleRowsTable &rows = *p.table[lane.table];
+        const size_t j = g * lane.per + lane.sub;
+        if (++li == l.lanes) li = 0, ++g;
+        const int16_t *w = rows.w + j * size_t(rows.taps);
         const int32_t w0 = w[0], w1 = rows.taps == 2 ? w[1] : 0;
-        ok = rows.taps <= 2 && w0 + w1 == kResampleOne;
+        ok = ok && rows.taps <= 2 && w0 + w1 == kResampleOne;
         // p carries 16384 - f: the first tap unless that leaves 2f outside int16.
         const bool swap = w1 > kResampleOne - 1;
-        const int32_t first = rows.first[br[i].j];
-        addr[2 * i] = stream_addr(l, *br[i].lane, first + (swap ? 1 : 0));
-        addr[2 * i + 1] = stream_addr(l, *br[i].lane, first + (rows.taps == 2 && !swap ? 1 : 0));
+        const int32_t first = rows.first[j];
+        const size_t a = stream_addr(l, lane, first + (swap ? 1 : 0));
+        const size_t q = rows.taps == 2 ? stream_addr(l, lane, first + (swap ? 0 : 1)) : a;
+        addr[2 * i] = a;
+        addr[2 * i + 1] = q;
         e.f2[h][i] = static_cast<int16_t>(2 * (swap ? w0 : w1));
-        lo = std::min({lo, addr[2 * i], addr[2 * i + 1]});
-        hi = std::max({hi, addr[2 * i], addr[2 * i + 1]});
+        lo = std::min(lo, std::min(a, q));
+        hi = std::max(hi, std::max(a, q));
       }
-      const size_t base = std::min(lo, p.src_bytes - 16);
+      const size_t base = ok ? std::min(lo, p.src_bytes - 16) : 0;
       ok = ok && hi - base <= 15;
       e.base[h] = static_cast<uint32_t>(base);
-      for (int s = 0; s < 16 && ok; ++s) e.idx[h][s] = static_cast<uint8_t>(addr[s] - base);
+      for (int s = 0; s < 16; ++s) e.idx[h][s] = static_cast<uint8_t>(ok ? addr[s] - base : 0);
     }
     e.fits = ok ? 1 : 0;
+    e.reserved = 0;
   }
 }
 
@@ -257,6 +283,8 @@ void resample_line_table_init(ResampleLineTable *t, uint32_t cpu_flags) {
   t->horz[11] = horz_c<11>;
   for (bool &b : t->horz_uses_blocks) b = false;
   for (ResampleHorzFn &f : t->horz_two_tap) f = nullptr;
+  for (ResampleHorzFn &f : t->horz_one_tap) f = nullptr;
+  for (ResampleHorzPairFn &f : t->horz_pair) f = nullptr;
   t->vert8 = resample_vert8_c;
   t->vert16 = resample_vert16_c;
 #if defined(FRAMEDSP_HAVE_X86)

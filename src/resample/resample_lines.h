@@ -84,14 +84,22 @@ using ResampleHorzFn = void (*)(const uint8_t *src, uint8_t *dst, const Resample
 using ResampleVertFn = void (*)(const uint8_t *const *lines, const int16_t *w, int taps, uint8_t *dst,
                                 size_t bytes);
 
+// Two source lines through the two-tap blocks, blended by a vertical row of two taps with
+// w[0] + w[1] = 16384: the bytes of the horizontal kernel on each line, then vert8() on the two
+// results, in one pass with no work line in between.
+using ResampleHorzPairFn = void (*)(const uint8_t *src0, const uint8_t *src1, uint8_t *dst,
+                                    const ResampleHorzPlan *plan, const int16_t *w);
+
 struct ResampleLineTable {
   ResampleHorzFn horz[kResampleClasses];
   bool horz_uses_blocks[kResampleClasses];
   ResampleVertFn vert8;
   ResampleVertFn vert16;
-  // Horizontal kernels over the two-tap blocks (rows of one or two taps); null where the level
-  // has none.
+  // Horizontal kernels over the two-tap blocks (rows of one or two taps; the one-tap kernels
+  // only gather p, for plans whose rows all have one tap); null where the level has none.
   ResampleHorzFn horz_two_tap[kResampleClasses];
+  ResampleHorzFn horz_one_tap[kResampleClasses];
+  ResampleHorzPairFn horz_pair[kResampleClasses];
 };
 
 // Scalar kernels, then what SSE2, SSSE3 and AVX2 implement, as `cpu_flags` allows.
@@ -101,6 +109,9 @@ void resample_line_table_init(ResampleLineTable *table, uint32_t cpu_flags);
 void resample_horz_bytes_c(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *plan, size_t first,
                            size_t end);
 void resample_horz_c(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *plan);
+// The pair kernels' formula on output bytes [first, end) (8-bit classes).
+void resample_horz_pair_bytes_c(const uint8_t *src0, const uint8_t *src1, uint8_t *dst, const ResampleHorzPlan *plan,
+                                const int16_t *w, size_t first, size_t end);
 void resample_vert8_c(const uint8_t *const *lines, const int16_t *w, int taps, uint8_t *dst, size_t bytes);
 void resample_vert16_c(const uint8_t *const *lines, const int16_t *w, int taps, uint8_t *dst, size_t bytes);
 // Vertical bytes [first, end) (8-bit), for SIMD tails.

@@ -214,7 +214,7 @@ struct PlanShape {
   int32_t px, col_first, groups;
   int streams;
   AxisJob h[2], v;
-  bool fill, mirror, wide, two_tap, blocks, ring_centres, chroma_table;
+  bool fill, mirror, wide, two_tap, one_tap, blocks, ring_centres, chroma_table;
   ResampleLineTable lines;
   int32_t pad_groups;
   size_t src_line_bytes, out_bytes, pad_bytes;
@@ -288,6 +288,7 @@ void shape_lines(const ResampleSetup &s, uint32_t cpu_flags, PlanShape *p) {
   const int h_taps = std::max(p->h[0].taps, p->streams == 2 ? p->h[1].taps : 0);
   // Rows of one or two taps take the two-tap blocks where the level has their kernels.
   p->two_tap = !p->wide && h_taps <= 2 && p->lines.horz_two_tap[s.cls];
+  p->one_tap = h_taps == 1;
   p->blocks = !p->two_tap && p->lines.horz_uses_blocks[s.cls] && !p->wide;
   p->ring_centres = s.anti_ringing_q8 != 0 && s.kernel != kResampleNearest;
   p->src_line_bytes = size_t(s.cols.src_count / p->px) * l.group;
@@ -397,8 +398,9 @@ void carve_lines(const ResampleSetup &s, const PlanShape &p, ResampleCarve &carv
     hp.two_tap_blocks = p.two_tap_count;
     resample_build_two_tap(hp, t);
     hp.two_tap = t;
-    d->horz = p.lines.horz_two_tap[s.cls];
+    d->horz = p.one_tap && p.lines.horz_one_tap[s.cls] ? p.lines.horz_one_tap[s.cls] : p.lines.horz_two_tap[s.cls];
   }
+  d->horz_pair = p.two_tap && !p.fill && d->anti_ringing == 0 ? p.lines.horz_pair[s.cls] : nullptr;
   int32_t shift = 0, chroma_shift = 0;
   d->h_identity = !p.fill && d->anti_ringing == 0 && identity_rows(d->hrows[0], &shift) && shift % p.px == 0 &&
                   (p.streams == 1 || (identity_rows(d->hrows[1], &chroma_shift) && chroma_shift * 2 == shift));

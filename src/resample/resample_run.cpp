@@ -61,6 +61,20 @@ struct Direct {
   const uint8_t *out = nullptr;
 };
 
+// A row of two taps whose lines no ring line holds and the next row does not read: both lines
+// resampled and blended in one pass straight into `target`.  False when the row is not one.
+bool pair_row(ResamplePlanData &d, ResampleRows src, int32_t j, bool last, uint8_t *target) {
+  const ResampleRowsTable &v = d.vrows;
+  if (!d.horz_pair || d.h_identity || v.taps != 2) return false;
+  const int16_t *w = v.w + size_t(j) * 2;
+  const int32_t e = v.first[j], i = e - d.pad_rows;
+  if (w[0] == 0 || w[1] == 0 || int32_t{w[0]} + w[1] != kResampleOne || i < 0 || i + 1 >= d.src_rows) return false;
+  if (in_ring(d, e) || in_ring(d, e + 1) || (!last && (reads(v, j + 1, e) || reads(v, j + 1, e + 1)))) return false;
+  const uint8_t *row = src.base + static_cast<ptrdiff_t>(i) * src.stride;
+  d.horz_pair(row, row + src.stride, target, &d.hplan, w);
+  return true;
+}
+
 // Writes row j's line into `target`; false when the row needs the vertical pass.
 bool single_row(ResamplePlanData &d, ResampleRows src, int32_t j, bool last, bool plain, uint8_t *target,
                 Direct *direct) {
@@ -115,6 +129,11 @@ void blend_line(const ResamplePlanData &d, const uint8_t *line, uint8_t *dst, ui
 
 }  // namespace
 
+void resample_plan_forget(ResamplePlan *plan) {
+  ResamplePlanData *d = plan->data();
+  for (int r = 0; d && r < d->ring_size; ++r) d->ring_id[r] = -1;
+}
+
 HRESULT resample_plan_run(ResamplePlan *plan, ResampleRows src, ResampleRows dst, int32_t row_begin, int32_t row_end,
                           const ResampleCoverage *coverage, ResampleFinish finish, void *finish_context) {
   ResamplePlanData *dp = plan->data();
@@ -141,7 +160,8 @@ HRESULT resample_plan_run(ResamplePlan *plan, ResampleRows src, ResampleRows dst
                                       coverage->last_col < uint32_t(kResampleOne));
     uint8_t *target = blended ? d.temp : out;
     // A row with one weight of 16384 (the others 0) is that line itself.
-    if (!single_row(d, src, j, r + 1 == hi, !blended && !finish, target, &direct)) {
+    if (!single_row(d, src, j, r + 1 == hi, !blended && !finish, target, &direct) &&
+        !pair_row(d, src, j, r + 1 == hi, target)) {
       const uint8_t *any = nullptr;
       for (int t = 0; t < v.taps; ++t) {
         if (w[t] != 0) any = d.taps[t] = row_line(d, src, v.first[j] + t);

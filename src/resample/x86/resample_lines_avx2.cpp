@@ -182,6 +182,62 @@ void horz_two_tap_avx2(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan 
   resample_horz_bytes_c(src, dst, p, 16 * b, p->dst_bytes);
 }
 
+// Two lines through the two-tap blocks, each result clamped to 0..255 as its byte would be, then
+// the vertical two-tap form on the words: the bytes of horz_two_tap_avx2 and vert8_avx2.
+void horz_pair_avx2(const uint8_t *src0, const uint8_t *src1, uint8_t *dst, const ResampleHorzPlan *p,
+                    const int16_t *w) {
+  const ResampleHTwoTap *t = p->two_tap;
+  if (!t || int32_t{w[0]} + w[1] != kResampleOne) {
+    resample_horz_pair_bytes_c(src0, src1, dst, p, w, 0, p->dst_bytes);
+    return;
+  }
+  const bool swap = w[1] > kResampleOne - 1;
+  const uint8_t *a = swap ? src1 : src0, *b = swap ? src0 : src1;
+  const __m256i f2 = _mm256_set1_epi16(static_cast<short>(2 * (swap ? w[0] : w[1])));
+  const __m256i zero = _mm256_setzero_si256(), max = _mm256_set1_epi16(255);
+  auto blend = [&](const ResampleHTwoTap &e) {
+    const __m256i pa = _mm256_min_epi16(_mm256_max_epi16(two_tap_words(a, e), zero), max);
+    const __m256i pb = _mm256_min_epi16(_mm256_max_epi16(two_tap_words(b, e), zero), max);
+    return _mm256_add_epi16(pa, _mm256_mulhrs_epi16(_mm256_sub_epi16(pb, pa), f2));
+  };
+  const size_t n = p->two_tap_blocks;
+  size_t k = 0;
+  for (; k + 2 <= n; k += 2) {
+    if (!(t[k].fits & t[k + 1].fits)) {
+      resample_horz_pair_bytes_c(src0, src1, dst, p, w, 16 * k, 16 * k + 32);
+      continue;
+    }
+    const __m256i v = _mm256_packus_epi16(blend(t[k]), blend(t[k + 1]));
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + 16 * k), _mm256_permute4x64_epi64(v, 0xD8));
+  }
+  resample_horz_pair_bytes_c(src0, src1, dst, p, w, 16 * k, p->dst_bytes);
+}
+
+// One-tap rows: p of each output byte, as sixteen words (half 0 in the low lane).
+inline __m256i one_tap_words(const uint8_t *src, const ResampleHTwoTap &e) {
+  const __m256i s = _mm256_shuffle_epi8(load2x16(src + e.base[0], src + e.base[1]), load32(e.idx));
+  return _mm256_and_si256(s, _mm256_set1_epi16(0x00FF));
+}
+
+void horz_one_tap_avx2(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p) {
+  const ResampleHTwoTap *t = p->two_tap;
+  if (!t) {
+    resample_horz_bytes_c(src, dst, p, 0, p->dst_bytes);
+    return;
+  }
+  const size_t n = p->two_tap_blocks;
+  size_t b = 0;
+  for (; b + 2 <= n; b += 2) {
+    if (!(t[b].fits & t[b + 1].fits)) {
+      resample_horz_bytes_c(src, dst, p, 16 * b, 16 * b + 32);
+      continue;
+    }
+    const __m256i v = _mm256_packus_epi16(one_tap_words(src, t[b]), one_tap_words(src, t[b + 1]));
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + 16 * b), _mm256_permute4x64_epi64(v, 0xD8));
+  }
+  resample_horz_bytes_c(src, dst, p, 16 * b, p->dst_bytes);
+}
+
 }  // namespace
 
 void resample_lines_init_avx2(ResampleLineTable *t) {
@@ -191,6 +247,8 @@ void resample_lines_init_avx2(ResampleLineTable *t) {
     t->horz[c] = horz8_avx2;
     t->horz_uses_blocks[c] = true;
     t->horz_two_tap[c] = horz_two_tap_avx2;
+    t->horz_one_tap[c] = horz_one_tap_avx2;
+    t->horz_pair[c] = horz_pair_avx2;
   }
 }
 

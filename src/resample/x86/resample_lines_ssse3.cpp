@@ -68,6 +68,26 @@ void horz_two_tap_ssse3(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan
   resample_horz_bytes_c(src, dst, p, 16 * p->two_tap_blocks, p->dst_bytes);
 }
 
+// One-tap rows: the p bytes of a block's halves (words 0x00pp of the pair shuffle, packed).
+void horz_one_tap_ssse3(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p) {
+  const ResampleHTwoTap *t = p->two_tap;
+  if (!t) {
+    resample_horz_bytes_c(src, dst, p, 0, p->dst_bytes);
+    return;
+  }
+  const __m128i low = _mm_set1_epi16(0x00FF);
+  for (size_t b = 0; b < p->two_tap_blocks; ++b) {
+    if (!t[b].fits) {
+      resample_horz_bytes_c(src, dst, p, 16 * b, 16 * b + 16);
+      continue;
+    }
+    const __m128i h0 = _mm_and_si128(_mm_shuffle_epi8(load16(src + t[b].base[0]), load16(t[b].idx[0])), low);
+    const __m128i h1 = _mm_and_si128(_mm_shuffle_epi8(load16(src + t[b].base[1]), load16(t[b].idx[1])), low);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 16 * b), _mm_packus_epi16(h0, h1));
+  }
+  resample_horz_bytes_c(src, dst, p, 16 * p->two_tap_blocks, p->dst_bytes);
+}
+
 // Two-tap rows (w0 + w1 = 16384): p + pmulhrsw(q - p, 2f), the arithmetic of the two-tap blocks,
 // 16 bytes a step; other rows take the SSE2 kernel.
 void vert8_ssse3(const uint8_t *const *lines, const int16_t *w, int taps, uint8_t *dst, size_t bytes) {
@@ -98,6 +118,7 @@ void resample_lines_init_ssse3(ResampleLineTable *t) {
     t->horz[c] = horz8_ssse3;
     t->horz_uses_blocks[c] = true;
     t->horz_two_tap[c] = horz_two_tap_ssse3;
+    t->horz_one_tap[c] = horz_one_tap_ssse3;
   }
   t->vert8 = vert8_ssse3;
 }
