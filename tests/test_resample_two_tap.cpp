@@ -114,4 +114,35 @@ TEST(ResampleTwoTap, VerticalRowsMatchTheFormula) {
   }
 }
 
+// Runs whose rows repeat source lines (nearest and linear enlargements, whole-line rows of a
+// reduction), with a finishing step that changes the line: each output row is the plain run's
+// row finished once, in any band split.
+TEST(ResampleTwoTap, RepeatedLinesAreFinishedOnce) {
+  std::mt19937 rng(framedsp_test::test_seed() + 24);
+  auto finish = [](void *, uint8_t *line, size_t bytes) {
+    for (size_t i = 0; i < bytes; ++i) line[i] = uint8_t(line[i] * 7 + 1);
+  };
+  for (uint32_t kernel : {framedsp::kResampleNearest, framedsp::kResampleLinear}) {
+    for (const int sh : {5, 12, 40}) {
+      resample_test::Picture src(0, 48, sh);
+      framedsp_test::fill_random(src.bytes.data(), src.bytes.size(), rng);
+      resample_test::Job job(0, kernel, 48, sh, 64, 24);
+      job.s.rows.widen_q16 = 65536;
+      for (int32_t k = 0; k < 24; ++k) job.rows[size_t(k)] = int64_t(k * sh / 24) << 32;  // whole lines
+      resample_test::Picture plain(0, 64, 24), done(0, 64, 24);
+      ASSERT_EQ(job.run(src, plain, framedsp::cpu_flags()), 0);
+      framedsp::ResamplePlan plan;
+      ASSERT_EQ(framedsp::resample_plan_build(job.s, framedsp::cpu_flags(), &plan), 0);
+      for (int32_t r0 = 0; r0 < 24;) {
+        const int32_t r1 = std::min(24, r0 + 1 + int32_t(rng() % 7));
+        framedsp::resample_plan_run(&plan, {src.bytes.data(), ptrdiff_t(src.stride)},
+                                    {done.bytes.data(), ptrdiff_t(done.stride)}, r0, r1, nullptr, finish, nullptr);
+        r0 = r1;
+      }
+      finish(nullptr, plain.bytes.data(), plain.bytes.size());
+      ASSERT_EQ(plain.bytes, done.bytes) << "kernel " << kernel << " source rows " << sh;
+    }
+  }
+}
+
 }  // namespace
