@@ -58,6 +58,21 @@ int32_t fold(int64_t i, int32_t n, bool mirror) {
 int raw_row(const Kernel &k, const AxisJob &a, int32_t j, PhaseCache *cache, int32_t *first, int32_t *w) {
   const uint32_t widen = a.widen_each ? a.widen_each[j] : a.widen;
   const int64_t pos = a.at(j);
+  if (a.raw_taps <= 2 && !a.lowpass && widen <= 65536u) {
+    // Nearest and unwidened linear rows, as resample_weights() gives them, without its call.
+    const int shift = 32 - k.phase_bits;
+    const int64_t q = (pos + (int64_t{1} << (shift - 1))) >> shift;
+    const int64_t whole = q >> k.phase_bits, phase = q & ((int64_t{1} << k.phase_bits) - 1);
+    if (k.kernel == kResampleNearest) {
+      *first = static_cast<int32_t>(whole + (2 * phase >= (int64_t{1} << k.phase_bits) ? 1 : 0));
+      w[0] = kResampleOne;
+      return 1;
+    }
+    *first = static_cast<int32_t>(whole);
+    w[1] = static_cast<int32_t>(phase << (kResampleWeightBits - k.phase_bits));
+    w[0] = kResampleOne - w[1];
+    return 2;
+  }
   int64_t phase = -1;
   if (cache) {
     const int shift = 32 - k.phase_bits;
