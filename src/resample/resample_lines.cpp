@@ -150,8 +150,8 @@ void resample_horz_c(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p
   }
 }
 
-void resample_horz_pair_bytes_c(const uint8_t *src0, const uint8_t *src1, uint8_t *dst, const ResampleHorzPlan *p,
-                                const int16_t *w, size_t first, size_t end) {
+void resample_horz_pair_bytes_c(const uint8_t *src0, const uint8_t *src1, uint8_t *dst,
+                                const ResampleHorzPlan *p, const int16_t *w, size_t first, size_t end) {
   const ResampleLayout &l = kLayouts[p->cls];
   for (size_t t = first; t < end; ++t) {
     const int32_t v = (w[0] * horz_byte(l, src0, p, t) + w[1] * horz_byte(l, src1, p, t) + 8192) >> 14;

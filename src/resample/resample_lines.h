@@ -110,8 +110,8 @@ void resample_horz_bytes_c(const uint8_t *src, uint8_t *dst, const ResampleHorzP
                            size_t end);
 void resample_horz_c(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *plan);
 // The pair kernels' formula on output bytes [first, end) (8-bit classes).
-void resample_horz_pair_bytes_c(const uint8_t *src0, const uint8_t *src1, uint8_t *dst, const ResampleHorzPlan *plan,
-                                const int16_t *w, size_t first, size_t end);
+void resample_horz_pair_bytes_c(const uint8_t *src0, const uint8_t *src1, uint8_t *dst,
+                                const ResampleHorzPlan *plan, const int16_t *w, size_t first, size_t end);
 void resample_vert8_c(const uint8_t *const *lines, const int16_t *w, int taps, uint8_t *dst, size_t bytes);
 void resample_vert16_c(const uint8_t *const *lines, const int16_t *w, int taps, uint8_t *dst, size_t bytes);
 // Vertical bytes [first, end) (8-bit), for SIMD tails.

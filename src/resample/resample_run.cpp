@@ -69,7 +69,8 @@ bool pair_row(ResamplePlanData &d, ResampleRows src, int32_t j, bool last, uint8
   const int16_t *w = v.w + size_t(j) * 2;
   const int32_t e = v.first[j], i = e - d.pad_rows;
   if (w[0] == 0 || w[1] == 0 || int32_t{w[0]} + w[1] != kResampleOne || i < 0 || i + 1 >= d.src_rows) return false;
-  if (in_ring(d, e) || in_ring(d, e + 1) || (!last && (reads(v, j + 1, e) || reads(v, j + 1, e + 1)))) return false;
+  if (in_ring(d, e) || in_ring(d, e + 1)) return false;
+  if (!last && (reads(v, j + 1, e) || reads(v, j + 1, e + 1))) return false;
   const uint8_t *row = src.base + static_cast<ptrdiff_t>(i) * src.stride;
   d.horz_pair(row, row + src.stride, target, &d.hplan, w);
   return true;

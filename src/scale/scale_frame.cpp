@@ -242,7 +242,8 @@ bool scale_with_engine(const DSP_BUFFER &b, const LineWalk &walk, uint32_t cls, 
   for (int r = 0; r < walk.run_count(); ++r) {
     const LineRun &run = walk.run(r);
     if (run.begin >= run.end) continue;
-    if (!run_rows(walk.source(), run.src, &src[r]) || !run_rows(walk.destination(), run.dst, &dst[r])) return false;
+    if (!run_rows(walk.source(), run.src, &src[r])) return false;
+    if (!run_rows(walk.destination(), run.dst, &dst[r])) return false;
     if (r == 1 && plan_of[0] && walk.run(0).src.count == run.src.count && walk.run(0).dst.count == run.dst.count) {
       plan_of[1] = plan_of[0];
       continue;

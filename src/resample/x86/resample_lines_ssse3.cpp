@@ -105,8 +105,9 @@ void vert8_ssse3(const uint8_t *const *lines, const int16_t *w, int taps, uint8_
     const __m128i lo = _mm_unpacklo_epi8(pa, zero), hi = _mm_unpackhi_epi8(pa, zero);
     const __m128i dl = _mm_sub_epi16(_mm_unpacklo_epi8(pb, zero), lo);
     const __m128i dh = _mm_sub_epi16(_mm_unpackhi_epi8(pb, zero), hi);
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + x),
-                     _mm_packus_epi16(_mm_add_epi16(lo, _mm_mulhrs_epi16(dl, f2)), _mm_add_epi16(hi, _mm_mulhrs_epi16(dh, f2))));
+    const __m128i r = _mm_packus_epi16(_mm_add_epi16(lo, _mm_mulhrs_epi16(dl, f2)),
+                                       _mm_add_epi16(hi, _mm_mulhrs_epi16(dh, f2)));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + x), r);
   }
   resample_vert8_range_c(lines, w, taps, dst, x, bytes);
 }
