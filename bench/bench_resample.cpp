@@ -1,6 +1,7 @@
 // The resampling engine beside its peers, one thread each, the same source bytes:
 //   uyvy 1280x720 -> 1920x1080   linear, cubic (Catmull-Rom), Lanczos-3: plan + both passes per
 //                                frame; libyuv UYVYToI422 + I422Scale (bilinear) + I422ToUYVY
+//   uyvy 720x486 -> 1920x1080    linear (DspScaler's BM_framedsp_uyvy_sd_to_hd_linear is the same frame)
 //   the same through DspSubPixelScaler from a fractional 720p window (the whole export)
 //   8-bit plane 1280x720 -> 1920x1080 and 1920x1080 -> 1280x720, cubic: the engine beside zimg's
 //                                bicubic (B 0, C 1/2) and libyuv ScalePlane (bilinear, box)
@@ -52,6 +53,7 @@ void BM_ResampleEngine(benchmark::State &state) {
   rates(state, dw, dh);
 }
 BENCHMARK(BM_ResampleEngine)->Name("resample/uyvy_720p_1080p/linear")->Args({1, 0, 1280, 720, 1920, 1080})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ResampleEngine)->Name("resample/uyvy_486_1080p/linear")->Args({1, 0, 720, 486, 1920, 1080})->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ResampleEngine)->Name("resample/uyvy_720p_1080p/cubic")->Args({2, 0, 1280, 720, 1920, 1080})->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ResampleEngine)->Name("resample/uyvy_720p_1080p/lanczos3")->Args({3, 0, 1280, 720, 1920, 1080})->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ResampleEngine)->Name("resample/plane_720p_1080p/cubic")->Args({2, 6, 1280, 720, 1920, 1080})->Unit(benchmark::kMillisecond);

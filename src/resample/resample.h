@@ -65,12 +65,13 @@ constexpr int64_t kResamplePosOne = int64_t{1} << 32;  // Q32 positions
 
 enum ResampleKernel : uint32_t { kResampleNearest = 0, kResampleLinear = 1, kResampleCubic = 2, kResampleLanczos3 = 3 };
 enum ResampleEdge : uint32_t { kResampleRepeat = 0, kResampleMirror = 1, kResampleFill = 2, kResampleUntouched = 3 };
-enum ResampleSiting : uint32_t { kResampleCosited = 0, kResampleCentred = 1 };
+enum ResampleSiting : uint32_t { kResampleCosited = 0, kResampleCentred = 1, kResampleChromaUniform = 2 };
 
 // One axis: `count` output samples read source positions pos[0..count) over `src_count` source
 // samples.  widen_q16 is the reduction factor in Q16 (65536 = none; the caller's src / dst when it
 // reduces, below 65536 is taken as 65536).  widen_each, when set, gives it per output instead (a
-// non-uniform mapping); rows are then computed one by one instead of once per phase.
+// non-uniform mapping); rows are then computed one by one instead of once per phase.  A null
+// `pos` is a uniform axis: output j reads origin + j * step (Q32), no table needed.
 struct ResampleAxis {
   const int64_t *pos;
   int32_t count;
@@ -79,6 +80,8 @@ struct ResampleAxis {
   const uint32_t *widen_each;
   const int16_t *lowpass;  // optional low-pass row (odd length), convolved into every weight row
   int32_t lowpass_taps;
+  int64_t origin = 0;      // uniform axis (pos null) only
+  int64_t step = 0;
 };
 
 struct ResampleSetup {
@@ -90,12 +93,15 @@ struct ResampleSetup {
   ResampleAxis cols;       // per output pixel (whole groups in the 4:2:2 classes)
   ResampleAxis rows;
   // 4:2:2 classes: chroma positions per output group, in source groups; null derives them from
-  // `cols` by the siting: co-sited c_g = s(2g) / 2, centred c_g = (s(2g) + s(2g + 1) - 1) / 4.
+  // `cols` by the siting: co-sited c_g = s(2g) / 2, centred c_g = (s(2g) + s(2g + 1) - 1) / 4,
+  // uniform c_g = chroma_origin + g * chroma_step (g counted from output pixel 0).
   const int64_t *chroma_pos;
   uint32_t chroma_siting;  // ResampleSiting
   uint32_t edge;           // ResampleEdge
   uint8_t fill[8];         // kResampleFill: the bytes of one pixel group
   uint32_t anti_ringing_q8;
+  int64_t chroma_origin = 0;  // kResampleChromaUniform only
+  int64_t chroma_step = 0;
 };
 
 // Per-call coverage of the first and last written column unit and row, Q14 (16384 = whole).
@@ -148,6 +154,10 @@ HRESULT resample_plan_build(const ResampleSetup &setup, uint32_t cpu_flags, Resa
 HRESULT resample_plan_run(ResamplePlan *plan, ResampleRows src, ResampleRows dst, int32_t row_begin,
                           int32_t row_end, const ResampleCoverage *coverage = nullptr,
                           ResampleFinish finish = nullptr, void *finish_context = nullptr);
+
+// Forgets the lines the plan keeps between runs, so its next run may read another picture (the
+// other field, say) with the same geometry.
+void resample_plan_forget(ResamplePlan *plan);
 
 // Bytes a pixel group (and pixels a group) of a class; 0 for a class outside 0..11.
 uint32_t resample_group_bytes(uint32_t cls);

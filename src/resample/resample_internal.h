@@ -16,6 +16,8 @@ struct ResamplePlanData {
   bool wide;                // 16-bit samples
   const ResampleLayout *layout;
   ResampleLineTable lines;
+  ResampleHorzFn horz;       // the horizontal kernel of the plan's rows and level
+  ResampleHorzPairFn horz_pair;  // two lines and a two-tap row in one pass, or null
 
   ResampleRowsTable hrows[2];  // pixel-rate rows and, for 4:2:2, chroma rows
   ResampleRowsTable vrows;

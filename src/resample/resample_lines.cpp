@@ -32,7 +32,23 @@ constexpr ResampleLayout kLayouts[kResampleClasses] = {
 
 inline size_t stream_addr(const ResampleLayout &l, const ResampleLane &lane, int32_t i) {
   const uint32_t u = static_cast<uint32_t>(i);
-  return size_t(u / lane.per) * l.group + lane.pos[u % lane.per];
+  return lane.per == 1 ? size_t(u) * l.group + lane.pos[0] : size_t(u >> 1) * l.group + lane.pos[u & 1];
+}
+
+// The stream and row of each output byte of block b (bytes 8b .. 8b + 7).
+struct ByteRow {
+  const ResampleLane *lane;
+  const ResampleRowsTable *rows;
+  size_t j;
+};
+inline void block_rows(const ResampleLayout &l, const ResampleHorzPlan &p, size_t b, ByteRow *out) {
+  size_t g = b * 8 / l.lanes;
+  unsigned li = unsigned(b * 8 % l.lanes);
+  for (int i = 0; i < 8; ++i) {
+    const ResampleLane &lane = l.lane[li];
+    out[i] = {&lane, p.table[lane.table], g * lane.per + lane.sub};
+    if (++li == l.lanes) li = 0, ++g;
+  }
 }
 
 template <int kBytes>
@@ -63,6 +79,18 @@ void horz_range(const ResampleLayout &l, const uint8_t *src, uint8_t *dst, const
     for (int32_t k = 0; k < rows.taps; ++k) acc += int64_t{w[k]} * load<kBytes>(src + stream_addr(l, lane, f + k));
     store<kBytes>(dst + t * kBytes, acc >> kResampleWeightBits);
   }
+}
+
+// One output byte of the horizontal formula (8-bit classes).
+inline int32_t horz_byte(const ResampleLayout &l, const uint8_t *src, const ResampleHorzPlan *p, size_t t) {
+  const ResampleLane &lane = l.lane[t % l.lanes];
+  const ResampleRowsTable &rows = *p->table[lane.table];
+  const size_t j = (t / l.lanes) * lane.per + lane.sub;
+  const int16_t *w = rows.w + j * size_t(rows.taps);
+  int64_t acc = 8192;
+  for (int32_t k = 0; k < rows.taps; ++k) acc += int64_t{w[k]} * src[stream_addr(l, lane, rows.first[j] + k)];
+  const int64_t v = acc >> kResampleWeightBits;
+  return static_cast<int32_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
 }
 
 template <int kCls>
@@ -122,6 +150,15 @@ void resample_horz_c(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p
   }
 }
 
+void resample_horz_pair_bytes_c(const uint8_t *src0, const uint8_t *src1, uint8_t *dst,
+                                const ResampleHorzPlan *p, const int16_t *w, size_t first, size_t end) {
+  const ResampleLayout &l = kLayouts[p->cls];
+  for (size_t t = first; t < end; ++t) {
+    const int32_t v = (w[0] * horz_byte(l, src0, p, t) + w[1] * horz_byte(l, src1, p, t) + 8192) >> 14;
+    dst[t] = static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
+  }
+}
+
 void resample_vert8_range_c(const uint8_t *const *lines, const int16_t *w, int taps, uint8_t *dst, size_t first,
                             size_t end) {
   vert_range<1>(lines, w, taps, dst, first, end);
@@ -160,15 +197,16 @@ void resample_build_blocks(const ResampleHorzPlan &p, ResampleHPair *pairs, uint
     ResampleHPair *pb = pairs + b * size_t(p.pair_count);
     std::memset(pb, 0, sizeof(ResampleHPair) * size_t(p.pair_count));
     bool ok = p.src_bytes >= 16;
+    ByteRow br[8];
+    block_rows(l, p, b, br);
     for (int q = 0; q < p.pair_count && ok; ++q) {
       size_t addr[16];
       int16_t w[16];
       size_t lo = SIZE_MAX, hi = 0;
       for (int s = 0; s < 16; ++s) {
-        const size_t t = b * 8 + size_t(s / 2);
-        const ResampleLane &lane = l.lane[t % l.lanes];
-        const ResampleRowsTable &rows = *p.table[lane.table];
-        const size_t j = (t / l.lanes) * lane.per + lane.sub;
+        const ResampleLane &lane = *br[s / 2].lane;
+        const ResampleRowsTable &rows = *br[s / 2].rows;
+        const size_t j = br[s / 2].j;
         int k = 2 * q + (s & 1);
         w[s] = k < rows.taps ? rows.w[j * size_t(rows.taps) + size_t(k)] : 0;
         if (k >= rows.taps) k = rows.taps - 1;
@@ -191,6 +229,45 @@ void resample_build_blocks(const ResampleHorzPlan &p, ResampleHPair *pairs, uint
   }
 }
 
+void resample_build_two_tap(const ResampleHorzPlan &p, ResampleHTwoTap *blocks) {
+  const ResampleLayout &l = kLayouts[p.cls];
+  size_t g = 0;     // group of the next output byte
+  unsigned li = 0;  // and its lane
+  for (size_t b = 0; b < p.two_tap_blocks; ++b) {
+    ResampleHTwoTap &e = blocks[b];
+    bool ok = p.src_bytes >= 16;
+    for (int h = 0; h < 2; ++h) {
+      size_t addr[16];
+      size_t lo = SIZE_MAX, hi = 0;
+      for (int i = 0; i < 8; ++i) {
+        const ResampleLane &lane = l.lane[li];
+        const ResampleRowsTable &rows = *p.table[lane.table];
+        const size_t j = g * lane.per + lane.sub;
+        if (++li == l.lanes) li = 0, ++g;
+        const int16_t *w = rows.w + j * size_t(rows.taps);
+        const int32_t w0 = w[0], w1 = rows.taps == 2 ? w[1] : 0;
+        ok = ok && rows.taps <= 2 && w0 + w1 == kResampleOne;
+        // p carries 16384 - f: the first tap unless that leaves 2f outside int16.
+        const bool swap = w1 > kResampleOne - 1;
+        const int32_t first = rows.first[j];
+        const size_t a = stream_addr(l, lane, first + (swap ? 1 : 0));
+        const size_t q = rows.taps == 2 ? stream_addr(l, lane, first + (swap ? 0 : 1)) : a;
+        addr[2 * i] = a;
+        addr[2 * i + 1] = q;
+        e.f2[h][i] = static_cast<int16_t>(2 * (swap ? w0 : w1));
+        lo = std::min(lo, std::min(a, q));
+        hi = std::max(hi, std::max(a, q));
+      }
+      const size_t base = ok ? std::min(lo, p.src_bytes - 16) : 0;
+      ok = ok && hi - base <= 15;
+      e.base[h] = static_cast<uint32_t>(base);
+      for (int s = 0; s < 16; ++s) e.idx[h][s] = static_cast<uint8_t>(ok ? addr[s] - base : 0);
+    }
+    e.fits = ok ? 1 : 0;
+    e.reserved = 0;
+  }
+}
+
 void resample_line_table_init(ResampleLineTable *t, uint32_t cpu_flags) {
   t->horz[0] = horz_c<0>;
   t->horz[1] = horz_c<1>;
@@ -205,6 +282,9 @@ void resample_line_table_init(ResampleLineTable *t, uint32_t cpu_flags) {
   t->horz[10] = horz_c<10>;
   t->horz[11] = horz_c<11>;
   for (bool &b : t->horz_uses_blocks) b = false;
+  for (ResampleHorzFn &f : t->horz_two_tap) f = nullptr;
+  for (ResampleHorzFn &f : t->horz_one_tap) f = nullptr;
+  for (ResampleHorzPairFn &f : t->horz_pair) f = nullptr;
   t->vert8 = resample_vert8_c;
   t->vert16 = resample_vert16_c;
 #if defined(FRAMEDSP_HAVE_X86)

@@ -77,6 +77,15 @@ int resample_weights(uint32_t kernel, int32_t b_q14, int32_t c_q14, int phase_bi
     w[0] = kResampleOne;
     return 1;
   }
+  if (kernel == kResampleLinear && widen_q16 <= 65536u) {
+    // The tent's two values 1 - frac and frac are exact in double and sum to exactly 1, so the
+    // rounding below gives these integers; computed directly, as rows of 14-bit phases are not
+    // cached.
+    *first = static_cast<int32_t>(whole);
+    w[1] = static_cast<int32_t>(phase << (kResampleWeightBits - phase_bits));
+    w[0] = kResampleOne - w[1];
+    return 2;
+  }
   double radius;
   switch (kernel) {
     case kResampleLinear: radius = 1; break;

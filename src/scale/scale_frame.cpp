@@ -7,6 +7,7 @@
 #include "lines/pixel_format.h"
 #include "platform/cpu.h"
 #include "platform/work_memory.h"
+#include "resample/resample.h"
 #include "scale/scale_line_kernels.h"
 
 namespace framedsp {
@@ -202,6 +203,87 @@ void run_cached(FrameScale &f, const LineWalk &walk, const LineRun &run, LineCac
   }
 }
 
+// The run's lines as rows base + i * stride of one image, when none of them is clamped into it.
+bool run_rows(const LineSide &side, const LineSeries &lines, ResampleRows *rows) {
+  const int64_t a = side.top + int64_t{side.sign} * lines.first;
+  const int64_t b = a + int64_t{side.sign} * lines.step * (int64_t{lines.count} - 1);
+  if (lines.count <= 0 || std::min(a, b) < 0 || std::max(a, b) >= side.rows) return false;
+  rows->base = side.at_row(static_cast<int32_t>(a));
+  rows->stride = static_cast<ptrdiff_t>(side.sign) * lines.step * static_cast<ptrdiff_t>(side.stride);
+  return true;
+}
+
+struct ColorFinish {
+  ScaleColorConverter convert;
+  ScaleColorCoefficients k;
+};
+
+void finish_color(void *context, uint8_t *line, size_t bytes) {
+  const ColorFinish &c = *static_cast<const ColorFinish *>(context);
+  c.convert(line, bytes, &c.k);
+}
+
+// The 8-bit classes through the resampling engine.  The scaler's positions in the engine's
+// terms: output j reads j * step (14 fraction bits, truncated), nearest the sample floor(j * step)
+// = the engine's floor(s + 1/2) at s = j * step - 1/2; 14-bit phases make the linear rows exactly
+// (16384 - f, f), the repeated edge is the scaler's clamp of both samples to the last one, and the
+// engine's vertical formula is the scaler's blend.  The chroma of the 4:2:2 classes steps by the
+// same step per group.  Every plan is built before the first line is written; a run whose lines
+// the walk would clamp into the image, or positions the engine refuses, take the scaler's own
+// resampler (false, nothing written).
+bool scale_with_engine(const DSP_BUFFER &b, const LineWalk &walk, uint32_t cls, int32_t src_cols, int32_t dst_cols,
+                       uint32_t hstep, uint64_t vstep, bool linear, bool convert, HRESULT *hr) {
+  // Nearest on 4-byte pixels keeps the scaler's own gather, which needs no plan and no work memory.
+  if (cls > 6 || (!linear && (cls == 3 || cls == 5)) || vstep > (uint64_t{1} << 44)) return false;
+  ResampleRows src[2], dst[2];
+  ResamplePlan plans[2];
+  ResamplePlan *plan_of[2] = {nullptr, nullptr};
+  const int64_t origin = linear ? 0 : -(kResamplePosOne / 2);
+  for (int r = 0; r < walk.run_count(); ++r) {
+    const LineRun &run = walk.run(r);
+    if (run.begin >= run.end) continue;
+    if (!run_rows(walk.source(), run.src, &src[r])) return false;
+    if (!run_rows(walk.destination(), run.dst, &dst[r])) return false;
+    if (r == 1 && plan_of[0] && walk.run(0).src.count == run.src.count && walk.run(0).dst.count == run.dst.count) {
+      plan_of[1] = plan_of[0];
+      continue;
+    }
+    ResampleSetup s{};
+    s.cls = cls;
+    s.kernel = linear ? kResampleLinear : kResampleNearest;
+    s.phase_bits = 14;
+    s.cols = ResampleAxis{nullptr, dst_cols, src_cols, 65536u, nullptr, nullptr, 0, origin, int64_t{hstep} << 18};
+    s.rows = ResampleAxis{nullptr, run.dst.count, run.src.count, 65536u, nullptr, nullptr, 0, origin,
+                          static_cast<int64_t>(vstep << 18)};
+    s.chroma_siting = kResampleChromaUniform;
+    s.chroma_origin = origin;
+    s.chroma_step = int64_t{hstep} << 18;
+    s.edge = kResampleRepeat;
+    const HRESULT built = resample_plan_build(s, cpu_flags(), &plans[r]);
+    if (built == kOutOfMemory) {
+      *hr = built;
+      return true;
+    }
+    if (built != kOk) return false;
+    plan_of[r] = &plans[r];
+  }
+  ColorFinish color{nullptr, {}};
+  if (convert && scale_color_coefficients(b.In.eColorSpace, b.Out.eColorSpace, &color.k)) {
+    ScaleLineTable lines;
+    scale_line_table_init(&lines, cpu_flags());
+    color.convert = lines.convert[cls];
+  }
+  for (int r = 0; r < walk.run_count(); ++r) {
+    if (!plan_of[r]) continue;
+    if (r == 1 && plan_of[1] == plan_of[0]) resample_plan_forget(plan_of[1]);
+    const LineRun &run = walk.run(r);
+    resample_plan_run(plan_of[r], src[r], dst[r], run.begin, run.end, nullptr,
+                      color.convert ? finish_color : nullptr, &color);
+  }
+  *hr = kOk;
+  return true;
+}
+
 // One frame kernel: the output region of a normalised private record resampled from its input
 // region, field by field, with nearest or linear positions, converting colours when asked.
 HRESULT scale_frame(const DSP_BUFFER &b, int mode, bool linear, bool convert) {
@@ -230,6 +312,11 @@ HRESULT scale_frame(const DSP_BUFFER &b, int mode, bool linear, bool convert) {
   const uint64_t vstep = ((uint64_t(std::max(c.src_height, 0)) << kScaleFractionBits) << c.src_field_frame) /
                          (uint64_t(c.dst_height) << c.dst_field_frame);
   f.vstep = mode == kScaleModeHorizontal ? kScaleOne : vstep;
+  HRESULT engine_hr = kOk;
+  if (scale_with_engine(b, walk, layout.layout_class, src_cols, dst_cols, f.hstep, f.vstep, linear, convert,
+                        &engine_hr)) {
+    return engine_hr;
+  }
 
   WorkBlock work;
   const HRESULT hr = take_work(&f, layout.layout_class, max_lines, &work);

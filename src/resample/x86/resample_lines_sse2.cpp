@@ -25,29 +25,6 @@ inline __m128i pair_weights(const int16_t *w, int t, int taps) {
   return _mm_set1_epi32(static_cast<int>(lo | (hi << 16)));
 }
 
-void vert8_sse2(const uint8_t *const *lines, const int16_t *w, int taps, uint8_t *dst, size_t bytes) {
-  __m128i wp[kResampleMaxTaps / 2];
-  for (int t = 0; t < taps; t += 2) wp[t / 2] = pair_weights(w, t, taps);
-  const __m128i zero = _mm_setzero_si128(), round = _mm_set1_epi32(8192);
-  size_t x = 0;
-  for (; x + 16 <= bytes; x += 16) {
-    __m128i a0 = round, a1 = round, a2 = round, a3 = round;
-    for (int t = 0; t < taps; t += 2) {
-      const __m128i p = load16(lines[t] + x);
-      const __m128i q = t + 1 < taps ? load16(lines[t + 1] + x) : zero;
-      const __m128i lo = _mm_unpacklo_epi8(p, q), hi = _mm_unpackhi_epi8(p, q);
-      a0 = _mm_add_epi32(a0, _mm_madd_epi16(_mm_unpacklo_epi8(lo, zero), wp[t / 2]));
-      a1 = _mm_add_epi32(a1, _mm_madd_epi16(_mm_unpackhi_epi8(lo, zero), wp[t / 2]));
-      a2 = _mm_add_epi32(a2, _mm_madd_epi16(_mm_unpacklo_epi8(hi, zero), wp[t / 2]));
-      a3 = _mm_add_epi32(a3, _mm_madd_epi16(_mm_unpackhi_epi8(hi, zero), wp[t / 2]));
-    }
-    const __m128i l = _mm_packs_epi32(_mm_srai_epi32(a0, 14), _mm_srai_epi32(a1, 14));
-    const __m128i h = _mm_packs_epi32(_mm_srai_epi32(a2, 14), _mm_srai_epi32(a3, 14));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + x), _mm_packus_epi16(l, h));
-  }
-  resample_vert8_range_c(lines, w, taps, dst, x, bytes);
-}
-
 void vert16_sse2(const uint8_t *const *lines, const int16_t *w, int taps, uint8_t *dst, size_t bytes) {
   __m128i wp[kResampleMaxTaps / 2];
   for (int t = 0; t < taps; t += 2) wp[t / 2] = pair_weights(w, t, taps);
@@ -101,8 +78,31 @@ void horz8_sse2(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p) {
 
 }  // namespace
 
+void resample_vert8_sse2(const uint8_t *const *lines, const int16_t *w, int taps, uint8_t *dst, size_t bytes) {
+  __m128i wp[kResampleMaxTaps / 2];
+  for (int t = 0; t < taps; t += 2) wp[t / 2] = pair_weights(w, t, taps);
+  const __m128i zero = _mm_setzero_si128(), round = _mm_set1_epi32(8192);
+  size_t x = 0;
+  for (; x + 16 <= bytes; x += 16) {
+    __m128i a0 = round, a1 = round, a2 = round, a3 = round;
+    for (int t = 0; t < taps; t += 2) {
+      const __m128i p = load16(lines[t] + x);
+      const __m128i q = t + 1 < taps ? load16(lines[t + 1] + x) : zero;
+      const __m128i lo = _mm_unpacklo_epi8(p, q), hi = _mm_unpackhi_epi8(p, q);
+      a0 = _mm_add_epi32(a0, _mm_madd_epi16(_mm_unpacklo_epi8(lo, zero), wp[t / 2]));
+      a1 = _mm_add_epi32(a1, _mm_madd_epi16(_mm_unpackhi_epi8(lo, zero), wp[t / 2]));
+      a2 = _mm_add_epi32(a2, _mm_madd_epi16(_mm_unpacklo_epi8(hi, zero), wp[t / 2]));
+      a3 = _mm_add_epi32(a3, _mm_madd_epi16(_mm_unpackhi_epi8(hi, zero), wp[t / 2]));
+    }
+    const __m128i l = _mm_packs_epi32(_mm_srai_epi32(a0, 14), _mm_srai_epi32(a1, 14));
+    const __m128i h = _mm_packs_epi32(_mm_srai_epi32(a2, 14), _mm_srai_epi32(a3, 14));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + x), _mm_packus_epi16(l, h));
+  }
+  resample_vert8_range_c(lines, w, taps, dst, x, bytes);
+}
+
 void resample_lines_init_sse2(ResampleLineTable *t) {
-  t->vert8 = vert8_sse2;
+  t->vert8 = resample_vert8_sse2;
   t->vert16 = vert16_sse2;
   for (int c = 0; c <= 6; ++c) {
     t->horz[c] = horz8_sse2;
