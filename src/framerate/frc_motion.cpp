@@ -49,6 +49,7 @@ class Converter {
   bool consistent_a(int32_t cx, int32_t cy, Vec v) const;
   bool consistent_b(int32_t cx, int32_t cy, Vec v) const;
   Vec choose_block(int c, int r) const;
+  Vec trusted(int c, int r) const;
   bool tile_decision(const Tile &t, Vec *v64, Sides *sides) const;
   void render_tile(const Tile &t, int y0, int y1, bool top);
   void compensate(const FrcPlane &pl, const Tile &t, Vec v64, Sides sides, int step);
@@ -122,6 +123,17 @@ uint32_t Converter::bilateral_cost(const Tile &t, Vec v, uint32_t penalty) const
   return sum * 64 / uint32_t(t.w * t.h);
 }
 
+// A block's motion: its forward entry, or its backward one negated where the forward match reaches
+// outside the picture and the backward one matches better.  On a pan, the forward matches of the
+// blocks at the edge the content leaves through lie (partly) outside B and may be placed by edge
+// samples alone; the backward matches of the same blocks see their content in A.
+Vec Converter::trusted(int c, int r) const {
+  const DSP_MOTION_VECTOR &f = f_.f(c, r);
+  if (f_.bwd && (f.usFlags & DSP_MV_OUTSIDE) && f_.b(c, r).usCost < f.usCost)
+    return {-f_.b(c, r).sX, -f_.b(c, r).sY};
+  return qvec(f);
+}
+
 Vec Converter::choose_block(int c, int r) const {
   const Tile t{c * f_.bw, r * f_.bh, std::min(f_.bw, j_.width - c * f_.bw), std::min(f_.bh, j_.height - r * f_.bh)};
   const int32_t cx = t.x + t.w / 2, cy = t.y + t.h / 2;
@@ -142,11 +154,12 @@ Vec Converter::choose_block(int c, int r) const {
     const Vec w = block_vector_at(f_.bwd, cx + floor_div(q * bv.x, 65536), cy + floor_div(q * bv.y, 65536));
     add({-w.x, -w.y});
   }
-  const Vec left = qvec(f_.f(std::max(c - 1, 0), r)), right = qvec(f_.f(std::min(c + 1, f_.cols - 1), r));
-  const Vec up = qvec(f_.f(c, std::max(r - 1, 0))), down = qvec(f_.f(c, std::min(r + 1, f_.rows - 1)));
+  const Vec left = trusted(std::max(c - 1, 0), r), right = trusted(std::min(c + 1, f_.cols - 1), r);
+  const Vec up = trusted(c, std::max(r - 1, 0)), down = trusted(c, std::min(r + 1, f_.rows - 1));
+  const Vec own = trusted(c, r);
   add(left), add(right), add(up), add(down), add(global_), add({0, 0});
-  const Vec med{median3(median3(left.x, right.x, fv.x), up.x, down.x),
-                median3(median3(left.y, right.y, fv.y), up.y, down.y)};
+  const Vec med{median3(median3(left.x, right.x, own.x), up.x, down.x),
+                median3(median3(left.y, right.y, own.y), up.y, down.y)};
   const int32_t global_cap =
       f_.f(c, r).usFlags & (DSP_MV_FLAT | DSP_MV_INCONSISTENT | DSP_MV_BAD) ? kGlobalCapDoubt : kGlobalCap;
   Vec best = cand[0];
