@@ -1361,11 +1361,12 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateFrameRateConverter(
  *          A(x - p v) and B(x + (1 - p) v) differ least: the bilateral SAD per 64 pixels, with A
  *          at whole pixels and B at that position + v in bilinear quarter pixels (where a side
  *          leaves the picture, both at whole pixels and a pixel with a side outside costing 6,
- *          or 1 when the field agrees with v on the other side); plus 4 per quarter pixel from
- *          the median of the block's and its neighbours' vectors (at most 128) and 2 per quarter
- *          pixel from the median vector of the picture (at most 256, or 512 for a block whose
- *          own entry is flagged DSP_MV_FLAT, DSP_MV_INCONSISTENT or DSP_MV_BAD: ambiguous or
- *          periodic texture then follows the picture's motion).
+ *          or 1 when the field agrees with v on the other side or v is within
+ *          ulOcclusionThreshold of the median vector of the picture); plus 4 per quarter pixel
+ *          from the median of the block's and its neighbours' vectors (at most 128) and 2 per
+ *          quarter pixel from the median vector of the picture (at most 256, or 512 for a block
+ *          whose own entry is flagged DSP_MV_FLAT, DSP_MV_INCONSISTENT or DSP_MV_BAD: ambiguous
+ *          or periodic texture then follows the picture's motion).
  *       3. Each quarter of a block (a tile) takes the vectors of the nearest four block centres:
  *          when they differ by at most ulOcclusionThreshold quarter pixels (0 = 4), their
  *          bilinear mix at 1/64 pixel from both sides; otherwise each quarter of the tile (each

@@ -165,7 +165,10 @@ Vec Converter::choose_block(int c, int r) const {
   Vec best = cand[0];
   uint32_t best_cost = UINT32_MAX;
   for (int i = 0; i < n; ++i) {
-    const bool kept = consistent_a(cx, cy, cand[i]) || consistent_b(cx, cy, cand[i]);
+    // A side outside the picture says nothing; the vector is likelier where a field agrees with
+    // it or where it is the picture's own motion (content entering or leaving on a pan).
+    const bool kept = consistent_a(cx, cy, cand[i]) || consistent_b(cx, cy, cand[i]) ||
+                      dist_inf(cand[i], global_) <= int32_t(j_.occlusion_threshold);
     const uint32_t cost =
         bilateral_cost(t, cand[i], kept ? kOutsideKept : kOutsidePenalty) +
         uint32_t(std::min(kLambdaCap, kLambda * (std::abs(cand[i].x - med.x) + std::abs(cand[i].y - med.y)))) +
