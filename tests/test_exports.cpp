@@ -24,6 +24,9 @@ namespace {
 
 using framedsp::HRESULT;
 using framedsp_test::GuardedBuffer;
+using framedsp_test::converter_references;
+using framedsp_test::destroy_converter;
+using framedsp_test::traced;
 
 // ---- worker hook: records every worker entered; throws for one chosen name ---------------------
 
@@ -49,16 +52,6 @@ class HookedTest {
   }
 };
 
-// Runs `call` with tracing on (on = 1) or off and returns what it printed.
-std::string traced(int on, const std::function<void()> &call) {
-  framedsp::set_trace_override(on);
-  ::testing::internal::CaptureStderr();
-  call();
-  std::string text = ::testing::internal::GetCapturedStderr();
-  framedsp::set_trace_override(-1);
-  return text;
-}
-
 // ---- the rig: valid records for every export over guarded image memory --------------------------
 
 constexpr uint32_t kWidth = 64;
@@ -80,22 +73,6 @@ void set_image(Image *image, void *memory, uint32_t format) {
   image->ePixelFormat = format;
   image->eInterlace = DSP_INTERLACE_PROGRESSIVE;
   image->ulPrimaryStrideBytes = kStride;
-}
-
-int32_t references(DSP_HANDLE h) {
-  auto *converter = framedsp::acquire_handle<framedsp::DspFrameRateConverter>(h);
-  if (!converter) return -1;
-  const int32_t count = converter->references() - 1;  // less our own
-  converter->release();
-  return count;
-}
-
-// Gives up the host's reference, which no export can do.
-void destroy_converter(DSP_HANDLE h) {
-  auto *converter = framedsp::acquire_handle<framedsp::DspFrameRateConverter>(h);
-  if (!converter) return;
-  converter->release();
-  converter->release();
 }
 
 template <class... T>
@@ -328,7 +305,7 @@ class ExportFrame : public HookedTest, public ::testing::TestWithParam<ExportCas
     EXPECT_TRUE(rig.out_mem.intact()) << rig.out_mem.damage();
     EXPECT_TRUE(rig.in_mem.intact()) << rig.in_mem.damage();
     EXPECT_TRUE(g_entered.empty()) << "entered " << g_entered.front();
-    EXPECT_EQ(references(rig.converter), refs);
+    EXPECT_EQ(converter_references(rig.converter), refs);
   }
 
   Rig rig;
@@ -339,7 +316,7 @@ class ExportValidation : public ExportFrame {};
 class ExportWorker : public ExportFrame {};
 
 TEST_P(ExportRefusals, NullPointersAndBadHandles) {
-  const int32_t refs = references(rig.converter);
+  const int32_t refs = converter_references(rig.converter);
   ASSERT_EQ(refs, 1);
   for (const Refusal &refusal : GetParam().refusals) {
     SCOPED_TRACE(refusal.what);
@@ -351,14 +328,14 @@ TEST_P(ExportRefusals, NullPointersAndBadHandles) {
 
 TEST_P(ExportValidation, RejectedRecordIsQuietSuccess) {
   GetParam().reject(rig);
-  const int32_t refs = references(rig.converter);
+  const int32_t refs = converter_references(rig.converter);
   const std::string in = rig.inputs(), out = rig.outputs();
   EXPECT_EQ(GetParam().call(rig), DSP_S_OK);
   expect_nothing_done(in, out, refs);
 }
 
 TEST_P(ExportWorker, AcceptedRecordReachesTheWorkerSilently) {
-  const int32_t refs = references(rig.converter);
+  const int32_t refs = converter_references(rig.converter);
   const std::string in = rig.inputs();
   HRESULT status = 0;
   const std::string text = traced(1, [&] { status = GetParam().call(rig); });
@@ -376,11 +353,11 @@ TEST_P(ExportWorker, AcceptedRecordReachesTheWorkerSilently) {
   for (size_t k = 1; k < g_entered.size(); ++k) EXPECT_EQ(g_entered[k], "DspScaler");
   EXPECT_TRUE(rig.inputs() == in) << "a caller's record or the input image changed";
   EXPECT_TRUE(rig.out_mem.intact()) << rig.out_mem.damage();
-  EXPECT_EQ(references(rig.converter), refs);
+  EXPECT_EQ(converter_references(rig.converter), refs);
 }
 
 TEST_P(ExportWorker, ThrowingWorkerGivesUnexpected) {
-  const int32_t refs = references(rig.converter);
+  const int32_t refs = converter_references(rig.converter);
   const int64_t live = framedsp::live_handle_objects();
   const std::string in = rig.inputs(), out = rig.outputs();
   g_throw_for = GetParam().worker;
@@ -391,7 +368,7 @@ TEST_P(ExportWorker, ThrowingWorkerGivesUnexpected) {
   EXPECT_TRUE(rig.out_mem.intact()) << rig.out_mem.damage();
   // The reference taken for the call is dropped as the exception passes; a converter under
   // construction is unwound whole.
-  EXPECT_EQ(references(rig.converter), refs);
+  EXPECT_EQ(converter_references(rig.converter), refs);
   EXPECT_EQ(framedsp::live_handle_objects(), live);
 }
 

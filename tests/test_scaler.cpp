@@ -12,7 +12,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/trace.h"
 #include "framedsp/framedsp.h"
 #include "lines/pixel_format.h"
 #include "scale/scale_line_kernels.h"
@@ -485,11 +484,7 @@ TEST(ScalerValidation, NullRecordOddWidthsClampAndPathFallback) {
 TEST(ScalerValidation, RefusalsAreTraced) {
   Pic in(21, 16, 8), out(21, 24, 12);
   DSP_SCALER_PARAMS p = params_of(in.image(0, 0, 0, 0, 2, 0), out.image(0, 0, 0, 0, 2, 1), 1);
-  framedsp::set_trace_override(1);
-  ::testing::internal::CaptureStderr();
-  EXPECT_EQ(DspScaler(&p), DSP_E_INVALIDARG);
-  const std::string text = ::testing::internal::GetCapturedStderr();
-  framedsp::set_trace_override(-1);
+  const std::string text = framedsp_test::traced(1, [&] { EXPECT_EQ(DspScaler(&p), DSP_E_INVALIDARG); });
   EXPECT_NE(text.find("DspScaler: refused: interlace 0 needs"), std::string::npos) << text;
 }
 

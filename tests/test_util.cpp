@@ -6,7 +6,10 @@
 #include <cstring>
 #include <new>
 
+#include "framerate/converter.h"
 #include "platform/cpu.h"
+#include "platform/handle.h"
+#include "platform/trace.h"
 #include "platform/work_memory.h"
 #include "test_os.h"
 
@@ -189,6 +192,30 @@ void expect_released_on_every_failure(const std::function<DSP_HRESULT()> &call, 
     EXPECT_EQ(framedsp::work_memory_stats().allocations - at, k > used ? used : k - 1) << "allocation " << k;
     EXPECT_EQ(outstanding(), base) << "blocks left after failing allocation " << k;
   }
+}
+
+std::string traced(int on, const std::function<void()> &call) {
+  framedsp::set_trace_override(on);
+  ::testing::internal::CaptureStderr();
+  call();
+  std::string text = ::testing::internal::GetCapturedStderr();
+  framedsp::set_trace_override(-1);
+  return text;
+}
+
+int32_t converter_references(DSP_HANDLE h) {
+  auto *converter = framedsp::acquire_handle<framedsp::DspFrameRateConverter>(h);
+  if (!converter) return -1;
+  const int32_t held = converter->references() - 1;
+  converter->release();
+  return held;
+}
+
+void destroy_converter(DSP_HANDLE h) {
+  auto *converter = framedsp::acquire_handle<framedsp::DspFrameRateConverter>(h);
+  ASSERT_NE(converter, nullptr);
+  converter->release();
+  EXPECT_EQ(converter->release(), 0);
 }
 
 CpuLevel::CpuLevel(bool simd) { framedsp::set_cpu_mask(simd ? ~0u : 0u); }
