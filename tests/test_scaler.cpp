@@ -514,7 +514,7 @@ TEST(ScalerValidation, NullBufferOnAFastPathRecordIsRefused) {
   }
 }
 
-// ---- staged mode, two planes, colour, work memory ------------------------------------------------
+// ---- staged mode, two planes, colour -------------------------------------------------------------
 
 TEST(ScalerStaged, SameBytesAsDirect) {
   struct {
@@ -595,23 +595,6 @@ TEST(ScalerColor, ConvertingIsThePlainScaleThenTheLineConverter) {
       p.Buffer.Out.eColorSpace = DSP_COLOR_SPACE_BT709;
       ASSERT_EQ(DspScaler(&p), DSP_S_OK);
       EXPECT_TRUE(same_bytes(want, out)) << "format " << format << " filter " << filter;
-    }
-  }
-}
-
-TEST(ScalerWorkMemory, ReleasedOnSuccessAndOnEveryInjectedFailure) {
-  const DSP_FIR_SETTINGS fir{5, 40, 0, 5, 40};
-  for (int filtered = 0; filtered < 2; ++filtered) {
-    for (uint32_t options : {0u, DSP_SCALER_OPTION_STAGED}) {
-      for (uint32_t dh : {12u, 8u}) {  // 8: horizontal scaling only
-        for (uint32_t filter = 0; filter < 2; ++filter) {
-          SCOPED_TRACE(std::to_string(filtered) + " " + std::to_string(options) + " " + std::to_string(dh));
-          Pic in(21, 16, 8), out(21, 24, 12);
-          DSP_SCALER_PARAMS p = params_of(in.image(), out.image(0, 0, 24, dh), filter, filtered ? &fir : nullptr);
-          p.ulOptions |= options;
-          framedsp_test::expect_released_on_every_failure([&] { return DspScaler(&p); });
-        }
-      }
     }
   }
 }

@@ -174,26 +174,6 @@ DSP_FILTER_PARAMS filter_params(uint32_t type, const void *settings, const DSP_B
   return ::testing::AssertionSuccess();
 }
 
-void expect_released_on_every_failure(const std::function<DSP_HRESULT()> &call, DSP_HRESULT failure) {
-  auto outstanding = [] {
-    const framedsp::WorkMemoryStats s = framedsp::work_memory_stats();
-    return s.allocations - s.releases;
-  };
-  const uint64_t base = outstanding(), before = framedsp::work_memory_stats().allocations;
-  ASSERT_EQ(call(), DSP_S_OK);
-  const uint64_t used = framedsp::work_memory_stats().allocations - before;
-  EXPECT_GT(used, 0u);
-  EXPECT_EQ(outstanding(), base) << "after success";
-  for (uint64_t k = 1; k <= used + 1; ++k) {
-    framedsp::work_memory_fail_at(k);
-    const uint64_t at = framedsp::work_memory_stats().allocations;
-    EXPECT_EQ(call(), k > used ? DSP_S_OK : failure) << "allocation " << k;
-    framedsp::work_memory_fail_at(0);
-    EXPECT_EQ(framedsp::work_memory_stats().allocations - at, k > used ? used : k - 1) << "allocation " << k;
-    EXPECT_EQ(outstanding(), base) << "blocks left after failing allocation " << k;
-  }
-}
-
 std::string traced(int on, const std::function<void()> &call) {
   framedsp::set_trace_override(on);
   ::testing::internal::CaptureStderr();
