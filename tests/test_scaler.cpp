@@ -426,13 +426,10 @@ const ErrorCase kErrors[] = {
     {"ReservedFilterCombined", true, DSP_E_NOTIMPL, EDIT p->eFilter = 2; }},
     {"ReservedFilterDropped", true, DSP_E_NOTIMPL, EDIT p->eFilter = 2; f->ulVertCutoff = kOff; }},
     {"ReservedFilterStaged", true, DSP_E_NOTIMPL, EDIT p->eFilter = 2; p->ulOptions |= DSP_SCALER_OPTION_STAGED; }},
-    {"FilteredFilterThree", true, kArg, EDIT p->eFilter = 3; }},
-    {"FilteredFormatsDiffer", true, kArg, EDIT p->Buffer.Out.ePixelFormat = 25; }},
-    {"FilteredOddRegionWidth", true, kArg, EDIT p->Buffer.Out.Buffer.Region.ulWidth = 23; }},
+    {"FilteredFormatsDiffer", true, kArg, EDIT p->Buffer.Out.ePixelFormat = 25; }},  // the general rules, once
     {"OddDerivedWidth", true, kArg, EDIT p->ulScaleFlags = DSP_SCALE_FLAG_DERIVE_SIZE;
        p->fHorizontalScale = 1.4375f; p->fVerticalScale = 1.5f; }},  // 16 * 1.4375 = 23
     {"OutputLargerThanRoom", true, kArg, EDIT p->Buffer.Out.Buffer.Region.ulHeight = 13; }},
-    {"FilteredInterlaceZero", true, kArg, EDIT p->Buffer.In.eInterlace = 0; }},
     {"NoScalingFormatTheFilterRefuses", true, kArg, EDIT
        p->Buffer.In.ePixelFormat = p->Buffer.Out.ePixelFormat = 263;
        p->Buffer.In.Buffer.Region.ulWidth = p->Buffer.Out.Buffer.Region.ulWidth = 16;
@@ -463,19 +460,14 @@ TEST_P(ScalerRefusal, StatusAndNothingWritten) {
 INSTANTIATE_TEST_SUITE_P(Errors, ScalerRefusal, ::testing::ValuesIn(kErrors),
                          [](const ::testing::TestParamInfo<ErrorCase> &i) { return std::string(i.param.name); });
 
-TEST(ScalerValidation, NullRecordOddWidthsClampAndPathFallback) {
-  EXPECT_EQ(DspScaler(nullptr), DSP_E_POINTER);
-  Pic in(1, 7, 3), out(1, 11, 5);  // odd widths: format 1 takes them
-  DSP_SCALER_PARAMS p = params_of(in.image(), out.image(), 0);
+// A record the chosen fixed-ratio path does not fit (3:1) takes the general path; the taps of a
+// filter direction that is off are not read.
+TEST(ScalerValidation, PathFallbackAndTapsOfAnOffDirection) {
+  Pic in(1, 6, 3), out(1, 11, 5);
+  DSP_SCALER_PARAMS p = params_of(in.image(), out.image(0, 0, 2, 5), 0);
+  p.eScalerPath = DSP_SCALER_PATH_INTEGER_RATIO;
   EXPECT_EQ(DspScaler(&p), DSP_S_OK);
-  p.ulScaleFlags = DSP_SCALE_FLAG_DERIVE_SIZE;  // a derived width past the room is clamped
-  p.fHorizontalScale = 5.0f;
-  EXPECT_EQ(DspScaler(&p), DSP_S_OK);
-  p.eScalerPath = DSP_SCALER_PATH_INTEGER_RATIO;  // 3:1 is no fixed ratio: the general path
-  p.ulScaleFlags = 0;
-  p.Buffer.Out.Buffer.Region.ulWidth = 2;
-  EXPECT_EQ(DspScaler(&p), DSP_S_OK);
-  const DSP_FIR_SETTINGS off{99, kOff, 0, 5, 40};  // taps of a direction that is off are not read
+  const DSP_FIR_SETTINGS off{99, kOff, 0, 5, 40};
   Pic a(21, 16, 8), b(21, 24, 12);
   p = params_of(a.image(), b.image(), 1, &off);
   EXPECT_EQ(DspScaler(&p), DSP_S_OK);
