@@ -174,7 +174,7 @@ TEST(BoxFilter, EveryLayoutOrientationFieldModeAndIsa) {
 
 // Whole calls through DspFilter: the caller's record (offsets from the picture's top), the
 // temporary frame, a size of 0 switching a direction off, a size past 256 refused with nothing
-// written, and a two-plane format filtering each plane as its own format.
+// written.  (Both planes of a two-plane format go through the plane split the FIR shares.)
 DSP_HRESULT dsp_box(const DSP_BUFFER &b, uint32_t h, uint32_t v, uint32_t options = 0) {
   const DSP_BOX_SETTINGS settings{h, 0xDEADBEEFu, v};
   const DSP_FILTER_PARAMS params = framedsp_test::filter_params(DSP_FILTER_TYPE_BOX, &settings, b, options);
@@ -202,23 +202,6 @@ TEST(BoxFilterExport, WholeCallsMatchTheReference) {
     const std::vector<uint8_t> want =
         sizes.first > 256 ? im.original : im.expected(std::max(sizes.first, 1u), std::max(sizes.second, 1u));
     EXPECT_TRUE(framedsp_test::same_line(want.data(), im.dst.data(), im.bytes)) << sizes.first << "x" << sizes.second;
-  }
-  using framedsp_test::Pic;
-  std::mt19937 rng(framedsp_test::test_seed());
-  Pic in(28, 12, 8), out(28, 12, 8), main_in(21, 12, 8), key_in(261, 12, 8), main_out(main_in), key_out(key_in);
-  in.randomise(rng);
-  for (uint32_t y = 0; y < 8; ++y) {
-    std::memcpy(main_in.row(y), in.row(y), 24);
-    std::memcpy(key_in.row(y), in.row(y, true), 12);
-  }
-  for (const Pic *p2 : {&in, &main_in, &key_in}) {
-    const Pic &o = p2 == &in ? out : p2 == &main_in ? main_out : key_out;
-    ASSERT_EQ(dsp_box(framedsp_test::buffer_of(p2->image(), o.image()), 3, 5), DSP_S_OK);
-  }
-  EXPECT_TRUE(out.mem->intact());
-  for (uint32_t y = 0; y < 8; ++y) {
-    EXPECT_EQ(0, std::memcmp(out.row(y), main_out.row(y), 24)) << y;
-    EXPECT_EQ(0, std::memcmp(out.row(y, true), key_out.row(y), 12)) << y;
   }
 }
 
