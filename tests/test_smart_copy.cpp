@@ -1,6 +1,7 @@
 // DspBufferSmartCopy through the export: region copies between pictures of either orientation,
 // both planes of the two-plane formats, BT.601 <-> BT.709 as the plain copy followed by the colour
-// kernel, overlapping regions, fields end to end, scalar against SIMD, and a failed work line.
+// kernel, overlapping regions, fields end to end, scalar against SIMD.  (A failed work line is a
+// row of the operations' work-memory table.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,7 +11,6 @@
 #include <vector>
 
 #include "copy/color_kernels.h"
-#include "platform/work_memory.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
 
@@ -244,24 +244,6 @@ TEST(SmartCopyIsa, ScalarAndSimdGiveIdenticalBytes) {
         EXPECT_TRUE(same_bytes(scalar, simd)) << format << " " << out_space << " " << width;
       }
     }
-  }
-}
-
-// A converting copy whose work line is refused fails before writing either plane; a plain copy
-// takes no work line, so a pending failure does not touch it.
-TEST(SmartCopyWorkMemory, FailedWorkLineWritesNothing) {
-  for (uint32_t out_space : {k709, k601}) {
-    std::mt19937 rng(framedsp_test::test_seed());
-    Pic in(28, 40, 6, false, 8), out(28, 40, 6, false, 0);
-    in.randomise(rng);
-    out.randomise(rng);
-    const Pic before(out);
-    framedsp::work_memory_fail_at(1);
-    const DSP_HRESULT hr = copy(describe(in, {0, 0, 40, 6}, k601), describe(out, {0, 0, 40, 6}, out_space));
-    framedsp::work_memory_fail_at(0);
-    EXPECT_EQ(hr, out_space == k709 ? DSP_E_FAIL : DSP_S_OK);
-    EXPECT_EQ(out_space == k709, std::memcmp(before.data(), out.data(), out.size()) == 0);
-    EXPECT_TRUE(out.mem->intact());
   }
 }
 
