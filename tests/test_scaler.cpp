@@ -104,8 +104,13 @@ class ScalerFrame : public ::testing::TestWithParam<FrameCase> {};
 
 TEST_P(ScalerFrame, MatchesTheReferenceInEveryOrientation) {
   const FrameCase c = GetParam();
-  const DSP_FIR_SETTINGS asked{7, 30, 0, 5, 45};  // the direction of an unscaled axis is dropped
-  const DSP_FIR_SETTINGS used{7, c.sw != c.dw ? 30u : kOff, 0, 5, c.sh != c.dh ? 45u : kOff};
+  // Both directions asked, or one of them off (varied over the cases).  Only the directions of
+  // scaled axes are kept, and where both axes scale only both together (else the plain scale).
+  const uint32_t off = (c.format + c.filter + c.sw) % 3;
+  const bool h_on = off != 1, v_on = off != 2, sx = c.sw != c.dw, sy = c.sh != c.dh;
+  const DSP_FIR_SETTINGS asked{7, h_on ? 30u : kOff, 0, 5, v_on ? 45u : kOff};
+  const DSP_FIR_SETTINGS used{7, sx && h_on && (!sy || v_on) ? 30u : kOff, 0, 5,
+                              sy && v_on && (!sx || h_on) ? 45u : kOff};
   std::mt19937 rng(framedsp_test::test_seed() + c.format * 7 + c.sw * 3 + c.dh);
   for (int orient = 0; orient < 4; ++orient) {
     for (int simd = 0; simd < 2; ++simd) {
@@ -260,29 +265,6 @@ INSTANTIATE_TEST_SUITE_P(Fields, ScalerField, ::testing::ValuesIn(kFieldCases),
                          [](const ::testing::TestParamInfo<FieldCase> &i) { return std::string(i.param.name); });
 
 // ---- the filtered path's choices: dropped directions, no scaling, the pyramid plane -------------
-
-TEST(ScalerFiltered, AFilterOffTheScaledAxesIsDropped) {
-  struct {
-    uint32_t sw, sh, dw, dh;
-    DSP_FIR_SETTINGS fir;
-  } cases[] = {{20, 8, 30, 8, {5, kOff, 0, 5, 30}}, {20, 8, 20, 13, {5, 30, 0, 5, kOff}},
-               {20, 8, 30, 13, {5, 30, 0, 5, kOff}}, {20, 8, 12, 5, {5, kOff, 0, 9, 20}},
-               {20, 8, 30, 13, {0, kOff, 0, 0, kOff}}};
-  for (const auto &c : cases) {
-    for (uint32_t filter = 0; filter < 2; ++filter) {
-      std::mt19937 rng(framedsp_test::test_seed() + filter);
-      Pic in(21, c.sw, c.sh), plain(21, c.dw + 2, c.dh + 1, true), got(plain);
-      in.randomise(rng);
-      DSP_SCALER_PARAMS p = params_of(in.image(), plain.image(2, 1, c.dw, c.dh), filter, &c.fir);
-      DSP_SCALER_PARAMS g = p;
-      g.ulOptions = 0;
-      ASSERT_EQ(DspScaler(&g), DSP_S_OK);
-      p.Buffer.Out.Buffer.pBuffer = got.data();
-      ASSERT_EQ(DspScaler(&p), DSP_S_OK);
-      EXPECT_TRUE(same_bytes(plain, got)) << c.dw << "x" << c.dh << " filter " << filter;
-    }
-  }
-}
 
 TEST(ScalerFiltered, WithoutScalingItIsDspFilterOrTheCopy) {
   const DSP_FIR_SETTINGS settings[] = {{5, 30, 0, 7, 40}, {9, 60, 0, 3, kOff}, {3, kOff, 0, 11, 25},
