@@ -167,9 +167,6 @@ TEST(Handles, CounterWrapSkipsZero) {
   EXPECT_EQ(wrapped->id(), 1u);
   last->release();
   wrapped->release();
-
-  framedsp::identity_counter_set(41);
-  EXPECT_EQ(framedsp::next_identity(), 42u);
 }
 
 // The counter lives in the named shared-memory object: mapped independently by name, its value

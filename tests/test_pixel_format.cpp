@@ -54,25 +54,15 @@ TEST(PixelFormat, EveryKnownRowIsConsistentAndUnknownCodesAreRefused) {
   EXPECT_EQ(m * 1000 + k, 21261u);
 }
 
-DSP_BUFFER bottom_up_record() {
-  DSP_BUFFER b{};
-  for (DSP_IMAGE *side : {&b.In, &b.Out}) {
-    side->ulWidth = 720;
-    side->ulHeight = 480;
-    side->Buffer.Region.ulWidth = 720;
-    side->Buffer.Region.ulHeight = 100;
-    side->Buffer.Region.ptOffset.x = 8;
-    side->Buffer.Region.ptOffset.y = 0;
-  }
-  return b;
-}
-
 // A bottom-up side's region top is measured from the image's bottom (480 - 100 - y); any other
 // orientation is top-down and left as it is; the sides are independent.
 TEST(NormaliseOrientation, BottomUpIsMeasuredFromTheBottom) {
   for (uint32_t in_o : {0u, 1u})
     for (uint32_t out_o : {0u, 1u, 7u}) {
-      DSP_BUFFER b = bottom_up_record();
+      DSP_BUFFER b{};
+      b.In.ulHeight = b.Out.ulHeight = 480;
+      b.In.Buffer.Region.ulHeight = b.Out.Buffer.Region.ulHeight = 100;
+      b.In.Buffer.Region.ulWidth = b.Out.Buffer.Region.ulWidth = 720;
       b.In.eImageOrientation = in_o;
       b.Out.eImageOrientation = out_o;
       b.Out.Buffer.Region.ptOffset.y = 30;
