@@ -68,17 +68,8 @@ struct Converter {
   ~Converter() {
     if (status == DSP_S_OK) destroy_converter(handle);
   }
-  template <class F>
-  auto with(F f) const {
-    DspFrameRateConverter *c = framedsp::acquire_handle<DspFrameRateConverter>(handle);
-    EXPECT_NE(c, nullptr);
-    auto v = f(c);
-    c->release();
-    return v;
-  }
-  Record settings() const { return with([](DspFrameRateConverter *c) { return c->settings(); }); }
-  uint32_t ratio_ba() const { return with([](DspFrameRateConverter *c) { return c->rate_ratio_ba_q14(); }); }
-  uint32_t ratio_ab() const { return with([](DspFrameRateConverter *c) { return c->rate_ratio_ab_q14(); }); }
+  // The object itself, alive while the test holds its creation reference.
+  DspFrameRateConverter *get() const { return dynamic_cast<DspFrameRateConverter *>(HandleObject::lookup(handle)); }
 };
 
 // trunc(16384 * num / den) for positive finite floats, exactly, from their integer mantissas.
@@ -112,7 +103,7 @@ TEST(Converter, OptionalWordsZeroTakeTheDefaultsAndGivenWordsAreKept) {
   {
     Converter c(p);
     ASSERT_EQ(c.status, DSP_S_OK);
-    const Record got = c.settings();
+    const Record got = c.get()->settings();
     EXPECT_EQ(std::memcmp(&got, &expected, sizeof got), 0);
     EXPECT_EQ(converter_references(c.handle), 1);
   }
@@ -128,7 +119,7 @@ TEST(Converter, OptionalWordsZeroTakeTheDefaultsAndGivenWordsAreKept) {
   }
   Converter c(p);
   ASSERT_EQ(c.status, DSP_S_OK);
-  const Record got = c.settings();
+  const Record got = c.get()->settings();
   EXPECT_EQ(std::memcmp(&got, &p, sizeof got), 0);
 }
 
@@ -239,9 +230,9 @@ TEST(Converter, RatiosTruncateExactlyAndSaturate) {
     p.bDeriveCount = 1;
     Converter c(p);
     ASSERT_EQ(c.status, DSP_S_OK) << k.a << " " << k.b;
-    EXPECT_EQ(c.ratio_ba(), k.ba) << k.a << " -> " << k.b;
-    EXPECT_EQ(c.ratio_ab(), k.ab) << k.a << " -> " << k.b;
-    EXPECT_EQ(c.settings().ulDerivedCount, static_cast<uint32_t>(uint64_t{4000000000u} * k.ba) >> 14);
+    EXPECT_EQ(c.get()->rate_ratio_ba_q14(), k.ba) << k.a << " -> " << k.b;
+    EXPECT_EQ(c.get()->rate_ratio_ab_q14(), k.ab) << k.a << " -> " << k.b;
+    EXPECT_EQ(c.get()->settings().ulDerivedCount, static_cast<uint32_t>(uint64_t{4000000000u} * k.ba) >> 14);
   }
 }
 
