@@ -497,8 +497,6 @@ const EdgeCase<DSP_BUFFER> kCopyCases[] = {
     {"first_odd_width_named", [](auto &b) { b.In.Buffer.Region.ulWidth = 5; b.Out.ulWidth = 7; }, false,
      "input region width 5 is odd for format 21" WIDE},
     {"bgr24_odd_widths", [](auto &b) { formats(b, 1); widths(b, 63); }, true},
-    {"bgra32_odd_widths", [](auto &b) { formats(b, 0); widths(b, 63); }, true},
-    {"bgr24_key_odd_widths", [](auto &b) { formats(b, 5); widths(b, 63); }, true},
     {"uyvy_key_odd_widths", [](auto &b) { formats(b, 28); widths(b, 63); }, false},
     {"key8_odd_widths", [](auto &b) { formats(b, 261); widths(b, 63); }, false,
      "input width 63 is odd for format 261 (only formats 0, 1, 5 and 27 take odd widths)"},

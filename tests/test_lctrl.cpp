@@ -332,11 +332,6 @@ TEST(LCtrl, OddWidth422RoundsToPairs) {
     EXPECT_EQ(c.src_column_start, 4) << format;  // column 2, 2 bytes a pixel
     EXPECT_EQ(c.src_width, 20) << format;
   }
-  b.In.ePixelFormat = b.Out.ePixelFormat = 1;  // not rounded
-  LCtrl c;
-  framedsp::lctrl_fill(b, &c);
-  EXPECT_EQ(c.src_columns, 11);
-  EXPECT_EQ(c.src_column_start, 9);
 }
 
 TEST(LCtrl, RegionAtTheLastLineKeepsReadingIt) {

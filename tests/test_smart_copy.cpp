@@ -104,11 +104,9 @@ const GeometryCase kGeometry[] = {
     {"uyvy_key_planes_bottom_up_out", 28, 36, 10, 4, {2, 1, 20, 8}, false, 24, 12, 0, {2, 3, 20, 8}, true},
     // Pairs without a matrix, and formats that are never converted: the bytes arrive unchanged.
     {"uyvy_601_601", 21, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k601, k601},
-    {"yuyv_709_709", 25, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k709, k709},
     {"uyvy_unspecified_709", 21, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, 0, k709},
     {"bgr24_709_601", 1, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k709, k601},
     {"bgra_601_709", 0, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k601, k709},
-    {"bgr24_key_601_709", 5, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k601, k709},
     {"key8_601_709", 261, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k601, k709},
     {"y216_601_709", 22, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k601, k709},
     {"y416_709_601", 129, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k709, k601},
