@@ -115,7 +115,8 @@ TEST_P(ScalerFrame, MatchesTheReferenceInEveryOrientation) {
   // Half the cases convert BT.601 to BT.709: the scale, then the line converter on every output
   // line of the picture plane (none for the formats that are never converted).
   const uint32_t main = c.format == 28 ? 21 : c.format == 30 ? 25 : c.format == 5 ? 1 : c.format;
-  const uint32_t from = (c.sw + c.dh) % 2 ? DSP_COLOR_SPACE_BT601 : 0, to = from ? DSP_COLOR_SPACE_BT709 : 0;
+  const uint32_t from = (c.sw + c.sh + c.dw + c.dh + c.filter) % 2 ? DSP_COLOR_SPACE_BT601 : 0;
+  const uint32_t to = from ? DSP_COLOR_SPACE_BT709 : 0;
   framedsp::ScaleLineTable lines;
   framedsp::scale_line_table_init(&lines, 0);
   framedsp::ScaleColorCoefficients k;
