@@ -487,7 +487,6 @@ const EdgeCase<DSP_BUFFER> kCopyCases[] = {
     {"uyvy_unchanged", [](auto &) {}, true},
     {"formats_differ", [](auto &b) { b.Out.ePixelFormat = 25; }, false,
      "output format 25 differs from input format 21 (no format conversion)"},
-    {"bgra32_to_bgr24", [](auto &b) { b.In.ePixelFormat = 0; b.Out.ePixelFormat = 1; }, false},
     {"uyvy_odd_in_width", [](auto &b) { b.In.ulWidth = 65; }, false, "input width 65 is odd for format 21" WIDE},
     {"uyvy_odd_in_region_width", [](auto &b) { b.In.Buffer.Region.ulWidth = 63; }, false,
      "input region width 63 is odd for format 21" WIDE},

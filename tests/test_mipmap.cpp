@@ -110,7 +110,6 @@ const BadRecord kBadRecords[] = {
     {"count6", [](P &, L &l) { l.ulCount = 6; }},
     {"count_all_ones", [](P &, L &l) { l.ulCount = 0xFFFFFFFFu; }},
     {"base_null", [](P &r, L &) { r.Base.Buffer.pBuffer = nullptr; }},
-    {"base_uyvy", [](P &r, L &) { r.Base.ePixelFormat = DSP_PIXEL_FORMAT_UYVY; }},
     {"base_luma_plane", [](P &r, L &) { r.Base.ePixelFormat = 261; }},
     {"last_level_format", [](P &, L &l) { l.Levels[4].ePixelFormat = 262; }},
     {"last_level_null", [](P &, L &l) { l.Levels[4].Buffer.pBuffer = nullptr; }},
