@@ -85,10 +85,7 @@ void scale_then_filter(const DSP_SCALER_PARAMS &p, const Pic &want, const DSP_FI
   g.Buffer.ulSliceCount = g.Buffer.ulSliceNumber = 0;
   g.Buffer.Out = t.image(0, 0, 0, 0, out.Buffer.eBufferType, out.eInterlace, out.eColorSpace);
   ASSERT_EQ(DspScaler(&g), DSP_S_OK);
-  DSP_FILTER_PARAMS f{};
-  f.eFilterType = DSP_FILTER_TYPE_FIR;
-  f.pSettings = &fir;
-  f.Buffer = p.Buffer;
+  DSP_FILTER_PARAMS f = framedsp_test::filter_params(DSP_FILTER_TYPE_FIR, &fir, p.Buffer);
   f.Buffer.In = g.Buffer.Out;
   f.Buffer.Out.Buffer.pBuffer = want.data();
   ASSERT_EQ(DspFilter(&f), DSP_S_OK);
@@ -300,10 +297,7 @@ TEST(ScalerFiltered, WithoutScalingItIsDspFilterOrTheCopy) {
         in.randomise(rng);
         DSP_SCALER_PARAMS p = params_of(in.image(0, 1, 16, g.sh, g.in_type, g.in_il),
                                         got.image(2, 1, 16, g.dh, g.out_type, g.out_il), 1, &fir);
-        DSP_FILTER_PARAMS f{};
-        f.eFilterType = DSP_FILTER_TYPE_FIR;
-        f.pSettings = &fir;
-        f.Buffer = p.Buffer;
+        DSP_FILTER_PARAMS f = framedsp_test::filter_params(DSP_FILTER_TYPE_FIR, &fir, p.Buffer);
         f.Buffer.Out.Buffer.pBuffer = want.data();
         ASSERT_EQ(fir.ulHorzCutoff == kOff && fir.ulVertCutoff == kOff ? DspBufferSmartCopy(&f.Buffer) : DspFilter(&f),
                   DSP_S_OK);
