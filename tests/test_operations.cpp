@@ -88,11 +88,12 @@ const Operation kOperations[] = {
     {"scale_nearest_staged", [](const DSP_BUFFER &b) { return scale(b, DSP_SCALER_FILTER_NEAREST, DSP_SCALER_OPTION_STAGED); }, true},
     {"scale_filtered", [](const DSP_BUFFER &b) { return scale(b, DSP_SCALER_FILTER_LINEAR, DSP_SCALER_OPTION_FILTERED); }, true},
     {"scale_half_fast_path", scale_half, true},
-    {"scale_filtered_staged", [](const DSP_BUFFER &b) { return scale(b, 0, DSP_SCALER_OPTION_FILTERED | DSP_SCALER_OPTION_STAGED); }, true},
+    {"scale_filtered_staged",
+     [](const DSP_BUFFER &b) { return scale(b, 0, DSP_SCALER_OPTION_FILTERED | DSP_SCALER_OPTION_STAGED); }, true},
     {"scale_widths_only", [](const DSP_BUFFER &b) { return scale(b, DSP_SCALER_FILTER_LINEAR, 0, false); }, true},
 };
-enum { kCopy, kFirOp, kFirTemp, kFirOffOp, kBoxOp, kBoxTemp, kSubFir, kSubBox, kScaleLinear, kScaleStaged, kScaleFiltered,
-       kScaleHalf, kScaleFilteredStaged, kScaleWidths, kOps };
+enum { kCopy, kFirOp, kFirTemp, kFirOffOp, kBoxOp, kBoxTemp, kSubFir, kSubBox, kScaleLinear, kScaleStaged,
+       kScaleFiltered, kScaleHalf, kScaleFilteredStaged, kScaleWidths, kOps };
 bool is_scaler(int op) { return op >= kScaleLinear; }
 
 // ---- bands ------------------------------------------------------------------------------------
