@@ -15,6 +15,7 @@
 
 #include "framedsp/framedsp.h"
 #include "lines/pixel_format.h"
+#include "platform/work_memory.h"
 #include "scale/scale_line_kernels.h"
 #include "scale_reference.h"
 #include "test_util.h"
@@ -433,10 +434,13 @@ TEST_P(ScalerRefusal, StatusAndNothingWritten) {
     ASSERT_EQ(DspScaler(&q), DSP_S_OK);
   }
   c.edit(&p, &fir);
+  const uint64_t allocations = framedsp::work_memory_stats().allocations;
   const std::string text = framedsp_test::traced(1, [&] { EXPECT_EQ(DspScaler(&p), c.want); });
   EXPECT_TRUE(same_bytes(before, out));
-  // An invalid record is traced with a line naming the export; the reserved filter is not.
+  // An invalid record is traced with a line naming the export and takes no work memory; the
+  // reserved filter is not traced.
   EXPECT_EQ(text.find("DspScaler: refused: ") != std::string::npos, c.want == kArg) << text;
+  if (c.want == kArg) { EXPECT_EQ(framedsp::work_memory_stats().allocations, allocations); }
 }
 
 INSTANTIATE_TEST_SUITE_P(Errors, ScalerRefusal, ::testing::ValuesIn(kErrors),
