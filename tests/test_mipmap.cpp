@@ -30,8 +30,7 @@ int count_entered(const char *worker) {
 }
 
 DSP_HANDLE new_converter() {
-  DSP_FRAME_RATE_CONVERTER_PARAMS p;
-  std::memset(&p, 0, sizeof p);
+  DSP_FRAME_RATE_CONVERTER_PARAMS p{};
   p.ulBaseCount = 1;
   p.lWidth = 720;
   p.lHeight = 576;
