@@ -4,9 +4,7 @@
 // horizontal pass over that result.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <random>
-#include <string>
 #include <vector>
 
 #include "filter/fir_tables.h"
