@@ -73,17 +73,4 @@ inline const RefLayout &layout_of(uint32_t format) {
   return all[0];  // class 0: 21 and every format not listed
 }
 
-// Bytes per pixel of the formats the scaler takes.
-inline uint32_t pixel_bytes(uint32_t format) {
-  switch (format) {
-    case 0: case 17: case 22: case 31: return 4;
-    case 1: return 3;
-    case 21: case 24: case 25: case 262: return 2;
-    case 23: return 6;
-    case 129: return 8;
-    case 261: case 263: return 1;
-    default: return 0;
-  }
-}
-
 }  // namespace scale_ref

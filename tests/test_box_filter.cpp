@@ -55,27 +55,19 @@ struct Plane {
   uint32_t format, width, height, x0, y0, w, h, interlace = 2, orientation = 0;
 };
 
+// The source ends against the protected page; the output has canaries.  Rows without padding.
 struct Images {
   Images(const Plane &p, uint32_t seed)
-      : p(p), stride(p.width * layout(p.format).bpp), bytes(size_t{stride} * p.height), src(bytes, 0), dst(bytes, 64) {
+      : p(p), src(p.format, p.width, p.height, p.orientation, 0, 0, 0),
+        dst(p.format, p.width, p.height, p.orientation, 0, 0, 64), stride(src.stride), bytes(src.size()) {
     std::mt19937 rng(seed ^ framedsp_test::test_seed());
-    framedsp_test::fill_random(src.data(), bytes, rng);
-    framedsp_test::fill_random(dst.data(), bytes, rng);
-    original.assign(dst.data(), dst.data() + bytes);
+    src.randomise(rng);
+    dst.randomise(rng);
+    original = dst.bytes();
   }
-  DSP_BUFFER record() {
-    DSP_BUFFER b{};
-    for (DSP_IMAGE *im : {&b.In, &b.Out}) {
-      im->Buffer = DSP_MEMORY{im == &b.In ? src.data() : dst.data(), uint32_t(bytes), DSP_BUFFER_TYPE_FRAME,
-                                    DSP_REGION{{int32_t(p.x0), int32_t(p.y0)}, p.w, p.h}};
-      im->ulWidth = p.width;
-      im->ulHeight = p.height;
-      im->ePixelFormat = p.format;
-      im->eInterlace = p.interlace;
-      im->eImageOrientation = p.orientation;
-      im->ulPrimaryStrideBytes = stride;
-    }
-    return b;
+  DSP_BUFFER record() const {
+    return framedsp_test::buffer_of(src.image(int(p.x0), int(p.y0), p.w, p.h, DSP_BUFFER_TYPE_FRAME, p.interlace),
+                                    dst.image(int(p.x0), int(p.y0), p.w, p.h, DSP_BUFFER_TYPE_FRAME, p.interlace));
   }
   // The region replaced by the brute-force average of the source.
   std::vector<uint8_t> expected(uint32_t nh, uint32_t nv) const {
@@ -97,9 +89,9 @@ struct Images {
     return out;
   }
   Plane p;
+  framedsp_test::Pic src, dst;
   uint32_t stride;
   size_t bytes;
-  GuardedBuffer src, dst;  // the source ends against the protected page; the output has canaries
   std::vector<uint8_t> original;
 };
 
@@ -112,7 +104,7 @@ void expect_box(const Plane &p, uint32_t nh, uint32_t nv, uint32_t seed) {
   Images im(p, seed);
   ASSERT_EQ(framedsp::box_filter_plane(im.record(), nh, nv), DSP_S_OK);
   const std::vector<uint8_t> want = im.expected(nh, nv);
-  ASSERT_TRUE(im.dst.intact()) << im.dst.damage();
+  ASSERT_TRUE(im.dst.mem->intact()) << im.dst.mem->damage();
   ASSERT_TRUE(framedsp_test::same_line(want.data(), im.dst.data(), im.bytes))
       << "format " << p.format << " size " << nh << "x" << nv << " interlace " << p.interlace << " orientation "
       << p.orientation << " seed " << seed;
@@ -174,7 +166,7 @@ TEST(BoxFilter, EveryLayoutOrientationFieldModeAndIsa) {
 
 // Whole calls through DspFilter: the caller's record (offsets from the picture's top), the
 // temporary frame, a size of 0 switching a direction off, a size past 256 refused with nothing
-// written, and a two-plane format filtering each plane as its own format.
+// written.  (Both planes of a two-plane format go through the plane split the FIR shares.)
 DSP_HRESULT dsp_box(const DSP_BUFFER &b, uint32_t h, uint32_t v, uint32_t options = 0) {
   const DSP_BOX_SETTINGS settings{h, 0xDEADBEEFu, v};
   const DSP_FILTER_PARAMS params = framedsp_test::filter_params(DSP_FILTER_TYPE_BOX, &settings, b, options);
@@ -190,7 +182,7 @@ TEST(BoxFilterExport, WholeCallsMatchTheReference) {
         if (orientation == 1) b.In.Buffer.Region.ptOffset.y = b.Out.Buffer.Region.ptOffset.y = 20 - 14 - 3;
         ASSERT_EQ(dsp_box(b, 7, 4, options), DSP_S_OK);
         const std::vector<uint8_t> want = im.expected(7, 4);
-        EXPECT_TRUE(im.dst.intact());
+        EXPECT_TRUE(im.dst.mem->intact());
         EXPECT_TRUE(framedsp_test::same_line(want.data(), im.dst.data(), im.bytes)) << format << " " << orientation;
       }
     }
@@ -202,23 +194,6 @@ TEST(BoxFilterExport, WholeCallsMatchTheReference) {
     const std::vector<uint8_t> want =
         sizes.first > 256 ? im.original : im.expected(std::max(sizes.first, 1u), std::max(sizes.second, 1u));
     EXPECT_TRUE(framedsp_test::same_line(want.data(), im.dst.data(), im.bytes)) << sizes.first << "x" << sizes.second;
-  }
-  using framedsp_test::Pic;
-  std::mt19937 rng(framedsp_test::test_seed());
-  Pic in(28, 12, 8), out(28, 12, 8), main_in(21, 12, 8), key_in(261, 12, 8), main_out(main_in), key_out(key_in);
-  in.randomise(rng);
-  for (uint32_t y = 0; y < 8; ++y) {
-    std::memcpy(main_in.row(y), in.row(y), 24);
-    std::memcpy(key_in.row(y), in.row(y, true), 12);
-  }
-  for (const Pic *p2 : {&in, &main_in, &key_in}) {
-    const Pic &o = p2 == &in ? out : p2 == &main_in ? main_out : key_out;
-    ASSERT_EQ(dsp_box(framedsp_test::buffer_of(p2->image(), o.image()), 3, 5), DSP_S_OK);
-  }
-  EXPECT_TRUE(out.mem->intact());
-  for (uint32_t y = 0; y < 8; ++y) {
-    EXPECT_EQ(0, std::memcmp(out.row(y), main_out.row(y), 24)) << y;
-    EXPECT_EQ(0, std::memcmp(out.row(y, true), key_out.row(y), 12)) << y;
   }
 }
 

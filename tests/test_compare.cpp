@@ -1,7 +1,7 @@
 // DspCompare: random images of every accepted format (both planes of the two-plane ones, scalar
 // and SIMD, random strides and base alignments) against a per-byte reference written here from
-// the header, the known answers at the extremes and at zero sizes; and every SIMD comparison
-// kernel against its scalar twin, byte- and bit-identical.
+// the header, and zero sizes; and every SIMD comparison kernel against its scalar twin, byte- and
+// bit-identical.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -154,43 +154,11 @@ TEST_P(CompareImages, MatchTheReferenceScalarAndSimd) {
   }
 }
 
-// Identical images give mid-grey and zero error; opposite extremes clamp and give the full
-// square (half of it for 4:2:2 chroma, which has half the samples over the full pixel count);
-// a zero width or height gives NaN and writes no pixel.
-TEST_P(CompareImages, KnownAnswers) {
+// A zero width or height gives NaN in the slots of the format's channels and writes no pixel.
+TEST_P(CompareImages, ZeroSizeGivesNaNAndWritesNothing) {
   const uint32_t format = GetParam();
   std::mt19937 rng(framedsp_test::test_seed());
   const Geometry g{format, 24, 5, uint32_t(line_bytes(format, 24) + 8), 36};
-  const bool half = picture_format(format) == 21 || picture_format(format) == 25;
-  for (int a_value : {-1, 255, 0}) {  // -1: B is a copy of random A
-    Images im(g, rng);
-    if (a_value < 0) {
-      std::memcpy(im.b.data(), im.a.data(), im.size);
-    } else {
-      std::memset(im.a.data(), a_value, im.size);
-      std::memset(im.b.data(), 255 - a_value, im.size);
-    }
-    DSP_COMPARE_PARAMS p = im.params();
-    ASSERT_EQ(DspCompare(&p), DSP_S_OK);
-    for (int c = 0; c < 4; ++c) {
-      const double mse = a_value < 0 ? 0.0 : half && (c == 1 || c == 2) ? 32512.5 : 65025.0;
-      if (!(channel_mask(format) & (1u << c))) {
-        EXPECT_EQ(bits_of(p.dResults[c]), kSentinelBits) << c;
-        EXPECT_EQ(bits_of(p.dResults[c + 4]), kSentinelBits) << c;
-        continue;
-      }
-      EXPECT_EQ(p.dResults[c], mse) << "channel " << c << " a " << a_value;
-      EXPECT_EQ(p.dResults[c + 4], 20.0 * std::log10(255.0 / std::sqrt(mse + 0.00001)));
-    }
-    const uint8_t grey = a_value < 0 ? 128 : a_value == 255 ? 255 : 0;  // 383 and -127 clamped
-    for (uint32_t y = 0; y < 2 * g.height; ++y) {
-      if (y >= g.height && !two_plane(format)) break;
-      const uint8_t *line = im.out.data() + (y < g.height ? y * g.stride : g.stride * g.height + (y - g.height) * g.key_stride);
-      const size_t n = y < g.height ? line_bytes(format, g.width) : g.width;
-      for (size_t x = 0; x < n; ++x) ASSERT_EQ(line[x], grey) << "line " << y << " byte " << x;
-    }
-  }
-  EXPECT_NEAR(20.0 * std::log10(255.0 / std::sqrt(0.00001)), 98.13, 0.005);
   for (int which = 0; which < 2; ++which) {
     Images im(g, rng);
     const std::vector<uint8_t> before(im.out.data(), im.out.data() + im.size);

@@ -11,17 +11,19 @@
 #include <string>
 #include <vector>
 
-#include "frame/guard.h"
 #include "platform/handle.h"
-#include "platform/trace.h"
 #include "framedsp/framedsp.h"
 #include "framerate/converter.h"
 #include "test_os.h"
+#include "test_util.h"
 
 namespace {
 
 using framedsp::DspFrameRateConverter;
 using framedsp::HandleObject;
+using framedsp_test::converter_references;
+using framedsp_test::destroy_converter;
+using framedsp_test::traced;
 using Record = DSP_FRAME_RATE_CONVERTER_PARAMS;
 
 const DSP_HANDLE kUntouched = reinterpret_cast<DSP_HANDLE>(uintptr_t{0x5EA1ED00});
@@ -37,24 +39,6 @@ Record minimal_record() {
   return p;
 }
 
-// Gives up the creation reference, which no export does.
-void destroy(DSP_HANDLE h) {
-  DspFrameRateConverter *c = framedsp::acquire_handle<DspFrameRateConverter>(h);
-  ASSERT_NE(c, nullptr);
-  c->release();
-  EXPECT_EQ(c->release(), 0);
-}
-
-// Runs `call` with tracing on and returns what it printed.
-std::string traced(const std::function<void()> &call) {
-  framedsp::set_trace_override(1);
-  ::testing::internal::CaptureStderr();
-  call();
-  std::string text = ::testing::internal::GetCapturedStderr();
-  framedsp::set_trace_override(-1);
-  return text;
-}
-
 // Creation status of a record, with tracing on and off; a created converter is destroyed again,
 // a refused one leaves the handle variable and the live-object count alone.  *trace gets the text.
 DSP_HRESULT create_status(const Record &p, std::string *trace = nullptr) {
@@ -62,16 +46,12 @@ DSP_HRESULT create_status(const Record &p, std::string *trace = nullptr) {
   DSP_HRESULT hr = DSP_E_FAIL;
   for (int on = 1; on >= 0; --on) {
     DSP_HANDLE h = kUntouched;
-    framedsp::set_trace_override(on);
-    ::testing::internal::CaptureStderr();
-    hr = DspCreateFrameRateConverter(&p, &h);
-    const std::string text = ::testing::internal::GetCapturedStderr();
-    framedsp::set_trace_override(-1);
+    const std::string text = traced(on, [&] { hr = DspCreateFrameRateConverter(&p, &h); });
     if (on && trace) *trace = text;
     if (!on) { EXPECT_EQ(text, ""); }
     if (hr == DSP_S_OK) {
       EXPECT_NE(h, kUntouched);
-      destroy(h);
+      destroy_converter(h);
     } else {
       EXPECT_EQ(h, kUntouched) << "a failed creation must leave the handle variable alone";
     }
@@ -80,33 +60,16 @@ DSP_HRESULT create_status(const Record &p, std::string *trace = nullptr) {
   return hr;
 }
 
-int32_t references_of(DSP_HANDLE h) {
-  DspFrameRateConverter *c = framedsp::acquire_handle<DspFrameRateConverter>(h);
-  if (!c) return -1;
-  const int32_t held = c->references() - 1;
-  c->release();
-  return held;
-}
-
 // A converter created from `p` for the scope of a test.
 struct Converter {
   DSP_HANDLE handle = kUntouched;
   DSP_HRESULT status;
   explicit Converter(const Record &p = minimal_record()) : status(DspCreateFrameRateConverter(&p, &handle)) {}
   ~Converter() {
-    if (status == DSP_S_OK) destroy(handle);
+    if (status == DSP_S_OK) destroy_converter(handle);
   }
-  template <class F>
-  auto with(F f) const {
-    DspFrameRateConverter *c = framedsp::acquire_handle<DspFrameRateConverter>(handle);
-    EXPECT_NE(c, nullptr);
-    auto v = f(c);
-    c->release();
-    return v;
-  }
-  Record settings() const { return with([](DspFrameRateConverter *c) { return c->settings(); }); }
-  uint32_t ratio_ba() const { return with([](DspFrameRateConverter *c) { return c->rate_ratio_ba_q14(); }); }
-  uint32_t ratio_ab() const { return with([](DspFrameRateConverter *c) { return c->rate_ratio_ab_q14(); }); }
+  // The object itself, alive while the test holds its creation reference.
+  DspFrameRateConverter *get() const { return dynamic_cast<DspFrameRateConverter *>(HandleObject::lookup(handle)); }
 };
 
 // trunc(16384 * num / den) for positive finite floats, exactly, from their integer mantissas.
@@ -140,9 +103,9 @@ TEST(Converter, OptionalWordsZeroTakeTheDefaultsAndGivenWordsAreKept) {
   {
     Converter c(p);
     ASSERT_EQ(c.status, DSP_S_OK);
-    const Record got = c.settings();
+    const Record got = c.get()->settings();
     EXPECT_EQ(std::memcmp(&got, &expected, sizeof got), 0);
-    EXPECT_EQ(references_of(c.handle), 1);
+    EXPECT_EQ(converter_references(c.handle), 1);
   }
   p.ulLevels = 5;
   p.ulBlockA = 8;
@@ -156,7 +119,7 @@ TEST(Converter, OptionalWordsZeroTakeTheDefaultsAndGivenWordsAreKept) {
   }
   Converter c(p);
   ASSERT_EQ(c.status, DSP_S_OK);
-  const Record got = c.settings();
+  const Record got = c.get()->settings();
   EXPECT_EQ(std::memcmp(&got, &p, sizeof got), 0);
 }
 
@@ -267,9 +230,9 @@ TEST(Converter, RatiosTruncateExactlyAndSaturate) {
     p.bDeriveCount = 1;
     Converter c(p);
     ASSERT_EQ(c.status, DSP_S_OK) << k.a << " " << k.b;
-    EXPECT_EQ(c.ratio_ba(), k.ba) << k.a << " -> " << k.b;
-    EXPECT_EQ(c.ratio_ab(), k.ab) << k.a << " -> " << k.b;
-    EXPECT_EQ(c.settings().ulDerivedCount, static_cast<uint32_t>(uint64_t{4000000000u} * k.ba) >> 14);
+    EXPECT_EQ(c.get()->rate_ratio_ba_q14(), k.ba) << k.a << " -> " << k.b;
+    EXPECT_EQ(c.get()->rate_ratio_ab_q14(), k.ab) << k.a << " -> " << k.b;
+    EXPECT_EQ(c.get()->settings().ulDerivedCount, static_cast<uint32_t>(uint64_t{4000000000u} * k.ba) >> 14);
   }
 }
 
@@ -316,7 +279,7 @@ TEST(ConverterHandles, BadHandlesAreRefusedAndNamed) {
   DSP_HANDLE stale = kUntouched;  // released last: nothing above takes its memory
   Record p = minimal_record();
   ASSERT_EQ(DspCreateFrameRateConverter(&p, &stale), DSP_S_OK);
-  destroy(stale);
+  destroy_converter(stale);
   void *gone = framedsp_test::unmapped_address();
   ASSERT_NE(gone, nullptr);
   const std::string dead = " is not a live object (released, or never a handle)";
@@ -337,7 +300,7 @@ TEST(ConverterHandles, BadHandlesAreRefusedAndNamed) {
   for (int which = 0; which < 3; ++which) {
     for (const auto &c : cases) {
       DSP_HRESULT hr = DSP_S_OK;
-      const std::string text = traced([&] { hr = call_handle_export(which, c.handle); });
+      const std::string text = traced(1, [&] { hr = call_handle_export(which, c.handle); });
       EXPECT_EQ(hr, DSP_E_HANDLE) << kHandleExports[which] << " " << hex(c.handle);
       if (!c.line.empty()) { EXPECT_EQ(text, std::string(kHandleExports[which]) + ": refused: " + c.line + "\n"); }
       EXPECT_EQ(call_handle_export(which, c.handle), DSP_E_HANDLE);  // tracing off: same status
@@ -346,7 +309,7 @@ TEST(ConverterHandles, BadHandlesAreRefusedAndNamed) {
   EXPECT_EQ(DspFrameRateConvert(other->handle(), nullptr, 0xFFFFFFFFu), DSP_E_HANDLE);
   EXPECT_EQ(other->references(), 1) << "a refused handle kept a reference";
   EXPECT_EQ(other->release(), 0);
-  EXPECT_EQ(references_of(live.handle), 1);
+  EXPECT_EQ(converter_references(live.handle), 1);
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <set>
 #include <thread>
 #include <vector>
@@ -96,12 +95,8 @@ TEST(Handles, ProbeAndLookupReadReadableBytesOnlyBothWays) {
   unmap_pages(pages, 2 * page);
 }
 
-TEST(Handles, ForeignAndMisalignedPointersFailLookup) {
-  std::unique_ptr<uint64_t[]> block(new uint64_t[8]());
-  EXPECT_EQ(HandleObject::lookup(block.get()), nullptr);
-  for (int i = 0; i < 8; ++i) block[i] = 0x0123456789ABCDEFull * (i + 1);
-  EXPECT_EQ(HandleObject::lookup(block.get()), nullptr);
-
+// (Foreign memory and pointers into a live object are rows of the converter's handle test.)
+TEST(Handles, MisalignedAndWrappingPointersFailLookup) {
   // A misaligned address whose "self word" holds that very address still fails.
   alignas(16) static unsigned char bytes[64];
   for (size_t offset = 1; offset < alignof(HandleObject); ++offset) {
@@ -113,11 +108,6 @@ TEST(Handles, ForeignAndMisalignedPointersFailLookup) {
   // Aligned, but the self word would lie past the end of the address space; and a low address.
   EXPECT_EQ(HandleObject::lookup(as_handle(~uintptr_t{0} - 7)), nullptr);
   EXPECT_EQ(HandleObject::lookup(as_handle(uintptr_t{16})), nullptr);
-
-  Probe *live = new Probe();
-  auto *inside = reinterpret_cast<unsigned char *>(static_cast<HandleObject *>(live)) + 1;
-  EXPECT_EQ(HandleObject::lookup(inside), nullptr);
-  live->release();
 }
 
 TEST(Handles, LastReleaseClearsSelfFirstAndDestroysOnce) {
@@ -177,9 +167,6 @@ TEST(Handles, CounterWrapSkipsZero) {
   EXPECT_EQ(wrapped->id(), 1u);
   last->release();
   wrapped->release();
-
-  framedsp::identity_counter_set(41);
-  EXPECT_EQ(framedsp::next_identity(), 42u);
 }
 
 // The counter lives in the named shared-memory object: mapped independently by name, its value

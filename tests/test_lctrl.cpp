@@ -332,11 +332,6 @@ TEST(LCtrl, OddWidth422RoundsToPairs) {
     EXPECT_EQ(c.src_column_start, 4) << format;  // column 2, 2 bytes a pixel
     EXPECT_EQ(c.src_width, 20) << format;
   }
-  b.In.ePixelFormat = b.Out.ePixelFormat = 1;  // not rounded
-  LCtrl c;
-  framedsp::lctrl_fill(b, &c);
-  EXPECT_EQ(c.src_columns, 11);
-  EXPECT_EQ(c.src_column_start, 9);
 }
 
 TEST(LCtrl, RegionAtTheLastLineKeepsReadingIt) {
@@ -365,46 +360,6 @@ TEST(Band, FourBandsOver487LeaveTheLastTwoLines) {
   EXPECT_EQ(got[485], -1);
   EXPECT_EQ(got[486], -1);
   EXPECT_TRUE(dst.intact());
-}
-
-// The bands of one operation write disjoint sets of lines, each line as the one call writes it,
-// and together the whole region whenever the counts leave nothing over.
-TEST(Band, BandsArePiecesOfTheOneCall) {
-  int failures = 0;
-  for (uint32_t in_type = 0; in_type < 3; ++in_type)
-    for (uint32_t out_type = 0; out_type < 3; ++out_type)
-      for (uint32_t in_il = 0; in_il < 4; ++in_il)
-        for (uint32_t out_il = 0; out_il < 4; ++out_il)
-          for (uint32_t orient = 0; orient < 4; ++orient)
-            for (uint32_t flags : {0u, 1u, 5u, 8u, 16u})
-              for (int ho : {30, 29, 26})
-                for (uint32_t count = 2; count <= 4; ++count) {
-                  Case k{in_type, out_type, in_il, out_il, orient >> 1, orient & 1, flags, ho,
-                         natural_input_height(in_type, out_type, ho), 0, 0, 1, 2, 1, 1};
-                  k.in_h = k.hi + 3;
-                  k.out_h = k.ho + 4;
-                  bool ok = false;
-                  const std::vector<int> one = run_case(k, &ok);
-                  if (!ok && ++failures <= 5) ADD_FAILURE() << describe(k) << ": guard bytes damaged";
-                  std::vector<int> together(static_cast<size_t>(k.out_h), -1);
-                  k.slices = count;
-                  for (k.slice = 1; k.slice <= count; ++k.slice) {
-                    const std::vector<int> got = run_case(k, &ok);
-                    for (size_t m = 0; m < got.size(); ++m) {
-                      if (got[m] == -1 && ok) continue;
-                      if ((together[m] != -1 || got[m] != one[m] || !ok) && ++failures <= 5)
-                        ADD_FAILURE() << describe(k) << ": line " << m << " in two bands or not the one call's";
-                      together[m] = got[m];
-                    }
-                  }
-                  // Lines left over by an uneven split: fewer than a line pair per band.
-                  const long missing = std::count(together.begin(), together.end(), -1) -
-                                       std::count(one.begin(), one.end(), -1);
-                  const bool even = ho % static_cast<int>(count) == 0 && (ho / count) % 2 == 0;
-                  if ((missing >= 2 * static_cast<long>(count) || (even && together != one)) && ++failures <= 5)
-                    ADD_FAILURE() << describe(k) << ": bands do not make up the region";
-                }
-  EXPECT_EQ(failures, 0);
 }
 
 TEST(LCtrl, DumpListsTheFieldsInOrder) {

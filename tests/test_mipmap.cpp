@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -17,8 +16,8 @@
 
 namespace {
 
-using framedsp::DspFrameRateConverter;
-using framedsp_test::GuardedBuffer;
+using framedsp_test::converter_references;
+using framedsp_test::Pic;
 
 std::vector<std::string> g_entered;
 void recording_hook(const char *worker) { g_entered.emplace_back(worker); }
@@ -30,8 +29,7 @@ int count_entered(const char *worker) {
 }
 
 DSP_HANDLE new_converter() {
-  DSP_FRAME_RATE_CONVERTER_PARAMS p;
-  std::memset(&p, 0, sizeof p);
+  DSP_FRAME_RATE_CONVERTER_PARAMS p{};
   p.ulBaseCount = 1;
   p.lWidth = 720;
   p.lHeight = 576;
@@ -40,38 +38,8 @@ DSP_HANDLE new_converter() {
   return h;
 }
 
-// References held on a live converter (the probe's own reference not counted).
-int32_t references_of(DSP_HANDLE h) {
-  DspFrameRateConverter *c = framedsp::acquire_handle<DspFrameRateConverter>(h);
-  if (!c) return -1;
-  const int32_t held = c->references() - 1;
-  c->release();
-  return held;
-}
-
-void destroy(DSP_HANDLE h) {
-  DspFrameRateConverter *c = framedsp::acquire_handle<DspFrameRateConverter>(h);
-  ASSERT_NE(c, nullptr);
-  c->release();
-  EXPECT_EQ(c->release(), 0);
-}
-
-// An 8-bit plane of w x h, progressive, top-down, the whole image as region.
-void set_plane(DSP_IMAGE *image, uint8_t *memory, uint32_t w, uint32_t h) {
-  std::memset(image, 0, sizeof *image);
-  image->Buffer.pBuffer = memory;
-  image->Buffer.ulBytes = w * h;
-  image->Buffer.eBufferType = DSP_BUFFER_TYPE_FRAME;
-  image->Buffer.Region.ulWidth = w;
-  image->Buffer.Region.ulHeight = h;
-  image->ulWidth = w;
-  image->ulHeight = h;
-  image->ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
-  image->eInterlace = DSP_INTERLACE_PROGRESSIVE;
-  image->ulPrimaryStrideBytes = w;
-}
-
-// A five-level halving pyramid from 64 x 32, every level in its own guarded buffer.
+// A five-level halving pyramid from 64 x 32, every level in its own guarded buffer (rows without
+// padding).
 class MipMaps : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -81,9 +49,10 @@ class MipMaps : public ::testing::Test {
     uint32_t w = 64, h = 32;
     std::memset(&levels, 0, sizeof levels);
     levels.ulCount = DSP_MIPMAP_MAX_LEVELS;
+    memory.reserve(DSP_MIPMAP_MAX_LEVELS);  // the records point into the pictures
     for (uint32_t k = 0; k < DSP_MIPMAP_MAX_LEVELS; ++k) {
-      memory.emplace_back(new GuardedBuffer(w * h, 64, static_cast<uint8_t>(0x10 + k)));
-      set_plane(&levels.Levels[k], memory.back()->data(), w, h);
+      memory.emplace_back(DSP_PIXEL_FORMAT_MIPMAP, w, h, false, 0, static_cast<uint8_t>(0x10 + k), 64);
+      levels.Levels[k] = memory.back().image();
       w /= 2;
       h /= 2;
     }
@@ -95,21 +64,21 @@ class MipMaps : public ::testing::Test {
   }
   void TearDown() override {
     framedsp::set_worker_hook(nullptr);
-    destroy(converter);
+    framedsp_test::destroy_converter(converter);
   }
 
   std::string level_bytes() const {
     std::string all;
-    for (const auto &m : memory) all.append(reinterpret_cast<const char *>(m->data()), m->size());
+    for (const Pic &m : memory) all.append(reinterpret_cast<const char *>(m.data()), m.size());
     return all;
   }
   void expect_guards_intact() const {
     for (size_t k = 0; k < memory.size(); ++k)
-      EXPECT_TRUE(memory[k]->intact()) << "level " << k << ": " << memory[k]->damage();
+      EXPECT_TRUE(memory[k].mem->intact()) << "level " << k << ": " << memory[k].mem->damage();
   }
 
   DSP_HANDLE converter = nullptr;
-  std::vector<std::unique_ptr<GuardedBuffer>> memory;
+  std::vector<Pic> memory;
   DSP_MIPMAP_LEVELS levels;
   DSP_MIPMAP_PARAMS record;
 };
@@ -124,12 +93,12 @@ class MipMapRecordChecks : public MipMaps, public ::testing::WithParamInterface<
 TEST_P(MipMapRecordChecks, InvalidArgBeforeAnyLevelIsWritten) {
   GetParam().edit(record, levels);
   const std::string before = level_bytes();
-  const int32_t refs = references_of(converter);
+  const int32_t refs = converter_references(converter);
   EXPECT_EQ(DspCreateMipMaps(converter, &record), DSP_E_INVALIDARG);
   EXPECT_EQ(count_entered("DspScaler"), 0);
   EXPECT_TRUE(level_bytes() == before) << "a level was written although the record was refused";
   expect_guards_intact();
-  EXPECT_EQ(references_of(converter), refs);
+  EXPECT_EQ(converter_references(converter), refs);
 }
 
 using P = DSP_MIPMAP_PARAMS;
@@ -139,7 +108,6 @@ const BadRecord kBadRecords[] = {
     {"count6", [](P &, L &l) { l.ulCount = 6; }},
     {"count_all_ones", [](P &, L &l) { l.ulCount = 0xFFFFFFFFu; }},
     {"base_null", [](P &r, L &) { r.Base.Buffer.pBuffer = nullptr; }},
-    {"base_uyvy", [](P &r, L &) { r.Base.ePixelFormat = DSP_PIXEL_FORMAT_UYVY; }},
     {"base_luma_plane", [](P &r, L &) { r.Base.ePixelFormat = 261; }},
     {"last_level_format", [](P &, L &l) { l.Levels[4].ePixelFormat = 262; }},
     {"last_level_null", [](P &, L &l) { l.Levels[4].Buffer.pBuffer = nullptr; }},
@@ -159,7 +127,7 @@ TEST_F(MipMaps, LevelsPastTheCountAreNotChecked) {
 TEST_F(MipMaps, NullLevelListIsEPointer) {
   record.pLevels = nullptr;
   EXPECT_EQ(DspCreateMipMaps(converter, &record), DSP_E_POINTER);
-  EXPECT_EQ(references_of(converter), 1);
+  EXPECT_EQ(converter_references(converter), 1);
 }
 
 // Fewer than two levels do nothing; otherwise one scaler call per level after the first.
@@ -173,7 +141,7 @@ TEST_F(MipMaps, OneScalerCallPerLevel) {
     if (count < 2) { EXPECT_TRUE(level_bytes() == before); }
     if (count >= 2) { EXPECT_EQ(g_entered.front(), "DspCreateMipMaps"); }
     expect_guards_intact();
-    EXPECT_EQ(references_of(converter), 1);
+    EXPECT_EQ(converter_references(converter), 1);
   }
 }
 
@@ -216,8 +184,8 @@ TEST_P(MipMapLevels, HalvingLevelsFollowTheIntegerRatioRule) {
   const bool linear = GetParam() == DSP_SCALER_FILTER_LINEAR;
   record.eFilter = GetParam();
   std::mt19937 rng(framedsp_test::test_seed());
-  framedsp_test::fill_random(memory[0]->data(), memory[0]->size(), rng);
-  std::vector<uint8_t> expected(memory[0]->data(), memory[0]->data() + memory[0]->size());
+  framedsp_test::fill_random(memory[0].data(), memory[0].size(), rng);
+  std::vector<uint8_t> expected(memory[0].data(), memory[0].data() + memory[0].size());
   ASSERT_EQ(DspCreateMipMaps(converter, &record), DSP_S_OK);
   EXPECT_EQ(count_entered("DspScaler"), 4);
   uint32_t w = 64, h = 32;
@@ -225,13 +193,13 @@ TEST_P(MipMapLevels, HalvingLevelsFollowTheIntegerRatioRule) {
     expected = halve(expected, w, h, linear);
     w /= 2;
     h /= 2;
-    ASSERT_EQ(memory[k]->size(), expected.size());
-    EXPECT_TRUE(std::memcmp(memory[k]->data(), expected.data(), expected.size()) == 0)
+    ASSERT_EQ(memory[k].size(), expected.size());
+    EXPECT_TRUE(std::memcmp(memory[k].data(), expected.data(), expected.size()) == 0)
         << "level " << k << "\n"
-        << framedsp_test::hex_diff(expected.data(), memory[k]->data(), expected.size());
+        << framedsp_test::hex_diff(expected.data(), memory[k].data(), expected.size());
   }
   expect_guards_intact();
-  EXPECT_EQ(references_of(converter), 1);
+  EXPECT_EQ(converter_references(converter), 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Filters, MipMapLevels,
@@ -245,21 +213,20 @@ INSTANTIATE_TEST_SUITE_P(Filters, MipMapLevels,
 TEST_F(MipMaps, IneligibleLevelFallsBackToTheGeneralScaler) {
   levels.ulCount = 2;
   const uint32_t sw = 64, sh = 32, dw = 48, dh = 24;
-  set_plane(&levels.Levels[1], memory[1]->data(), dw, dh);
-  GuardedBuffer big(dw * dh, 64, 0x33);
-  set_plane(&levels.Levels[1], big.data(), dw, dh);
+  const Pic big(DSP_PIXEL_FORMAT_MIPMAP, dw, dh, false, 0, 0x33, 64);
+  levels.Levels[1] = big.image();
   std::mt19937 rng(framedsp_test::test_seed() + 1);
-  framedsp_test::fill_random(memory[0]->data(), memory[0]->size(), rng);
+  framedsp_test::fill_random(memory[0].data(), memory[0].size(), rng);
   ASSERT_EQ(DspCreateMipMaps(converter, &record), DSP_S_OK);
   const uint32_t hstep = sw * 16384 / dw, vstep = sh * 16384 / dh;
   for (uint32_t y = 0; y < dh; ++y) {
     const uint32_t sy = (y * vstep) >> 14;
     for (uint32_t x = 0; x < dw; ++x) {
       const uint32_t sx = (x * hstep) >> 14;
-      ASSERT_EQ(big[y * dw + x], memory[0]->data()[sy * sw + sx]) << x << "," << y;
+      ASSERT_EQ(big.data()[y * dw + x], memory[0].data()[sy * sw + sx]) << x << "," << y;
     }
   }
-  EXPECT_TRUE(big.intact()) << big.damage();
+  EXPECT_TRUE(big.mem->intact()) << big.mem->damage();
 }
 
 }  // namespace

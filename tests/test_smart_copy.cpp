@@ -1,17 +1,16 @@
 // DspBufferSmartCopy through the export: region copies between pictures of either orientation,
-// both planes of the two-plane formats, BT.601 <-> BT.709 against a floating-point conversion,
-// overlapping regions, fields end to end, scalar against SIMD, and a failed work line.  Every
-// expectation is computed here from the input bytes.
+// both planes of the two-plane formats, BT.601 <-> BT.709 as the plain copy followed by the colour
+// kernel with the scalar and the SIMD kernels, overlapping regions, fields end to end.  (A failed
+// work line is a row of the operations' work-memory table.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "platform/work_memory.h"
+#include "copy/color_kernels.h"
 #include "framedsp/framedsp.h"
 #include "test_util.h"
 
@@ -105,11 +104,9 @@ const GeometryCase kGeometry[] = {
     {"uyvy_key_planes_bottom_up_out", 28, 36, 10, 4, {2, 1, 20, 8}, false, 24, 12, 0, {2, 3, 20, 8}, true},
     // Pairs without a matrix, and formats that are never converted: the bytes arrive unchanged.
     {"uyvy_601_601", 21, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k601, k601},
-    {"yuyv_709_709", 25, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k709, k709},
     {"uyvy_unspecified_709", 21, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, 0, k709},
     {"bgr24_709_601", 1, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k709, k601},
     {"bgra_601_709", 0, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k601, k709},
-    {"bgr24_key_601_709", 5, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k601, k709},
     {"key8_601_709", 261, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k601, k709},
     {"y216_601_709", 22, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k601, k709},
     {"y416_709_601", 129, 24, 6, 4, {2, 1, 20, 5}, false, 30, 8, 0, {6, 2, 20, 5}, false, k709, k601},
@@ -198,102 +195,39 @@ TEST(SmartCopyOverlap, SameBufferMovesLikeMemmove) {
   }
 }
 
-// ---- colour conversion against floating point ----------------------------------------------------
+// ---- colour conversion: the plain copy, then the copy's colour kernel on each output line ----------
 
-struct Luma {
-  double kr, kb;
-};
-
-// Limited-range Y'CbCr of one standard to the other through R'G'B', in double.
-void convert_pixel(double y, double cb, double cr, Luma from, Luma to, double out[3]) {
-  const double yy = (y - 16) / 219, pb = (cb - 128) / 224, pr = (cr - 128) / 224;
-  const double r = yy + 2 * (1 - from.kr) * pr, b = yy + 2 * (1 - from.kb) * pb;
-  const double g = (yy - from.kr * r - from.kb * b) / (1 - from.kr - from.kb);
-  const double y2 = to.kr * r + (1 - to.kr - to.kb) * g + to.kb * b;
-  out[0] = std::clamp(16 + 219 * y2, 0.0, 255.0);
-  out[1] = std::clamp(128 + 224 * (b - y2) / (2 * (1 - to.kb)), 0.0, 255.0);
-  out[2] = std::clamp(128 + 224 * (r - y2) / (2 * (1 - to.kr)), 0.0, 255.0);
-}
-
-TEST(SmartCopyColor, MatchesTheFloatingPointConversionWithinOne) {
+// (The kernels and their matrices are checked against the formula and the exact conversion in
+// test_color_kernels.cpp.)  The key plane of a two-plane format is copied as it is.  The same bytes
+// with the scalar and the SIMD kernels, on lines off 16-byte alignment.
+TEST(SmartCopyColor, IsThePlainCopyThenTheKernelOnEveryLine) {
   const struct {
     uint32_t format, in_space, out_space;
     bool out_up;
   } cases[] = {{21, k601, k709, false}, {21, k709, k601, false}, {25, k601, k709, false},
                {25, k709, k601, true},  {28, k601, k709, false}, {30, k709, k601, false}};
-  const Luma k601luma{0.299, 0.114}, k709luma{0.2126, 0.0722};
+  framedsp::ColorKernelTable kernels;
+  framedsp::color_table_init(&kernels, 0);
   for (const auto &c : cases) {
-    SCOPED_TRACE(c.format);
-    std::mt19937 rng(framedsp_test::test_seed());
-    Pic in(c.format, 50, 12, false, 6), out(c.format, 60, 14, c.out_up, 2);
-    in.randomise(rng);
-    out.randomise(rng);
-    const Region ir{4, 2, 38, 9}, orr{10, 3, 38, 9};
-    Pic want(out);
-    model_copy(in, ir, want, orr, true);  // the key plane is copied as it is
-    ASSERT_EQ(copy(describe(in, ir, c.in_space), describe(out, orr, c.out_space)), DSP_S_OK);
-    const Luma from = c.in_space == k601 ? k601luma : k709luma, to = c.out_space == k601 ? k601luma : k709luma;
-    const bool yuyv = c.format == 25 || c.format == 30;
-    const int iy0 = yuyv ? 0 : 1, icb = yuyv ? 1 : 0;
-    double worst = 0;
-    int changed = 0;
-    for (uint32_t r = 0; r < orr.h; ++r) {
-      const uint8_t *s = in.row(ir.y + r) + 2 * ir.x;
-      uint8_t *d = out.row(orr.y + r) + 2 * orr.x;
-      for (uint32_t p = 0; p + 1 < orr.w; p += 2, s += 4, d += 4) {
-        double a[3], b[3];
-        convert_pixel(s[iy0], s[icb], s[icb + 2], from, to, a);
-        convert_pixel(s[iy0 + 2], s[icb], s[icb + 2], from, to, b);
-        const double model[4] = {a[0], b[0], a[1], a[2]};  // y0, y1, cb, cr; chroma agrees for a and b
-        const int at[4] = {iy0, iy0 + 2, icb, icb + 2};
-        for (int k = 0; k < 4; ++k) {
-          worst = std::max(worst, std::fabs(d[at[k]] - model[k]));
-          changed += d[at[k]] != s[at[k]];
-        }
+    for (bool simd : {false, true}) {
+      std::mt19937 rng(framedsp_test::test_seed());
+      Pic in(c.format, 50, 12, false, 6), out(c.format, 60, 14, c.out_up, 2);
+      in.randomise(rng);
+      out.randomise(rng);
+      const Region ir{4, 2, 38, 9}, orr{10, 3, 38, 9};
+      const Pic want(out);
+      model_copy(in, ir, want, orr);
+      const bool yuyv = c.format == 25 || c.format == 30;
+      for (uint32_t r = 0; r < orr.h; ++r) {
+        uint8_t *line = want.row(orr.y + r) + 2 * orr.x;
+        (yuyv ? kernels.yuyv : kernels.uyvy)(line, line, orr.w, framedsp::color_matrix(c.in_space, c.out_space));
       }
-      std::memcpy(want.row(orr.y + r) + 2 * orr.x, out.row(orr.y + r) + 2 * orr.x, 4 * (orr.w / 2));
-    }
-    EXPECT_LE(worst, 1.0005) << "largest difference from the floating-point conversion";
-    EXPECT_GT(changed, 100) << "the conversion left the picture nearly unchanged";
-    EXPECT_TRUE(same_bytes(want, out)) << "outside the region or in the key plane";
-  }
-}
-
-TEST(SmartCopyIsa, ScalarAndSimdGiveIdenticalBytes) {
-  for (uint32_t format : {21u, 25u, 28u, 1u}) {
-    for (uint32_t out_space : {k601, k709}) {
-      for (uint32_t width : {2u, 6u, 18u, 34u, 66u, 130u}) {
-        std::mt19937 rng(framedsp_test::test_seed() + width);
-        Pic in(format, width + 8, 5, false, 7), scalar(format, width + 4, 5, false, 1), simd(scalar);
-        in.randomise(rng);
-        // Odd x offsets move the source off 16-byte alignment (format 1: any byte).
-        const Region ir{format == 1 ? 3 : 2, 0, width, 5}, orr{2, 0, width, 5};
-        {
-          CpuLevel level(false);
-          ASSERT_EQ(copy(describe(in, ir, k601), describe(scalar, orr, out_space)), DSP_S_OK);
-        }
-        ASSERT_EQ(copy(describe(in, ir, k601), describe(simd, orr, out_space)), DSP_S_OK);
-        EXPECT_TRUE(same_bytes(scalar, simd)) << format << " " << out_space << " " << width;
+      {
+        CpuLevel level(simd);
+        ASSERT_EQ(copy(describe(in, ir, c.in_space), describe(out, orr, c.out_space)), DSP_S_OK);
       }
+      EXPECT_TRUE(same_bytes(want, out)) << c.format << " simd " << simd;
     }
-  }
-}
-
-// A converting copy whose work line is refused fails before writing either plane; a plain copy
-// takes no work line, so a pending failure does not touch it.
-TEST(SmartCopyWorkMemory, FailedWorkLineWritesNothing) {
-  for (uint32_t out_space : {k709, k601}) {
-    std::mt19937 rng(framedsp_test::test_seed());
-    Pic in(28, 40, 6, false, 8), out(28, 40, 6, false, 0);
-    in.randomise(rng);
-    out.randomise(rng);
-    const Pic before(out);
-    framedsp::work_memory_fail_at(1);
-    const DSP_HRESULT hr = copy(describe(in, {0, 0, 40, 6}, k601), describe(out, {0, 0, 40, 6}, out_space));
-    framedsp::work_memory_fail_at(0);
-    EXPECT_EQ(hr, out_space == k709 ? DSP_E_FAIL : DSP_S_OK);
-    EXPECT_EQ(out_space == k709, std::memcmp(before.data(), out.data(), out.size()) == 0);
-    EXPECT_TRUE(out.mem->intact());
   }
 }
 

@@ -6,7 +6,10 @@
 #include <cstring>
 #include <new>
 
+#include "framerate/converter.h"
 #include "platform/cpu.h"
+#include "platform/handle.h"
+#include "platform/trace.h"
 #include "platform/work_memory.h"
 #include "test_os.h"
 
@@ -171,24 +174,28 @@ DSP_FILTER_PARAMS filter_params(uint32_t type, const void *settings, const DSP_B
   return ::testing::AssertionSuccess();
 }
 
-void expect_released_on_every_failure(const std::function<DSP_HRESULT()> &call, DSP_HRESULT failure) {
-  auto outstanding = [] {
-    const framedsp::WorkMemoryStats s = framedsp::work_memory_stats();
-    return s.allocations - s.releases;
-  };
-  const uint64_t base = outstanding(), before = framedsp::work_memory_stats().allocations;
-  ASSERT_EQ(call(), DSP_S_OK);
-  const uint64_t used = framedsp::work_memory_stats().allocations - before;
-  EXPECT_GT(used, 0u);
-  EXPECT_EQ(outstanding(), base) << "after success";
-  for (uint64_t k = 1; k <= used + 1; ++k) {
-    framedsp::work_memory_fail_at(k);
-    const uint64_t at = framedsp::work_memory_stats().allocations;
-    EXPECT_EQ(call(), k > used ? DSP_S_OK : failure) << "allocation " << k;
-    framedsp::work_memory_fail_at(0);
-    EXPECT_EQ(framedsp::work_memory_stats().allocations - at, k > used ? used : k - 1) << "allocation " << k;
-    EXPECT_EQ(outstanding(), base) << "blocks left after failing allocation " << k;
-  }
+std::string traced(int on, const std::function<void()> &call) {
+  framedsp::set_trace_override(on);
+  ::testing::internal::CaptureStderr();
+  call();
+  std::string text = ::testing::internal::GetCapturedStderr();
+  framedsp::set_trace_override(-1);
+  return text;
+}
+
+int32_t converter_references(DSP_HANDLE h) {
+  auto *converter = framedsp::acquire_handle<framedsp::DspFrameRateConverter>(h);
+  if (!converter) return -1;
+  const int32_t held = converter->references() - 1;
+  converter->release();
+  return held;
+}
+
+void destroy_converter(DSP_HANDLE h) {
+  auto *converter = framedsp::acquire_handle<framedsp::DspFrameRateConverter>(h);
+  ASSERT_NE(converter, nullptr);
+  converter->release();
+  EXPECT_EQ(converter->release(), 0);
 }
 
 CpuLevel::CpuLevel(bool simd) { framedsp::set_cpu_mask(simd ? ~0u : 0u); }

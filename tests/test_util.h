@@ -111,10 +111,13 @@ DSP_FILTER_PARAMS filter_params(uint32_t type, const void *settings, const DSP_B
 // Both pictures' bytes equal, and `got`'s guard margins intact.
 ::testing::AssertionResult same_bytes(const Pic &want, const Pic &got);
 
-// Runs `call` once (it must succeed and take work memory), then fails each of its allocations in
-// turn: every failure answers `failure` and every call leaves no block behind.
-void expect_released_on_every_failure(const std::function<DSP_HRESULT()> &call,
-                                      DSP_HRESULT failure = DSP_E_OUTOFMEMORY);
+// Runs `call` with tracing on (on = 1) or off (0) and returns what it printed on stderr.
+std::string traced(int on, const std::function<void()> &call);
+
+// References held on a live frame-rate converter, less the probe's own (-1: not a live one).
+int32_t converter_references(DSP_HANDLE h);
+// Drops a converter's creation reference, which no export does: it must be the last one.
+void destroy_converter(DSP_HANDLE h);
 
 // Forces the scalar kernels (false) or every instruction set the machine has (true) while alive.
 struct CpuLevel {
