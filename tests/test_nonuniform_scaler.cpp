@@ -199,9 +199,6 @@ TEST(NonUniformScaler, ScalarStagedAndBandsMatchOneCall) {
     again(1, 1, true);
     again(0, 3, true);
   }
-  Pic in = random_pic(21, 64, 8), out(21, 96, 8);
-  DSP_NONUNIFORM_SCALER_PARAMS p = params(2, 3, framedsp_test::buffer_of(in.image(), out.image()), 1);
-  framedsp_test::expect_released_on_every_failure([&] { return DspNonUniformScaler(&p); });
 }
 
 }  // namespace

@@ -68,6 +68,17 @@ DSP_HRESULT scale_half(const DSP_BUFFER &b) {
   return DspScaler(&p);
 }
 
+// The panorama (mode 1) or its inverse (mode 2) between the scaler's regions.
+DSP_HRESULT panorama(const DSP_BUFFER &b, uint32_t mode, uint32_t filter, uint32_t options) {
+  DSP_NONUNIFORM_SCALER_PARAMS p{};
+  p.eStretchMode = mode, p.eFilter = filter, p.ulCentreWidthQ14 = 3277, p.ulCentreScaleQ14 = 13926;
+  p.Buffer = b;
+  p.Buffer.In.Buffer.Region.ulWidth = b.In.Buffer.Region.ulWidth / 4 * 3;
+  p.ulOptions = options;
+  if (options & DSP_SCALER_OPTION_FILTERED) p.eFilterType = DSP_FILTER_TYPE_FIR, p.pSettings = &kFir;
+  return DspNonUniformScaler(&p);
+}
+
 struct Operation {
   const char *name;
   DSP_HRESULT (*call)(const DSP_BUFFER &);
@@ -91,9 +102,13 @@ const Operation kOperations[] = {
     {"scale_filtered_staged",
      [](const DSP_BUFFER &b) { return scale(b, 0, DSP_SCALER_OPTION_FILTERED | DSP_SCALER_OPTION_STAGED); }, true},
     {"scale_widths_only", [](const DSP_BUFFER &b) { return scale(b, DSP_SCALER_FILTER_LINEAR, 0, false); }, true},
+    {"panorama_linear", [](const DSP_BUFFER &b) { return panorama(b, 1, 1, 0); }, true},
+    {"panorama_inverse_cubic_filtered_staged",
+     [](const DSP_BUFFER &b) { return panorama(b, 2, 2, DSP_SCALER_OPTION_FILTERED | DSP_SCALER_OPTION_STAGED); },
+     true},
 };
 enum { kCopy, kFirOp, kFirTemp, kFirOffOp, kBoxOp, kBoxTemp, kSubFir, kSubBox, kScaleLinear, kScaleStaged,
-       kScaleFiltered, kScaleHalf, kScaleFilteredStaged, kScaleWidths, kOps };
+       kScaleFiltered, kScaleHalf, kScaleFilteredStaged, kScaleWidths, kPanorama, kPanoramaInverse, kOps };
 bool is_scaler(int op) { return op >= kScaleLinear; }
 
 // ---- bands ------------------------------------------------------------------------------------
@@ -238,6 +253,9 @@ const MemoryCase kMemoryCases[] = {
     {"scale_filtered_uyvy", kScaleFiltered, 21, 0, 0, 2, 4, DSP_E_OUTOFMEMORY},
     {"scale_filtered_staged_uyvy", kScaleFilteredStaged, 21, 0, 0, 2, 5, DSP_E_OUTOFMEMORY},
     {"scale_widths_only_uyvy", kScaleWidths, 21, 0, 0, 2, 1, DSP_E_OUTOFMEMORY},
+    // (The panorama: its column table, its row table and the engine's plan; staged adds a picture.)
+    {"panorama_uyvy", kPanorama, 21, 0, 0, 2, 3, DSP_E_OUTOFMEMORY},
+    {"panorama_inverse_staged_bgra_to_field", kPanoramaInverse, 0, 0, 0, 1, 4, DSP_E_OUTOFMEMORY},
 };
 
 class OperationWorkMemory : public ::testing::TestWithParam<MemoryCase> {
