@@ -156,7 +156,10 @@ inline __m256i two_tap_words(const uint8_t *src, const ResampleHTwoTap &e) {
   return _mm256_add_epi16(p, _mm256_mulhrs_epi16(d, load32(e.f2)));
 }
 
-void horz_two_tap_avx2(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p) {
+// The blocks of a one- or two-tap plan, two at a time, then one; blocks whose window does not fit
+// and the tail take the scalar rows.
+template <__m256i (*Words)(const uint8_t *, const ResampleHTwoTap &)>
+void horz_blocks_avx2(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p) {
   const ResampleHTwoTap *t = p->two_tap;
   if (!t) {
     resample_horz_bytes_c(src, dst, p, 0, p->dst_bytes);
@@ -170,16 +173,20 @@ void horz_two_tap_avx2(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan 
       continue;
     }
     // Words [A0 | A1] and [B0 | B1]; packus gives [A0 B0 | A1 B1], the permute [A0 A1 B0 B1].
-    const __m256i v = _mm256_packus_epi16(two_tap_words(src, t[b]), two_tap_words(src, t[b + 1]));
+    const __m256i v = _mm256_packus_epi16(Words(src, t[b]), Words(src, t[b + 1]));
     _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + 16 * b), _mm256_permute4x64_epi64(v, 0xD8));
   }
   if (b < n && t[b].fits) {
-    const __m256i v = _mm256_packus_epi16(two_tap_words(src, t[b]), _mm256_setzero_si256());
+    const __m256i v = _mm256_packus_epi16(Words(src, t[b]), _mm256_setzero_si256());
     _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 16 * b),
                      _mm256_castsi256_si128(_mm256_permute4x64_epi64(v, 0xD8)));
     ++b;
   }
   resample_horz_bytes_c(src, dst, p, 16 * b, p->dst_bytes);
+}
+
+void horz_two_tap_avx2(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p) {
+  horz_blocks_avx2<two_tap_words>(src, dst, p);
 }
 
 // Two lines through the two-tap blocks, each result clamped to 0..255 as its byte would be, then
@@ -220,22 +227,7 @@ inline __m256i one_tap_words(const uint8_t *src, const ResampleHTwoTap &e) {
 }
 
 void horz_one_tap_avx2(const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p) {
-  const ResampleHTwoTap *t = p->two_tap;
-  if (!t) {
-    resample_horz_bytes_c(src, dst, p, 0, p->dst_bytes);
-    return;
-  }
-  const size_t n = p->two_tap_blocks;
-  size_t b = 0;
-  for (; b + 2 <= n; b += 2) {
-    if (!(t[b].fits & t[b + 1].fits)) {
-      resample_horz_bytes_c(src, dst, p, 16 * b, 16 * b + 32);
-      continue;
-    }
-    const __m256i v = _mm256_packus_epi16(one_tap_words(src, t[b]), one_tap_words(src, t[b + 1]));
-    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst + 16 * b), _mm256_permute4x64_epi64(v, 0xD8));
-  }
-  resample_horz_bytes_c(src, dst, p, 16 * b, p->dst_bytes);
+  horz_blocks_avx2<one_tap_words>(src, dst, p);
 }
 
 }  // namespace
