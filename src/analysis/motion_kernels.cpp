@@ -71,6 +71,32 @@ void sad_b4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t 
   }
 }
 
+void sad_avg4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride, const uint8_t *c,
+                ptrdiff_t c_stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[4]) {
+  out[0] = out[1] = out[2] = out[3] = 0;
+  for (uint32_t y = 0; y < h; ++y, a += a_stride, b += b_stride, c += c_stride) {
+    for (uint32_t x = 0; x < w; ++x) {
+      const int m = (b[x] + c[x] + 1) >> 1;
+      out[(y >= sy ? 2 : 0) + (x >= sx ? 1 : 0)] += static_cast<uint32_t>(a[x] > m ? a[x] - m : m - a[x]);
+    }
+  }
+}
+
+namespace {
+uint8_t six_tap(int p0, int p1, int p2, int p3, int p4, int p5) {
+  const int v = (p0 - 5 * p1 + 20 * p2 + 20 * p3 - 5 * p4 + p5 + 16) >> 5;  // -2550..10710 before the shift
+  return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
+}
+}  // namespace
+
+void half_h_c(const uint8_t *p, uint8_t *out, size_t n) {
+  for (size_t i = 0; i < n; ++i, ++p) out[i] = six_tap(p[-2], p[-1], p[0], p[1], p[2], p[3]);
+}
+
+void half_v_c(const uint8_t *const r[6], uint8_t *out, size_t n) {
+  for (size_t i = 0; i < n; ++i) out[i] = six_tap(r[0][i], r[1][i], r[2][i], r[3][i], r[4][i], r[5][i]);
+}
+
 void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
   table->sad = sad_c;
   table->sad_avg = sad_avg_c;
@@ -78,6 +104,9 @@ void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
   table->sad_q = sad_q_c;
   table->sad_q4 = sad_q4_c;
   table->sad_b4 = sad_b4_c;
+  table->sad_avg4 = sad_avg4_c;
+  table->half_h = half_h_c;
+  table->half_v = half_v_c;
 #if defined(FRAMEDSP_HAVE_X86)
   if (cpu_flags & kCpuSSE2) motion_kernels_init_sse2(table);
   if (cpu_flags & kCpuAVX2) motion_kernels_init_avx2(table);

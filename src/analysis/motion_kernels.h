@@ -17,6 +17,12 @@
 //            the column left of and the line above a, and w + 1 columns and h + 1 lines of f,
 //            where the fraction is not 0.  Equal sampling on both sides keeps the match from
 //            favouring whole pixels on detailed pictures.
+//   sad_avg4 sad_avg's sum in the four parts of sad_q4: |a - ((b + c + 1) >> 1)|; with c = b the
+//            plain SAD.  Quarter-pixel samples of the half-pixel planes.
+//   half_h   the half-pixel samples of a line: out[i] = clip((p[i-2] - 5 p[i-1] + 20 p[i]
+//            + 20 p[i+1] - 5 p[i+2] + p[i+3] + 16) >> 5) for i in [0, n), reading p[-2, n + 3).
+//   half_v   the same across six lines: out[i] from r[0][i] .. r[5][i] (r[2] and r[3] the two
+//            lines the sample lies between).
 // Blocks are 1..64 samples wide and 1..64 lines high; strides may be negative (bottom-up
 // pictures).  Sums are exact integers, so every ISA gives the same value whatever its order.
 // The table is filled with the scalar kernels, then overridden by what the CPU flags allow.
@@ -41,6 +47,11 @@ using SadQ4Kernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t
                              ptrdiff_t f_stride, uint32_t w, uint32_t h, uint32_t fx, uint32_t fy,
                              uint32_t sx, uint32_t sy, uint32_t out[4]);
 using SadB4Kernel = SadQ4Kernel;
+using SadAvg4Kernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
+                               const uint8_t *c, ptrdiff_t c_stride, uint32_t w, uint32_t h, uint32_t sx,
+                               uint32_t sy, uint32_t out[4]);
+using HalfLineKernel = void (*)(const uint8_t *p, uint8_t *out, size_t n);
+using HalfColumnKernel = void (*)(const uint8_t *const r[6], uint8_t *out, size_t n);
 
 struct MotionKernels {
   SadKernel sad;
@@ -49,6 +60,9 @@ struct MotionKernels {
   SadQKernel sad_q;
   SadQ4Kernel sad_q4;
   SadB4Kernel sad_b4;
+  SadAvg4Kernel sad_avg4;
+  HalfLineKernel half_h;
+  HalfColumnKernel half_v;
 };
 
 uint32_t sad_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
@@ -64,6 +78,11 @@ void sad_q4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t 
 void sad_b4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t f_stride,
               uint32_t w, uint32_t h, uint32_t fx, uint32_t fy, uint32_t sx, uint32_t sy,
               uint32_t out[4]);
+
+void sad_avg4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride, const uint8_t *c,
+                ptrdiff_t c_stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[4]);
+void half_h_c(const uint8_t *p, uint8_t *out, size_t n);
+void half_v_c(const uint8_t *const r[6], uint8_t *out, size_t n);
 
 // Scalar kernels, then whatever `cpu_flags` (CpuFlags bits) allows on this build.
 void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags);

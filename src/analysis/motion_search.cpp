@@ -101,6 +101,83 @@ void block_sad_b4(const MotionKernels &k, const MotionBlock &block, const Motion
   k.sad_b4(a, as, b, bs, static_cast<uint32_t>(block.w), static_cast<uint32_t>(block.h), fx, fy, sx, sy, out);
 }
 
+namespace {
+
+ptrdiff_t plane_stride(int32_t width) { return (static_cast<ptrdiff_t>(width) + 31) & ~ptrdiff_t{31}; }
+
+// One line of `picture` with two samples of its edge repeated before it and three after it.
+void padded_line(const MotionPlane &picture, int32_t y, uint8_t *out) {
+  const uint8_t *row = at(picture, 0, y);
+  const int32_t w = picture.width;
+  out[0] = out[1] = row[0];
+  std::memcpy(out + 2, row, static_cast<size_t>(w));
+  out[w + 2] = out[w + 3] = out[w + 4] = row[w - 1];
+}
+
+// half_v over the six lines of `source` around y (lines y - 2 .. y + 3, clamped).
+void half_column(const MotionKernels &k, const MotionPlane &source, int32_t y, uint8_t *out) {
+  const uint8_t *r[6];
+  for (int32_t i = 0; i < 6; ++i) r[i] = at(source, 0, clamp(y - 2 + i, 0, source.height - 1));
+  k.half_v(r, out, static_cast<size_t>(source.width));
+}
+
+}  // namespace
+
+size_t HalfPlanes::bytes(int32_t width, int32_t height) {
+  return 3 * static_cast<size_t>(plane_stride(width)) * static_cast<size_t>(height) + plane_stride(width + 5);
+}
+
+void make_half_planes(const MotionKernels &k, const MotionPlane &picture, uint8_t *memory, HalfPlanes *out) {
+  const ptrdiff_t stride = plane_stride(picture.width);
+  const size_t plane = static_cast<size_t>(stride) * static_cast<size_t>(picture.height);
+  out->p[0] = picture;
+  for (int i = 1; i < 4; ++i) {
+    out->p[i] = MotionPlane{memory + (i - 1) * plane, stride, picture.width, picture.height};
+  }
+  uint8_t *line = memory + 3 * plane, *across = memory, *down = memory + plane, *both = memory + 2 * plane;
+  for (int32_t y = 0; y < picture.height; ++y) {
+    padded_line(picture, y, line);
+    k.half_h(line + 2, across + y * stride, static_cast<size_t>(picture.width));
+    half_column(k, picture, y, down + y * stride);
+  }
+  for (int32_t y = 0; y < picture.height; ++y) half_column(k, out->p[1], y, both + y * stride);
+}
+
+void block_sad_sub4(const MotionKernels &k, const MotionBlock &block, const HalfPlanes &planes, int32_t qx,
+                    int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]) {
+  // Positions on the grid of half pixels (2x + 1 lies halfway between x and x + 1).
+  const int32_t fx = qx & 3, fy = qy & 3, hx = 2 * block.x + (qx >> 1), hy = 2 * block.y + (qy >> 1);
+  int32_t x0 = hx, y0 = hy, x1 = hx + (qx & 1), y1 = hy + (qy & 1);
+  if ((fx & 1) && (fy & 1)) {  // diagonal quarters: across from the half-pixel samples on the nearest line and column
+    x0 = 2 * block.x + 2 * (qx >> 2) + 1;
+    y0 = 2 * block.y + 2 * (qy >> 2) + (fy == 3 ? 2 : 0);
+    x1 = 2 * block.x + 2 * (qx >> 2) + (fx == 3 ? 2 : 0);
+    y1 = 2 * block.y + 2 * (qy >> 2) + 1;
+  }
+  const MotionPlane &p0 = planes.p[((y0 & 1) << 1) | (x0 & 1)], &p1 = planes.p[((y1 & 1) << 1) | (x1 & 1)];
+  const int32_t px0 = x0 >> 1, py0 = y0 >> 1, px1 = x1 >> 1, py1 = y1 >> 1;
+  const uint32_t w = static_cast<uint32_t>(block.w), h = static_cast<uint32_t>(block.h);
+  alignas(16) uint8_t f0[kFetchStride * kSadMaxSide], f1[kFetchStride * kSadMaxSide];
+  const uint8_t *b = f0, *c = f1;
+  ptrdiff_t bs = kFetchStride, cs = kFetchStride;
+  if (inside(p0, px0, py0, block.w, block.h)) {
+    b = at(p0, px0, py0);
+    bs = p0.stride;
+  } else {
+    fetch_clamped(p0, px0, py0, block.w, block.h, f0);
+  }
+  if (&p0 == &p1 && px0 == px1 && py0 == py1) {
+    c = b;
+    cs = bs;
+  } else if (inside(p1, px1, py1, block.w, block.h)) {
+    c = at(p1, px1, py1);
+    cs = p1.stride;
+  } else {
+    fetch_clamped(p1, px1, py1, block.w, block.h, f1);
+  }
+  k.sad_avg4(block.a, block.a_stride, b, bs, c, cs, w, h, sx, sy, out);
+}
+
 MotionVec TemporalSource::at(int32_t x, int32_t y) const {
   const int32_t col = clamp(x, 0, width - 1) / grid.bw, row = clamp(y, 0, height - 1) / grid.bh;
   DSP_MOTION_VECTOR e;

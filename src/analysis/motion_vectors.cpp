@@ -113,6 +113,7 @@ struct Work {
   uint8_t *loose = nullptr;   // the level being searched
   uint32_t *around = nullptr;  // level 0
   BlockParts *parts = nullptr;  // level 0
+  uint8_t *half = nullptr;      // the target's half-pixel planes (sub-pixel vectors only)
   uint8_t *exhaustive[2] = {};
   MotionVec *vec[2] = {};
   uint16_t *cost[2] = {}, *flags[2] = {};
@@ -151,6 +152,7 @@ size_t layout(const Plan &p, uint8_t *base, Work *w) {
   w->loose = carve(base, &at, largest);
   w->around = reinterpret_cast<uint32_t *>(carve(base, &at, static_cast<size_t>(p.grids[0].count()) * 5 * 4));
   w->parts = reinterpret_cast<BlockParts *>(carve(base, &at, static_cast<size_t>(p.grids[0].count()) * sizeof(BlockParts)));
+  if (p.subpel) w->half = carve(base, &at, HalfPlanes::bytes(p.geo.a[0].width, p.geo.a[0].height));
   for (int d = 0; d < 2; ++d) {
     w->exhaustive[d] = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
     w->vec[d] = vecs(nf);
@@ -228,6 +230,11 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   FinalStage f;
   f.a = src[0];
   f.b = dst[0];
+  HalfPlanes half;
+  if (p.subpel) {
+    make_half_planes(k, dst[0], w.half, &half);
+    f.half = &half;
+  }
   f.search_grid = p.grids[0];
   f.search = out[0];
   f.exhaustive = w.exhaustive[d];
@@ -239,7 +246,6 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   f.split = !(p.flags & DSP_MOTION_NO_SPLIT);
   f.subpel = p.subpel;
   f.use_global = !(p.flags & DSP_MOTION_NO_GLOBAL);
-  f.around = w.around;
   f.loose = w.loose;
   f.refined = w.scratch0;
   f.settled = w.scratch1;

@@ -417,6 +417,124 @@ void sad_b4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, 
   sad_b4_c(a, as, f, fs, w, h, fx, fy, sx, sy, out);
 }
 
+// sad_avg4: 16-wide blocks split after 8 (or 16) columns take psadbw's halves; the rest four
+// sad_avg sums.  With c = b the average is b itself and is skipped.
+template <class B>
+inline void avg4_16(const uint8_t *a, ptrdiff_t as, B b, uint32_t h, uint32_t sy, uint32_t out[4]) {
+  __m128i acc[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
+#if defined(__AVX2__)
+  __m256i wide[2] = {_mm256_setzero_si256(), _mm256_setzero_si256()};
+#endif
+  for (uint32_t y = 0; y < h;) {
+#if defined(__AVX2__)
+    if (y + 1 < h && y + 1 != sy) {  // two lines on the same side of the split
+      wide[y >= sy] = _mm256_add_epi64(wide[y >= sy], _mm256_sad_epu8(two16(a, as), b.two(0)));
+      y += 2, a += 2 * as, b.next(2);
+      continue;
+    }
+#endif
+    acc[y >= sy] = _mm_add_epi64(acc[y >= sy], _mm_sad_epu8(load16(a), b.at16(0)));
+    ++y, a += as, b.next(1);
+  }
+  for (int part = 0; part < 2; ++part) {
+#if defined(__AVX2__)
+    acc[part] = _mm_add_epi64(acc[part], _mm_add_epi64(_mm256_castsi256_si128(wide[part]),
+                                                       _mm256_extracti128_si256(wide[part], 1)));
+#endif
+    out[2 * part] = static_cast<uint32_t>(_mm_cvtsi128_si32(acc[part]));
+    out[2 * part + 1] = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(acc[part], 8)));
+  }
+}
+
+void sad_avg4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs, const uint8_t *c, ptrdiff_t cs,
+                  uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[4]) {
+  const bool same = b == c && bs == cs;
+  if (w == 16 && (sx == 8 || sx == 16)) {
+    if (same) {
+      avg4_16(a, as, One{b, bs}, h, sy, out);
+    } else {
+      avg4_16(a, as, Avg{b, bs, c, cs}, h, sy, out);
+    }
+    if (sx == 16) join_columns(out);
+    return;
+  }
+  auto part = [&](uint32_t x, uint32_t y, uint32_t pw, uint32_t ph) -> uint32_t {
+    if (pw == 0 || ph == 0) return 0;
+    const ptrdiff_t ya = static_cast<ptrdiff_t>(y);
+    return sad_avg_x86(a + ya * as + x, as, b + ya * bs + x, bs, c + ya * cs + x, cs, pw, ph);
+  };
+  out[0] = part(0, 0, sx, sy);
+  out[1] = part(sx, 0, w - sx, sy);
+  out[2] = part(0, sy, sx, h - sy);
+  out[3] = part(sx, sy, w - sx, h - sy);
+}
+
+// The six-tap half-pixel filter on 16-bit lanes: (p0 + p5) - 5 (p1 + p4) + 20 (p2 + p3) lies in
+// -2550..10710, so the sums are exact; packus clamps to 0..255.
+#if defined(__AVX2__)
+using Wide = __m256i;
+inline Wide wload(const uint8_t *p) { return load32(p); }
+inline Wide wzero() { return _mm256_setzero_si256(); }
+inline Wide lo16(Wide v) { return _mm256_unpacklo_epi8(v, wzero()); }
+inline Wide hi16(Wide v) { return _mm256_unpackhi_epi8(v, wzero()); }
+inline Wide six(Wide p0, Wide p1, Wide p2, Wide p3, Wide p4, Wide p5) {
+  const Wide outer = _mm256_add_epi16(p0, p5), mid = _mm256_add_epi16(p1, p4), inner = _mm256_add_epi16(p2, p3);
+  const Wide v = _mm256_add_epi16(_mm256_sub_epi16(outer, _mm256_mullo_epi16(mid, _mm256_set1_epi16(5))),
+                                  _mm256_mullo_epi16(inner, _mm256_set1_epi16(20)));
+  return _mm256_srai_epi16(_mm256_add_epi16(v, _mm256_set1_epi16(16)), 5);
+}
+inline void wstore(uint8_t *p, Wide lo, Wide hi) {
+  _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), _mm256_packus_epi16(lo, hi));
+}
+constexpr size_t kWide = 32;
+#else
+using Wide = __m128i;
+inline Wide wload(const uint8_t *p) { return load16(p); }
+inline Wide wzero() { return _mm_setzero_si128(); }
+inline Wide lo16(Wide v) { return _mm_unpacklo_epi8(v, wzero()); }
+inline Wide hi16(Wide v) { return _mm_unpackhi_epi8(v, wzero()); }
+inline Wide six(Wide p0, Wide p1, Wide p2, Wide p3, Wide p4, Wide p5) {
+  const Wide outer = _mm_add_epi16(p0, p5), mid = _mm_add_epi16(p1, p4), inner = _mm_add_epi16(p2, p3);
+  const Wide v = _mm_add_epi16(_mm_sub_epi16(outer, _mm_mullo_epi16(mid, _mm_set1_epi16(5))),
+                               _mm_mullo_epi16(inner, _mm_set1_epi16(20)));
+  return _mm_srai_epi16(_mm_add_epi16(v, _mm_set1_epi16(16)), 5);
+}
+inline void wstore(uint8_t *p, Wide lo, Wide hi) {
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm_packus_epi16(lo, hi));
+}
+constexpr size_t kWide = 16;
+#endif
+
+// Six vectors of samples, the filter over their low and high halves (unpack and pack stay within
+// 128-bit lanes, so the order survives).
+inline void six_store(const Wide v[6], uint8_t *out) {
+  wstore(out, six(lo16(v[0]), lo16(v[1]), lo16(v[2]), lo16(v[3]), lo16(v[4]), lo16(v[5])),
+         six(hi16(v[0]), hi16(v[1]), hi16(v[2]), hi16(v[3]), hi16(v[4]), hi16(v[5])));
+}
+
+void half_h_x86(const uint8_t *p, uint8_t *out, size_t n) {
+  size_t i = 0;
+  for (; i + kWide <= n; i += kWide) {
+    const Wide v[6] = {wload(p + i - 2), wload(p + i - 1), wload(p + i), wload(p + i + 1), wload(p + i + 2),
+                       wload(p + i + 3)};
+    six_store(v, out + i);
+  }
+  if (i < n) half_h_c(p + i, out + i, n - i);
+}
+
+void half_v_x86(const uint8_t *const r[6], uint8_t *out, size_t n) {
+  size_t i = 0;
+  for (; i + kWide <= n; i += kWide) {
+    const Wide v[6] = {wload(r[0] + i), wload(r[1] + i), wload(r[2] + i), wload(r[3] + i), wload(r[4] + i),
+                       wload(r[5] + i)};
+    six_store(v, out + i);
+  }
+  if (i < n) {
+    const uint8_t *rest[6] = {r[0] + i, r[1] + i, r[2] + i, r[3] + i, r[4] + i, r[5] + i};
+    half_v_c(rest, out + i, n - i);
+  }
+}
+
 inline void fill_table(MotionKernels *table) {
   table->sad = sad_x86;
   table->sad_avg = sad_avg_x86;
@@ -424,6 +542,9 @@ inline void fill_table(MotionKernels *table) {
   table->sad_q = sad_q_x86;
   table->sad_q4 = sad_q4_x86;
   table->sad_b4 = sad_b4_x86;
+  table->sad_avg4 = sad_avg4_x86;
+  table->half_h = half_h_x86;
+  table->half_v = half_v_x86;
 }
 
 }  // namespace

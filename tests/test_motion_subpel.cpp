@@ -1,0 +1,78 @@
+// Sub-pixel motion: the half-pixel and averaging kernels against their scalar twins and formulas,
+// and exact quarter-pixel vectors on a detailed translated texture.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "analysis/motion_kernels.h"
+#include "platform/cpu.h"
+#include "framedsp/framedsp.h"
+#include "test_util.h"
+
+namespace {
+
+using framedsp::MotionKernels;
+
+TEST(MotionSubpelKernels, EveryIsaMatchesTheScalarKernels) {
+  if (!(framedsp::simd_twins_built() & framedsp::cpu_flags())) GTEST_SKIP() << "no SIMD motion kernels";
+  MotionKernels c, simd[2];
+  framedsp::motion_kernels_init(&c, 0);
+  framedsp::motion_kernels_init(&simd[0], framedsp::kCpuSSE2 & framedsp::cpu_flags());
+  framedsp::motion_kernels_init(&simd[1], framedsp::cpu_flags());
+  std::mt19937 rng(framedsp_test::test_seed());
+  constexpr int kStride = 160, kLines = 80;
+  std::vector<uint8_t> pic[3], want(kStride), got(kStride);
+  for (int round = 0; round < 2000; ++round) {
+    const int fill = round % 3;  // random, random 0 / 255, all 0 against all 255
+    for (int p = 0; p < 3; ++p) {
+      pic[p].resize(kStride * kLines);
+      for (uint8_t &v : pic[p]) v = fill == 0 ? rng() : fill == 1 ? (rng() & 1) * 255 : (p ? 255 : 0);
+    }
+    const bool wide = round & 1;  // the 16-wide paths
+    const uint32_t w = wide ? 16 : 1 + rng() % 64, h = 1 + rng() % 64;
+    const uint32_t sx = wide ? 8u << (rng() & 1) : 1 + rng() % w, sy = 1 + rng() % h;
+    auto origin = [&](int p, ptrdiff_t stride) { return pic[p].data() + (stride < 0 ? 70 * kStride : 0) + rng() % 16; };
+    const ptrdiff_t sa = (rng() & 1) ? kStride : -kStride, sb = (rng() & 1) ? kStride : -kStride;
+    const uint8_t *a = origin(0, sa), *b = origin(1, sb), *cc = (rng() & 3) ? origin(2, sb) : b;
+    const size_t n = rng() % 150, at = 2 + rng() % 6;
+    const uint8_t *rows[6];
+    for (int i = 0; i < 6; ++i) rows[i] = pic[rng() % 3].data() + (rng() % kLines) * kStride + rng() % 8;
+    for (const MotionKernels &s : simd) {
+      uint32_t x[4], y[4];
+      c.sad_avg4(a, sa, b, sb, cc, sb, w, h, sx, sy, x);
+      s.sad_avg4(a, sa, b, sb, cc, sb, w, h, sx, sy, y);
+      ASSERT_EQ(std::memcmp(x, y, sizeof x), 0) << w << "x" << h << " split " << sx << "," << sy;
+      ASSERT_EQ(x[0] + x[1] + x[2] + x[3], c.sad_avg(a, sa, b, sb, cc, sb, w, h));
+      c.half_h(pic[0].data() + at, want.data(), n);
+      s.half_h(pic[0].data() + at, got.data(), n);
+      ASSERT_EQ(std::memcmp(want.data(), got.data(), n), 0) << "half_h " << n;
+      c.half_v(rows, want.data(), n);
+      s.half_v(rows, got.data(), n);
+      ASSERT_EQ(std::memcmp(want.data(), got.data(), n), 0) << "half_v " << n;
+    }
+  }
+}
+
+TEST(MotionSubpelKernels, HalfSamplesOfARampAreItsMidpointsAndEdgesClamp) {
+  MotionKernels k;
+  framedsp::motion_kernels_init(&k, framedsp::cpu_flags());
+  std::vector<uint8_t> ramp(80), out(70);
+  for (size_t i = 0; i < ramp.size(); ++i) ramp[i] = static_cast<uint8_t>(3 * i);
+  k.half_h(ramp.data() + 2, out.data(), out.size());
+  for (size_t i = 0; i < out.size(); ++i) ASSERT_EQ(out[i], 3 * i + 8) << i;  // 3i + 7.5, halves up
+  const uint8_t *rows[6] = {&ramp[0], &ramp[1], &ramp[2], &ramp[3], &ramp[4], &ramp[5]};
+  k.half_v(rows, out.data(), 40);
+  for (size_t i = 0; i < 40; ++i) ASSERT_EQ(out[i], 3 * i + 8) << i;  // between lines 2 and 3
+  // The filter under- and overshoots a step: clamped to 0..255.
+  const uint8_t step[8] = {0, 0, 0, 0, 255, 255, 255, 255};
+  uint8_t edge[3];
+  k.half_h(step + 2, edge, 3);
+  EXPECT_EQ(edge[0], 0);  // (-5 x 255 + 16) >> 5 < 0
+  EXPECT_EQ(edge[1], 128);
+  EXPECT_EQ(edge[2], 255);
+}
+
+}  // namespace
