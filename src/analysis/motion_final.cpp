@@ -173,6 +173,30 @@ MotionVec median_of(int32_t *xs, int32_t *ys, int32_t n) {
   return MotionVec{xs[n / 2], ys[n / 2]};
 }
 
+// The ring of `step` around best->v when all of its reads lie inside the planes: the order and
+// ranking of ring(), without FinalEval's bookkeeping.
+void ring_inside(const MotionKernels &k, const HalfPlanes &half, const MotionBlock &b, uint32_t sx, uint32_t sy,
+                 int32_t step, Best *best, BlockParts *parts) {
+  const MotionVec c = best->v;
+  for (int32_t dy = -step; dy <= step; dy += step) {
+    for (int32_t dx = -step; dx <= step; dx += step) {
+      if (!dx && !dy) continue;
+      const MotionVec v{c.x + dx, c.y + dy};
+      const SubSource src = sub_source(b, v.x, v.y);
+      const MotionPlane &p0 = half.p[src.plane[0]], &p1 = half.p[src.plane[1]];
+      uint32_t sum[4];
+      k.sad_avg4(b.a, b.a_stride, p0.data + src.y[0] * p0.stride + src.x[0], p0.stride,
+                 p1.data + src.y[1] * p1.stride + src.x[1], p1.stride, static_cast<uint32_t>(b.w),
+                 static_cast<uint32_t>(b.h), sx, sy, sum);
+      const uint32_t match = cost16_of_sad(b, sum[0] + sum[1] + sum[2] + sum[3]);
+      if (better(match, v, best->cost, best->v)) {
+        *best = Best{v, match, match, true};
+        *parts = BlockParts{v, {sum[0], sum[1], sum[2], sum[3]}, true};
+      }
+    }
+  }
+}
+
 // Sub-pixel refinement: the best of the half-pixel ring around each vector, then of the
 // quarter-pixel ring around that.
 // Loose blocks take the median of the others' refined vectors (*global; false when there is none).
@@ -197,13 +221,24 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     const MotionBlock &b = cut ? part : whole;
     uint32_t sx, sy;
     split_of(f, b, &sx, &sy);
-    FinalEval eval(k, f, b, own, 0, cut ? static_cast<uint32_t>(b.w) : sx, cut ? static_cast<uint32_t>(b.h) : sy);
-    eval.consider(own);  // pure match: a smoothness term would pull to `own`
-    ring(&eval, 2);
-    ring(&eval, 1);
-    f.refined[i] = eval.best().v;
-    f.parts[i] = eval.best_parts();
-    f.parts[i].known = !cut;
+    if (!cut && iabs(own.x) + 3 <= 4 * f.reach_x && iabs(own.y) + 3 <= 4 * f.reach_y) {
+      BlockParts p{own, {}, true};
+      block_sad_q4(k, b, f.b, own.x, own.y, sx, sy, p.sum);
+      const uint32_t match = cost16_of_sad(b, p.sum[0] + p.sum[1] + p.sum[2] + p.sum[3]);
+      Best best{own, match, match, true};
+      ring_inside(k, *f.half, b, sx, sy, 2, &best, &p);
+      ring_inside(k, *f.half, b, sx, sy, 1, &best, &p);
+      f.refined[i] = best.v;
+      f.parts[i] = p;
+    } else {
+      FinalEval eval(k, f, b, own, 0, cut ? static_cast<uint32_t>(b.w) : sx, cut ? static_cast<uint32_t>(b.h) : sy);
+      eval.consider(own);  // pure match: a smoothness term would pull to `own`
+      ring(&eval, 2);
+      ring(&eval, 1);
+      f.refined[i] = eval.best().v;
+      f.parts[i] = eval.best_parts();
+      f.parts[i].known = !cut;
+    }
     xs[placed] = f.refined[i].x;
     ys[placed++] = f.refined[i].y;
   }

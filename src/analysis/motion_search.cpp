@@ -143,39 +143,38 @@ void make_half_planes(const MotionKernels &k, const MotionPlane &picture, uint8_
   for (int32_t y = 0; y < picture.height; ++y) half_column(k, out->p[1], y, both + y * stride);
 }
 
-void block_sad_sub4(const MotionKernels &k, const MotionBlock &block, const HalfPlanes &planes, int32_t qx,
-                    int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]) {
+SubSource sub_source(const MotionBlock &block, int32_t qx, int32_t qy) {
   // Positions on the grid of half pixels (2x + 1 lies halfway between x and x + 1).
   const int32_t fx = qx & 3, fy = qy & 3, hx = 2 * block.x + (qx >> 1), hy = 2 * block.y + (qy >> 1);
   int32_t x0 = hx, y0 = hy, x1 = hx + (qx & 1), y1 = hy + (qy & 1);
-  if ((fx & 1) && (fy & 1)) {  // diagonal quarters: across from the half-pixel samples on the nearest line and column
+  if ((fx & 1) && (fy & 1)) {  // diagonal quarters: the half-pixel samples on the nearest line and column
     x0 = 2 * block.x + 2 * (qx >> 2) + 1;
     y0 = 2 * block.y + 2 * (qy >> 2) + (fy == 3 ? 2 : 0);
     x1 = 2 * block.x + 2 * (qx >> 2) + (fx == 3 ? 2 : 0);
     y1 = 2 * block.y + 2 * (qy >> 2) + 1;
   }
-  const MotionPlane &p0 = planes.p[((y0 & 1) << 1) | (x0 & 1)], &p1 = planes.p[((y1 & 1) << 1) | (x1 & 1)];
-  const int32_t px0 = x0 >> 1, py0 = y0 >> 1, px1 = x1 >> 1, py1 = y1 >> 1;
+  return SubSource{{((y0 & 1) << 1) | (x0 & 1), ((y1 & 1) << 1) | (x1 & 1)}, {x0 >> 1, x1 >> 1}, {y0 >> 1, y1 >> 1}};
+}
+
+void block_sad_sub4(const MotionKernels &k, const MotionBlock &block, const HalfPlanes &planes, int32_t qx,
+                    int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]) {
+  const SubSource src = sub_source(block, qx, qy);
   const uint32_t w = static_cast<uint32_t>(block.w), h = static_cast<uint32_t>(block.h);
-  alignas(16) uint8_t f0[kFetchStride * kSadMaxSide], f1[kFetchStride * kSadMaxSide];
-  const uint8_t *b = f0, *c = f1;
-  ptrdiff_t bs = kFetchStride, cs = kFetchStride;
-  if (inside(p0, px0, py0, block.w, block.h)) {
-    b = at(p0, px0, py0);
-    bs = p0.stride;
-  } else {
-    fetch_clamped(p0, px0, py0, block.w, block.h, f0);
+  alignas(16) uint8_t fetched[2][kFetchStride * kSadMaxSide];
+  const uint8_t *p[2];
+  ptrdiff_t ps[2];
+  for (int i = 0; i < 2; ++i) {
+    const MotionPlane &plane = planes.p[src.plane[i]];
+    if (i == 1 && src.plane[1] == src.plane[0] && src.x[1] == src.x[0] && src.y[1] == src.y[0]) {
+      p[1] = p[0], ps[1] = ps[0];
+    } else if (inside(plane, src.x[i], src.y[i], block.w, block.h)) {
+      p[i] = at(plane, src.x[i], src.y[i]), ps[i] = plane.stride;
+    } else {
+      fetch_clamped(plane, src.x[i], src.y[i], block.w, block.h, fetched[i]);
+      p[i] = fetched[i], ps[i] = kFetchStride;
+    }
   }
-  if (&p0 == &p1 && px0 == px1 && py0 == py1) {
-    c = b;
-    cs = bs;
-  } else if (inside(p1, px1, py1, block.w, block.h)) {
-    c = at(p1, px1, py1);
-    cs = p1.stride;
-  } else {
-    fetch_clamped(p1, px1, py1, block.w, block.h, f1);
-  }
-  k.sad_avg4(block.a, block.a_stride, b, bs, c, cs, w, h, sx, sy, out);
+  k.sad_avg4(block.a, block.a_stride, p[0], ps[0], p[1], ps[1], w, h, sx, sy, out);
 }
 
 MotionVec TemporalSource::at(int32_t x, int32_t y) const {

@@ -111,6 +111,14 @@ void make_half_planes(const MotionKernels &k, const MotionPlane &picture, uint8_
 void block_sad_sub4(const MotionKernels &k, const MotionBlock &block, const HalfPlanes &planes, int32_t qx,
                     int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]);
 
+// Where block_sad_sub4 reads the samples of (qx, qy): planes[plane[i]] at (x[i], y[i]), i = 0, 1
+// (the same twice for whole and half pixels).
+struct SubSource {
+  int plane[2];
+  int32_t x[2], y[2];
+};
+SubSource sub_source(const MotionBlock &block, int32_t qx, int32_t qy);
+
 // The previous field's vectors (level-0 quarter pixels) at a level-0 point, or nothing.
 struct TemporalSource {
   const uint8_t *entries = nullptr;  // the direction's DSP_MOTION_VECTOR entries (any alignment)

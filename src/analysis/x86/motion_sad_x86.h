@@ -294,17 +294,28 @@ inline void sad_q4_16(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_
 }
 #endif
 
-// Whole pixels: psadbw of a 16-byte line gives its two halves.
+// n lines of a 16-wide block: psadbw gives each line's two halves.  One register accumulates
+// (an accumulator picked by index would live in memory).
+template <class B>
+inline __m128i sad_lines16(const uint8_t *&a, ptrdiff_t as, B &b, uint32_t n) {
+  __m128i acc = _mm_setzero_si128();
+  for (uint32_t y = 0; y < n; ++y, a += as, b.next(1)) acc = _mm_add_epi64(acc, _mm_sad_epu8(load16(a), b.at16(0)));
+  return acc;
+}
+inline void halves(__m128i acc, uint32_t out[2]) {
+  out[0] = static_cast<uint32_t>(_mm_cvtsi128_si32(acc));
+  out[1] = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(acc, 8)));
+}
+// The quadrant sums of a 16-wide block split after 8 columns and sy lines.
+template <class B>
+inline void sad4_lines16(const uint8_t *a, ptrdiff_t as, B b, uint32_t h, uint32_t sy, uint32_t out[4]) {
+  const uint32_t top = sy < h ? sy : h;
+  halves(sad_lines16(a, as, b, top), out);
+  halves(sad_lines16(a, as, b, h - top), out + 2);
+}
 inline void sad4_16(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t h, uint32_t sy,
                     uint32_t out[4]) {
-  __m128i acc[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
-  for (uint32_t y = 0; y < h; ++y, a += as, f += fs) {
-    acc[y >= sy] = _mm_add_epi64(acc[y >= sy], _mm_sad_epu8(load16(a), load16(f)));
-  }
-  for (int part = 0; part < 2; ++part) {
-    out[2 * part] = static_cast<uint32_t>(_mm_cvtsi128_si32(acc[part]));
-    out[2 * part + 1] = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(acc[part], 8)));
-  }
+  sad4_lines16(a, as, One{f, fs}, h, sy, out);
 }
 
 // A 16-wide block not split by columns: the halves' sums joined.
@@ -419,41 +430,14 @@ void sad_b4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, 
 
 // sad_avg4: 16-wide blocks split after 8 (or 16) columns take psadbw's halves; the rest four
 // sad_avg sums.  With c = b the average is b itself and is skipped.
-template <class B>
-inline void avg4_16(const uint8_t *a, ptrdiff_t as, B b, uint32_t h, uint32_t sy, uint32_t out[4]) {
-  __m128i acc[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
-#if defined(__AVX2__)
-  __m256i wide[2] = {_mm256_setzero_si256(), _mm256_setzero_si256()};
-#endif
-  for (uint32_t y = 0; y < h;) {
-#if defined(__AVX2__)
-    if (y + 1 < h && y + 1 != sy) {  // two lines on the same side of the split
-      wide[y >= sy] = _mm256_add_epi64(wide[y >= sy], _mm256_sad_epu8(two16(a, as), b.two(0)));
-      y += 2, a += 2 * as, b.next(2);
-      continue;
-    }
-#endif
-    acc[y >= sy] = _mm_add_epi64(acc[y >= sy], _mm_sad_epu8(load16(a), b.at16(0)));
-    ++y, a += as, b.next(1);
-  }
-  for (int part = 0; part < 2; ++part) {
-#if defined(__AVX2__)
-    acc[part] = _mm_add_epi64(acc[part], _mm_add_epi64(_mm256_castsi256_si128(wide[part]),
-                                                       _mm256_extracti128_si256(wide[part], 1)));
-#endif
-    out[2 * part] = static_cast<uint32_t>(_mm_cvtsi128_si32(acc[part]));
-    out[2 * part + 1] = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(acc[part], 8)));
-  }
-}
-
 void sad_avg4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs, const uint8_t *c, ptrdiff_t cs,
                   uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[4]) {
   const bool same = b == c && bs == cs;
   if (w == 16 && (sx == 8 || sx == 16)) {
     if (same) {
-      avg4_16(a, as, One{b, bs}, h, sy, out);
+      sad4_lines16(a, as, One{b, bs}, h, sy, out);
     } else {
-      avg4_16(a, as, Avg{b, bs, c, cs}, h, sy, out);
+      sad4_lines16(a, as, Avg{b, bs, c, cs}, h, sy, out);
     }
     if (sx == 16) join_columns(out);
     return;
