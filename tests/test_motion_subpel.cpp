@@ -46,6 +46,12 @@ TEST(MotionSubpelKernels, EveryIsaMatchesTheScalarKernels) {
       s.sad_avg4(a, sa, b, sb, cc, sb, w, h, sx, sy, y);
       ASSERT_EQ(std::memcmp(x, y, sizeof x), 0) << w << "x" << h << " split " << sx << "," << sy;
       ASSERT_EQ(x[0] + x[1] + x[2] + x[3], c.sad_avg(a, sa, b, sb, cc, sb, w, h));
+      uint32_t rx[8][4], ry[8][4];
+      const uint8_t *q[4] = {b, cc, origin(1, sb), origin(2, sb)};
+      const uint32_t mode = rng() % 3;
+      c.sad_ring(a, sa, q, sb, mode, w, h, sx, sy, rx);
+      s.sad_ring(a, sa, q, sb, mode, w, h, sx, sy, ry);
+      ASSERT_EQ(std::memcmp(rx, ry, sizeof rx), 0) << "sad_ring mode " << mode << " " << w << "x" << h;
       c.half_h(pic[0].data() + at, want.data(), n);
       s.half_h(pic[0].data() + at, got.data(), n);
       ASSERT_EQ(std::memcmp(want.data(), got.data(), n), 0) << "half_h " << n;

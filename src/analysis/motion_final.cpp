@@ -174,25 +174,30 @@ MotionVec median_of(int32_t *xs, int32_t *ys, int32_t n) {
 }
 
 // The ring of `step` around best->v when all of its reads lie inside the planes: the order and
-// ranking of ring(), without FinalEval's bookkeeping.
+// ranking of ring(), the eight matches from one sad_ring call.
 void ring_inside(const MotionKernels &k, const HalfPlanes &half, const MotionBlock &b, uint32_t sx, uint32_t sy,
                  int32_t step, Best *best, BlockParts *parts) {
   const MotionVec c = best->v;
-  for (int32_t dy = -step; dy <= step; dy += step) {
-    for (int32_t dx = -step; dx <= step; dx += step) {
-      if (!dx && !dy) continue;
-      const MotionVec v{c.x + dx, c.y + dy};
-      const SubSource src = sub_source(b, v.x, v.y);
-      const MotionPlane &p0 = half.p[src.plane[0]], &p1 = half.p[src.plane[1]];
-      uint32_t sum[4];
-      k.sad_avg4(b.a, b.a_stride, p0.data + src.y[0] * p0.stride + src.x[0], p0.stride,
-                 p1.data + src.y[1] * p1.stride + src.x[1], p1.stride, static_cast<uint32_t>(b.w),
-                 static_cast<uint32_t>(b.h), sx, sy, sum);
-      const uint32_t match = cost16_of_sad(b, sum[0] + sum[1] + sum[2] + sum[3]);
-      if (better(match, v, best->cost, best->v)) {
-        *best = Best{v, match, match, true};
-        *parts = BlockParts{v, {sum[0], sum[1], sum[2], sum[3]}, true};
-      }
+  // The centre on the grid of half pixels, and the planes of its 3x3 neighbourhood.
+  const int32_t hx = 2 * b.x + (c.x >> 1), hy = 2 * b.y + (c.y >> 1);
+  const ptrdiff_t qs = half.p[0].stride;
+  auto sample = [&](int32_t x, int32_t y) {
+    return half.p[((y & 1) << 1) | (x & 1)].data + (y >> 1) * qs + (x >> 1);
+  };
+  const uint8_t *const q[4] = {sample(hx - 1, hy - 1), sample(hx, hy - 1), sample(hx - 1, hy), sample(hx, hy)};
+  // Half pixels around a whole-pixel centre; quarter pixels around any centre (corners from the
+  // samples beside them when the centre's coordinates are both whole or both half).
+  const uint32_t mode = step == 2 ? 0u : ((hx ^ hy) & 1) ? 2u : 1u;
+  uint32_t sum[8][4];
+  k.sad_ring(b.a, b.a_stride, q, qs, mode, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h), sx, sy, sum);
+  for (int i = 0; i < 8; ++i) {
+    const int32_t dx = i == 0 || i == 3 || i == 5 ? -step : (i == 1 || i == 6 ? 0 : step);
+    const int32_t dy = i < 3 ? -step : (i < 5 ? 0 : step);
+    const MotionVec v{c.x + dx, c.y + dy};
+    const uint32_t match = cost16_of_sad(b, sum[i][0] + sum[i][1] + sum[i][2] + sum[i][3]);
+    if (better(match, v, best->cost, best->v)) {
+      *best = Best{v, match, match, true};
+      *parts = BlockParts{v, {sum[i][0], sum[i][1], sum[i][2], sum[i][3]}, true};
     }
   }
 }

@@ -82,6 +82,31 @@ void sad_avg4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_
   }
 }
 
+void ring_pair(const uint8_t *const q[4], ptrdiff_t qs, uint32_t mode, int i, const uint8_t **b, const uint8_t **c) {
+  const uint8_t *nw = q[0], *ne = q[0] + 1, *sw = q[0] + qs, *se = q[0] + qs + 1;
+  const uint8_t *n = q[1], *s = q[1] + qs, *w = q[2], *e = q[2] + 1, *centre = q[3];
+  const uint8_t *const sample[8] = {nw, n, ne, w, e, sw, s, se};
+  const uint8_t *const side[8][2] = {{w, n}, {centre, n}, {e, n}, {centre, w}, {centre, e}, {w, s}, {centre, s}, {e, s}};
+  if (mode == 0) {
+    *b = *c = sample[i];
+  } else if (mode == 2 && (i == 0 || i == 2 || i == 5 || i == 7)) {
+    *b = centre;
+    *c = sample[i];
+  } else {
+    *b = side[i][0];
+    *c = side[i][1];
+  }
+}
+
+void sad_ring_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4], ptrdiff_t qs, uint32_t mode,
+                uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[8][4]) {
+  for (int i = 0; i < 8; ++i) {
+    const uint8_t *b, *c;
+    ring_pair(q, qs, mode, i, &b, &c);
+    sad_avg4_c(a, a_stride, b, qs, c, qs, w, h, sx, sy, out[i]);
+  }
+}
+
 namespace {
 uint8_t six_tap(int p0, int p1, int p2, int p3, int p4, int p5) {
   const int v = (p0 - 5 * p1 + 20 * p2 + 20 * p3 - 5 * p4 + p5 + 16) >> 5;  // -2550..10710 before the shift
@@ -105,6 +130,7 @@ void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
   table->sad_q4 = sad_q4_c;
   table->sad_b4 = sad_b4_c;
   table->sad_avg4 = sad_avg4_c;
+  table->sad_ring = sad_ring_c;
   table->half_h = half_h_c;
   table->half_v = half_v_c;
 #if defined(FRAMEDSP_HAVE_X86)

@@ -453,6 +453,77 @@ void sad_avg4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs
   out[3] = part(sx, sy, w - sx, h - sy);
 }
 
+// sad_ring on lines [y, end) of a 16-wide block: each line loads its nine samples once (the
+// lower samples of a line are the upper ones of the next), eight sums in registers.
+template <int Mode>
+inline void ring_lines16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], ptrdiff_t qs, uint32_t y,
+                         uint32_t end, uint32_t out[8][4], int part) {
+  const uint8_t *k = q[0] + y * qs, *v = q[1] + y * qs, *hz = q[2] + y * qs, *c = q[3] + y * qs;
+  a += static_cast<ptrdiff_t>(y) * as;
+  __m128i nw = load16(k), ne = load16(k + 1), n = load16(v);
+  __m128i acc[4];
+  for (__m128i &x : acc) x = _mm_setzero_si128();
+  for (; y < end; ++y, a += as, k += qs, v += qs, hz += qs, c += qs) {
+    const __m128i sw = load16(k + qs), se = load16(k + qs + 1), s = load16(v + qs), av = load16(a);
+    __m128i cand[8];
+    if (Mode == 0) {
+      cand[0] = nw, cand[1] = n, cand[2] = ne, cand[3] = load16(hz), cand[4] = load16(hz + 1);
+      cand[5] = sw, cand[6] = s, cand[7] = se;
+    } else {
+      const __m128i w = load16(hz), e = load16(hz + 1), centre = load16(c);
+      cand[1] = _mm_avg_epu8(centre, n), cand[3] = _mm_avg_epu8(centre, w);
+      cand[4] = _mm_avg_epu8(centre, e), cand[6] = _mm_avg_epu8(centre, s);
+      if (Mode == 1) {
+        cand[0] = _mm_avg_epu8(w, n), cand[2] = _mm_avg_epu8(e, n), cand[5] = _mm_avg_epu8(w, s), cand[7] = _mm_avg_epu8(e, s);
+      } else {
+        cand[0] = _mm_avg_epu8(centre, nw), cand[2] = _mm_avg_epu8(centre, ne);
+        cand[5] = _mm_avg_epu8(centre, sw), cand[7] = _mm_avg_epu8(centre, se);
+      }
+    }
+    // Two candidates a register: a line's psadbw halves are below 2^12, so the second one's
+    // shifted into the upper 32 bits of each half never meets the first.
+    for (int i = 0; i < 4; ++i) {
+      const __m128i pair = _mm_or_si128(_mm_sad_epu8(av, cand[2 * i]), _mm_slli_epi64(_mm_sad_epu8(av, cand[2 * i + 1]), 32));
+      acc[i] = _mm_add_epi64(acc[i], pair);
+    }
+    nw = sw, ne = se, n = s;
+  }
+  for (int i = 0; i < 4; ++i) {
+    halves(acc[i], out[2 * i] + 2 * part);
+    halves(_mm_srli_epi64(acc[i], 32), out[2 * i + 1] + 2 * part);
+  }
+}
+
+template <int Mode>
+inline void ring16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], ptrdiff_t qs, uint32_t h, uint32_t sy,
+                   uint32_t out[8][4]) {
+  const uint32_t top = sy < h ? sy : h;
+  ring_lines16<Mode>(a, as, q, qs, 0, top, out, 0);
+  ring_lines16<Mode>(a, as, q, qs, top, h, out, 1);
+}
+
+void sad_ring_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], ptrdiff_t qs, uint32_t mode, uint32_t w,
+                  uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[8][4]) {
+  if (w != 16 || (sx != 8 && sx != 16)) {
+    for (int i = 0; i < 8; ++i) {
+      const uint8_t *b, *c;
+      ring_pair(q, qs, mode, i, &b, &c);
+      sad_avg4_x86(a, as, b, qs, c, qs, w, h, sx, sy, out[i]);
+    }
+    return;
+  }
+  if (mode == 0) {
+    ring16<0>(a, as, q, qs, h, sy, out);
+  } else if (mode == 1) {
+    ring16<1>(a, as, q, qs, h, sy, out);
+  } else {
+    ring16<2>(a, as, q, qs, h, sy, out);
+  }
+  if (sx == 16) {
+    for (int i = 0; i < 8; ++i) join_columns(out[i]);
+  }
+}
+
 // The six-tap half-pixel filter on 16-bit lanes: (p0 + p5) - 5 (p1 + p4) + 20 (p2 + p3) lies in
 // -2550..10710, so the sums are exact; packus clamps to 0..255.
 #if defined(__AVX2__)
@@ -527,6 +598,7 @@ inline void fill_table(MotionKernels *table) {
   table->sad_q4 = sad_q4_x86;
   table->sad_b4 = sad_b4_x86;
   table->sad_avg4 = sad_avg4_x86;
+  table->sad_ring = sad_ring_x86;
   table->half_h = half_h_x86;
   table->half_v = half_v_x86;
 }
