@@ -133,13 +133,18 @@ void make_half_planes(const MotionKernels &k, const MotionPlane &picture, uint8_
   for (int i = 0; i < 4; ++i) out->p[i] = MotionPlane{memory + i * plane, stride, picture.width, picture.height};
   uint8_t *copy = memory, *across = memory + plane, *down = memory + 2 * plane, *both = memory + 3 * plane;
   uint8_t *line = memory + 4 * plane;
+  // Line y of p[3] filters lines y - 2 .. y + 3 of p[1]: it follows three lines behind, while
+  // they are still in the cache.
   for (int32_t y = 0; y < picture.height; ++y) {
     padded_line(picture, y, line);
     std::memcpy(copy + y * stride, line + 2, static_cast<size_t>(picture.width));
     k.half_h(line + 2, across + y * stride, static_cast<size_t>(picture.width));
     half_column(k, picture, y, down + y * stride);
+    if (y >= 3) half_column(k, out->p[1], y - 3, both + (y - 3) * stride);
   }
-  for (int32_t y = 0; y < picture.height; ++y) half_column(k, out->p[1], y, both + y * stride);
+  for (int32_t y = std::max(0, picture.height - 3); y < picture.height; ++y) {
+    half_column(k, out->p[1], y, both + y * stride);
+  }
 }
 
 SubSource sub_source(const MotionBlock &block, int32_t qx, int32_t qy) {

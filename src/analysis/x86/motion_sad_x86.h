@@ -524,48 +524,47 @@ void sad_ring_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], ptr
   }
 }
 
-// The six-tap half-pixel filter on 16-bit lanes: (p0 + p5) - 5 (p1 + p4) + 20 (p2 + p3) lies in
-// -2550..10710, so the sums are exact; packus clamps to 0..255.
+// The six-tap half-pixel filter: (p0 + p5) - 5 (p1 + p4) + 20 (p2 + p3) lies in -2550..10710, so
+// 16-bit lanes are exact; packus clamps to 0..255.  With AVX2 pmaddubsw weighs the sample pairs
+// (p0, p1), (p2, p3), (p4, p5) (each pair sum within -1275..10200, no saturation).
 #if defined(__AVX2__)
 using Wide = __m256i;
-inline Wide wload(const uint8_t *p) { return load32(p); }
-inline Wide wzero() { return _mm256_setzero_si256(); }
-inline Wide lo16(Wide v) { return _mm256_unpacklo_epi8(v, wzero()); }
-inline Wide hi16(Wide v) { return _mm256_unpackhi_epi8(v, wzero()); }
-inline Wide six(Wide p0, Wide p1, Wide p2, Wide p3, Wide p4, Wide p5) {
-  const Wide outer = _mm256_add_epi16(p0, p5), mid = _mm256_add_epi16(p1, p4), inner = _mm256_add_epi16(p2, p3);
-  const Wide v = _mm256_add_epi16(_mm256_sub_epi16(outer, _mm256_mullo_epi16(mid, _mm256_set1_epi16(5))),
-                                  _mm256_mullo_epi16(inner, _mm256_set1_epi16(20)));
-  return _mm256_srai_epi16(_mm256_add_epi16(v, _mm256_set1_epi16(16)), 5);
-}
-inline void wstore(uint8_t *p, Wide lo, Wide hi) {
-  _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), _mm256_packus_epi16(lo, hi));
-}
 constexpr size_t kWide = 32;
+inline Wide wload(const uint8_t *p) { return load32(p); }
+inline Wide six_half(Wide p0, Wide p1, Wide p2, Wide p3, Wide p4, Wide p5, bool high) {
+  const Wide w01 = _mm256_set1_epi16(static_cast<short>(0xFB01)), w23 = _mm256_set1_epi16(static_cast<short>(0x1414));
+  const Wide w45 = _mm256_set1_epi16(static_cast<short>(0x01FB));
+  const Wide a = high ? _mm256_unpackhi_epi8(p0, p1) : _mm256_unpacklo_epi8(p0, p1);
+  const Wide b = high ? _mm256_unpackhi_epi8(p2, p3) : _mm256_unpacklo_epi8(p2, p3);
+  const Wide c = high ? _mm256_unpackhi_epi8(p4, p5) : _mm256_unpacklo_epi8(p4, p5);
+  const Wide v = _mm256_add_epi16(_mm256_add_epi16(_mm256_maddubs_epi16(a, w01), _mm256_maddubs_epi16(b, w23)),
+                                  _mm256_add_epi16(_mm256_maddubs_epi16(c, w45), _mm256_set1_epi16(16)));
+  return _mm256_srai_epi16(v, 5);
+}
+// Unpack and pack work within 128-bit lanes, so the order survives.
+inline void six_store(const Wide v[6], uint8_t *out) {
+  _mm256_storeu_si256(reinterpret_cast<__m256i *>(out),
+                      _mm256_packus_epi16(six_half(v[0], v[1], v[2], v[3], v[4], v[5], false),
+                                          six_half(v[0], v[1], v[2], v[3], v[4], v[5], true)));
+}
 #else
 using Wide = __m128i;
+constexpr size_t kWide = 16;
 inline Wide wload(const uint8_t *p) { return load16(p); }
-inline Wide wzero() { return _mm_setzero_si128(); }
-inline Wide lo16(Wide v) { return _mm_unpacklo_epi8(v, wzero()); }
-inline Wide hi16(Wide v) { return _mm_unpackhi_epi8(v, wzero()); }
 inline Wide six(Wide p0, Wide p1, Wide p2, Wide p3, Wide p4, Wide p5) {
   const Wide outer = _mm_add_epi16(p0, p5), mid = _mm_add_epi16(p1, p4), inner = _mm_add_epi16(p2, p3);
   const Wide v = _mm_add_epi16(_mm_sub_epi16(outer, _mm_mullo_epi16(mid, _mm_set1_epi16(5))),
                                _mm_mullo_epi16(inner, _mm_set1_epi16(20)));
   return _mm_srai_epi16(_mm_add_epi16(v, _mm_set1_epi16(16)), 5);
 }
-inline void wstore(uint8_t *p, Wide lo, Wide hi) {
-  _mm_storeu_si128(reinterpret_cast<__m128i *>(p), _mm_packus_epi16(lo, hi));
-}
-constexpr size_t kWide = 16;
-#endif
-
-// Six vectors of samples, the filter over their low and high halves (unpack and pack stay within
-// 128-bit lanes, so the order survives).
+inline Wide lo16(Wide v) { return _mm_unpacklo_epi8(v, _mm_setzero_si128()); }
+inline Wide hi16(Wide v) { return _mm_unpackhi_epi8(v, _mm_setzero_si128()); }
 inline void six_store(const Wide v[6], uint8_t *out) {
-  wstore(out, six(lo16(v[0]), lo16(v[1]), lo16(v[2]), lo16(v[3]), lo16(v[4]), lo16(v[5])),
-         six(hi16(v[0]), hi16(v[1]), hi16(v[2]), hi16(v[3]), hi16(v[4]), hi16(v[5])));
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(out),
+                   _mm_packus_epi16(six(lo16(v[0]), lo16(v[1]), lo16(v[2]), lo16(v[3]), lo16(v[4]), lo16(v[5])),
+                                    six(hi16(v[0]), hi16(v[1]), hi16(v[2]), hi16(v[3]), hi16(v[4]), hi16(v[5]))));
 }
+#endif
 
 void half_h_x86(const uint8_t *p, uint8_t *out, size_t n) {
   size_t i = 0;
