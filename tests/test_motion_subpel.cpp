@@ -47,10 +47,12 @@ TEST(MotionSubpelKernels, EveryIsaMatchesTheScalarKernels) {
       ASSERT_EQ(std::memcmp(x, y, sizeof x), 0) << w << "x" << h << " split " << sx << "," << sy;
       ASSERT_EQ(x[0] + x[1] + x[2] + x[3], c.sad_avg(a, sa, b, sb, cc, sb, w, h));
       uint32_t rx[8][4], ry[8][4];
-      const uint8_t *q[4] = {b, cc, origin(1, sb), origin(2, sb)};
+      ptrdiff_t qs[4];
+      const uint8_t *q[4];
+      for (int i = 0; i < 4; ++i) qs[i] = (rng() & 1) ? kStride : -kStride, q[i] = origin(i % 3, qs[i]);
       const uint32_t mode = rng() % 3;
-      c.sad_ring(a, sa, q, sb, mode, w, h, sx, sy, rx);
-      s.sad_ring(a, sa, q, sb, mode, w, h, sx, sy, ry);
+      c.sad_ring(a, sa, q, qs, mode, w, h, sx, sy, rx);
+      s.sad_ring(a, sa, q, qs, mode, w, h, sx, sy, ry);
       ASSERT_EQ(std::memcmp(rx, ry, sizeof rx), 0) << "sad_ring mode " << mode << " " << w << "x" << h;
       c.half_h(pic[0].data() + at, want.data(), n);
       s.half_h(pic[0].data() + at, got.data(), n);

@@ -180,11 +180,11 @@ void ring_inside(const MotionKernels &k, const HalfPlanes &half, const MotionBlo
   const MotionVec c = best->v;
   // The centre on the grid of half pixels, and the planes of its 3x3 neighbourhood.
   const int32_t hx = 2 * b.x + (c.x >> 1), hy = 2 * b.y + (c.y >> 1);
-  const ptrdiff_t qs = half.p[0].stride;
-  auto sample = [&](int32_t x, int32_t y) {
-    return half.p[((y & 1) << 1) | (x & 1)].data + (y >> 1) * qs + (x >> 1);
-  };
+  auto plane = [&](int32_t x, int32_t y) -> const MotionPlane & { return half.p[((y & 1) << 1) | (x & 1)]; };
+  auto sample = [&](int32_t x, int32_t y) { return plane(x, y).data + (y >> 1) * plane(x, y).stride + (x >> 1); };
   const uint8_t *const q[4] = {sample(hx - 1, hy - 1), sample(hx, hy - 1), sample(hx - 1, hy), sample(hx, hy)};
+  const ptrdiff_t qs[4] = {plane(hx - 1, hy - 1).stride, plane(hx, hy - 1).stride, plane(hx - 1, hy).stride,
+                           plane(hx, hy).stride};
   // Half pixels around a whole-pixel centre; quarter pixels around any centre (corners from the
   // samples beside them when the centre's coordinates are both whole or both half).
   const uint32_t mode = step == 2 ? 0u : ((hx ^ hy) & 1) ? 2u : 1u;

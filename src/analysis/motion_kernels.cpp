@@ -82,28 +82,33 @@ void sad_avg4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_
   }
 }
 
-void ring_pair(const uint8_t *const q[4], ptrdiff_t qs, uint32_t mode, int i, const uint8_t **b, const uint8_t **c) {
-  const uint8_t *nw = q[0], *ne = q[0] + 1, *sw = q[0] + qs, *se = q[0] + qs + 1;
-  const uint8_t *n = q[1], *s = q[1] + qs, *w = q[2], *e = q[2] + 1, *centre = q[3];
-  const uint8_t *const sample[8] = {nw, n, ne, w, e, sw, s, se};
-  const uint8_t *const side[8][2] = {{w, n}, {centre, n}, {e, n}, {centre, w}, {centre, e}, {w, s}, {centre, s}, {e, s}};
-  if (mode == 0) {
-    *b = *c = sample[i];
-  } else if (mode == 2 && (i == 0 || i == 2 || i == 5 || i == 7)) {
-    *b = centre;
-    *c = sample[i];
-  } else {
-    *b = side[i][0];
-    *c = side[i][1];
+void ring_pair(const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode, int i, const uint8_t **b,
+               ptrdiff_t *bs, const uint8_t **c, ptrdiff_t *cs) {
+  struct Sample {
+    const uint8_t *p;
+    ptrdiff_t s;
+  };
+  const Sample nw{q[0], qs[0]}, ne{q[0] + 1, qs[0]}, sw{q[0] + qs[0], qs[0]}, se{q[0] + qs[0] + 1, qs[0]};
+  const Sample n{q[1], qs[1]}, s{q[1] + qs[1], qs[1]}, w{q[2], qs[2]}, e{q[2] + 1, qs[2]}, centre{q[3], qs[3]};
+  const Sample sample[8] = {nw, n, ne, w, e, sw, s, se};
+  const Sample side[8][2] = {{w, n}, {centre, n}, {e, n}, {centre, w}, {centre, e}, {w, s}, {centre, s}, {e, s}};
+  Sample first = sample[i], second = sample[i];
+  if (mode == 2 && (i == 0 || i == 2 || i == 5 || i == 7)) {
+    first = centre;
+  } else if (mode != 0) {
+    first = side[i][0];
+    second = side[i][1];
   }
+  *b = first.p, *bs = first.s, *c = second.p, *cs = second.s;
 }
 
-void sad_ring_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4], ptrdiff_t qs, uint32_t mode,
+void sad_ring_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode,
                 uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[8][4]) {
   for (int i = 0; i < 8; ++i) {
     const uint8_t *b, *c;
-    ring_pair(q, qs, mode, i, &b, &c);
-    sad_avg4_c(a, a_stride, b, qs, c, qs, w, h, sx, sy, out[i]);
+    ptrdiff_t bs, cs;
+    ring_pair(q, qs, mode, i, &b, &bs, &c, &cs);
+    sad_avg4_c(a, a_stride, b, bs, c, cs, w, h, sx, sy, out[i]);
   }
 }
 

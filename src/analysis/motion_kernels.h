@@ -20,10 +20,10 @@
 //   sad_avg4 sad_avg's sum in the four parts of sad_q4: |a - ((b + c + 1) >> 1)|; with c = b the
 //            plain SAD.  Quarter-pixel samples of the half-pixel planes.
 //   sad_ring sad_avg4 of the eight candidates around a centre on the grid of half pixels, from the
-//            3x3 samples around it in four planes of stride qs: q[0] at the upper-left one (so
-//            NW = q[0][0], NE = q[0][1], SW = q[0][qs], SE = q[0][qs + 1]), q[1] at the upper middle
-//            (N = q[1][0], S = q[1][qs]), q[2] at the middle left (W = q[2][0], E = q[2][1]),
-//            q[3] at the centre C.  Candidates NW, N, NE, W, E, SW, S, SE (out[0..7]): mode 0
+//            3x3 samples around it in four planes (stride qs[i] for q[i]): q[0] at the upper-left
+//            one (so NW = q[0][0], NE = q[0][1], SW = q[0][qs[0]], SE = q[0][qs[0] + 1]), q[1] at
+//            the upper middle (N = q[1][0], S = q[1][qs[1]]), q[2] at the middle left (W = q[2][0],
+//            E = q[2][1]), q[3] at the centre C.  Candidates NW, N, NE, W, E, SW, S, SE (out[0..7]): mode 0
 //            each sample alone; modes 1 and 2 the rounded-up average of C and N, W, E or S, and
 //            for the corners mode 1 the average of the two samples beside the corner (NW: W and
 //            N), mode 2 that of C and the corner.  Reads w + 1 columns and h + 1 lines from q[0],
@@ -59,7 +59,7 @@ using SadB4Kernel = SadQ4Kernel;
 using SadAvg4Kernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
                                const uint8_t *c, ptrdiff_t c_stride, uint32_t w, uint32_t h, uint32_t sx,
                                uint32_t sy, uint32_t out[4]);
-using SadRingKernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4], ptrdiff_t qs,
+using SadRingKernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4], const ptrdiff_t qs[4],
                                uint32_t mode, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[8][4]);
 using HalfLineKernel = void (*)(const uint8_t *p, uint8_t *out, size_t n);
 using HalfColumnKernel = void (*)(const uint8_t *const r[6], uint8_t *out, size_t n);
@@ -93,10 +93,11 @@ void sad_b4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t 
 
 void sad_avg4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride, const uint8_t *c,
                 ptrdiff_t c_stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[4]);
-void sad_ring_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4], ptrdiff_t qs, uint32_t mode,
+void sad_ring_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode,
                 uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[8][4]);
-// The two samples sad_ring averages for candidate i (the same twice in mode 0).
-void ring_pair(const uint8_t *const q[4], ptrdiff_t qs, uint32_t mode, int i, const uint8_t **b, const uint8_t **c);
+// The two samples sad_ring averages for candidate i (the same twice in mode 0), and their strides.
+void ring_pair(const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode, int i, const uint8_t **b,
+               ptrdiff_t *bs, const uint8_t **c, ptrdiff_t *cs);
 void half_h_c(const uint8_t *p, uint8_t *out, size_t n);
 void half_v_c(const uint8_t *const r[6], uint8_t *out, size_t n);
 

@@ -124,20 +124,19 @@ void half_column(const MotionKernels &k, const MotionPlane &source, int32_t y, u
 }  // namespace
 
 size_t HalfPlanes::bytes(int32_t width, int32_t height) {
-  return 4 * static_cast<size_t>(plane_stride(width)) * static_cast<size_t>(height) + plane_stride(width + 5);
+  return 3 * static_cast<size_t>(plane_stride(width)) * static_cast<size_t>(height) + plane_stride(width + 5);
 }
 
 void make_half_planes(const MotionKernels &k, const MotionPlane &picture, uint8_t *memory, HalfPlanes *out) {
   const ptrdiff_t stride = plane_stride(picture.width);
   const size_t plane = static_cast<size_t>(stride) * static_cast<size_t>(picture.height);
-  for (int i = 0; i < 4; ++i) out->p[i] = MotionPlane{memory + i * plane, stride, picture.width, picture.height};
-  uint8_t *copy = memory, *across = memory + plane, *down = memory + 2 * plane, *both = memory + 3 * plane;
-  uint8_t *line = memory + 4 * plane;
+  out->p[0] = picture;
+  for (int i = 1; i < 4; ++i) out->p[i] = MotionPlane{memory + (i - 1) * plane, stride, picture.width, picture.height};
+  uint8_t *across = memory, *down = memory + plane, *both = memory + 2 * plane, *line = memory + 3 * plane;
   // Line y of p[3] filters lines y - 2 .. y + 3 of p[1]: it follows three lines behind, while
   // they are still in the cache.
   for (int32_t y = 0; y < picture.height; ++y) {
     padded_line(picture, y, line);
-    std::memcpy(copy + y * stride, line + 2, static_cast<size_t>(picture.width));
     k.half_h(line + 2, across + y * stride, static_cast<size_t>(picture.width));
     half_column(k, picture, y, down + y * stride);
     if (y >= 3) half_column(k, out->p[1], y - 3, both + (y - 3) * stride);

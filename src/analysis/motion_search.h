@@ -92,8 +92,7 @@ void block_sad_b4(const MotionKernels &k, const MotionBlock &block, const Motion
                   const MotionPlane &target, int32_t qx, int32_t qy, uint32_t sx, uint32_t sy,
                   uint32_t out[4]);
 
-// The picture and its half-pixel samples, all with one stride: p[0] a copy of the picture, p[1]
-// the samples halfway between
+// The picture and its half-pixel samples: p[0] the picture, p[1] the samples halfway between
 // columns x and x + 1, p[2] halfway between lines y and y + 1, p[3] halfway between both (the
 // six-tap half_h / half_v of motion_kernels.h; p[3] filters p[1]'s lines).  Samples outside the
 // picture repeat its edge samples.  Each plane holds width x height samples; beyond them a plane

@@ -456,15 +456,16 @@ void sad_avg4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs
 // sad_ring on lines [y, end) of a 16-wide block: each line loads its nine samples once (the
 // lower samples of a line are the upper ones of the next), eight sums in registers.
 template <int Mode>
-inline void ring_lines16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], ptrdiff_t qs, uint32_t y,
+inline void ring_lines16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t y,
                          uint32_t end, uint32_t out[8][4], int part) {
-  const uint8_t *k = q[0] + y * qs, *v = q[1] + y * qs, *hz = q[2] + y * qs, *c = q[3] + y * qs;
+  const ptrdiff_t ks = qs[0], vs = qs[1], hs = qs[2], cs = qs[3], line = static_cast<ptrdiff_t>(y);
+  const uint8_t *k = q[0] + line * ks, *v = q[1] + line * vs, *hz = q[2] + line * hs, *c = q[3] + line * cs;
   a += static_cast<ptrdiff_t>(y) * as;
   __m128i nw = load16(k), ne = load16(k + 1), n = load16(v);
   __m128i acc[4];
   for (__m128i &x : acc) x = _mm_setzero_si128();
-  for (; y < end; ++y, a += as, k += qs, v += qs, hz += qs, c += qs) {
-    const __m128i sw = load16(k + qs), se = load16(k + qs + 1), s = load16(v + qs), av = load16(a);
+  for (; y < end; ++y, a += as, k += ks, v += vs, hz += hs, c += cs) {
+    const __m128i sw = load16(k + ks), se = load16(k + ks + 1), s = load16(v + vs), av = load16(a);
     __m128i cand[8];
     if (Mode == 0) {
       cand[0] = nw, cand[1] = n, cand[2] = ne, cand[3] = load16(hz), cand[4] = load16(hz + 1);
@@ -495,20 +496,21 @@ inline void ring_lines16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[
 }
 
 template <int Mode>
-inline void ring16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], ptrdiff_t qs, uint32_t h, uint32_t sy,
+inline void ring16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t h, uint32_t sy,
                    uint32_t out[8][4]) {
   const uint32_t top = sy < h ? sy : h;
   ring_lines16<Mode>(a, as, q, qs, 0, top, out, 0);
   ring_lines16<Mode>(a, as, q, qs, top, h, out, 1);
 }
 
-void sad_ring_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], ptrdiff_t qs, uint32_t mode, uint32_t w,
-                  uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[8][4]) {
+void sad_ring_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode,
+                  uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[8][4]) {
   if (w != 16 || (sx != 8 && sx != 16)) {
     for (int i = 0; i < 8; ++i) {
       const uint8_t *b, *c;
-      ring_pair(q, qs, mode, i, &b, &c);
-      sad_avg4_x86(a, as, b, qs, c, qs, w, h, sx, sy, out[i]);
+      ptrdiff_t bs, cs;
+      ring_pair(q, qs, mode, i, &b, &bs, &c, &cs);
+      sad_avg4_x86(a, as, b, bs, c, cs, w, h, sx, sy, out[i]);
     }
     return;
   }
