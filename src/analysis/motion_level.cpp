@@ -212,12 +212,14 @@ MotionVec global_vec(const LevelSearch &s, MotionVec *scratch) {
 void first_candidates(const LevelSearch &s, const ParentIndex &parents, int32_t col, int32_t row,
                       bool has_global, const MotionVec &global, CandidateList *c) {
   if (s.parent) {
+    // Whole pixels of the parent, doubled: whole here, and within the reach (each level's reach
+    // is at least twice its parent's).
     const int32_t pc = parents.col[col], pr = parents.row[row];
-    c->add(clip_to_reach(s, parent_vec(s, pc, pr)));
-    c->add(clip_to_reach(s, parent_vec(s, pc - 1, pr)));
-    c->add(clip_to_reach(s, parent_vec(s, pc + 1, pr)));
-    c->add(clip_to_reach(s, parent_vec(s, pc, pr - 1)));
-    c->add(clip_to_reach(s, parent_vec(s, pc, pr + 1)));
+    c->add(parent_vec(s, pc, pr));
+    c->add(parent_vec(s, pc - 1, pr));
+    c->add(parent_vec(s, pc + 1, pr));
+    c->add(parent_vec(s, pc, pr - 1));
+    c->add(parent_vec(s, pc, pr + 1));
   }
   c->add(MotionVec{});
   if (has_global) c->add(clip_to_reach(s, global));
@@ -250,7 +252,7 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
   for (int32_t row = 0; row < g.rows; ++row) {
     for (int32_t col = 0; col < g.cols; ++col) {
       MotionVec v;
-      if (s.parent) v = clip_to_reach(s, parent_vec(s, parents.col[col], parents.row[row]));
+      if (s.parent) v = parent_vec(s, parents.col[col], parents.row[row]);
       pass0[row * g.cols + col] = v;
     }
   }

@@ -16,13 +16,14 @@ bool inside(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h) {
 
 // The w x h block at (x, y) of a plane, samples outside it repeating the nearest edge sample.
 void fetch_clamped(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h, uint8_t *out) {
+  // Columns [0, lead) repeat the first sample, [lead, tail) are the plane's, [tail, w) repeat the
+  // last one (a block wholly beyond an edge has lead = tail there).
+  const int32_t lead = clamp(-x, 0, w), tail = clamp(p.width - x, lead, w);
   for (int32_t j = 0; j < h; ++j, out += kFetchStride) {
     const uint8_t *row = p.data + clamp(y + j, 0, p.height - 1) * p.stride;
-    if (x >= 0 && x + w <= p.width) {
-      std::memcpy(out, row + x, static_cast<size_t>(w));
-      continue;
-    }
-    for (int32_t i = 0; i < w; ++i) out[i] = row[clamp(x + i, 0, p.width - 1)];
+    if (lead > 0) std::memset(out, row[0], static_cast<size_t>(lead));
+    if (tail > lead) std::memcpy(out + lead, row + x + lead, static_cast<size_t>(tail - lead));
+    if (w > tail) std::memset(out + tail, row[p.width - 1], static_cast<size_t>(w - tail));
   }
 }
 
