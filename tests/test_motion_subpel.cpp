@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -81,6 +82,86 @@ TEST(MotionSubpelKernels, HalfSamplesOfARampAreItsMidpointsAndEdgesClamp) {
   EXPECT_EQ(edge[0], 0);  // (-5 x 255 + 16) >> 5 < 0
   EXPECT_EQ(edge[1], 128);
   EXPECT_EQ(edge[2], 255);
+}
+
+// A detailed texture (24 sinusoids of 0.1 to 1.2 radians a pixel, about 40 grey levels of
+// deviation) moved by quarter pixels: the blocks whose match lies inside the picture get the exact
+// vector both ways, on every ISA level.
+TEST(MotionSubpel, DetailedTranslationsGiveExactVectors) {
+  constexpr int w = 256, h = 160;
+  std::mt19937 rng(5);
+  std::uniform_real_distribution<double> u(0, 1);
+  double wave[24][4];
+  for (auto &v : wave) v[0] = 0.1 + 1.1 * u(rng), v[1] = 6.283185307179586 * u(rng), v[2] = 6.283185307179586 * u(rng), v[3] = 11 + 6 * u(rng);
+  auto picture = [&](double dx, double dy) {
+    std::vector<uint8_t> p(w * h);
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) {
+        double v = 128;
+        for (const auto &c : wave) v += c[3] * std::sin(c[0] * (std::cos(c[1]) * (x - dx) + std::sin(c[1]) * (y - dy)) + c[2]);
+        p[y * w + x] = static_cast<uint8_t>(std::lround(std::fmin(255, std::fmax(0, v))));
+      }
+    return p;
+  };
+  auto handle = [] {
+    DSP_FRAME_RATE_CONVERTER_PARAMS c{};
+    c.ulBaseCount = 1;
+    c.lWidth = c.lHeight = 64;
+    DSP_HANDLE out = nullptr;
+    EXPECT_EQ(DspCreateFrameRateConverter(&c, &out), DSP_S_OK);
+    return out;
+  }();
+  struct Pyramid {
+    std::vector<uint8_t> level[4];
+    DSP_MIPMAP_LEVELS list{};
+  };
+  auto pyramid = [&](std::vector<uint8_t> base, Pyramid *py) {
+    py->list.ulCount = 4;
+    for (int k = 0; k < 4; ++k) {
+      py->level[k] = k ? std::vector<uint8_t>((w >> k) * (h >> k)) : base;
+      DSP_IMAGE &d = py->list.Levels[k];
+      d.Buffer.pBuffer = py->level[k].data();
+      d.Buffer.Region.ulWidth = d.ulWidth = d.ulPrimaryStrideBytes = w >> k;
+      d.Buffer.Region.ulHeight = d.ulHeight = h >> k;
+      d.ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
+      d.eInterlace = DSP_INTERLACE_PROGRESSIVE;
+    }
+    DSP_MIPMAP_PARAMS m{};
+    m.Base = py->list.Levels[0];
+    m.pLevels = &py->list;
+    m.eFilter = DSP_SCALER_FILTER_LINEAR;
+    ASSERT_EQ(DspCreateMipMaps(handle, &m), DSP_S_OK);
+  };
+  Pyramid a;
+  pyramid(picture(0, 0), &a);
+  for (const auto &[dx, dy] : {std::pair{1.25, -0.75}, {-2.5, 0.25}, {0.75, 3.5}, {-5.25, -1.5}}) {
+    Pyramid b;
+    pyramid(picture(dx, dy), &b);
+    for (uint32_t mask : {0u, static_cast<uint32_t>(framedsp::kCpuSSE2), ~0u}) {
+      framedsp::set_cpu_mask(mask);
+      std::vector<uint8_t> bytes(DSP_VECTOR_FIELD_BYTES(w, h, 8, 8));
+      DSP_MOTION_VECTORS_PARAMS p{};
+      p.pLevelsA = &a.list;
+      p.pLevelsB = &b.list;
+      p.pVectorField = bytes.data();
+      p.ulVectorFieldBytes = static_cast<uint32_t>(bytes.size());
+      p.ulBlockA = p.ulBlockB = 8;
+      ASSERT_EQ(DspCreateMotionVectors(handle, &p), DSP_S_OK);
+      const int n = (w / 8) * (h / 8);
+      int exact = 0, counted = 0;
+      for (int i = 0; i < 2 * n; ++i) {
+        DSP_MOTION_VECTOR v;
+        std::memcpy(&v, bytes.data() + 48 + 8 * i, 8);
+        const double tx = i < n ? dx : -dx, ty = i < n ? dy : -dy;
+        const int x = (i % n) % (w / 8) * 8, y = (i % n) / (w / 8) * 8;
+        if (x + tx < 3 || y + ty < 3 || x + 8 + tx > w - 3 || y + 8 + ty > h - 3) continue;  // the filter's reach
+        ++counted;
+        exact += v.sX == std::lround(4 * tx) && v.sY == std::lround(4 * ty);
+      }
+      EXPECT_GE(exact, counted * 99 / 100) << "(" << dx << ", " << dy << ") mask " << mask;
+    }
+  }
+  framedsp::set_cpu_mask(~0u);
 }
 
 }  // namespace

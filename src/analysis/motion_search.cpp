@@ -77,31 +77,6 @@ void block_sad_q4(const MotionKernels &k, const MotionBlock &block, const Motion
   k.sad_q4(block.a, block.a_stride, fetched, kFetchStride, w, h, fx, fy, sx, sy, out);
 }
 
-void block_sad_b4(const MotionKernels &k, const MotionBlock &block, const MotionPlane &source,
-                  const MotionPlane &target, int32_t qx, int32_t qy, uint32_t sx, uint32_t sy,
-                  uint32_t out[4]) {
-  const uint32_t fx = static_cast<uint32_t>(qx & 3), fy = static_cast<uint32_t>(qy & 3);
-  const int32_t lx = fx ? 1 : 0, ly = fy ? 1 : 0;  // the column left and line above of the block
-  alignas(16) uint8_t fa[kFetchStride * (kSadMaxSide + 1)], fb[kFetchStride * (kSadMaxSide + 1)];
-  const uint8_t *a = block.a;
-  ptrdiff_t as = block.a_stride;
-  if (block.x < lx || block.y < ly) {
-    fetch_clamped(source, block.x - lx, block.y - ly, block.w + lx, block.h + ly, fa);
-    a = fa + ly * kFetchStride + lx;
-    as = kFetchStride;
-  }
-  const int32_t x = block.x + (qx >> 2), y = block.y + (qy >> 2);
-  const uint8_t *b = fb;
-  ptrdiff_t bs = kFetchStride;
-  if (inside(target, x, y, block.w + lx, block.h + ly)) {
-    b = at(target, x, y);
-    bs = target.stride;
-  } else {
-    fetch_clamped(target, x, y, block.w + lx, block.h + ly, fb);
-  }
-  k.sad_b4(a, as, b, bs, static_cast<uint32_t>(block.w), static_cast<uint32_t>(block.h), fx, fy, sx, sy, out);
-}
-
 namespace {
 
 ptrdiff_t plane_stride(int32_t width) { return (static_cast<ptrdiff_t>(width) + 31) & ~ptrdiff_t{31}; }

@@ -85,13 +85,6 @@ uint32_t block_sad_q(const MotionKernels &k, const MotionBlock &block, const Mot
 void block_sad_q4(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
                   int32_t qx, int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]);
 
-// SAD of the block against the target at quarter-pixel offset (qx, qy), both pictures sampled
-// half the fraction apart (sad_b4 of motion_kernels.h), in four parts split after sx columns and
-// sy lines; samples outside either picture repeat its edge samples.  Whole pixels give block_sad.
-void block_sad_b4(const MotionKernels &k, const MotionBlock &block, const MotionPlane &source,
-                  const MotionPlane &target, int32_t qx, int32_t qy, uint32_t sx, uint32_t sy,
-                  uint32_t out[4]);
-
 // The picture and its half-pixel samples: p[0] the picture, p[1] the samples halfway between
 // columns x and x + 1, p[2] halfway between lines y and y + 1, p[3] halfway between both (the
 // six-tap half_h / half_v of motion_kernels.h; p[3] filters p[1]'s lines).  Samples outside the

@@ -22,9 +22,6 @@ inline __m128i pair8(const uint8_t *p, ptrdiff_t stride) {
 }
 #if defined(__AVX2__)
 inline __m256i load32(const uint8_t *p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)); }
-inline __m256i two16(const uint8_t *p, ptrdiff_t stride) {
-  return _mm256_inserti128_si256(_mm256_castsi128_si256(load16(p)), load16(p + stride), 1);
-}
 #endif
 
 // The B side of a kernel, one line at a time: one plane (sad) or the rounded-up average of two
@@ -38,7 +35,6 @@ struct One {
   int at(uint32_t x) const { return b[x]; }
 #if defined(__AVX2__)
   __m256i at32(uint32_t x) const { return load32(b + x); }
-  __m256i two(uint32_t x) const { return two16(b + x, bs); }
 #endif
   void next(int lines) { b += lines * bs; }
 };
@@ -53,7 +49,6 @@ struct Avg {
   int at(uint32_t x) const { return (b[x] + c[x] + 1) >> 1; }
 #if defined(__AVX2__)
   __m256i at32(uint32_t x) const { return _mm256_avg_epu8(load32(b + x), load32(c + x)); }
-  __m256i two(uint32_t x) const { return _mm256_avg_epu8(two16(b + x, bs), two16(c + x, cs)); }
 #endif
   void next(int lines) {
     b += lines * bs;
@@ -91,7 +86,7 @@ inline uint32_t sad_line(const uint8_t *a, const B &b, uint32_t w) {
   return sum;
 }
 
-// Blocks 8 wide: two lines a vector; 16 wide with AVX2: two lines a vector; otherwise by lines.
+// Blocks 8 wide: two lines a vector; 16 wide: a line a vector; otherwise by lines.
 template <class B>
 inline uint32_t sad_block(const uint8_t *a, ptrdiff_t as, B b, uint32_t w, uint32_t h) {
   uint32_t y = 0;
@@ -101,15 +96,16 @@ inline uint32_t sad_block(const uint8_t *a, ptrdiff_t as, B b, uint32_t w, uint3
       acc = _mm_add_epi64(acc, _mm_sad_epu8(pair8(a, as), b.pair(0)));
     }
   }
-#if defined(__AVX2__)
-  if (w == 16) {
-    __m256i wide = _mm256_setzero_si256();
-    for (; y + 2 <= h; y += 2, a += 2 * as, b.next(2)) {
-      wide = _mm256_add_epi64(wide, _mm256_sad_epu8(two16(a, as), b.two(0)));
+  if (w == 16) {  // a line a vector, two chains of sums
+    __m128i odd = _mm_setzero_si128();
+    for (; y + 2 <= h; y += 2, a += 2 * as) {
+      acc = _mm_add_epi64(acc, _mm_sad_epu8(load16(a), b.at16(0)));
+      b.next(1);
+      odd = _mm_add_epi64(odd, _mm_sad_epu8(load16(a + as), b.at16(0)));
+      b.next(1);
     }
-    acc = _mm_add_epi64(acc, _mm_add_epi64(_mm256_castsi256_si128(wide), _mm256_extracti128_si256(wide, 1)));
+    acc = _mm_add_epi64(acc, odd);
   }
-#endif
   uint32_t sum = hsum(acc);
   for (; y < h; ++y, a += as, b.next(1)) sum += sad_line(a, b, w);
   return sum;
