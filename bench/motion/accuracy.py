@@ -16,7 +16,8 @@ percentage counts every block except
   - blocks the field flags DSP_MV_FLAT (no texture: any vector matches them as well as the true
     one), shown in the "flat" column, and
   - blocks whose true match reaches outside the other picture (content that enters or leaves the
-    picture), shown in the "edge" column with their own percentage.
+    picture; a fractional match reads the interpolation filter's two samples before and three
+    after), shown in the "edge" column with their own percentage.
 "all" is the percentage over every block, flat and edge blocks included.
 """
 import argparse
@@ -78,9 +79,12 @@ def score(entries, w, h, tx, ty):
     rows, cols = entries.shape
     bx, by = np.arange(cols) * BLOCK, np.arange(rows) * BLOCK
     bw, bh = np.minimum(BLOCK, w - bx), np.minimum(BLOCK, h - by)
-    # The true match of a block lies inside the picture (a fraction reads the next pixel too).
-    in_x = (bx + np.floor(tx) >= 0) & (bx + bw - 1 + np.ceil(tx) <= w - 1)
-    in_y = (by + np.floor(ty) >= 0) & (by + bh - 1 + np.ceil(ty) <= h - 1)
+    # The true match of a block lies inside the picture, with the filter's reach for a fraction.
+    def reach(t):
+        return (np.floor(t) - 2, np.floor(t) + 3) if t != np.floor(t) else (t, t)
+    (lx, hx), (ly, hy) = reach(tx), reach(ty)
+    in_x = (bx + lx >= 0) & (bx + bw - 1 + hx <= w - 1)
+    in_y = (by + ly >= 0) & (by + bh - 1 + hy <= h - 1)
     inside = in_y[:, None] & in_x[None, :]
     right = (np.abs(entries["x"] - 4 * tx) <= 1) & (np.abs(entries["y"] - 4 * ty) <= 1)
     flat = (entries["flags"] & MV_FLAT) != 0
