@@ -103,7 +103,7 @@ TEST(MotionSubpel, DetailedTranslationsGiveExactVectors) {
       }
     return p;
   };
-  auto handle = [] {
+  static const DSP_HANDLE handle = [] {  // converters live until the process ends
     DSP_FRAME_RATE_CONVERTER_PARAMS c{};
     c.ulBaseCount = 1;
     c.lWidth = c.lHeight = 64;

@@ -124,6 +124,11 @@ bool outside(const FinalStage &f, const MotionBlock &b, const MotionVec &v) {
 // inside the target.  False when that is the whole block, or nothing of it.  Edge-repeated
 // samples say nothing about where a block lies between two pixels, so sub-pixel decisions are
 // taken on this part alone.
+// The samples of the whole block at every whole-pixel offset lo..hi lie inside the target.
+bool all_inside(const MotionPlane &target, const MotionBlock &b, MotionVec lo, MotionVec hi) {
+  return b.x + lo.x >= 0 && b.y + lo.y >= 0 && b.x + b.w + hi.x <= target.width && b.y + b.h + hi.y <= target.height;
+}
+
 bool inside_part(const MotionPlane &target, const MotionBlock &b, MotionVec lo, MotionVec hi, MotionBlock *out) {
   const int32_t x0 = std::max(b.x, -lo.x), x1 = std::min(b.x + b.w, target.width - hi.x);
   const int32_t y0 = std::max(b.y, -lo.y), y1 = std::min(b.y + b.h, target.height - hi.y);
@@ -221,12 +226,12 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     // the target, only the part of the block inside it is weighed (and its sums are not kept).
     const MotionBlock whole = make_block(f.a, sg, i % sg.cols, i / sg.cols);
     MotionBlock part;
-    const bool cut = inside_part(f.b, whole, read_lo(MotionVec{own.x - 3, own.y - 3}),
-                                 read_hi(MotionVec{own.x + 3, own.y + 3}), &part);
+    const MotionVec lo = read_lo(MotionVec{own.x - 3, own.y - 3}), hi = read_hi(MotionVec{own.x + 3, own.y + 3});
+    const bool cut = inside_part(f.b, whole, lo, hi, &part);
     const MotionBlock &b = cut ? part : whole;
     uint32_t sx, sy;
     split_of(f, b, &sx, &sy);
-    if (!cut && iabs(own.x) + 3 <= 4 * f.reach_x && iabs(own.y) + 3 <= 4 * f.reach_y) {
+    if (all_inside(f.b, whole, lo, hi) && iabs(own.x) + 3 <= 4 * f.reach_x && iabs(own.y) + 3 <= 4 * f.reach_y) {
       BlockParts p{own, {}, true};
       block_sad_q4(k, b, f.b, own.x, own.y, sx, sy, p.sum);
       const uint32_t match = cost16_of_sad(b, p.sum[0] + p.sum[1] + p.sum[2] + p.sum[3]);
