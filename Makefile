@@ -18,7 +18,7 @@ FUZZ_TARGETS := copy filter compare handles scaler subpixel_filter scaler_helper
                 motion_vectors frame_rate
 
 .PHONY: all deps build run test test-release test-asan layout32 windows windows64 windows-test windows-test32 \
-        windows-test64 windows-check bench bench-frc clean \
+        windows-test64 windows-check bench bench-frc bench-motion clean \
         fuzz fuzz-build fuzz-corpus tsan mutate balance
 
 all: build
@@ -166,6 +166,13 @@ bench-frc: $(BUILD)/CMakeCache.txt
 	@for p in $(BENCH_FRC_PACKAGES); do FRAMEDSP_OPTIONAL_DEPS=$$p bash scripts/deps.sh; done
 	$(CMAKE) --build $(BUILD) -j $(JOBS) --target framedsp_cli
 	$(BENCH_PYTHON) bench/frc/frc_bench.py --framedsp $(BUILD)/tools/framedsp --out $(BUILD)/bench-frc
+
+# `make bench-motion`: the accuracy of DspCreateMotionVectors on photographs moved by known whole-
+# and quarter-pixel translations (bench/motion/accuracy.py, a table of cases, forward and backward).
+bench-motion: $(BUILD)/CMakeCache.txt
+	@for p in python3-numpy python3-skimage; do FRAMEDSP_OPTIONAL_DEPS=$$p bash scripts/deps.sh; done
+	$(CMAKE) --build $(BUILD) -j $(JOBS) --target framedsp_cli
+	$(BENCH_PYTHON) bench/motion/accuracy.py --framedsp $(BUILD)/tools/framedsp
 
 # libFuzzer targets (clang with -fsanitize=fuzzer).  `make fuzz` runs each for FUZZ_SECONDS with
 # its committed corpus as the seed; `make fuzz-corpus` (part of `make test`) replays the corpus only.

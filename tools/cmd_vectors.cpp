@@ -32,6 +32,9 @@ const char kHelp[] =
     "  --whole-pixel           no quarter-pixel refinement\n"
     "  --style arrows|wheel    arrows over the picture (default) or a colour wheel per block\n"
     "  --scale K               arrow length per pixel of motion (default 2)\n"
+  "  --field FILE            also write the field as DspCreateMotionVectors wrote it: the\n"
+  "                          48-byte DSP_VECTOR_FIELD header, then the 8-byte entries\n"
+  "                          (forward, then backward), in this machine's byte order\n"
     "\n"
     "Arrows start at each block's centre: green, red for bad blocks (cost above the scene\n"
     "threshold), yellow where the forward and backward fields disagree.  The wheel colours each\n"
@@ -82,6 +85,7 @@ class Vectors : public FrameCommand {
       }
       wheel_ = style == "wheel";
     }
+    if (parsed.has("--field")) field_path_ = parsed.get("--field");
     if (parsed.has("--scale")) {
       char *end = nullptr;
       scale_ = std::strtod(parsed.get("--scale").c_str(), &end);
@@ -124,10 +128,22 @@ class Vectors : public FrameCommand {
     }
     std::printf("OUT: %s: %ux%u PNG of the forward field (%s)\n", job.other_out.c_str(), width_, height_,
                 wheel_ ? "colour wheel" : "arrows");
+    if (!field_path_.empty()) write_field();
     return "";
   }
 
  private:
+  void write_field() const {
+    FILE *file = std::fopen(field_path_.c_str(), "wb");
+    const size_t entries = field_.entries.size();
+    const bool ok = file && std::fwrite(&field_.header, sizeof field_.header, 1, file) == 1 &&
+                    std::fwrite(field_.entries.data(), sizeof(DSP_MOTION_VECTOR), entries, file) == entries;
+    if (file && std::fclose(file) != 0) throw RuntimeError("cannot write " + field_path_);
+    if (!ok) throw RuntimeError("cannot write " + field_path_);
+    std::printf("OUT: %s: the field, %u bytes\n", field_path_.c_str(), field_.header.ulFieldBytes);
+  }
+
+  std::string field_path_;
   uint32_t width_ = 0, height_ = 0, frame_a_ = 0, frame_b_ = 0;
   VectorChoice choice_;
   bool wheel_ = false;
@@ -150,7 +166,8 @@ extern const Command kVectorsCommand = {
      {"--range", true},
      {"--whole-pixel", false},
      {"--style", true},
-     {"--scale", true}},
+     {"--scale", true},
+     {"--field", true}},
     run_clip<Vectors>};
 
 }  // namespace cli

@@ -10,7 +10,6 @@ namespace framedsp {
 namespace {
 
 int32_t iabs(int32_t v) { return v < 0 ? -v : v; }
-int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : (v > hi ? hi : v); }
 
 // Mean absolute difference to the right and lower neighbours below this: a flat block.
 constexpr uint32_t kFlatActivity = 2;
@@ -23,6 +22,16 @@ constexpr int32_t kSettleApart = 1;
 
 bool apart(const MotionVec &a, const MotionVec &b, int32_t limit) {
   return iabs(a.x - b.x) > limit || iabs(a.y - b.y) > limit;
+}
+
+// The block's match at v in the four parts of sad_q4.
+void parts_at(const MotionKernels &k, const FinalStage &f, const MotionBlock &b, const MotionVec &v, uint32_t sx,
+              uint32_t sy, uint32_t out[4]) {
+  if ((v.x | v.y) & 3) {
+    block_sad_sub4(k, b, *f.half, v.x, v.y, sx, sy, out);
+  } else {
+    block_sad_q4(k, b, f.b, v.x, v.y, sx, sy, out);
+  }
 }
 
 struct Best {
@@ -49,11 +58,7 @@ class FinalEval {
       if (seen_vec_[i] == v) return seen_cost_[i];
     }
     BlockParts p{v, {}, true};
-    if ((v.x | v.y) & 3) {
-      block_sad_b4(k_, block_, f_.a, f_.b, v.x, v.y, sx_, sy_, p.sum);
-    } else {
-      block_sad_q4(k_, block_, f_.b, v.x, v.y, sx_, sy_, p.sum);
-    }
+    parts_at(k_, f_, block_, v, sx_, sy_, p.sum);
     return take(p);
   }
 
@@ -84,7 +89,7 @@ class FinalEval {
   uint32_t sx_, sy_;
   Best best_;
   BlockParts best_parts_{};
-  static constexpr int kSeen = 16;
+  static constexpr int kSeen = 24;
   MotionVec seen_vec_[kSeen];
   uint64_t seen_cost_[kSeen] = {};
   int seen_ = 0;
@@ -119,6 +124,11 @@ bool outside(const FinalStage &f, const MotionBlock &b, const MotionVec &v) {
 // inside the target.  False when that is the whole block, or nothing of it.  Edge-repeated
 // samples say nothing about where a block lies between two pixels, so sub-pixel decisions are
 // taken on this part alone.
+// The samples of the whole block at every whole-pixel offset lo..hi lie inside the target.
+bool all_inside(const MotionPlane &target, const MotionBlock &b, MotionVec lo, MotionVec hi) {
+  return b.x + lo.x >= 0 && b.y + lo.y >= 0 && b.x + b.w + hi.x <= target.width && b.y + b.h + hi.y <= target.height;
+}
+
 bool inside_part(const MotionPlane &target, const MotionBlock &b, MotionVec lo, MotionVec hi, MotionBlock *out) {
   const int32_t x0 = std::max(b.x, -lo.x), x1 = std::min(b.x + b.w, target.width - hi.x);
   const int32_t y0 = std::max(b.y, -lo.y), y1 = std::min(b.y + b.h, target.height - hi.y);
@@ -134,45 +144,22 @@ bool inside_part(const MotionPlane &target, const MotionBlock &b, MotionVec lo, 
   return true;
 }
 
-// Whole-pixel offsets (per axis) the matches of v read: a fraction reads one pixel more.
-MotionVec read_lo(const MotionVec &v) { return MotionVec{v.x >> 2, v.y >> 2}; }
-MotionVec read_hi(const MotionVec &v) { return MotionVec{(v.x + 3) >> 2, (v.y + 3) >> 2}; }
+// Whole-pixel offsets (per axis) of the picture samples the matches of v depend on: a fraction
+// depends on the six-tap filter's reach, two pixels before and three after.
+constexpr int32_t kTapsBefore = 2, kTapsAfter = 3;
+int32_t lo_of(int32_t q) { return (q >> 2) - ((q & 3) ? kTapsBefore : 0); }
+int32_t hi_of(int32_t q) { return (q & 3) ? (q >> 2) + kTapsAfter : q >> 2; }
+MotionVec read_lo(const MotionVec &v) { return MotionVec{lo_of(v.x), lo_of(v.y)}; }
+MotionVec read_hi(const MotionVec &v) { return MotionVec{hi_of(v.x), hi_of(v.y)}; }
 
-// Offset (quarter pixels, -2..2) of the vertex of the parabola through the matches one whole
-// pixel before, at and after a vector; halves round away from zero, so mirrored inputs give
-// mirrored offsets.
-int32_t vertex(uint32_t before, uint32_t at, uint32_t after) {
-  if (before == UINT32_MAX || after == UINT32_MAX) return 0;
-  // Matches are below 2^19 (255 x 1024 at most), so every term fits 32 bits.
-  const int32_t num = 4 * (static_cast<int32_t>(before) - static_cast<int32_t>(after));
-  const int32_t den = 2 * (static_cast<int32_t>(before) + static_cast<int32_t>(after) - 2 * static_cast<int32_t>(at));
-  if (den <= 0) return before < after ? -2 : (after < before ? 2 : 0);
-  const int32_t q = num >= 0 ? (2 * num + den) / (2 * den) : -((2 * -num + den) / (2 * den));
-  return clamp(q, -2, 2);
-}
-
-// The whole-pixel matches of v and its four neighbours (left, right, up, down).
-void around_of(const MotionKernels &k, const FinalStage &f, const MotionBlock &b, const MotionVec &v,
-               uint32_t out[5]) {
-  static const int32_t kStep[5][2] = {{0, 0}, {-4, 0}, {4, 0}, {0, -4}, {0, 4}};
-  for (int i = 0; i < 5; ++i) {
-    const MotionVec w{v.x + kStep[i][0], v.y + kStep[i][1]};
-    out[i] = iabs(w.x) > 4 * f.reach_x || iabs(w.y) > 4 * f.reach_y
-                 ? UINT32_MAX
-                 : cost16_of_sad(b, block_sad(k, b, f.b, w.x >> 2, w.y >> 2));
-  }
-}
-
-// The four quarter-pixel neighbours of the best, then the diagonal between the better sides
-// when both improved on it.
-void quarter_step(FinalEval *e) {
+// The eight neighbours `step` quarter pixels from the best, in a fixed order.
+void ring(FinalEval *e, int32_t step) {
   const MotionVec c = e->best().v;
-  const uint64_t centre = e->best().cost;
-  const uint64_t l = e->consider(MotionVec{c.x - 1, c.y}), r = e->consider(MotionVec{c.x + 1, c.y});
-  const uint64_t u = e->consider(MotionVec{c.x, c.y - 1}), d = e->consider(MotionVec{c.x, c.y + 1});
-  const int32_t sx = std::min(l, r) < centre ? (l <= r ? -1 : 1) : 0;
-  const int32_t sy = std::min(u, d) < centre ? (u <= d ? -1 : 1) : 0;
-  if (sx && sy) e->consider(MotionVec{c.x + sx, c.y + sy});
+  for (int32_t dy = -step; dy <= step; dy += step) {
+    for (int32_t dx = -step; dx <= step; dx += step) {
+      if (dx || dy) e->consider(MotionVec{c.x + dx, c.y + dy});
+    }
+  }
 }
 
 int32_t nesting(int32_t search, int32_t final) { return search == final ? 1 : (search == 2 * final ? 2 : 0); }
@@ -191,7 +178,37 @@ MotionVec median_of(int32_t *xs, int32_t *ys, int32_t n) {
   return MotionVec{xs[n / 2], ys[n / 2]};
 }
 
-// Sub-pixel refinement: the vertex of the whole-pixel matches around each vector, per axis.
+// The ring of `step` around best->v when all of its reads lie inside the planes: the order and
+// ranking of ring(), the eight matches from one sad_ring call.
+void ring_inside(const MotionKernels &k, const HalfPlanes &half, const MotionBlock &b, uint32_t sx, uint32_t sy,
+                 int32_t step, Best *best, BlockParts *parts) {
+  const MotionVec c = best->v;
+  // The centre on the grid of half pixels, and the planes of its 3x3 neighbourhood.
+  const int32_t hx = 2 * b.x + (c.x >> 1), hy = 2 * b.y + (c.y >> 1);
+  auto plane = [&](int32_t x, int32_t y) -> const MotionPlane & { return half.p[((y & 1) << 1) | (x & 1)]; };
+  auto sample = [&](int32_t x, int32_t y) { return plane(x, y).data + (y >> 1) * plane(x, y).stride + (x >> 1); };
+  const uint8_t *const q[4] = {sample(hx - 1, hy - 1), sample(hx, hy - 1), sample(hx - 1, hy), sample(hx, hy)};
+  const ptrdiff_t qs[4] = {plane(hx - 1, hy - 1).stride, plane(hx, hy - 1).stride, plane(hx - 1, hy).stride,
+                           plane(hx, hy).stride};
+  // Half pixels around a whole-pixel centre; quarter pixels around any centre (corners from the
+  // samples beside them when the centre's coordinates are both whole or both half).
+  const uint32_t mode = step == 2 ? 0u : ((hx ^ hy) & 1) ? 2u : 1u;
+  uint32_t sum[8][4];
+  k.sad_ring(b.a, b.a_stride, q, qs, mode, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h), sx, sy, sum);
+  for (int i = 0; i < 8; ++i) {
+    const int32_t dx = i == 0 || i == 3 || i == 5 ? -step : (i == 1 || i == 6 ? 0 : step);
+    const int32_t dy = i < 3 ? -step : (i < 5 ? 0 : step);
+    const MotionVec v{c.x + dx, c.y + dy};
+    const uint32_t match = cost16_of_sad(b, sum[i][0] + sum[i][1] + sum[i][2] + sum[i][3]);
+    if (better(match, v, best->cost, best->v)) {
+      *best = Best{v, match, match, true};
+      *parts = BlockParts{v, {sum[i][0], sum[i][1], sum[i][2], sum[i][3]}, true};
+    }
+  }
+}
+
+// Sub-pixel refinement: the best of the half-pixel ring around each vector, then of the
+// quarter-pixel ring around that.
 // Loose blocks take the median of the others' refined vectors (*global; false when there is none).
 bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
   const BlockGrid &sg = f.search_grid;
@@ -209,27 +226,29 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     // the target, only the part of the block inside it is weighed (and its sums are not kept).
     const MotionBlock whole = make_block(f.a, sg, i % sg.cols, i / sg.cols);
     MotionBlock part;
-    const bool cut = inside_part(f.b, whole, MotionVec{(own.x >> 2) - 1, (own.y >> 2) - 1},
-                                 MotionVec{(own.x >> 2) + 1, (own.y >> 2) + 1}, &part);
+    const MotionVec lo = read_lo(MotionVec{own.x - 3, own.y - 3}), hi = read_hi(MotionVec{own.x + 3, own.y + 3});
+    const bool cut = inside_part(f.b, whole, lo, hi, &part);
     const MotionBlock &b = cut ? part : whole;
-    uint32_t a[5] = {};
-    if (f.around && !cut) {
-      std::copy(f.around + 5 * i, f.around + 5 * i + 5, a);
-    } else {
-      around_of(k, f, b, own, a);
-    }
-    const MotionVec r{clamp(own.x + vertex(a[1], a[0], a[2]), -4 * f.reach_x, 4 * f.reach_x),
-                      clamp(own.y + vertex(a[3], a[0], a[4]), -4 * f.reach_y, 4 * f.reach_y)};
-    // The vertex lands within a quarter pixel or so of the best match; a quarter-pixel step
-    // around it settles the rest.
     uint32_t sx, sy;
     split_of(f, b, &sx, &sy);
-    FinalEval eval(k, f, b, own, 0, cut ? static_cast<uint32_t>(b.w) : sx, cut ? static_cast<uint32_t>(b.h) : sy);
-    eval.consider(r);  // pure match: a smoothness term would pull to `own`
-    quarter_step(&eval);
-    f.refined[i] = eval.best().v;
-    f.parts[i] = eval.best_parts();
-    f.parts[i].known = !cut;
+    if (all_inside(f.b, whole, lo, hi) && iabs(own.x) + 3 <= 4 * f.reach_x && iabs(own.y) + 3 <= 4 * f.reach_y) {
+      BlockParts p{own, {}, true};
+      block_sad_q4(k, b, f.b, own.x, own.y, sx, sy, p.sum);
+      const uint32_t match = cost16_of_sad(b, p.sum[0] + p.sum[1] + p.sum[2] + p.sum[3]);
+      Best best{own, match, match, true};
+      ring_inside(k, *f.half, b, sx, sy, 2, &best, &p);
+      ring_inside(k, *f.half, b, sx, sy, 1, &best, &p);
+      f.refined[i] = best.v;
+      f.parts[i] = p;
+    } else {
+      FinalEval eval(k, f, b, own, 0, cut ? static_cast<uint32_t>(b.w) : sx, cut ? static_cast<uint32_t>(b.h) : sy);
+      eval.consider(own);  // pure match: a smoothness term would pull to `own`
+      ring(&eval, 2);
+      ring(&eval, 1);
+      f.refined[i] = eval.best().v;
+      f.parts[i] = eval.best_parts();
+      f.parts[i].known = !cut;
+    }
     xs[placed] = f.refined[i].x;
     ys[placed++] = f.refined[i].y;
   }
@@ -332,10 +351,8 @@ void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *
         uint32_t sums[4];
         if (known) {
           std::copy(known, known + 4, sums);
-        } else if ((v.x | v.y) & 3) {
-          block_sad_b4(k, sb, f.a, f.b, v.x, v.y, sx, sy, sums);
         } else {
-          block_sad_q4(k, sb, f.b, v.x, v.y, sx, sy, sums);
+          parts_at(k, f, sb, v, sx, sy, sums);
         }
         const uint64_t lambda = uint64_t{4} * f.lambda * static_cast<uint32_t>(iabs(v.x - own.x) + iabs(v.y - own.y));
         for (int q = 0; q < 4; ++q) {

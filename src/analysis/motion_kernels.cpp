@@ -71,6 +71,62 @@ void sad_b4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t 
   }
 }
 
+void sad_avg4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride, const uint8_t *c,
+                ptrdiff_t c_stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[4]) {
+  out[0] = out[1] = out[2] = out[3] = 0;
+  for (uint32_t y = 0; y < h; ++y, a += a_stride, b += b_stride, c += c_stride) {
+    for (uint32_t x = 0; x < w; ++x) {
+      const int m = (b[x] + c[x] + 1) >> 1;
+      out[(y >= sy ? 2 : 0) + (x >= sx ? 1 : 0)] += static_cast<uint32_t>(a[x] > m ? a[x] - m : m - a[x]);
+    }
+  }
+}
+
+void ring_pair(const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode, int i, const uint8_t **b,
+               ptrdiff_t *bs, const uint8_t **c, ptrdiff_t *cs) {
+  struct Sample {
+    const uint8_t *p;
+    ptrdiff_t s;
+  };
+  const Sample nw{q[0], qs[0]}, ne{q[0] + 1, qs[0]}, sw{q[0] + qs[0], qs[0]}, se{q[0] + qs[0] + 1, qs[0]};
+  const Sample n{q[1], qs[1]}, s{q[1] + qs[1], qs[1]}, w{q[2], qs[2]}, e{q[2] + 1, qs[2]}, centre{q[3], qs[3]};
+  const Sample sample[8] = {nw, n, ne, w, e, sw, s, se};
+  const Sample side[8][2] = {{w, n}, {centre, n}, {e, n}, {centre, w}, {centre, e}, {w, s}, {centre, s}, {e, s}};
+  Sample first = sample[i], second = sample[i];
+  if (mode == 2 && (i == 0 || i == 2 || i == 5 || i == 7)) {
+    first = centre;
+  } else if (mode != 0) {
+    first = side[i][0];
+    second = side[i][1];
+  }
+  *b = first.p, *bs = first.s, *c = second.p, *cs = second.s;
+}
+
+void sad_ring_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode,
+                uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[8][4]) {
+  for (int i = 0; i < 8; ++i) {
+    const uint8_t *b, *c;
+    ptrdiff_t bs, cs;
+    ring_pair(q, qs, mode, i, &b, &bs, &c, &cs);
+    sad_avg4_c(a, a_stride, b, bs, c, cs, w, h, sx, sy, out[i]);
+  }
+}
+
+namespace {
+uint8_t six_tap(int p0, int p1, int p2, int p3, int p4, int p5) {
+  const int v = (p0 - 5 * p1 + 20 * p2 + 20 * p3 - 5 * p4 + p5 + 16) >> 5;  // -2550..10710 before the shift
+  return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
+}
+}  // namespace
+
+void half_h_c(const uint8_t *p, uint8_t *out, size_t n) {
+  for (size_t i = 0; i < n; ++i, ++p) out[i] = six_tap(p[-2], p[-1], p[0], p[1], p[2], p[3]);
+}
+
+void half_v_c(const uint8_t *const r[6], uint8_t *out, size_t n) {
+  for (size_t i = 0; i < n; ++i) out[i] = six_tap(r[0][i], r[1][i], r[2][i], r[3][i], r[4][i], r[5][i]);
+}
+
 void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
   table->sad = sad_c;
   table->sad_avg = sad_avg_c;
@@ -78,6 +134,10 @@ void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
   table->sad_q = sad_q_c;
   table->sad_q4 = sad_q4_c;
   table->sad_b4 = sad_b4_c;
+  table->sad_avg4 = sad_avg4_c;
+  table->sad_ring = sad_ring_c;
+  table->half_h = half_h_c;
+  table->half_v = half_v_c;
 #if defined(FRAMEDSP_HAVE_X86)
   if (cpu_flags & kCpuSSE2) motion_kernels_init_sse2(table);
   if (cpu_flags & kCpuAVX2) motion_kernels_init_avx2(table);

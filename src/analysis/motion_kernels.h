@@ -17,6 +17,21 @@
 //            the column left of and the line above a, and w + 1 columns and h + 1 lines of f,
 //            where the fraction is not 0.  Equal sampling on both sides keeps the match from
 //            favouring whole pixels on detailed pictures.
+//   sad_avg4 sad_avg's sum in the four parts of sad_q4: |a - ((b + c + 1) >> 1)|; with c = b the
+//            plain SAD.  Quarter-pixel samples of the half-pixel planes.
+//   sad_ring sad_avg4 of the eight candidates around a centre on the grid of half pixels, from the
+//            3x3 samples around it in four planes (stride qs[i] for q[i]): q[0] at the upper-left
+//            one (so NW = q[0][0], NE = q[0][1], SW = q[0][qs[0]], SE = q[0][qs[0] + 1]), q[1] at
+//            the upper middle (N = q[1][0], S = q[1][qs[1]]), q[2] at the middle left (W = q[2][0],
+//            E = q[2][1]), q[3] at the centre C.  Candidates NW, N, NE, W, E, SW, S, SE (out[0..7]): mode 0
+//            each sample alone; modes 1 and 2 the rounded-up average of C and N, W, E or S, and
+//            for the corners mode 1 the average of the two samples beside the corner (NW: W and
+//            N), mode 2 that of C and the corner.  Reads w + 1 columns and h + 1 lines from q[0],
+//            h + 1 lines from q[1] and w + 1 columns from q[2].
+//   half_h   the half-pixel samples of a line: out[i] = clip((p[i-2] - 5 p[i-1] + 20 p[i]
+//            + 20 p[i+1] - 5 p[i+2] + p[i+3] + 16) >> 5) for i in [0, n), reading p[-2, n + 3).
+//   half_v   the same across six lines: out[i] from r[0][i] .. r[5][i] (r[2] and r[3] the two
+//            lines the sample lies between).
 // Blocks are 1..64 samples wide and 1..64 lines high; strides may be negative (bottom-up
 // pictures).  Sums are exact integers, so every ISA gives the same value whatever its order.
 // The table is filled with the scalar kernels, then overridden by what the CPU flags allow.
@@ -41,6 +56,13 @@ using SadQ4Kernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t
                              ptrdiff_t f_stride, uint32_t w, uint32_t h, uint32_t fx, uint32_t fy,
                              uint32_t sx, uint32_t sy, uint32_t out[4]);
 using SadB4Kernel = SadQ4Kernel;
+using SadAvg4Kernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
+                               const uint8_t *c, ptrdiff_t c_stride, uint32_t w, uint32_t h, uint32_t sx,
+                               uint32_t sy, uint32_t out[4]);
+using SadRingKernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4], const ptrdiff_t qs[4],
+                               uint32_t mode, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[8][4]);
+using HalfLineKernel = void (*)(const uint8_t *p, uint8_t *out, size_t n);
+using HalfColumnKernel = void (*)(const uint8_t *const r[6], uint8_t *out, size_t n);
 
 struct MotionKernels {
   SadKernel sad;
@@ -49,6 +71,10 @@ struct MotionKernels {
   SadQKernel sad_q;
   SadQ4Kernel sad_q4;
   SadB4Kernel sad_b4;
+  SadAvg4Kernel sad_avg4;
+  SadRingKernel sad_ring;
+  HalfLineKernel half_h;
+  HalfColumnKernel half_v;
 };
 
 uint32_t sad_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
@@ -64,6 +90,16 @@ void sad_q4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t 
 void sad_b4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t f_stride,
               uint32_t w, uint32_t h, uint32_t fx, uint32_t fy, uint32_t sx, uint32_t sy,
               uint32_t out[4]);
+
+void sad_avg4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride, const uint8_t *c,
+                ptrdiff_t c_stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[4]);
+void sad_ring_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode,
+                uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[8][4]);
+// The two samples sad_ring averages for candidate i (the same twice in mode 0), and their strides.
+void ring_pair(const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode, int i, const uint8_t **b,
+               ptrdiff_t *bs, const uint8_t **c, ptrdiff_t *cs);
+void half_h_c(const uint8_t *p, uint8_t *out, size_t n);
+void half_v_c(const uint8_t *const r[6], uint8_t *out, size_t n);
 
 // Scalar kernels, then whatever `cpu_flags` (CpuFlags bits) allows on this build.
 void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags);

@@ -39,15 +39,25 @@ class BlockEval {
 
   // The match of v (cost16 without lambda), from the cache or computed and cached.
   uint32_t match(const MotionVec &v) {
-    const uint64_t key = pack(v);
-    for (int i = 0; i < seen_; ++i) {
-      if (seen_key_[i] == key) return seen_match_[i];
+    const int slot = slot_of(v);
+    if (slot >= 0 && (known_[slot >> 6] >> (slot & 63) & 1)) return window_[slot];
+    if (slot < 0) {
+      const uint64_t key = pack(v);
+      for (int i = 0; i < seen_; ++i) {
+        if (seen_key_[i] == key) return seen_match_[i];
+      }
     }
     const uint32_t m = cost16_of_sad(block_, block_sad(k_, block_, s_.b, v.x >> 2, v.y >> 2));
     remember(v, m);
     return m;
   }
   void remember(const MotionVec &v, uint32_t m) {
+    const int slot = slot_of(v);
+    if (slot >= 0) {
+      if (known_[slot >> 6] >> (slot & 63) & 1) return;
+      known_[slot >> 6] |= uint64_t{1} << (slot & 63);
+      window_[slot] = m;
+    }
     if (seen_ < kSeen) {
       seen_key_[seen_] = pack(v);
       seen_match_[seen_++] = m;
@@ -131,10 +141,22 @@ class BlockEval {
   static MotionVec unpack(uint64_t key) {
     return MotionVec{static_cast<int32_t>(key >> 32), static_cast<int32_t>(static_cast<uint32_t>(key))};
   }
-  static constexpr int kSeen = 48;  // raw arrays: nothing to clear per block
+  // The vectors evaluated, in order (the first kSeen: reweigh() ranks them again); raw arrays,
+  // nothing to clear per block.
+  static constexpr int kSeen = 48;
   uint64_t seen_key_[kSeen];
   uint32_t seen_match_[kSeen];
   int seen_ = 0;
+  // The matches of the whole-pixel vectors within -8..7 pixels of the first prediction, looked up
+  // directly (known_ marks the slots filled).
+  static constexpr int32_t kWindow = 16;
+  int slot_of(const MotionVec &v) const {
+    const int32_t dx = ((v.x - base_.x) >> 2) + kWindow / 2, dy = ((v.y - base_.y) >> 2) + kWindow / 2;
+    return (static_cast<uint32_t>(dx) < kWindow && static_cast<uint32_t>(dy) < kWindow) ? dy * kWindow + dx : -1;
+  }
+  MotionVec base_ = m_;
+  uint64_t known_[kWindow * kWindow / 64] = {};
+  uint32_t window_[kWindow * kWindow];
 };
 
 // No whole-pixel step from the best changes the match by more than kLooseMatch.
@@ -190,12 +212,14 @@ MotionVec global_vec(const LevelSearch &s, MotionVec *scratch) {
 void first_candidates(const LevelSearch &s, const ParentIndex &parents, int32_t col, int32_t row,
                       bool has_global, const MotionVec &global, CandidateList *c) {
   if (s.parent) {
+    // Whole pixels of the parent, doubled: whole here, and within the reach (each level's reach
+    // is at least twice its parent's).
     const int32_t pc = parents.col[col], pr = parents.row[row];
-    c->add(clip_to_reach(s, parent_vec(s, pc, pr)));
-    c->add(clip_to_reach(s, parent_vec(s, pc - 1, pr)));
-    c->add(clip_to_reach(s, parent_vec(s, pc + 1, pr)));
-    c->add(clip_to_reach(s, parent_vec(s, pc, pr - 1)));
-    c->add(clip_to_reach(s, parent_vec(s, pc, pr + 1)));
+    c->add(parent_vec(s, pc, pr));
+    c->add(parent_vec(s, pc - 1, pr));
+    c->add(parent_vec(s, pc + 1, pr));
+    c->add(parent_vec(s, pc, pr - 1));
+    c->add(parent_vec(s, pc, pr + 1));
   }
   c->add(MotionVec{});
   if (has_global) c->add(clip_to_reach(s, global));
@@ -228,7 +252,7 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
   for (int32_t row = 0; row < g.rows; ++row) {
     for (int32_t col = 0; col < g.cols; ++col) {
       MotionVec v;
-      if (s.parent) v = clip_to_reach(s, parent_vec(s, parents.col[col], parents.row[row]));
+      if (s.parent) v = parent_vec(s, parents.col[col], parents.row[row]);
       pass0[row * g.cols + col] = v;
     }
   }

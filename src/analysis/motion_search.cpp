@@ -16,13 +16,14 @@ bool inside(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h) {
 
 // The w x h block at (x, y) of a plane, samples outside it repeating the nearest edge sample.
 void fetch_clamped(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h, uint8_t *out) {
+  // Columns [0, lead) repeat the first sample, [lead, tail) are the plane's, [tail, w) repeat the
+  // last one (a block wholly beyond an edge has lead = tail there).
+  const int32_t lead = clamp(-x, 0, w), tail = clamp(p.width - x, lead, w);
   for (int32_t j = 0; j < h; ++j, out += kFetchStride) {
     const uint8_t *row = p.data + clamp(y + j, 0, p.height - 1) * p.stride;
-    if (x >= 0 && x + w <= p.width) {
-      std::memcpy(out, row + x, static_cast<size_t>(w));
-      continue;
-    }
-    for (int32_t i = 0; i < w; ++i) out[i] = row[clamp(x + i, 0, p.width - 1)];
+    if (lead > 0) std::memset(out, row[0], static_cast<size_t>(lead));
+    if (tail > lead) std::memcpy(out + lead, row + x + lead, static_cast<size_t>(tail - lead));
+    if (w > tail) std::memset(out + tail, row[p.width - 1], static_cast<size_t>(w - tail));
   }
 }
 
@@ -76,29 +77,83 @@ void block_sad_q4(const MotionKernels &k, const MotionBlock &block, const Motion
   k.sad_q4(block.a, block.a_stride, fetched, kFetchStride, w, h, fx, fy, sx, sy, out);
 }
 
-void block_sad_b4(const MotionKernels &k, const MotionBlock &block, const MotionPlane &source,
-                  const MotionPlane &target, int32_t qx, int32_t qy, uint32_t sx, uint32_t sy,
-                  uint32_t out[4]) {
-  const uint32_t fx = static_cast<uint32_t>(qx & 3), fy = static_cast<uint32_t>(qy & 3);
-  const int32_t lx = fx ? 1 : 0, ly = fy ? 1 : 0;  // the column left and line above of the block
-  alignas(16) uint8_t fa[kFetchStride * (kSadMaxSide + 1)], fb[kFetchStride * (kSadMaxSide + 1)];
-  const uint8_t *a = block.a;
-  ptrdiff_t as = block.a_stride;
-  if (block.x < lx || block.y < ly) {
-    fetch_clamped(source, block.x - lx, block.y - ly, block.w + lx, block.h + ly, fa);
-    a = fa + ly * kFetchStride + lx;
-    as = kFetchStride;
+namespace {
+
+ptrdiff_t plane_stride(int32_t width) { return (static_cast<ptrdiff_t>(width) + 31) & ~ptrdiff_t{31}; }
+
+// One line of `picture` with two samples of its edge repeated before it and three after it.
+void padded_line(const MotionPlane &picture, int32_t y, uint8_t *out) {
+  const uint8_t *row = at(picture, 0, y);
+  const int32_t w = picture.width;
+  out[0] = out[1] = row[0];
+  std::memcpy(out + 2, row, static_cast<size_t>(w));
+  out[w + 2] = out[w + 3] = out[w + 4] = row[w - 1];
+}
+
+// half_v over the six lines of `source` around y (lines y - 2 .. y + 3, clamped).
+void half_column(const MotionKernels &k, const MotionPlane &source, int32_t y, uint8_t *out) {
+  const uint8_t *r[6];
+  for (int32_t i = 0; i < 6; ++i) r[i] = at(source, 0, clamp(y - 2 + i, 0, source.height - 1));
+  k.half_v(r, out, static_cast<size_t>(source.width));
+}
+
+}  // namespace
+
+size_t HalfPlanes::bytes(int32_t width, int32_t height) {
+  return 3 * static_cast<size_t>(plane_stride(width)) * static_cast<size_t>(height) + plane_stride(width + 5);
+}
+
+void make_half_planes(const MotionKernels &k, const MotionPlane &picture, uint8_t *memory, HalfPlanes *out) {
+  const ptrdiff_t stride = plane_stride(picture.width);
+  const size_t plane = static_cast<size_t>(stride) * static_cast<size_t>(picture.height);
+  out->p[0] = picture;
+  for (int i = 1; i < 4; ++i) out->p[i] = MotionPlane{memory + (i - 1) * plane, stride, picture.width, picture.height};
+  uint8_t *across = memory, *down = memory + plane, *both = memory + 2 * plane, *line = memory + 3 * plane;
+  // Line y of p[3] filters lines y - 2 .. y + 3 of p[1]: it follows three lines behind, while
+  // they are still in the cache.
+  for (int32_t y = 0; y < picture.height; ++y) {
+    padded_line(picture, y, line);
+    k.half_h(line + 2, across + y * stride, static_cast<size_t>(picture.width));
+    half_column(k, picture, y, down + y * stride);
+    if (y >= 3) half_column(k, out->p[1], y - 3, both + (y - 3) * stride);
   }
-  const int32_t x = block.x + (qx >> 2), y = block.y + (qy >> 2);
-  const uint8_t *b = fb;
-  ptrdiff_t bs = kFetchStride;
-  if (inside(target, x, y, block.w + lx, block.h + ly)) {
-    b = at(target, x, y);
-    bs = target.stride;
-  } else {
-    fetch_clamped(target, x, y, block.w + lx, block.h + ly, fb);
+  for (int32_t y = std::max(0, picture.height - 3); y < picture.height; ++y) {
+    half_column(k, out->p[1], y, both + y * stride);
   }
-  k.sad_b4(a, as, b, bs, static_cast<uint32_t>(block.w), static_cast<uint32_t>(block.h), fx, fy, sx, sy, out);
+}
+
+SubSource sub_source(const MotionBlock &block, int32_t qx, int32_t qy) {
+  // Positions on the grid of half pixels (2x + 1 lies halfway between x and x + 1).
+  const int32_t fx = qx & 3, fy = qy & 3, hx = 2 * block.x + (qx >> 1), hy = 2 * block.y + (qy >> 1);
+  int32_t x0 = hx, y0 = hy, x1 = hx + (qx & 1), y1 = hy + (qy & 1);
+  if ((fx & 1) && (fy & 1)) {  // diagonal quarters: the half-pixel samples on the nearest line and column
+    x0 = 2 * block.x + 2 * (qx >> 2) + 1;
+    y0 = 2 * block.y + 2 * (qy >> 2) + (fy == 3 ? 2 : 0);
+    x1 = 2 * block.x + 2 * (qx >> 2) + (fx == 3 ? 2 : 0);
+    y1 = 2 * block.y + 2 * (qy >> 2) + 1;
+  }
+  return SubSource{{((y0 & 1) << 1) | (x0 & 1), ((y1 & 1) << 1) | (x1 & 1)}, {x0 >> 1, x1 >> 1}, {y0 >> 1, y1 >> 1}};
+}
+
+void block_sad_sub4(const MotionKernels &k, const MotionBlock &block, const HalfPlanes &planes, int32_t qx,
+                    int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]) {
+  const SubSource src = sub_source(block, qx, qy);
+  const uint32_t w = static_cast<uint32_t>(block.w), h = static_cast<uint32_t>(block.h);
+  alignas(16) uint8_t fetched[2][kFetchStride * kSadMaxSide];
+  const uint8_t *p[2];
+  ptrdiff_t ps[2];
+  for (int i = 0; i < 2; ++i) {
+    const MotionPlane &plane = planes.p[src.plane[i]];
+    if (i == 1 && src.plane[1] == src.plane[0] && src.x[1] == src.x[0] && src.y[1] == src.y[0]) {
+      p[1] = p[0], ps[1] = ps[0];
+    } else if (inside(plane, src.x[i], src.y[i], block.w, block.h)) {
+      p[i] = at(plane, src.x[i], src.y[i]), ps[i] = plane.stride;
+    } else {
+      fetch_clamped(plane, src.x[i], src.y[i], block.w, block.h, fetched[i]);
+      p[i] = fetched[i], ps[i] = kFetchStride;
+    }
+  }
+  k.sad_avg4(block.a, block.a_stride, p[0], ps[0], p[1], ps[1], w, h, sx, sy, out);
 }
 
 MotionVec TemporalSource::at(int32_t x, int32_t y) const {

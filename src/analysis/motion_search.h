@@ -85,12 +85,32 @@ uint32_t block_sad_q(const MotionKernels &k, const MotionBlock &block, const Mot
 void block_sad_q4(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target,
                   int32_t qx, int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]);
 
-// SAD of the block against the target at quarter-pixel offset (qx, qy), both pictures sampled
-// half the fraction apart (sad_b4 of motion_kernels.h), in four parts split after sx columns and
-// sy lines; samples outside either picture repeat its edge samples.  Whole pixels give block_sad.
-void block_sad_b4(const MotionKernels &k, const MotionBlock &block, const MotionPlane &source,
-                  const MotionPlane &target, int32_t qx, int32_t qy, uint32_t sx, uint32_t sy,
-                  uint32_t out[4]);
+// The picture and its half-pixel samples: p[0] the picture, p[1] the samples halfway between
+// columns x and x + 1, p[2] halfway between lines y and y + 1, p[3] halfway between both (the
+// six-tap half_h / half_v of motion_kernels.h; p[3] filters p[1]'s lines).  Samples outside the
+// picture repeat its edge samples.  Each plane holds width x height samples; beyond them a plane
+// repeats its own edge samples.
+struct HalfPlanes {
+  MotionPlane p[4];
+  static size_t bytes(int32_t width, int32_t height);  // of the memory make_half_planes needs
+};
+void make_half_planes(const MotionKernels &k, const MotionPlane &picture, uint8_t *memory, HalfPlanes *out);
+
+// The block's match at quarter-pixel vector (qx, qy) against the half-pixel planes, in the four
+// parts of sad_q4 (split after sx columns and sy lines).  Whole and half pixels are samples of a
+// plane; the other quarter pixels the rounded-up average of the two nearest half-pixel samples
+// (the two on the same line or column; on a diagonal, the sample halfway between columns on the
+// nearest line and the one halfway between lines on the nearest column).
+void block_sad_sub4(const MotionKernels &k, const MotionBlock &block, const HalfPlanes &planes, int32_t qx,
+                    int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]);
+
+// Where block_sad_sub4 reads the samples of (qx, qy): planes[plane[i]] at (x[i], y[i]), i = 0, 1
+// (the same twice for whole and half pixels).
+struct SubSource {
+  int plane[2];
+  int32_t x[2], y[2];
+};
+SubSource sub_source(const MotionBlock &block, int32_t qx, int32_t qy);
 
 // The previous field's vectors (level-0 quarter pixels) at a level-0 point, or nothing.
 struct TemporalSource {
@@ -158,6 +178,7 @@ struct BlockParts {
 // per-block flags (bad, outside, flat, refined; consistency comes later).
 struct FinalStage {
   MotionPlane a, b;               // level 0 of the source and of the target
+  const HalfPlanes *half = nullptr;  // the target's half-pixel planes (sub-pixel vectors only)
   BlockGrid search_grid;          // level 0's search blocks and their vectors
   const MotionVec *search = nullptr;
   const uint8_t *exhaustive = nullptr;
@@ -168,7 +189,6 @@ struct FinalStage {
   bool split = true;
   bool subpel = true;                   // false: whole pixels only
   bool use_global = true;               // loose blocks follow the global sub-pixel vector
-  const uint32_t *around = nullptr;     // the level search's matches around each vector, or null
   const uint8_t *loose = nullptr;       // the level search's loose blocks, or null
   MotionVec *refined = nullptr;         // search_grid.count() vectors of scratch each
   MotionVec *settled = nullptr;

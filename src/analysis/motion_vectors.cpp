@@ -111,8 +111,9 @@ struct Work {
   MotionVec *fwd[kSearchLevels] = {}, *bwd[kSearchLevels] = {};
   MotionVec *scratch0 = nullptr, *scratch1 = nullptr;
   uint8_t *loose = nullptr;   // the level being searched
-  uint32_t *around = nullptr;  // level 0
+  uint32_t *around = nullptr;  // the level being searched
   BlockParts *parts = nullptr;  // level 0
+  uint8_t *half = nullptr;      // the target's half-pixel planes (sub-pixel vectors only)
   uint8_t *exhaustive[2] = {};
   MotionVec *vec[2] = {};
   uint16_t *cost[2] = {}, *flags[2] = {};
@@ -149,8 +150,9 @@ size_t layout(const Plan &p, uint8_t *base, Work *w) {
   w->scratch0 = vecs(largest);
   w->scratch1 = vecs(largest);
   w->loose = carve(base, &at, largest);
-  w->around = reinterpret_cast<uint32_t *>(carve(base, &at, static_cast<size_t>(p.grids[0].count()) * 5 * 4));
+  w->around = reinterpret_cast<uint32_t *>(carve(base, &at, largest * 5 * 4));
   w->parts = reinterpret_cast<BlockParts *>(carve(base, &at, static_cast<size_t>(p.grids[0].count()) * sizeof(BlockParts)));
+  if (p.subpel) w->half = carve(base, &at, HalfPlanes::bytes(p.geo.a[0].width, p.geo.a[0].height));
   for (int d = 0; d < 2; ++d) {
     w->exhaustive[d] = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
     w->vec[d] = vecs(nf);
@@ -222,12 +224,17 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
     s.opposite = d == 1 ? w.fwd[lv] : nullptr;
     s.temporal = temporal;
     s.loose = w.loose;
-    s.around = lv == 0 ? w.around : nullptr;
+    s.around = w.around;
     search_level(k, s, w.scratch0, w.scratch1, out[lv], lv == 0 ? w.exhaustive[d] : nullptr);
   }
   FinalStage f;
   f.a = src[0];
   f.b = dst[0];
+  HalfPlanes half;
+  if (p.subpel) {
+    make_half_planes(k, dst[0], w.half, &half);
+    f.half = &half;
+  }
   f.search_grid = p.grids[0];
   f.search = out[0];
   f.exhaustive = w.exhaustive[d];
@@ -239,7 +246,6 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   f.split = !(p.flags & DSP_MOTION_NO_SPLIT);
   f.subpel = p.subpel;
   f.use_global = !(p.flags & DSP_MOTION_NO_GLOBAL);
-  f.around = w.around;
   f.loose = w.loose;
   f.refined = w.scratch0;
   f.settled = w.scratch1;

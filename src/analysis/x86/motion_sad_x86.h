@@ -22,9 +22,6 @@ inline __m128i pair8(const uint8_t *p, ptrdiff_t stride) {
 }
 #if defined(__AVX2__)
 inline __m256i load32(const uint8_t *p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)); }
-inline __m256i two16(const uint8_t *p, ptrdiff_t stride) {
-  return _mm256_inserti128_si256(_mm256_castsi128_si256(load16(p)), load16(p + stride), 1);
-}
 #endif
 
 // The B side of a kernel, one line at a time: one plane (sad) or the rounded-up average of two
@@ -38,7 +35,6 @@ struct One {
   int at(uint32_t x) const { return b[x]; }
 #if defined(__AVX2__)
   __m256i at32(uint32_t x) const { return load32(b + x); }
-  __m256i two(uint32_t x) const { return two16(b + x, bs); }
 #endif
   void next(int lines) { b += lines * bs; }
 };
@@ -53,7 +49,6 @@ struct Avg {
   int at(uint32_t x) const { return (b[x] + c[x] + 1) >> 1; }
 #if defined(__AVX2__)
   __m256i at32(uint32_t x) const { return _mm256_avg_epu8(load32(b + x), load32(c + x)); }
-  __m256i two(uint32_t x) const { return _mm256_avg_epu8(two16(b + x, bs), two16(c + x, cs)); }
 #endif
   void next(int lines) {
     b += lines * bs;
@@ -91,7 +86,7 @@ inline uint32_t sad_line(const uint8_t *a, const B &b, uint32_t w) {
   return sum;
 }
 
-// Blocks 8 wide: two lines a vector; 16 wide with AVX2: two lines a vector; otherwise by lines.
+// Blocks 8 wide: two lines a vector; 16 wide: a line a vector; otherwise by lines.
 template <class B>
 inline uint32_t sad_block(const uint8_t *a, ptrdiff_t as, B b, uint32_t w, uint32_t h) {
   uint32_t y = 0;
@@ -101,15 +96,16 @@ inline uint32_t sad_block(const uint8_t *a, ptrdiff_t as, B b, uint32_t w, uint3
       acc = _mm_add_epi64(acc, _mm_sad_epu8(pair8(a, as), b.pair(0)));
     }
   }
-#if defined(__AVX2__)
-  if (w == 16) {
-    __m256i wide = _mm256_setzero_si256();
-    for (; y + 2 <= h; y += 2, a += 2 * as, b.next(2)) {
-      wide = _mm256_add_epi64(wide, _mm256_sad_epu8(two16(a, as), b.two(0)));
+  if (w == 16) {  // a line a vector, two chains of sums
+    __m128i odd = _mm_setzero_si128();
+    for (; y + 2 <= h; y += 2, a += 2 * as) {
+      acc = _mm_add_epi64(acc, _mm_sad_epu8(load16(a), b.at16(0)));
+      b.next(1);
+      odd = _mm_add_epi64(odd, _mm_sad_epu8(load16(a + as), b.at16(0)));
+      b.next(1);
     }
-    acc = _mm_add_epi64(acc, _mm_add_epi64(_mm256_castsi256_si128(wide), _mm256_extracti128_si256(wide, 1)));
+    acc = _mm_add_epi64(acc, odd);
   }
-#endif
   uint32_t sum = hsum(acc);
   for (; y < h; ++y, a += as, b.next(1)) sum += sad_line(a, b, w);
   return sum;
@@ -294,17 +290,28 @@ inline void sad_q4_16(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_
 }
 #endif
 
-// Whole pixels: psadbw of a 16-byte line gives its two halves.
+// n lines of a 16-wide block: psadbw gives each line's two halves.  One register accumulates
+// (an accumulator picked by index would live in memory).
+template <class B>
+inline __m128i sad_lines16(const uint8_t *&a, ptrdiff_t as, B &b, uint32_t n) {
+  __m128i acc = _mm_setzero_si128();
+  for (uint32_t y = 0; y < n; ++y, a += as, b.next(1)) acc = _mm_add_epi64(acc, _mm_sad_epu8(load16(a), b.at16(0)));
+  return acc;
+}
+inline void halves(__m128i acc, uint32_t out[2]) {
+  out[0] = static_cast<uint32_t>(_mm_cvtsi128_si32(acc));
+  out[1] = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(acc, 8)));
+}
+// The quadrant sums of a 16-wide block split after 8 columns and sy lines.
+template <class B>
+inline void sad4_lines16(const uint8_t *a, ptrdiff_t as, B b, uint32_t h, uint32_t sy, uint32_t out[4]) {
+  const uint32_t top = sy < h ? sy : h;
+  halves(sad_lines16(a, as, b, top), out);
+  halves(sad_lines16(a, as, b, h - top), out + 2);
+}
 inline void sad4_16(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t h, uint32_t sy,
                     uint32_t out[4]) {
-  __m128i acc[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
-  for (uint32_t y = 0; y < h; ++y, a += as, f += fs) {
-    acc[y >= sy] = _mm_add_epi64(acc[y >= sy], _mm_sad_epu8(load16(a), load16(f)));
-  }
-  for (int part = 0; part < 2; ++part) {
-    out[2 * part] = static_cast<uint32_t>(_mm_cvtsi128_si32(acc[part]));
-    out[2 * part + 1] = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(acc[part], 8)));
-  }
+  sad4_lines16(a, as, One{f, fs}, h, sy, out);
 }
 
 // A 16-wide block not split by columns: the halves' sums joined.
@@ -417,6 +424,169 @@ void sad_b4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, 
   sad_b4_c(a, as, f, fs, w, h, fx, fy, sx, sy, out);
 }
 
+// sad_avg4: 16-wide blocks split after 8 (or 16) columns take psadbw's halves; the rest four
+// sad_avg sums.  With c = b the average is b itself and is skipped.
+void sad_avg4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs, const uint8_t *c, ptrdiff_t cs,
+                  uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[4]) {
+  const bool same = b == c && bs == cs;
+  if (w == 16 && (sx == 8 || sx == 16)) {
+    if (same) {
+      sad4_lines16(a, as, One{b, bs}, h, sy, out);
+    } else {
+      sad4_lines16(a, as, Avg{b, bs, c, cs}, h, sy, out);
+    }
+    if (sx == 16) join_columns(out);
+    return;
+  }
+  auto part = [&](uint32_t x, uint32_t y, uint32_t pw, uint32_t ph) -> uint32_t {
+    if (pw == 0 || ph == 0) return 0;
+    const ptrdiff_t ya = static_cast<ptrdiff_t>(y);
+    return sad_avg_x86(a + ya * as + x, as, b + ya * bs + x, bs, c + ya * cs + x, cs, pw, ph);
+  };
+  out[0] = part(0, 0, sx, sy);
+  out[1] = part(sx, 0, w - sx, sy);
+  out[2] = part(0, sy, sx, h - sy);
+  out[3] = part(sx, sy, w - sx, h - sy);
+}
+
+// sad_ring on lines [y, end) of a 16-wide block: each line loads its nine samples once (the
+// lower samples of a line are the upper ones of the next), eight sums in registers.
+template <int Mode>
+inline void ring_lines16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t y,
+                         uint32_t end, uint32_t out[8][4], int part) {
+  const ptrdiff_t ks = qs[0], vs = qs[1], hs = qs[2], cs = qs[3], line = static_cast<ptrdiff_t>(y);
+  const uint8_t *k = q[0] + line * ks, *v = q[1] + line * vs, *hz = q[2] + line * hs, *c = q[3] + line * cs;
+  a += static_cast<ptrdiff_t>(y) * as;
+  __m128i nw = load16(k), ne = load16(k + 1), n = load16(v);
+  __m128i acc[4];
+  for (__m128i &x : acc) x = _mm_setzero_si128();
+  for (; y < end; ++y, a += as, k += ks, v += vs, hz += hs, c += cs) {
+    const __m128i sw = load16(k + ks), se = load16(k + ks + 1), s = load16(v + vs), av = load16(a);
+    __m128i cand[8];
+    if (Mode == 0) {
+      cand[0] = nw, cand[1] = n, cand[2] = ne, cand[3] = load16(hz), cand[4] = load16(hz + 1);
+      cand[5] = sw, cand[6] = s, cand[7] = se;
+    } else {
+      const __m128i w = load16(hz), e = load16(hz + 1), centre = load16(c);
+      cand[1] = _mm_avg_epu8(centre, n), cand[3] = _mm_avg_epu8(centre, w);
+      cand[4] = _mm_avg_epu8(centre, e), cand[6] = _mm_avg_epu8(centre, s);
+      if (Mode == 1) {
+        cand[0] = _mm_avg_epu8(w, n), cand[2] = _mm_avg_epu8(e, n), cand[5] = _mm_avg_epu8(w, s), cand[7] = _mm_avg_epu8(e, s);
+      } else {
+        cand[0] = _mm_avg_epu8(centre, nw), cand[2] = _mm_avg_epu8(centre, ne);
+        cand[5] = _mm_avg_epu8(centre, sw), cand[7] = _mm_avg_epu8(centre, se);
+      }
+    }
+    // Two candidates a register: a line's psadbw halves are below 2^12, so the second one's
+    // shifted into the upper 32 bits of each half never meets the first.
+    for (int i = 0; i < 4; ++i) {
+      const __m128i pair = _mm_or_si128(_mm_sad_epu8(av, cand[2 * i]), _mm_slli_epi64(_mm_sad_epu8(av, cand[2 * i + 1]), 32));
+      acc[i] = _mm_add_epi64(acc[i], pair);
+    }
+    nw = sw, ne = se, n = s;
+  }
+  for (int i = 0; i < 4; ++i) {
+    halves(acc[i], out[2 * i] + 2 * part);
+    halves(_mm_srli_epi64(acc[i], 32), out[2 * i + 1] + 2 * part);
+  }
+}
+
+template <int Mode>
+inline void ring16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t h, uint32_t sy,
+                   uint32_t out[8][4]) {
+  const uint32_t top = sy < h ? sy : h;
+  ring_lines16<Mode>(a, as, q, qs, 0, top, out, 0);
+  ring_lines16<Mode>(a, as, q, qs, top, h, out, 1);
+}
+
+void sad_ring_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode,
+                  uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[8][4]) {
+  if (w != 16 || (sx != 8 && sx != 16)) {
+    for (int i = 0; i < 8; ++i) {
+      const uint8_t *b, *c;
+      ptrdiff_t bs, cs;
+      ring_pair(q, qs, mode, i, &b, &bs, &c, &cs);
+      sad_avg4_x86(a, as, b, bs, c, cs, w, h, sx, sy, out[i]);
+    }
+    return;
+  }
+  if (mode == 0) {
+    ring16<0>(a, as, q, qs, h, sy, out);
+  } else if (mode == 1) {
+    ring16<1>(a, as, q, qs, h, sy, out);
+  } else {
+    ring16<2>(a, as, q, qs, h, sy, out);
+  }
+  if (sx == 16) {
+    for (int i = 0; i < 8; ++i) join_columns(out[i]);
+  }
+}
+
+// The six-tap half-pixel filter: (p0 + p5) - 5 (p1 + p4) + 20 (p2 + p3) lies in -2550..10710, so
+// 16-bit lanes are exact; packus clamps to 0..255.  With AVX2 pmaddubsw weighs the sample pairs
+// (p0, p1), (p2, p3), (p4, p5) (each pair sum within -1275..10200, no saturation).
+#if defined(__AVX2__)
+using Wide = __m256i;
+constexpr size_t kWide = 32;
+inline Wide wload(const uint8_t *p) { return load32(p); }
+inline Wide six_half(Wide p0, Wide p1, Wide p2, Wide p3, Wide p4, Wide p5, bool high) {
+  const Wide w01 = _mm256_set1_epi16(static_cast<short>(0xFB01)), w23 = _mm256_set1_epi16(static_cast<short>(0x1414));
+  const Wide w45 = _mm256_set1_epi16(static_cast<short>(0x01FB));
+  const Wide a = high ? _mm256_unpackhi_epi8(p0, p1) : _mm256_unpacklo_epi8(p0, p1);
+  const Wide b = high ? _mm256_unpackhi_epi8(p2, p3) : _mm256_unpacklo_epi8(p2, p3);
+  const Wide c = high ? _mm256_unpackhi_epi8(p4, p5) : _mm256_unpacklo_epi8(p4, p5);
+  const Wide v = _mm256_add_epi16(_mm256_add_epi16(_mm256_maddubs_epi16(a, w01), _mm256_maddubs_epi16(b, w23)),
+                                  _mm256_add_epi16(_mm256_maddubs_epi16(c, w45), _mm256_set1_epi16(16)));
+  return _mm256_srai_epi16(v, 5);
+}
+// Unpack and pack work within 128-bit lanes, so the order survives.
+inline void six_store(const Wide v[6], uint8_t *out) {
+  _mm256_storeu_si256(reinterpret_cast<__m256i *>(out),
+                      _mm256_packus_epi16(six_half(v[0], v[1], v[2], v[3], v[4], v[5], false),
+                                          six_half(v[0], v[1], v[2], v[3], v[4], v[5], true)));
+}
+#else
+using Wide = __m128i;
+constexpr size_t kWide = 16;
+inline Wide wload(const uint8_t *p) { return load16(p); }
+inline Wide six(Wide p0, Wide p1, Wide p2, Wide p3, Wide p4, Wide p5) {
+  const Wide outer = _mm_add_epi16(p0, p5), mid = _mm_add_epi16(p1, p4), inner = _mm_add_epi16(p2, p3);
+  const Wide v = _mm_add_epi16(_mm_sub_epi16(outer, _mm_mullo_epi16(mid, _mm_set1_epi16(5))),
+                               _mm_mullo_epi16(inner, _mm_set1_epi16(20)));
+  return _mm_srai_epi16(_mm_add_epi16(v, _mm_set1_epi16(16)), 5);
+}
+inline Wide lo16(Wide v) { return _mm_unpacklo_epi8(v, _mm_setzero_si128()); }
+inline Wide hi16(Wide v) { return _mm_unpackhi_epi8(v, _mm_setzero_si128()); }
+inline void six_store(const Wide v[6], uint8_t *out) {
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(out),
+                   _mm_packus_epi16(six(lo16(v[0]), lo16(v[1]), lo16(v[2]), lo16(v[3]), lo16(v[4]), lo16(v[5])),
+                                    six(hi16(v[0]), hi16(v[1]), hi16(v[2]), hi16(v[3]), hi16(v[4]), hi16(v[5]))));
+}
+#endif
+
+void half_h_x86(const uint8_t *p, uint8_t *out, size_t n) {
+  size_t i = 0;
+  for (; i + kWide <= n; i += kWide) {
+    const Wide v[6] = {wload(p + i - 2), wload(p + i - 1), wload(p + i), wload(p + i + 1), wload(p + i + 2),
+                       wload(p + i + 3)};
+    six_store(v, out + i);
+  }
+  if (i < n) half_h_c(p + i, out + i, n - i);
+}
+
+void half_v_x86(const uint8_t *const r[6], uint8_t *out, size_t n) {
+  size_t i = 0;
+  for (; i + kWide <= n; i += kWide) {
+    const Wide v[6] = {wload(r[0] + i), wload(r[1] + i), wload(r[2] + i), wload(r[3] + i), wload(r[4] + i),
+                       wload(r[5] + i)};
+    six_store(v, out + i);
+  }
+  if (i < n) {
+    const uint8_t *rest[6] = {r[0] + i, r[1] + i, r[2] + i, r[3] + i, r[4] + i, r[5] + i};
+    half_v_c(rest, out + i, n - i);
+  }
+}
+
 inline void fill_table(MotionKernels *table) {
   table->sad = sad_x86;
   table->sad_avg = sad_avg_x86;
@@ -424,6 +594,10 @@ inline void fill_table(MotionKernels *table) {
   table->sad_q = sad_q_x86;
   table->sad_q4 = sad_q4_x86;
   table->sad_b4 = sad_b4_x86;
+  table->sad_avg4 = sad_avg4_x86;
+  table->sad_ring = sad_ring_x86;
+  table->half_h = half_h_x86;
+  table->half_v = half_v_x86;
 }
 
 }  // namespace
