@@ -139,7 +139,7 @@ TEST(MotionKernels, EveryIsaMatchesTheScalarKernels) {
     const bool wide = (round / 4) & 1;
     const uint32_t w = wide ? 16 : 1 + rng() % 64, h = 1 + rng() % 64, fx = rng() % 4, fy = rng() % 4;
     const uint32_t sx = wide ? 8u << (rng() & 1) : 1 + rng() % w, sy = 1 + rng() % h;
-    // Negative strides read bottom-up pictures; one line and column of margin (sad_b4 reads them).
+    // Negative strides read bottom-up pictures; one line and column of margin.
     const ptrdiff_t sa = (rng() & 1) ? kStride : -kStride, sb = (rng() & 1) ? kStride : -kStride;
     const uint8_t *pa = a.data() + (sa < 0 ? 70 * kStride : kStride) + 1 + rng() % 16;
     const uint8_t *pb = b.data() + (sb < 0 ? 70 * kStride : kStride) + 1 + rng() % 16;
@@ -155,9 +155,6 @@ TEST(MotionKernels, EveryIsaMatchesTheScalarKernels) {
       s.sad_q4(pa, sa, pb, sb, w, h, fx, fy, sx, sy, got);
       ASSERT_EQ(std::memcmp(want, got, sizeof want), 0) << "sad_q4 " << what;
       ASSERT_EQ(want[0] + want[1] + want[2] + want[3], c.sad_q(pa, sa, pb, sb, w, h, fx, fy)) << "parts " << what;
-      c.sad_b4(pa, sa, pb, sb, w, h, fx, fy, sx, sy, want);
-      s.sad_b4(pa, sa, pb, sb, w, h, fx, fy, sx, sy, got);
-      ASSERT_EQ(std::memcmp(want, got, sizeof want), 0) << "sad_b4 " << what;
       const size_t n = rng() % 190;
       s.avg_line(pa, pb, o1.data(), n);
       c.avg_line(pa, pb, o2.data(), n);
@@ -177,17 +174,6 @@ TEST(MotionKernels, ScalarKernelsMeetTheirFormulas) {
   EXPECT_EQ(c.sad_q(zero, 1, f, 3, 1, 1, 2, 2), (0u + 10 + 20 + 30 + 2) / 4);
   EXPECT_EQ(c.sad_q(zero, 1, f + 1, 3, 1, 1, 0, 0), 10u);
   EXPECT_EQ(c.sad_q(zero, 1, f, 3, 1, 1, 1, 3), (0u * 3 + 10 * 1 + 20 * 9 + 30 * 3 + 8) / 16);
-  // Bilateral, one sample at (1, 1) of a against (0, 0) of g: fraction (1, 2) samples a at
-  // (1 - 1/8, 1 - 2/8) and g at (1/8, 2/8).
-  const uint8_t a2[4] = {10, 20, 30, 40}, g[4] = {50, 90, 70, 0};
-  uint32_t out[4];
-  c.sad_b4(a2 + 3, 2, g, 2, 1, 1, 0, 0, 1, 1, out);
-  EXPECT_EQ(out[0], 10u);
-  c.sad_b4(a2 + 3, 2, g, 2, 1, 1, 1, 2, 1, 1, out);
-  const int sa = (7 * 6 * 40 + 1 * 6 * 30 + 7 * 2 * 20 + 1 * 2 * 10 + 32) >> 6;
-  const int sg = (7 * 6 * 50 + 1 * 6 * 90 + 7 * 2 * 70 + 1 * 2 * 0 + 32) >> 6;
-  EXPECT_EQ(out[0], static_cast<uint32_t>(std::abs(sa - sg)));
-  EXPECT_EQ(out[1] + out[2] + out[3], 0u);
 }
 
 // ---- the estimator ---------------------------------------------------------------------------

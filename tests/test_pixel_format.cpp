@@ -34,7 +34,9 @@ TEST(PixelFormat, EveryKnownRowIsConsistentAndUnknownCodesAreRefused) {
   const uint32_t *codes = framedsp::known_formats(&count);
   ASSERT_EQ(count, 31u);
   for (uint32_t i = 0; i < count; ++i) {
-    if (i) EXPECT_LT(codes[i - 1], codes[i]);
+    if (i) {
+      EXPECT_LT(codes[i - 1], codes[i]);
+    }
     SCOPED_TRACE(codes[i]);
     expect_consistent_row(codes[i]);
     EXPECT_EQ(framedsp::has_full_chroma(codes[i]), codes[i] == 0 || codes[i] == 1 || codes[i] == 5 || codes[i] == 27);

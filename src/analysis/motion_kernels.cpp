@@ -56,21 +56,6 @@ void sad_q4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t 
   out[3] = sx < w && sy < h ? sad_q_c(a + sx, a_stride, f + sx, f_stride, w - sx, h - sy, fx, fy) : 0;
 }
 
-void sad_b4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t f_stride,
-              uint32_t w, uint32_t h, uint32_t fx, uint32_t fy, uint32_t sx, uint32_t sy,
-              uint32_t out[4]) {
-  const uint32_t w00 = (8 - fx) * (8 - fy), w10 = fx * (8 - fy), w01 = (8 - fx) * fy, w11 = fx * fy;
-  const ptrdiff_t ax = fx ? -1 : 0, ay = fy ? -a_stride : 0, bx = fx ? 1 : 0, by = fy ? f_stride : 0;
-  out[0] = out[1] = out[2] = out[3] = 0;
-  for (uint32_t y = 0; y < h; ++y, a += a_stride, f += f_stride) {
-    for (uint32_t x = 0; x < w; ++x) {
-      const int p = static_cast<int>((w00 * a[x] + w10 * a[x + ax] + w01 * a[x + ay] + w11 * a[x + ax + ay] + 32) >> 6);
-      const int q = static_cast<int>((w00 * f[x] + w10 * f[x + bx] + w01 * f[x + by] + w11 * f[x + bx + by] + 32) >> 6);
-      out[(y >= sy ? 2 : 0) + (x >= sx ? 1 : 0)] += static_cast<uint32_t>(p > q ? p - q : q - p);
-    }
-  }
-}
-
 void sad_avg4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride, const uint8_t *c,
                 ptrdiff_t c_stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[4]) {
   out[0] = out[1] = out[2] = out[3] = 0;
@@ -133,7 +118,6 @@ void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
   table->avg_line = avg_line_c;
   table->sad_q = sad_q_c;
   table->sad_q4 = sad_q4_c;
-  table->sad_b4 = sad_b4_c;
   table->sad_avg4 = sad_avg4_c;
   table->sad_ring = sad_ring_c;
   table->half_h = half_h_c;

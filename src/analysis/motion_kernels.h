@@ -10,13 +10,6 @@
 //   sad_q4   sad_q's sum in four parts: columns [0, sx) and [sx, w) of lines [0, sy) and [sy, h)
 //            (top-left, top-right, bottom-left, bottom-right; 1 <= sx <= w, 1 <= sy <= h, so a
 //            part may be empty and 0).  One pass gives the sums of the 2x2 blocks a block holds.
-//   sad_b4   like sad_q4, but both sides sampled half the fraction (fx, fy in 0..3 quarter
-//            pixels) apart, in eighths: a at (x - fx/8, y - fy/8), f at (x + fx/8, y + fy/8),
-//            each ((8-gx)(8-gy) p + gx(8-gy) p' + (8-gx)gy p'' + gx gy p''' + 32) >> 6 from the
-//            nearest sample towards the offset and its neighbours away from the block.  Reads
-//            the column left of and the line above a, and w + 1 columns and h + 1 lines of f,
-//            where the fraction is not 0.  Equal sampling on both sides keeps the match from
-//            favouring whole pixels on detailed pictures.
 //   sad_avg4 sad_avg's sum in the four parts of sad_q4: |a - ((b + c + 1) >> 1)|; with c = b the
 //            plain SAD.  Quarter-pixel samples of the half-pixel planes.
 //   sad_ring sad_avg4 of the eight candidates around a centre on the grid of half pixels, from the
@@ -55,7 +48,6 @@ using SadQKernel = uint32_t (*)(const uint8_t *a, ptrdiff_t a_stride, const uint
 using SadQ4Kernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f,
                              ptrdiff_t f_stride, uint32_t w, uint32_t h, uint32_t fx, uint32_t fy,
                              uint32_t sx, uint32_t sy, uint32_t out[4]);
-using SadB4Kernel = SadQ4Kernel;
 using SadAvg4Kernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
                                const uint8_t *c, ptrdiff_t c_stride, uint32_t w, uint32_t h, uint32_t sx,
                                uint32_t sy, uint32_t out[4]);
@@ -70,7 +62,6 @@ struct MotionKernels {
   AvgLineKernel avg_line;
   SadQKernel sad_q;
   SadQ4Kernel sad_q4;
-  SadB4Kernel sad_b4;
   SadAvg4Kernel sad_avg4;
   SadRingKernel sad_ring;
   HalfLineKernel half_h;
@@ -85,9 +76,6 @@ void avg_line_c(const uint8_t *a, const uint8_t *b, uint8_t *out, size_t n);
 uint32_t sad_q_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t f_stride,
                  uint32_t w, uint32_t h, uint32_t fx, uint32_t fy);
 void sad_q4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t f_stride,
-              uint32_t w, uint32_t h, uint32_t fx, uint32_t fy, uint32_t sx, uint32_t sy,
-              uint32_t out[4]);
-void sad_b4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t f_stride,
               uint32_t w, uint32_t h, uint32_t fx, uint32_t fy, uint32_t sx, uint32_t sy,
               uint32_t out[4]);
 

@@ -340,90 +340,6 @@ void sad_q4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, 
   out[3] = sx < w && sy < h ? sad_q_x86(a + sx, as, f + sx, fs, w - sx, h - sy, fx, fy) : 0;
 }
 
-// sad_b4 for a 16-wide block split after 8 columns.  One side's eighth-pixel samples:
-// h(p) = (8 - gx) p[x] + gx p[x + dx], v = ((8 - gy) h(line) + gy h(other line) + 32) >> 6; every
-// product and sum stays below 64 * 255 + 32, so 16-bit lanes are exact.
-#if defined(__AVX2__)
-// pmaddubsw weighs the pairs (p[x], p[x + dx]) of a line by the 2-D weights of that line; the two
-// lines' sums are at most 64 * 255.
-struct Eighths {
-  __m256i w_own, w_other, round;
-  ptrdiff_t dx;
-  Eighths(uint32_t gx, uint32_t gy, ptrdiff_t step)
-      : w_own(_mm256_set1_epi16(static_cast<short>(((8 - gx) * (8 - gy)) | ((gx * (8 - gy)) << 8)))),
-        w_other(_mm256_set1_epi16(static_cast<short>(((8 - gx) * gy) | ((gx * gy) << 8)))),
-        round(_mm256_set1_epi16(32)), dx(gx ? step : 0) {}
-  __m256i line(const uint8_t *p) const { return pairs16(p, dx); }
-  __m128i vertical(__m256i own, __m256i other) const {
-    const __m256i v = _mm256_srli_epi16(
-        _mm256_add_epi16(_mm256_add_epi16(_mm256_maddubs_epi16(own, w_own), _mm256_maddubs_epi16(other, w_other)),
-                         round),
-        6);
-    return _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
-  }
-};
-#else
-struct Eighths {
-  __m128i wx0, wx1, wy0, wy1, round;
-  ptrdiff_t dx;
-  struct Line {
-    __m128i lo, hi;
-  };
-  Eighths(uint32_t gx, uint32_t gy, ptrdiff_t step)
-      : wx0(_mm_set1_epi16(static_cast<short>(8 - gx))), wx1(_mm_set1_epi16(static_cast<short>(gx))),
-        wy0(_mm_set1_epi16(static_cast<short>(8 - gy))), wy1(_mm_set1_epi16(static_cast<short>(gy))),
-        round(_mm_set1_epi16(32)), dx(gx ? step : 0) {}
-  __m128i half(const uint8_t *p) const {
-    const __m128i z = _mm_setzero_si128();
-    return _mm_add_epi16(_mm_mullo_epi16(_mm_unpacklo_epi8(load8(p), z), wx0),
-                         _mm_mullo_epi16(_mm_unpacklo_epi8(load8(p + dx), z), wx1));
-  }
-  Line line(const uint8_t *p) const { return Line{half(p), half(p + 8)}; }
-  __m128i blend(__m128i own, __m128i other) const {
-    return _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(own, wy0), _mm_mullo_epi16(other, wy1)), round), 6);
-  }
-  __m128i vertical(const Line &own, const Line &other) const {
-    return _mm_packus_epi16(blend(own.lo, other.lo), blend(own.hi, other.hi));
-  }
-};
-#endif
-
-inline void sad_b4_16(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t h, uint32_t fx,
-                      uint32_t fy, uint32_t sy, uint32_t out[4]) {
-  const Eighths ea(fx, fy, -1), eb(fx, fy, 1);
-  // a's other line is the one above, f's the one below; each serves two output lines.
-  auto above = fy ? ea.line(a - as) : ea.line(a);
-  auto own_b = eb.line(f);
-  __m128i acc[2] = {_mm_setzero_si128(), _mm_setzero_si128()};
-  for (uint32_t y = 0; y < h; ++y, a += as, f += fs) {
-    const auto own_a = ea.line(a);
-    const __m128i pa = ea.vertical(own_a, fy ? above : own_a);
-    above = own_a;
-    const auto below = fy ? eb.line(f + fs) : own_b;
-    const __m128i pb = eb.vertical(own_b, below);
-    own_b = fy ? below : (y + 1 < h ? eb.line(f + fs) : own_b);
-    acc[y >= sy] = _mm_add_epi64(acc[y >= sy], _mm_sad_epu8(pa, pb));
-  }
-  for (int part = 0; part < 2; ++part) {
-    out[2 * part] = static_cast<uint32_t>(_mm_cvtsi128_si32(acc[part]));
-    out[2 * part + 1] = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(acc[part], 8)));
-  }
-}
-
-void sad_b4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *f, ptrdiff_t fs, uint32_t w, uint32_t h, uint32_t fx,
-                uint32_t fy, uint32_t sx, uint32_t sy, uint32_t out[4]) {
-  if (w == 16 && (sx == 8 || sx == 16)) {
-    if ((fx | fy) == 0) {
-      sad4_16(a, as, f, fs, h, sy, out);
-    } else {
-      sad_b4_16(a, as, f, fs, h, fx, fy, sy, out);
-    }
-    if (sx == 16) join_columns(out);
-    return;
-  }
-  sad_b4_c(a, as, f, fs, w, h, fx, fy, sx, sy, out);
-}
-
 // sad_avg4: 16-wide blocks split after 8 (or 16) columns take psadbw's halves; the rest four
 // sad_avg sums.  With c = b the average is b itself and is skipped.
 void sad_avg4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs, const uint8_t *c, ptrdiff_t cs,
@@ -593,7 +509,6 @@ inline void fill_table(MotionKernels *table) {
   table->avg_line = avg_line_x86;
   table->sad_q = sad_q_x86;
   table->sad_q4 = sad_q4_x86;
-  table->sad_b4 = sad_b4_x86;
   table->sad_avg4 = sad_avg4_x86;
   table->sad_ring = sad_ring_x86;
   table->half_h = half_h_x86;
