@@ -75,6 +75,11 @@ TEST(SubPixelScaler, WholeEqualRegionsCopy) {
                     20 * f.plane);
       }
       EXPECT_TRUE(r.output() == want);
+      // DspBufferSmartCopy of the same whole regions writes the same bytes over them.
+      DSP_BUFFER copy = framedsp_test::buffer_of(r.in_image, r.out_image);
+      copy.In.Buffer.Region = {{4, 3}, 20, 6}, copy.Out.Buffer.Region = {{10, 5}, 20, 6};
+      ASSERT_EQ(DspBufferSmartCopy(&copy), DSP_S_OK);
+      EXPECT_TRUE(r.output() == want);
       EXPECT_TRUE(r.out.intact()) << r.out.damage();
     }
   }
