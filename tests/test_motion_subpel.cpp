@@ -11,6 +11,7 @@
 #include "analysis/motion_kernels.h"
 #include "platform/cpu.h"
 #include "framedsp/framedsp.h"
+#include "motion_util.h"
 #include "test_util.h"
 
 namespace {
@@ -103,40 +104,9 @@ TEST(MotionSubpel, DetailedTranslationsGiveExactVectors) {
       }
     return p;
   };
-  static const DSP_HANDLE handle = [] {  // converters live until the process ends
-    DSP_FRAME_RATE_CONVERTER_PARAMS c{};
-    c.ulBaseCount = 1;
-    c.lWidth = c.lHeight = 64;
-    DSP_HANDLE out = nullptr;
-    EXPECT_EQ(DspCreateFrameRateConverter(&c, &out), DSP_S_OK);
-    return out;
-  }();
-  struct Pyramid {
-    std::vector<uint8_t> level[4];
-    DSP_MIPMAP_LEVELS list{};
-  };
-  auto pyramid = [&](std::vector<uint8_t> base, Pyramid *py) {
-    py->list.ulCount = 4;
-    for (int k = 0; k < 4; ++k) {
-      py->level[k] = k ? std::vector<uint8_t>((w >> k) * (h >> k)) : base;
-      DSP_IMAGE &d = py->list.Levels[k];
-      d.Buffer.pBuffer = py->level[k].data();
-      d.Buffer.Region.ulWidth = d.ulWidth = d.ulPrimaryStrideBytes = w >> k;
-      d.Buffer.Region.ulHeight = d.ulHeight = h >> k;
-      d.ePixelFormat = DSP_PIXEL_FORMAT_MIPMAP;
-      d.eInterlace = DSP_INTERLACE_PROGRESSIVE;
-    }
-    DSP_MIPMAP_PARAMS m{};
-    m.Base = py->list.Levels[0];
-    m.pLevels = &py->list;
-    m.eFilter = DSP_SCALER_FILTER_LINEAR;
-    ASSERT_EQ(DspCreateMipMaps(handle, &m), DSP_S_OK);
-  };
-  Pyramid a;
-  pyramid(picture(0, 0), &a);
+  const motion_test::Pyramid a(picture(0, 0), w, h, 4);
   for (const auto &[dx, dy] : {std::pair{1.25, -0.75}, {-2.5, 0.25}, {0.75, 3.5}, {-5.25, -1.5}}) {
-    Pyramid b;
-    pyramid(picture(dx, dy), &b);
+    const motion_test::Pyramid b(picture(dx, dy), w, h, 4);
     for (uint32_t mask : {0u, static_cast<uint32_t>(framedsp::kCpuSSE2), ~0u}) {
       framedsp::set_cpu_mask(mask);
       std::vector<uint8_t> bytes(DSP_VECTOR_FIELD_BYTES(w, h, 8, 8));
@@ -146,7 +116,7 @@ TEST(MotionSubpel, DetailedTranslationsGiveExactVectors) {
       p.pVectorField = bytes.data();
       p.ulVectorFieldBytes = static_cast<uint32_t>(bytes.size());
       p.ulBlockA = p.ulBlockB = 8;
-      ASSERT_EQ(DspCreateMotionVectors(handle, &p), DSP_S_OK);
+      ASSERT_EQ(DspCreateMotionVectors(motion_test::converter(), &p), DSP_S_OK);
       const int n = (w / 8) * (h / 8);
       int exact = 0, counted = 0;
       for (int i = 0; i < 2 * n; ++i) {
