@@ -27,6 +27,11 @@ outputs up to input 12 (phase 1/2), 60 -> 50 those up to input 20 (phases 0.2, 0
 clip holds one input more, since minterpolate stops a pair before the end.
 Outputs on an input's time (phase 0) are only checked for exactness; the tables cover the others.
 
+The column 'true motion' is not a method but the yardstick of the others: the inputs moved by the case's
+true motion with this bench's own Lanczos-3 in floating point (sequences.Scene.reference).  With constant
+motion every output of a phase sees the same sub-pixel offsets, so the phases differ even with perfect
+vectors; the report gives that spread and framedsp's distance to it, phase by phase.
+
 minterpolate's timing, as checked by probe_minterpolate() on flat frames whose level encodes their
 time (ffmpeg 5.1): output k is the picture at k/B, output 0 is input 0, and the last output is the one
 at or before input N - 2.  Its outputs are therefore scored by index, like every other method.
@@ -94,6 +99,16 @@ def blend(inputs, times, **_):
     return dict(frames=out, wall=time.perf_counter() - t0, cpu=time.process_time() - c0)
 
 
+def true_motion(inputs, times, scene, case, **_):
+    """Not a method: the case's true motion applied to the inputs with the bench's own Lanczos-3 in floating
+    point, the weights of the phase, one side at the borders and under the object.  Its scores are what
+    motion compensation with perfect vectors reaches on these frames, phase by phase."""
+    t0, c0 = time.perf_counter(), time.process_time()
+    out = [inputs[n] if q == 0 else scene.reference(case, inputs[n], inputs[n + 1], n, float(frac))
+           for _, n, frac, q in times]
+    return dict(frames=out, wall=time.perf_counter() - t0, cpu=time.process_time() - c0)
+
+
 def ffmpeg_cmd(src, dst, rate_in, vf, w=WIDTH, h=HEIGHT):
     return ["ffmpeg", "-hide_banner", "-loglevel", "error", "-nostdin", "-threads", "1",
             "-f", "rawvideo", "-pix_fmt", "gray", "-s", "%dx%d" % (w, h), "-r", str(rate_in), "-i", src,
@@ -131,7 +146,8 @@ def framedsp(inputs, times, rate_in, rate_out, src, work, exe, extra=(), **_):
 
 
 METHODS = [("repeat", repeat, {}), ("blend", blend, {}), ("minterpolate", minterpolate, {}),
-           ("framedsp", framedsp, {}), ("framedsp-4tap", framedsp, {"extra": ("--sampling", "4tap")})]
+           ("framedsp", framedsp, {}), ("framedsp-4tap", framedsp, {"extra": ("--sampling", "4tap")}),
+           ("true motion", true_motion, {})]
 
 
 def probe_minterpolate(work):
@@ -166,7 +182,8 @@ def run_case(scene, case, exe, work, scores, exact0, clocks, notes, use):
         for name, fn, kw in METHODS:
             if name not in use:
                 continue
-            r = fn(inputs, times, rate_in=rate_in, rate_out=rate_out, src=src, work=work, exe=exe, **kw)
+            r = fn(inputs, times, rate_in=rate_in, rate_out=rate_out, src=src, work=work, exe=exe,
+                   scene=scene, case=case, **kw)
             if isinstance(r, str):
                 notes.setdefault(name, r)
                 continue
@@ -282,6 +299,13 @@ def target_lines(s, clocks, cases, have):
     else:
         out.append(line(None, texts[3], "minterpolate not measured"))
     out.append(line(spread is not None and spread <= TARGETS["spread"], texts[4], fmt(spread) + " dB"))
+    ref = db("true motion", None, "spread")
+    if ref is not None:
+        loss = [db("true motion", None, p) - db(fd, None, p) for p in PHASES]
+        out.append(line(None, "  the same spread with perfect vectors (true motion)", fmt(ref) + " dB"))
+        out.append(line(None, "  framedsp below perfect vectors, phase by phase",
+                        " / ".join("%s %+.2f" % (p, -l) for p, l in zip(PHASES, loss)) +
+                        " dB (spread %.2f dB)" % (max(loss) - min(loss))))
     c = clocks[fd]
     ms_cpu, ms_wall = (1e3 * c[k] / max(c["interpolated"], 1) for k in ("cpu", "wall"))
     out.append(line(ms_cpu <= TARGETS["ms"], texts[5], "%.1f ms CPU, %.1f ms wall" % (ms_cpu, ms_wall)))
@@ -315,7 +339,7 @@ def report(start, loads, cases, have, scores, exact0, clocks, notes, probe):
     rep += ["", "Outputs on an input's time (phase 0), byte-exact: " +
             ", ".join("%s %d of %d" % (m, e[0], e[1]) for m, e in exact0.items()) + "."]
     rep += ["", "## Time per output frame", ""] + timing_table(clocks)
-    rep += ["", "repeat and blend are numpy references; the others are whole runs of the command "
+    rep += ["", "repeat, blend and true motion are numpy references; the others are whole runs of the command "
             "(reading, converting, writing; phase-0 copies included), one thread.  'interpolated' counts the "
             "outputs off the inputs' times; the speed target divides the run's CPU time by them."]
     if probe:
