@@ -5,6 +5,7 @@
 //                                (bilinear), swscale fast bilinear uyvy422 -> uyvy422
 //   uyvy 720x486 -> 1920x1080    linear, beside the same two peer routes; DspNonUniformScaler's
 //                                panorama (linear, cubic) on the same frames
+//   uyvy 1920x1080 -> 1440x1080  the panorama undone (cubic)
 // "pixels/s" counts output pixels (250M/s is 250 Mpixel/s).  The routes differ in their sample
 // phase and rounding, so only speed is compared here.
 #include <benchmark/benchmark.h>
@@ -102,12 +103,15 @@ BENCHMARK(BM_framedsp_uyvy_sd_to_hd_linear)->Unit(benchmark::kMillisecond);
 
 // DspNonUniformScaler on the same frames as the SD -> HD DspScaler run above: the panorama of
 // 4:3 material (centre 0.2 at 0.85 of the stretch).
-void run_panorama(benchmark::State &state, uint32_t filter) {
-  Frames f(kUyvyUp);
+constexpr Geometry kUyvyUndo{1920, 1080, 1440, 1080, 2};
+
+void run_panorama(benchmark::State &state, uint32_t filter, uint32_t mode = DSP_STRETCH_PANORAMA,
+                  const Geometry &geometry = kUyvyUp) {
+  Frames f(geometry);
   const Geometry &g = f.g;
   DSP_NONUNIFORM_SCALER_PARAMS p;
   std::memset(&p, 0, sizeof p);
-  p.eStretchMode = DSP_STRETCH_PANORAMA;
+  p.eStretchMode = mode;
   p.eFilter = filter;
   p.ulCentreWidthQ14 = 3277;
   p.ulCentreScaleQ14 = 13926;
@@ -127,6 +131,11 @@ void BM_framedsp_uyvy_sd_to_hd_panorama_linear(benchmark::State &s) { run_panora
 void BM_framedsp_uyvy_sd_to_hd_panorama_cubic(benchmark::State &s) { run_panorama(s, DSP_SUBPIXEL_FILTER_CUBIC); }
 BENCHMARK(BM_framedsp_uyvy_sd_to_hd_panorama_linear)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_framedsp_uyvy_sd_to_hd_panorama_cubic)->Unit(benchmark::kMillisecond);
+// The panorama of an HD frame undone (16:9 back to 4:3): strong, uneven reductions at the edges.
+void BM_framedsp_uyvy_hd_panorama_undone_cubic(benchmark::State &s) {
+  run_panorama(s, DSP_SUBPIXEL_FILTER_CUBIC, DSP_STRETCH_PANORAMA_INVERSE, kUyvyUndo);
+}
+BENCHMARK(BM_framedsp_uyvy_hd_panorama_undone_cubic)->Unit(benchmark::kMillisecond);
 
 #if defined(FRAMEDSP_BENCH_LIBYUV)
 void run_libyuv_argb(benchmark::State &state, libyuv::FilterMode mode) {

@@ -211,9 +211,11 @@ void resample_build_blocks(const ResampleHorzPlan &p, ResampleHPair *pairs, uint
         w[s] = k < rows.taps ? rows.w[j * size_t(rows.taps) + size_t(k)] : 0;
         if (k >= rows.taps) k = rows.taps - 1;
         addr[s] = stream_addr(l, lane, rows.first[j] + k);
+        if (w[s] == 0) continue;  // a zero weight may read any byte of the window
         lo = std::min(lo, addr[s]);
         hi = std::max(hi, addr[s]);
       }
+      if (lo == SIZE_MAX) lo = hi = 0;
       const size_t base = std::min(lo, p.src_bytes - 16);
       if (hi - base > 15) {
         ok = false;
@@ -221,7 +223,7 @@ void resample_build_blocks(const ResampleHorzPlan &p, ResampleHPair *pairs, uint
       }
       pb[q].base = static_cast<uint32_t>(base);
       for (int s = 0; s < 16; ++s) {
-        pb[q].idx[s] = static_cast<uint8_t>(addr[s] - base);
+        pb[q].idx[s] = w[s] == 0 ? 0 : static_cast<uint8_t>(addr[s] - base);
         pb[q].w[s] = w[s];
       }
     }
