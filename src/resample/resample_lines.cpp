@@ -68,9 +68,10 @@ inline void store(uint8_t *p, int64_t v) {
 template <int kBytes>
 void horz_range(const ResampleLayout &l, const uint8_t *src, uint8_t *dst, const ResampleHorzPlan *p, size_t first,
                 size_t end) {
+  size_t g = first / l.lanes;  // group and lane of output t, walked without a division per sample
+  unsigned li = static_cast<unsigned>(first % l.lanes);
   for (size_t t = first; t < end; ++t) {
-    const size_t g = t / l.lanes;
-    const ResampleLane &lane = l.lane[t % l.lanes];
+    const ResampleLane &lane = l.lane[li];
     const ResampleRowsTable &rows = *p->table[lane.table];
     const size_t j = g * lane.per + lane.sub;
     const int16_t *w = rows.w + j * size_t(rows.taps);
@@ -78,6 +79,7 @@ void horz_range(const ResampleLayout &l, const uint8_t *src, uint8_t *dst, const
     int64_t acc = 8192;
     for (int32_t k = 0; k < rows.taps; ++k) acc += int64_t{w[k]} * load<kBytes>(src + stream_addr(l, lane, f + k));
     store<kBytes>(dst + t * kBytes, acc >> kResampleWeightBits);
+    if (++li == l.lanes) li = 0, ++g;
   }
 }
 
