@@ -15,14 +15,27 @@ int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : (v > hi 
 // Rounds a quarter-pixel value to the nearest whole pixel (halves toward +infinity).
 int32_t whole(int32_t q) { return ((q + 2) >> 2) * 4; }
 
+uint64_t pack(const MotionVec &v) { return uint64_t{static_cast<uint32_t>(v.x)} << 32 | static_cast<uint32_t>(v.y); }
+MotionVec unpack(uint64_t key) {
+  return MotionVec{static_cast<int32_t>(key >> 32), static_cast<int32_t>(static_cast<uint32_t>(key))};
+}
+
+// Candidates in ranking order, packed (raw storage: nothing to clear per block).
 struct CandidateList {
-  MotionVec v[kMaxCandidates];
+  uint64_t key[kMaxCandidates];
   int n = 0;
+  MotionVec operator[](int i) const { return unpack(key[i]); }
+  // Without duplicates (their evaluation would change nothing, it only costs).
   void add(const MotionVec &c) {
+    const uint64_t k = pack(c);
     for (int i = 0; i < n; ++i) {
-      if (v[i] == c) return;
+      if (key[i] == k) return;
     }
-    if (n < kMaxCandidates) v[n++] = c;
+    if (n < kMaxCandidates) key[n++] = k;
+  }
+  // Duplicates kept: for an evaluator that caches its matches.
+  void push(const MotionVec &c) {
+    if (n < kMaxCandidates) key[n++] = pack(c);
   }
 };
 
@@ -135,12 +148,6 @@ class BlockEval {
   MotionVec best_;
   uint64_t best_cost_ = 0;
   uint32_t best_match_ = 0;
-  static uint64_t pack(const MotionVec &v) {
-    return uint64_t{static_cast<uint32_t>(v.x)} << 32 | static_cast<uint32_t>(v.y);
-  }
-  static MotionVec unpack(uint64_t key) {
-    return MotionVec{static_cast<int32_t>(key >> 32), static_cast<int32_t>(static_cast<uint32_t>(key))};
-  }
   // The vectors evaluated, in order (the first kSeen: reweigh() ranks them again); raw arrays,
   // nothing to clear per block.
   static constexpr int kSeen = 48;
@@ -208,32 +215,74 @@ MotionVec global_vec(const LevelSearch &s, MotionVec *scratch) {
 }
 
 // The candidates of pass 1, in ranking order: parent and its four neighbours, zero, global,
-// temporal, the other direction's vector negated.
+// temporal, the other direction's vector negated (duplicates kept).
 void first_candidates(const LevelSearch &s, const ParentIndex &parents, int32_t col, int32_t row,
                       bool has_global, const MotionVec &global, CandidateList *c) {
   if (s.parent) {
     // Whole pixels of the parent, doubled: whole here, and within the reach (each level's reach
     // is at least twice its parent's).
     const int32_t pc = parents.col[col], pr = parents.row[row];
-    c->add(parent_vec(s, pc, pr));
-    c->add(parent_vec(s, pc - 1, pr));
-    c->add(parent_vec(s, pc + 1, pr));
-    c->add(parent_vec(s, pc, pr - 1));
-    c->add(parent_vec(s, pc, pr + 1));
+    c->push(parent_vec(s, pc, pr));
+    c->push(parent_vec(s, pc - 1, pr));
+    c->push(parent_vec(s, pc + 1, pr));
+    c->push(parent_vec(s, pc, pr - 1));
+    c->push(parent_vec(s, pc, pr + 1));
   }
-  c->add(MotionVec{});
-  if (has_global) c->add(clip_to_reach(s, global));
+  c->push(MotionVec{});
+  if (has_global) c->push(clip_to_reach(s, global));
   if (s.temporal) {
     const MotionBlock b = make_block(s.a, s.grid, col, row);
     const MotionVec t = s.temporal->at((b.x + b.w / 2) << s.level, (b.y + b.h / 2) << s.level);
     // Level-0 quarter pixels to level-k quarter pixels, rounded to the nearest.
     const int32_t half = s.level ? 1 << (s.level - 1) : 0;
-    c->add(clip_to_reach(s, MotionVec{(t.x + half) >> s.level, (t.y + half) >> s.level}));
+    c->push(clip_to_reach(s, MotionVec{(t.x + half) >> s.level, (t.y + half) >> s.level}));
   }
   if (s.opposite) {
     const MotionVec &o = s.opposite[row * s.grid.cols + col];
-    c->add(clip_to_reach(s, MotionVec{-o.x, -o.y}));
+    c->push(clip_to_reach(s, MotionVec{-o.x, -o.y}));
   }
+}
+
+// Pass 2's ranking of a block's candidates: its own vector `own`, then those of `others` (the
+// neighbours' vectors that differ from it, duplicates kept, and the global vector), with pass 1's
+// matches around `own` (`around`, see LevelSearch) and a SAD for any other vector.  True when
+// the block keeps its own vector.
+bool keeps_own(const MotionKernels &k, const LevelSearch &s, const MotionBlock &block, const MotionVec &predicted,
+               const uint32_t around[5], const MotionVec &own, const uint64_t *others, int n) {
+  auto cost_of = [&](const MotionVec &v, uint32_t m) {
+    return m + uint64_t{4} * s.lambda * static_cast<uint32_t>(iabs(v.x - predicted.x) + iabs(v.y - predicted.y));
+  };
+  MotionVec best = own;
+  uint64_t best_cost = cost_of(own, around[0]);
+  uint64_t sad_key[10];
+  uint32_t sad_match[10];
+  int sads = 0;
+  for (int j = 0; j < n; ++j) {
+    const MotionVec v = unpack(others[j]);
+    const int32_t dx = v.x - own.x, dy = v.y - own.y;
+    int step = -1;
+    if (dy == 0 && (dx == -4 || dx == 4)) step = dx < 0 ? 0 : 1;
+    if (dx == 0 && (dy == -4 || dy == 4)) step = dy < 0 ? 2 : 3;
+    uint32_t m;
+    // Every candidate lies within the reach, so a neighbour of `own` among them has its match.
+    if (step >= 0 && around[1 + step] != UINT32_MAX) {
+      m = around[1 + step];
+    } else {
+      int at = 0;
+      while (at < sads && sad_key[at] != others[j]) ++at;
+      if (at == sads) {
+        sad_key[sads] = others[j];
+        sad_match[sads++] = cost16_of_sad(block, block_sad(k, block, s.b, v.x >> 2, v.y >> 2));
+      }
+      m = sad_match[at];
+    }
+    const uint64_t cost = cost_of(v, m);
+    if (better(cost, v, best_cost, best)) {
+      best = v;
+      best_cost = cost;
+    }
+  }
+  return best == own;
 }
 
 }  // namespace
@@ -265,7 +314,7 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
       BlockEval eval(k, s, block, median9(pass0, g, col, row));
       CandidateList c;
       first_candidates(s, parents, col, row, has_global, global, &c);
-      for (int j = 0; j < c.n; ++j) eval.try_vec(c.v[j]);
+      for (int j = 0; j < c.n; ++j) eval.try_vec(c[j]);
       const bool wide = eval.best_match() > s.threshold * 1024u;
       if (wide) {
         eval.exhaustive(eval.best());
@@ -297,21 +346,36 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
       const size_t i = static_cast<size_t>(row) * g.cols + col;
       const MotionVec own = pass1[i];
       const bool loose = s.loose && s.loose[i] && has_global;
-      CandidateList c;
-      c.add(own);
+      // The candidates that differ from `own` (a duplicate's evaluation changes nothing).
+      const uint64_t own_key = pack(own);
+      uint64_t others[10];
+      int n = 0;
       for (int32_t dy = -1; dy <= 1; ++dy) {
-        for (int32_t dx = -1; dx <= 1; ++dx) {
-          const int32_t r = row + dy, q = col + dx;
-          if (r >= 0 && r < g.rows && q >= 0 && q < g.cols) c.add(pass1[r * g.cols + q]);
+        const int32_t r = row + dy;
+        if (r < 0 || r >= g.rows) continue;
+        for (int32_t q = std::max(col - 1, 0); q <= std::min(col + 1, g.cols - 1); ++q) {
+          others[n] = pack(pass1[r * g.cols + q]);
+          n += others[n] != own_key ? 1 : 0;
         }
       }
-      if (loose) c.add(clip_to_reach(s, global));
-      if (c.n == 1) {  // every neighbour agrees: nothing to weigh
+      if (loose) {
+        others[n] = pack(clip_to_reach(s, global));
+        n += others[n] != own_key ? 1 : 0;
+      }
+      if (n == 0) {  // every neighbour agrees: nothing to weigh
         out[i] = own;
         continue;
       }
       const MotionBlock block = make_block(s.a, g, col, row);
-      BlockEval eval(k, s, block, loose ? global : median9(pass1, g, col, row));
+      const MotionVec predicted = loose ? global : median9(pass1, g, col, row);
+      if (s.around && keeps_own(k, s, block, predicted, s.around + 5 * i, own, others, n)) {
+        out[i] = own;
+        continue;
+      }
+      CandidateList c;
+      c.add(own);
+      for (int j = 0; j < n; ++j) c.add(unpack(others[j]));
+      BlockEval eval(k, s, block, predicted);
       if (s.around) {  // pass 1's matches around its vector
         const uint32_t *a = s.around + 5 * i;
         eval.remember(own, a[0]);
@@ -319,7 +383,7 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
           if (a[1 + j] != UINT32_MAX) eval.remember(MotionVec{own.x + BlockEval::kStep[j][0], own.y + BlockEval::kStep[j][1]}, a[1 + j]);
         }
       }
-      for (int j = 0; j < c.n; ++j) eval.try_vec(c.v[j]);
+      for (int j = 0; j < c.n; ++j) eval.try_vec(c[j]);
       if (eval.best() != own) {
         eval.diamond();
         if (s.around) eval.around(s.around + 5 * i);
