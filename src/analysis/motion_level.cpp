@@ -1,6 +1,7 @@
 // One pyramid level of the block search: predictive candidates, cost = SAD + lambda x distance
 // from the neighbourhood's median, an exhaustive window or a small diamond, two passes.
 #include <algorithm>
+#include <cstring>
 
 #include "analysis/motion_search.h"
 
@@ -243,6 +244,42 @@ void first_candidates(const LevelSearch &s, const ParentIndex &parents, int32_t 
   }
 }
 
+// Component-wise medians of the 3x3 neighbourhoods (edges repeated) of the blocks of one row,
+// kChunk columns from c0 at a time (entries beyond the grid are left undefined).  Level vectors
+// are whole pixels within the reach (at most 4 * 8191 quarter pixels), so they fit 16 bits; each
+// exchange of the network runs over the whole chunk, which the compiler takes 8 or 16 at a time.
+constexpr int32_t kChunk = 64;
+struct MedianChunk {
+  int16_t v[2][kChunk];
+  MotionVec at(int32_t col) const { return MotionVec{v[0][col % kChunk], v[1][col % kChunk]}; }
+};
+void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, MedianChunk *out) {
+  static constexpr uint8_t kExchange[19][2] = {{1, 2}, {4, 5}, {7, 8}, {0, 1}, {3, 4}, {6, 7}, {1, 2},
+                                               {4, 5}, {7, 8}, {0, 3}, {5, 8}, {4, 7}, {3, 6}, {1, 4},
+                                               {2, 5}, {4, 7}, {4, 2}, {6, 4}, {4, 2}};
+  int16_t line[2][3][kChunk + 2], p[2][9][kChunk];
+  for (int32_t dy = 0; dy < 3; ++dy) {
+    const MotionVec *f = field + clamp(row + dy - 1, 0, g.rows - 1) * g.cols;
+    for (int32_t i = 0; i < kChunk + 2; ++i) {
+      const MotionVec &v = f[clamp(c0 + i - 1, 0, g.cols - 1)];
+      line[0][dy][i] = static_cast<int16_t>(v.x);
+      line[1][dy][i] = static_cast<int16_t>(v.y);
+    }
+  }
+  for (int c = 0; c < 2; ++c) {
+    for (int n = 0; n < 9; ++n) std::memcpy(p[c][n], line[c][n / 3] + n % 3, sizeof p[c][n]);
+    for (const auto &e : kExchange) {
+      int16_t *__restrict lo = p[c][e[0]], *__restrict hi = p[c][e[1]];
+      for (int32_t i = 0; i < kChunk; ++i) {
+        const int16_t a = lo[i], b = hi[i];
+        lo[i] = a < b ? a : b;
+        hi[i] = a < b ? b : a;
+      }
+    }
+    std::memcpy(out->v[c], p[c][4], sizeof out->v[c]);
+  }
+}
+
 // Pass 2's ranking of a block's candidates: its own vector `own`, then those of `others` (the
 // neighbours' vectors that differ from it, duplicates kept, and the global vector), with pass 1's
 // matches around `own` (`around`, see LevelSearch) and a SAD for any other vector.  True when
@@ -307,11 +344,13 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
   }
 
   uint32_t local[5];
+  MedianChunk medians;
   for (int32_t row = 0; row < g.rows; ++row) {
     for (int32_t col = 0; col < g.cols; ++col) {
       const size_t i = static_cast<size_t>(row) * g.cols + col;
       const MotionBlock block = make_block(s.a, g, col, row);
-      BlockEval eval(k, s, block, median9(pass0, g, col, row));
+      if (col % kChunk == 0) median_chunk(pass0, g, row, col, &medians);
+      BlockEval eval(k, s, block, medians.at(col));
       CandidateList c;
       first_candidates(s, parents, col, row, has_global, global, &c);
       for (int j = 0; j < c.n; ++j) eval.try_vec(c[j]);
@@ -344,6 +383,7 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
   for (int32_t row = 0; row < g.rows; ++row) {
     for (int32_t col = 0; col < g.cols; ++col) {
       const size_t i = static_cast<size_t>(row) * g.cols + col;
+      if (col % kChunk == 0) median_chunk(pass1, g, row, col, &medians);
       const MotionVec own = pass1[i];
       const bool loose = s.loose && s.loose[i] && has_global;
       // The candidates that differ from `own` (a duplicate's evaluation changes nothing).
@@ -367,7 +407,7 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
         continue;
       }
       const MotionBlock block = make_block(s.a, g, col, row);
-      const MotionVec predicted = loose ? global : median9(pass1, g, col, row);
+      const MotionVec predicted = loose ? global : medians.at(col);
       if (s.around && keeps_own(k, s, block, predicted, s.around + 5 * i, own, others, n)) {
         out[i] = own;
         continue;
