@@ -81,6 +81,7 @@ class BlockEval {
   // Evaluates v; true when it became the best.
   bool try_vec(const MotionVec &v) {
     const uint32_t m = match(v);
+    last_match_ = m;
     const uint64_t cost = m + uint64_t{4} * s_.lambda * static_cast<uint32_t>(iabs(v.x - m_.x) + iabs(v.y - m_.y));
     if (evaluated_ && !better(cost, v, best_cost_, best_)) return false;
     evaluated_ = true;
@@ -109,18 +110,26 @@ class BlockEval {
     for (int32_t i = 0; i < steps; ++i) {
       const MotionVec centre = best_;
       bool moved = false;
-      for (const auto &d : kStep) {
-        const MotionVec v{centre.x + d[0], centre.y + d[1]};
-        if (iabs(v.x - origin.x) > 4 * s_.range_x || iabs(v.y - origin.y) > 4 * s_.range_y) continue;
-        if (in_reach(v) && try_vec(v)) moved = true;
+      int tried = 0;
+      for (int j = 0; j < 4; ++j) {
+        const MotionVec v{centre.x + kStep[j][0], centre.y + kStep[j][1]};
+        if (iabs(v.x - origin.x) > 4 * s_.range_x || iabs(v.y - origin.y) > 4 * s_.range_y || !in_reach(v)) continue;
+        ++tried;
+        if (try_vec(v)) moved = true;
+        around_[1 + j] = last_match_;
       }
-      if (!moved) break;
+      if (!moved) {
+        // The centre stays best and all four neighbours were matched: around() has them.
+        around_known_ = tried == 4;
+        break;
+      }
     }
   }
 
   // The best among the vectors seen, weighed against another prediction.
   void reweigh(const MotionVec &predicted) {
     m_ = predicted;
+    around_known_ = false;
     const int n = seen_;
     evaluated_ = false;
     for (int i = 0; i < n; ++i) try_vec(unpack(seen_key_[i]));
@@ -129,6 +138,10 @@ class BlockEval {
   // The matches of the best vector and of its four whole-pixel neighbours.
   void around(uint32_t out[5]) {
     out[0] = best_match_;
+    if (around_known_) {
+      for (int i = 1; i < 5; ++i) out[i] = around_[i];
+      return;
+    }
     for (int i = 0; i < 4; ++i) {
       const MotionVec v{best_.x + kStep[i][0], best_.y + kStep[i][1]};
       out[1 + i] = in_reach(v) ? match(v) : UINT32_MAX;
@@ -149,6 +162,9 @@ class BlockEval {
   MotionVec best_;
   uint64_t best_cost_ = 0;
   uint32_t best_match_ = 0;
+  uint32_t last_match_ = 0;      // of the last vector tried
+  bool around_known_ = false;    // around_[1..4]: the matches of best_'s four neighbours
+  uint32_t around_[5];
   // The vectors evaluated, in order (the first kSeen: reweigh() ranks them again); raw arrays,
   // nothing to clear per block.
   static constexpr int kSeen = 48;
@@ -223,11 +239,13 @@ void first_candidates(const LevelSearch &s, const ParentIndex &parents, int32_t 
     // Whole pixels of the parent, doubled: whole here, and within the reach (each level's reach
     // is at least twice its parent's).
     const int32_t pc = parents.col[col], pr = parents.row[row];
-    c->push(parent_vec(s, pc, pr));
-    c->push(parent_vec(s, pc - 1, pr));
-    c->push(parent_vec(s, pc + 1, pr));
-    c->push(parent_vec(s, pc, pr - 1));
-    c->push(parent_vec(s, pc, pr + 1));
+    const MotionVec p = parent_vec(s, pc, pr);
+    c->push(p);
+    const MotionVec beside[4] = {parent_vec(s, pc - 1, pr), parent_vec(s, pc + 1, pr), parent_vec(s, pc, pr - 1),
+                                 parent_vec(s, pc, pr + 1)};
+    for (const MotionVec &v : beside) {
+      if (v != p) c->push(v);  // the usual duplicate, dropped cheaply
+    }
   }
   c->push(MotionVec{});
   if (has_global) c->push(clip_to_reach(s, global));
@@ -322,27 +340,13 @@ bool keeps_own(const MotionKernels &k, const LevelSearch &s, const MotionBlock &
   return best == own;
 }
 
-}  // namespace
-
-void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scratch0,
-                  MotionVec *scratch1, MotionVec *out, uint8_t *exhaustive) {
+// Pass 1: each block's candidates, then an exhaustive window or a diamond, judged against the
+// medians of pass 0.
+void first_pass(const MotionKernels &k, const LevelSearch &s, const ParentIndex &parents, const MotionVec *pass0,
+                const MotionVec &global, MotionVec *pass1, uint8_t *exhaustive) {
   const BlockGrid &g = s.grid;
   const bool has_global = s.parent && s.use_global;
-  const MotionVec global = has_global ? global_vec(s, scratch0) : MotionVec{};
   const bool want_around = s.around || s.loose;
-
-  // Pass 0: the parent field projected onto this level's blocks (zero at the coarsest level)
-  // provides the predictions of pass 1.
-  MotionVec *pass0 = scratch0, *pass1 = scratch1;
-  const ParentIndex parents(s);
-  for (int32_t row = 0; row < g.rows; ++row) {
-    for (int32_t col = 0; col < g.cols; ++col) {
-      MotionVec v;
-      if (s.parent) v = parent_vec(s, parents.col[col], parents.row[row]);
-      pass0[row * g.cols + col] = v;
-    }
-  }
-
   uint32_t local[5];
   MedianChunk medians;
   for (int32_t row = 0; row < g.rows; ++row) {
@@ -376,10 +380,16 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
       if (exhaustive) exhaustive[i] = wide ? 1 : 0;
     }
   }
+}
 
-  // Pass 2: the block's own result against its eight neighbours' results of pass 1, judged
-  // against pass 1's medians (the global vector for loose blocks); a block that changes hands
-  // walks a diamond from its new vector.
+// Pass 2: the block's own result against its eight neighbours' results of pass 1, judged
+// against pass 1's medians (the global vector for loose blocks); a block that changes hands
+// walks a diamond from its new vector.
+void second_pass(const MotionKernels &k, const LevelSearch &s, const MotionVec *pass1, const MotionVec &global,
+                 MotionVec *out) {
+  const BlockGrid &g = s.grid;
+  const bool has_global = s.parent && s.use_global;
+  MedianChunk medians;
   for (int32_t row = 0; row < g.rows; ++row) {
     for (int32_t col = 0; col < g.cols; ++col) {
       const size_t i = static_cast<size_t>(row) * g.cols + col;
@@ -431,6 +441,29 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
       out[i] = eval.best();
     }
   }
+}
+
+}  // namespace
+
+void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scratch0,
+                  MotionVec *scratch1, MotionVec *out, uint8_t *exhaustive) {
+  const BlockGrid &g = s.grid;
+  const bool has_global = s.parent && s.use_global;
+  const MotionVec global = has_global ? global_vec(s, scratch0) : MotionVec{};
+
+  // Pass 0: the parent field projected onto this level's blocks (zero at the coarsest level)
+  // provides the predictions of pass 1.
+  MotionVec *pass0 = scratch0, *pass1 = scratch1;
+  const ParentIndex parents(s);
+  for (int32_t row = 0; row < g.rows; ++row) {
+    for (int32_t col = 0; col < g.cols; ++col) {
+      MotionVec v;
+      if (s.parent) v = parent_vec(s, parents.col[col], parents.row[row]);
+      pass0[row * g.cols + col] = v;
+    }
+  }
+  first_pass(k, s, parents, pass0, global, pass1, exhaustive);
+  second_pass(k, s, pass1, global, out);
 }
 
 }  // namespace framedsp
