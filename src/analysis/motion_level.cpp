@@ -275,26 +275,28 @@ void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32
   static constexpr uint8_t kExchange[19][2] = {{1, 2}, {4, 5}, {7, 8}, {0, 1}, {3, 4}, {6, 7}, {1, 2},
                                                {4, 5}, {7, 8}, {0, 3}, {5, 8}, {4, 7}, {3, 6}, {1, 4},
                                                {2, 5}, {4, 7}, {4, 2}, {6, 4}, {4, 2}};
+  // Lanes in steps of 16; those beyond the grid repeat its last column.
+  const int32_t lanes = (std::min(kChunk, g.cols - c0) + 15) & ~15;
   int16_t line[2][3][kChunk + 2], p[2][9][kChunk];
   for (int32_t dy = 0; dy < 3; ++dy) {
     const MotionVec *f = field + clamp(row + dy - 1, 0, g.rows - 1) * g.cols;
-    for (int32_t i = 0; i < kChunk + 2; ++i) {
+    for (int32_t i = 0; i < lanes + 2; ++i) {
       const MotionVec &v = f[clamp(c0 + i - 1, 0, g.cols - 1)];
       line[0][dy][i] = static_cast<int16_t>(v.x);
       line[1][dy][i] = static_cast<int16_t>(v.y);
     }
   }
   for (int c = 0; c < 2; ++c) {
-    for (int n = 0; n < 9; ++n) std::memcpy(p[c][n], line[c][n / 3] + n % 3, sizeof p[c][n]);
+    for (int n = 0; n < 9; ++n) std::memcpy(p[c][n], line[c][n / 3] + n % 3, sizeof(int16_t) * static_cast<size_t>(lanes));
     for (const auto &e : kExchange) {
       int16_t *__restrict lo = p[c][e[0]], *__restrict hi = p[c][e[1]];
-      for (int32_t i = 0; i < kChunk; ++i) {
+      for (int32_t i = 0; i < lanes; ++i) {
         const int16_t a = lo[i], b = hi[i];
         lo[i] = a < b ? a : b;
         hi[i] = a < b ? b : a;
       }
     }
-    std::memcpy(out->v[c], p[c][4], sizeof out->v[c]);
+    std::memcpy(out->v[c], p[c][4], sizeof(int16_t) * static_cast<size_t>(lanes));
   }
 }
 
@@ -304,40 +306,43 @@ void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32
 // the block keeps its own vector.
 bool keeps_own(const MotionKernels &k, const LevelSearch &s, const MotionBlock &block, const MotionVec &predicted,
                const uint32_t around[5], const MotionVec &own, const uint64_t *others, int n) {
-  auto cost_of = [&](const MotionVec &v, uint32_t m) {
-    return m + uint64_t{4} * s.lambda * static_cast<uint32_t>(iabs(v.x - predicted.x) + iabs(v.y - predicted.y));
-  };
-  MotionVec best = own;
-  uint64_t best_cost = cost_of(own, around[0]);
-  uint64_t sad_key[10];
-  uint32_t sad_match[10];
-  int sads = 0;
+  // Written without data-dependent branches where it can be: which candidates win is the data's.
+  uint32_t m[10];
+  int need[10], needs = 0;
   for (int j = 0; j < n; ++j) {
     const MotionVec v = unpack(others[j]);
     const int32_t dx = v.x - own.x, dy = v.y - own.y;
-    int step = -1;
-    if (dy == 0 && (dx == -4 || dx == 4)) step = dx < 0 ? 0 : 1;
-    if (dx == 0 && (dy == -4 || dy == 4)) step = dy < 0 ? 2 : 3;
-    uint32_t m;
-    // Every candidate lies within the reach, so a neighbour of `own` among them has its match.
-    if (step >= 0 && around[1 + step] != UINT32_MAX) {
-      m = around[1 + step];
-    } else {
-      int at = 0;
-      while (at < sads && sad_key[at] != others[j]) ++at;
-      if (at == sads) {
-        sad_key[sads] = others[j];
-        sad_match[sads++] = cost16_of_sad(block, block_sad(k, block, s.b, v.x >> 2, v.y >> 2));
-      }
-      m = sad_match[at];
-    }
-    const uint64_t cost = cost_of(v, m);
-    if (better(cost, v, best_cost, best)) {
-      best = v;
-      best_cost = cost;
-    }
+    // 1..4: the left, right, upper or lower neighbour of `own` (around[1..4]); 0: none of them.
+    const int side = (dy == 0) * ((dx == -4) + 2 * (dx == 4)) + (dx == 0) * (3 * (dy == -4) + 4 * (dy == 4));
+    m[j] = around[side];
+    need[needs] = j;
+    needs += side == 0 || around[side] == UINT32_MAX;
   }
-  return best == own;
+  for (int q = 0; q < needs; ++q) {
+    const int j = need[q];
+    int same = 0;
+    while (same < q && others[need[same]] != others[j]) ++same;
+    const MotionVec v = unpack(others[j]);
+    m[j] = same < q ? m[need[same]] : cost16_of_sad(block, block_sad(k, block, s.b, v.x >> 2, v.y >> 2));
+  }
+  const uint64_t lambda4 = uint64_t{4} * s.lambda;
+  auto cost_of = [&](const MotionVec &v, uint32_t match) {
+    return match + lambda4 * static_cast<uint32_t>(iabs(v.x - predicted.x) + iabs(v.y - predicted.y));
+  };
+  // better()'s ranking: lower cost, then the shorter vector, then the earlier one.
+  uint64_t best_cost = cost_of(own, around[0]);
+  int32_t best_length = iabs(own.x) + iabs(own.y);
+  bool keep = true;
+  for (int j = 0; j < n; ++j) {
+    const MotionVec v = unpack(others[j]);
+    const uint64_t cost = cost_of(v, m[j]);
+    const int32_t length = iabs(v.x) + iabs(v.y);
+    const bool take = (cost < best_cost) | ((cost == best_cost) & (length < best_length));
+    best_cost = take ? cost : best_cost;
+    best_length = take ? length : best_length;
+    keep = keep & !take;
+  }
+  return keep;
 }
 
 // Pass 1: each block's candidates, then an exhaustive window or a diamond, judged against the
