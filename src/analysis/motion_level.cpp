@@ -306,43 +306,40 @@ void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32
 // the block keeps its own vector.
 bool keeps_own(const MotionKernels &k, const LevelSearch &s, const MotionBlock &block, const MotionVec &predicted,
                const uint32_t around[5], const MotionVec &own, const uint64_t *others, int n) {
-  // Written without data-dependent branches where it can be: which candidates win is the data's.
-  uint32_t m[10];
-  int need[10], needs = 0;
+  auto cost_of = [&](const MotionVec &v, uint32_t m) {
+    return m + uint64_t{4} * s.lambda * static_cast<uint32_t>(iabs(v.x - predicted.x) + iabs(v.y - predicted.y));
+  };
+  MotionVec best = own;
+  uint64_t best_cost = cost_of(own, around[0]);
+  uint64_t sad_key[10];
+  uint32_t sad_match[10];
+  int sads = 0;
   for (int j = 0; j < n; ++j) {
     const MotionVec v = unpack(others[j]);
     const int32_t dx = v.x - own.x, dy = v.y - own.y;
-    // 1..4: the left, right, upper or lower neighbour of `own` (around[1..4]); 0: none of them.
-    const int side = (dy == 0) * ((dx == -4) + 2 * (dx == 4)) + (dx == 0) * (3 * (dy == -4) + 4 * (dy == 4));
-    m[j] = around[side];
-    need[needs] = j;
-    needs += side == 0 || around[side] == UINT32_MAX;
+    int step = -1;
+    if (dy == 0 && (dx == -4 || dx == 4)) step = dx < 0 ? 0 : 1;
+    if (dx == 0 && (dy == -4 || dy == 4)) step = dy < 0 ? 2 : 3;
+    uint32_t m;
+    // Every candidate lies within the reach, so a neighbour of `own` among them has its match.
+    if (step >= 0 && around[1 + step] != UINT32_MAX) {
+      m = around[1 + step];
+    } else {
+      int at = 0;
+      while (at < sads && sad_key[at] != others[j]) ++at;
+      if (at == sads) {
+        sad_key[sads] = others[j];
+        sad_match[sads++] = cost16_of_sad(block, block_sad(k, block, s.b, v.x >> 2, v.y >> 2));
+      }
+      m = sad_match[at];
+    }
+    const uint64_t cost = cost_of(v, m);
+    if (better(cost, v, best_cost, best)) {
+      best = v;
+      best_cost = cost;
+    }
   }
-  for (int q = 0; q < needs; ++q) {
-    const int j = need[q];
-    int same = 0;
-    while (same < q && others[need[same]] != others[j]) ++same;
-    const MotionVec v = unpack(others[j]);
-    m[j] = same < q ? m[need[same]] : cost16_of_sad(block, block_sad(k, block, s.b, v.x >> 2, v.y >> 2));
-  }
-  const uint64_t lambda4 = uint64_t{4} * s.lambda;
-  auto cost_of = [&](const MotionVec &v, uint32_t match) {
-    return match + lambda4 * static_cast<uint32_t>(iabs(v.x - predicted.x) + iabs(v.y - predicted.y));
-  };
-  // better()'s ranking: lower cost, then the shorter vector, then the earlier one.
-  uint64_t best_cost = cost_of(own, around[0]);
-  int32_t best_length = iabs(own.x) + iabs(own.y);
-  bool keep = true;
-  for (int j = 0; j < n; ++j) {
-    const MotionVec v = unpack(others[j]);
-    const uint64_t cost = cost_of(v, m[j]);
-    const int32_t length = iabs(v.x) + iabs(v.y);
-    const bool take = (cost < best_cost) | ((cost == best_cost) & (length < best_length));
-    best_cost = take ? cost : best_cost;
-    best_length = take ? length : best_length;
-    keep = keep & !take;
-  }
-  return keep;
+  return best == own;
 }
 
 // Pass 1: each block's candidates, then an exhaustive window or a diamond, judged against the
