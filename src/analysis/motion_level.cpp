@@ -54,15 +54,21 @@ class BlockEval {
   // The match of v (cost16 without lambda), from the cache or computed and cached.
   uint32_t match(const MotionVec &v) {
     const int slot = slot_of(v);
-    if (slot >= 0 && (known_[slot >> 6] >> (slot & 63) & 1)) return window_[slot];
-    if (slot < 0) {
-      const uint64_t key = pack(v);
-      for (int i = 0; i < seen_; ++i) {
-        if (seen_key_[i] == key) return seen_match_[i];
-      }
+    if (slot >= 0) {
+      const uint64_t bit = uint64_t{1} << (slot & 63);
+      if (known_[slot >> 6] & bit) return window_[slot];
+      const uint32_t m = compute(v);
+      known_[slot >> 6] |= bit;
+      window_[slot] = m;
+      append(v, m);
+      return m;
     }
-    const uint32_t m = cost16_of_sad(block_, block_sad(k_, block_, s_.b, v.x >> 2, v.y >> 2));
-    remember(v, m);
+    const uint64_t key = pack(v);
+    for (int i = 0; i < seen_; ++i) {
+      if (seen_key_[i] == key) return seen_match_[i];
+    }
+    const uint32_t m = compute(v);
+    append(v, m);
     return m;
   }
   void remember(const MotionVec &v, uint32_t m) {
@@ -72,17 +78,14 @@ class BlockEval {
       known_[slot >> 6] |= uint64_t{1} << (slot & 63);
       window_[slot] = m;
     }
-    if (seen_ < kSeen) {
-      seen_key_[seen_] = pack(v);
-      seen_match_[seen_++] = m;
-    }
+    append(v, m);
   }
 
   // Evaluates v; true when it became the best.
   bool try_vec(const MotionVec &v) {
     const uint32_t m = match(v);
     last_match_ = m;
-    const uint64_t cost = m + uint64_t{4} * s_.lambda * static_cast<uint32_t>(iabs(v.x - m_.x) + iabs(v.y - m_.y));
+    const uint64_t cost = m + lambda4_ * static_cast<uint32_t>(iabs(v.x - m_.x) + iabs(v.y - m_.y));
     if (evaluated_ && !better(cost, v, best_cost_, best_)) return false;
     evaluated_ = true;
     best_ = v;
@@ -158,6 +161,7 @@ class BlockEval {
   const LevelSearch &s_;
   const MotionBlock &block_;
   MotionVec m_;
+  const uint64_t lambda4_ = uint64_t{4} * s_.lambda;
   bool evaluated_ = false;
   MotionVec best_;
   uint64_t best_cost_ = 0;
@@ -165,6 +169,15 @@ class BlockEval {
   uint32_t last_match_ = 0;      // of the last vector tried
   bool around_known_ = false;    // around_[1..4]: the matches of best_'s four neighbours
   uint32_t around_[5];
+  uint32_t compute(const MotionVec &v) const {
+    return cost16_of_sad(block_, block_sad(k_, block_, s_.b, v.x >> 2, v.y >> 2));
+  }
+  void append(const MotionVec &v, uint32_t m) {
+    if (seen_ < kSeen) {
+      seen_key_[seen_] = pack(v);
+      seen_match_[seen_++] = m;
+    }
+  }
   // The vectors evaluated, in order (the first kSeen: reweigh() ranks them again); raw arrays,
   // nothing to clear per block.
   static constexpr int kSeen = 48;
