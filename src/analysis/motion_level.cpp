@@ -40,6 +40,70 @@ struct CandidateList {
   }
 };
 
+// Level blocks are at most this wide and high (the search settings' bound).
+constexpr int32_t kLevelBlockMax = 32;
+
+// n (0..kLevelBlockMax) bytes by a few fixed-size moves: two overlapping ones from 4 bytes up.
+void copy_short(uint8_t *dst, const uint8_t *src, int32_t n) {
+  if (n >= 16) {
+    std::memcpy(dst, src, 16);
+    std::memcpy(dst + n - 16, src + n - 16, 16);
+  } else if (n >= 8) {
+    std::memcpy(dst, src, 8);
+    std::memcpy(dst + n - 8, src + n - 8, 8);
+  } else if (n >= 4) {
+    std::memcpy(dst, src, 4);
+    std::memcpy(dst + n - 4, src + n - 4, 4);
+  } else {
+    for (int32_t i = 0; i < n; ++i) dst[i] = src[i];
+  }
+}
+
+// block_sad for a vector that reaches over an edge of the target, the same sum.  Lines beyond the
+// top or bottom edge read the edge line: with the columns inside, each run of lines is one kernel
+// call (the edge lines with stride 0); otherwise the block is gathered line by line with the edge
+// samples repeated.
+#if defined(__GNUC__)
+__attribute__((noinline))  // the rare path, kept out of the search's loops
+#endif
+uint32_t edge_sad(const MotionKernels &k, const MotionBlock &b, const MotionPlane &t, int32_t x, int32_t y) {
+  // Columns [lead, tail) and lines [top, bottom) of the block lie inside the target.
+  const int32_t lead = clamp(-x, 0, b.w), tail = clamp(t.width - x, lead, b.w);
+  const int32_t top = clamp(-y, 0, b.h), bottom = clamp(t.height - y, top, b.h);
+  const uint32_t w = static_cast<uint32_t>(b.w);
+  const uint8_t *last = t.data + (t.height - 1) * t.stride;
+  if (lead == 0 && tail == b.w) {
+    uint32_t sum = 0;
+    if (top > 0) sum += k.sad(b.a, b.a_stride, t.data + x, 0, w, static_cast<uint32_t>(top));
+    if (bottom > top) {
+      sum += k.sad(b.a + top * b.a_stride, b.a_stride, t.data + (y + top) * t.stride + x, t.stride, w,
+                   static_cast<uint32_t>(bottom - top));
+    }
+    if (b.h > bottom) {
+      sum += k.sad(b.a + bottom * b.a_stride, b.a_stride, last + x, 0, w, static_cast<uint32_t>(b.h - bottom));
+    }
+    return sum;
+  }
+  constexpr int32_t kStride = 3 * kLevelBlockMax;  // room for the edge fills past the block
+  alignas(16) uint8_t fetched[kStride * kLevelBlockMax];
+  for (int32_t j = 0; j < b.h; ++j) {
+    const uint8_t *row = j < top ? t.data : j < bottom ? t.data + (y + j) * t.stride : last;
+    uint8_t *out = fetched + j * kStride;
+    std::memset(out, row[0], kLevelBlockMax);
+    copy_short(out + lead, row + x + lead, tail - lead);
+    std::memset(out + tail, row[t.width - 1], kLevelBlockMax);
+  }
+  return k.sad(b.a, b.a_stride, fetched, kStride, w, static_cast<uint32_t>(b.h));
+}
+inline uint32_t level_sad(const MotionKernels &k, const MotionBlock &b, const MotionPlane &t, const MotionVec &v) {
+  const int32_t x = b.x + (v.x >> 2), y = b.y + (v.y >> 2);
+  if (x >= 0 && y >= 0 && x + b.w <= t.width && y + b.h <= t.height) {
+    return k.sad(b.a, b.a_stride, t.data + y * t.stride + x, t.stride, static_cast<uint32_t>(b.w),
+                 static_cast<uint32_t>(b.h));
+  }
+  return edge_sad(k, b, t, x, y);
+}
+
 // Evaluates vectors of one block against a fixed prediction and keeps the best; every vector's
 // match is computed once.
 class BlockEval {
@@ -170,7 +234,7 @@ class BlockEval {
   bool around_known_ = false;    // around_[1..4]: the matches of best_'s four neighbours
   uint32_t around_[5];
   uint32_t compute(const MotionVec &v) const {
-    return cost16_of_sad(block_, block_sad(k_, block_, s_.b, v.x >> 2, v.y >> 2));
+    return cost16_of_sad(block_, level_sad(k_, block_, s_.b, v));
   }
   void append(const MotionVec &v, uint32_t m) {
     if (seen_ < kSeen) {
@@ -342,7 +406,7 @@ bool keeps_own(const MotionKernels &k, const LevelSearch &s, const MotionBlock &
       while (at < sads && sad_key[at] != others[j]) ++at;
       if (at == sads) {
         sad_key[sads] = others[j];
-        sad_match[sads++] = cost16_of_sad(block, block_sad(k, block, s.b, v.x >> 2, v.y >> 2));
+        sad_match[sads++] = cost16_of_sad(block, level_sad(k, block, s.b, v));
       }
       m = sad_match[at];
     }
