@@ -479,12 +479,22 @@ void second_pass(const MotionKernels &k, const LevelSearch &s, const MotionVec *
       const uint64_t own_key = pack(own);
       uint64_t others[10];
       int n = 0;
-      for (int32_t dy = -1; dy <= 1; ++dy) {
-        const int32_t r = row + dy;
-        if (r < 0 || r >= g.rows) continue;
-        for (int32_t q = std::max(col - 1, 0); q <= std::min(col + 1, g.cols - 1); ++q) {
-          others[n] = pack(pass1[r * g.cols + q]);
+      if (row > 0 && row + 1 < g.rows && col > 0 && col + 1 < g.cols) {
+        const MotionVec *p = pass1 + i;
+        const ptrdiff_t up = -static_cast<ptrdiff_t>(g.cols), down = g.cols;
+        const MotionVec *around8[8] = {p + up - 1, p + up, p + up + 1, p - 1, p + 1, p + down - 1, p + down, p + down + 1};
+        for (const MotionVec *q : around8) {
+          others[n] = pack(*q);
           n += others[n] != own_key ? 1 : 0;
+        }
+      } else {
+        for (int32_t dy = -1; dy <= 1; ++dy) {
+          const int32_t r = row + dy;
+          if (r < 0 || r >= g.rows) continue;
+          for (int32_t q = std::max(col - 1, 0); q <= std::min(col + 1, g.cols - 1); ++q) {
+            others[n] = pack(pass1[r * g.cols + q]);
+            n += others[n] != own_key ? 1 : 0;
+          }
         }
       }
       if (loose) {
