@@ -136,9 +136,14 @@ inline uint32_t sad16x16(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdi
 }
 #endif
 
+__attribute__((noinline)) uint32_t sad_any(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs, uint32_t w,
+                                           uint32_t h) {
+  return sad_block(a, as, One{b, bs}, w, h);
+}
+// The 16 x 16 path apart, so that it saves no registers for the others.
 uint32_t sad_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs, uint32_t w, uint32_t h) {
   if (w == 16 && h == 16) return sad16x16(a, as, b, bs);
-  return sad_block(a, as, One{b, bs}, w, h);
+  return sad_any(a, as, b, bs, w, h);
 }
 
 uint32_t sad_avg_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs, const uint8_t *c,
