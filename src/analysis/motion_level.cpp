@@ -183,7 +183,7 @@ class BlockEval {
         if (iabs(v.x - origin.x) > 4 * s_.range_x || iabs(v.y - origin.y) > 4 * s_.range_y || !in_reach(v)) continue;
         ++tried;
         if (try_vec(v)) moved = true;
-        around_[1 + j] = last_match_;
+        around_to_[1 + j] = last_match_;
       }
       if (!moved) {
         // The centre stays best and all four neighbours were matched: around() has them.
@@ -206,7 +206,9 @@ class BlockEval {
   void around(uint32_t out[5]) {
     out[0] = best_match_;
     if (around_known_) {
-      for (int i = 1; i < 5; ++i) out[i] = around_[i];
+      if (out != around_to_) {
+        for (int i = 1; i < 5; ++i) out[i] = around_to_[i];
+      }
       return;
     }
     for (int i = 0; i < 4; ++i) {
@@ -214,6 +216,9 @@ class BlockEval {
       out[1 + i] = in_reach(v) ? match(v) : UINT32_MAX;
     }
   }
+
+  // diamond() leaves the matches around its last centre in out[1..4] (read them with around(out)).
+  void keep_around_in(uint32_t out[5]) { around_to_ = out; }
 
   const MotionVec &best() const { return best_; }
   uint32_t best_match() const { return best_match_; }
@@ -231,8 +236,9 @@ class BlockEval {
   uint64_t best_cost_ = 0;
   uint32_t best_match_ = 0;
   uint32_t last_match_ = 0;      // of the last vector tried
-  bool around_known_ = false;    // around_[1..4]: the matches of best_'s four neighbours
+  bool around_known_ = false;    // around_to_[1..4]: the matches of best_'s four neighbours
   uint32_t around_[5];
+  uint32_t *around_to_ = around_;  // where diamond() leaves them
   uint32_t compute(const MotionVec &v) const {
     return cost16_of_sad(block_, level_sad(k_, block_, s_.b, v));
   }
@@ -438,14 +444,15 @@ void first_pass(const MotionKernels &k, const LevelSearch &s, const ParentIndex 
       first_candidates(s, parents, col, row, has_global, global, &c);
       for (int j = 0; j < c.n; ++j) eval.try_vec(c[j]);
       const bool wide = eval.best_match() > s.threshold * 1024u;
+      uint32_t *a = s.around ? s.around + 5 * i : local;
       if (wide) {
         eval.exhaustive(eval.best());
         if (!s.parent) eval.exhaustive(MotionVec{});
       } else {
+        eval.keep_around_in(a);
         eval.diamond();
       }
       if (want_around) {
-        uint32_t *a = s.around ? s.around + 5 * i : local;
         eval.around(a);
         const bool loose = is_loose(a);
         if (s.loose) s.loose[i] = loose ? 1 : 0;
@@ -524,6 +531,7 @@ void second_pass(const MotionKernels &k, const LevelSearch &s, const MotionVec *
       }
       for (int j = 0; j < c.n; ++j) eval.try_vec(c[j]);
       if (eval.best() != own) {
+        if (s.around) eval.keep_around_in(s.around + 5 * i);
         eval.diamond();
         if (s.around) eval.around(s.around + 5 * i);
       }
