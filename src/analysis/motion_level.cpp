@@ -90,11 +90,13 @@ uint32_t edge_sad(const MotionKernels &k, const MotionBlock &b, const MotionPlan
     const uint8_t *row = j < top ? t.data : j < bottom ? t.data + (y + j) * t.stride : last;
     uint8_t *out = fetched + j * kStride;
     std::memset(out, row[0], kLevelBlockMax);
-    copy_short(out + lead, row + x + lead, tail - lead);
+    if (tail > lead) copy_short(out + lead, row + x + lead, tail - lead);
     std::memset(out + tail, row[t.width - 1], kLevelBlockMax);
   }
   return k.sad(b.a, b.a_stride, fetched, kStride, w, static_cast<uint32_t>(b.h));
 }
+
+// block_sad at whole-pixel vector v.
 inline uint32_t level_sad(const MotionKernels &k, const MotionBlock &b, const MotionPlane &t, const MotionVec &v) {
   const int32_t x = b.x + (v.x >> 2), y = b.y + (v.y >> 2);
   if (x >= 0 && y >= 0 && x + b.w <= t.width && y + b.h <= t.height) {
