@@ -26,7 +26,7 @@
 //   half_v   the same across six lines: out[i] from r[0][i] .. r[5][i] (r[2] and r[3] the two
 //            lines the sample lies between).
 // Blocks are 1..64 samples wide and 1..64 lines high; strides may be negative (bottom-up
-// pictures).  Sums are exact integers, so every ISA gives the same value whatever its order.
+// pictures) or 0 (one line read for every line: a picture's edge line repeated).  Sums are exact integers, so every ISA gives the same value whatever its order.
 // The table is filled with the scalar kernels, then overridden by what the CPU flags allow.
 #pragma once
 

@@ -1,6 +1,7 @@
 // One pyramid level of the block search: predictive candidates, cost = SAD + lambda x distance
 // from the neighbourhood's median, an exhaustive window or a small diamond, two passes.
 #include <algorithm>
+#include <cstring>
 
 #include "analysis/motion_search.h"
 
@@ -15,16 +16,95 @@ int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : (v > hi 
 // Rounds a quarter-pixel value to the nearest whole pixel (halves toward +infinity).
 int32_t whole(int32_t q) { return ((q + 2) >> 2) * 4; }
 
+uint64_t pack(const MotionVec &v) { return uint64_t{static_cast<uint32_t>(v.x)} << 32 | static_cast<uint32_t>(v.y); }
+MotionVec unpack(uint64_t key) {
+  return MotionVec{static_cast<int32_t>(key >> 32), static_cast<int32_t>(static_cast<uint32_t>(key))};
+}
+
+// Candidates in ranking order, packed (raw storage: nothing to clear per block).
 struct CandidateList {
-  MotionVec v[kMaxCandidates];
+  uint64_t key[kMaxCandidates];
   int n = 0;
+  MotionVec operator[](int i) const { return unpack(key[i]); }
+  // Without duplicates (their evaluation would change nothing, it only costs).
   void add(const MotionVec &c) {
+    const uint64_t k = pack(c);
     for (int i = 0; i < n; ++i) {
-      if (v[i] == c) return;
+      if (key[i] == k) return;
     }
-    if (n < kMaxCandidates) v[n++] = c;
+    if (n < kMaxCandidates) key[n++] = k;
+  }
+  // Duplicates kept: for an evaluator that caches its matches.
+  void push(const MotionVec &c) {
+    if (n < kMaxCandidates) key[n++] = pack(c);
   }
 };
+
+// Level blocks are at most this wide and high (the search settings' bound).
+constexpr int32_t kLevelBlockMax = 32;
+
+// n (0..kLevelBlockMax) bytes by a few fixed-size moves: two overlapping ones from 4 bytes up.
+void copy_short(uint8_t *dst, const uint8_t *src, int32_t n) {
+  if (n >= 16) {
+    std::memcpy(dst, src, 16);
+    std::memcpy(dst + n - 16, src + n - 16, 16);
+  } else if (n >= 8) {
+    std::memcpy(dst, src, 8);
+    std::memcpy(dst + n - 8, src + n - 8, 8);
+  } else if (n >= 4) {
+    std::memcpy(dst, src, 4);
+    std::memcpy(dst + n - 4, src + n - 4, 4);
+  } else {
+    for (int32_t i = 0; i < n; ++i) dst[i] = src[i];
+  }
+}
+
+// block_sad for a vector that reaches over an edge of the target, the same sum.  Lines beyond the
+// top or bottom edge read the edge line: with the columns inside, each run of lines is one kernel
+// call (the edge lines with stride 0); otherwise the block is gathered line by line with the edge
+// samples repeated.
+#if defined(__GNUC__)
+__attribute__((noinline))  // the rare path, kept out of the search's loops
+#endif
+uint32_t edge_sad(const MotionKernels &k, const MotionBlock &b, const MotionPlane &t, int32_t x, int32_t y) {
+  // Columns [lead, tail) and lines [top, bottom) of the block lie inside the target.
+  const int32_t lead = clamp(-x, 0, b.w), tail = clamp(t.width - x, lead, b.w);
+  const int32_t top = clamp(-y, 0, b.h), bottom = clamp(t.height - y, top, b.h);
+  const uint32_t w = static_cast<uint32_t>(b.w);
+  const uint8_t *last = t.data + (t.height - 1) * t.stride;
+  if (lead == 0 && tail == b.w) {
+    uint32_t sum = 0;
+    if (top > 0) sum += k.sad(b.a, b.a_stride, t.data + x, 0, w, static_cast<uint32_t>(top));
+    if (bottom > top) {
+      sum += k.sad(b.a + top * b.a_stride, b.a_stride, t.data + (y + top) * t.stride + x, t.stride, w,
+                   static_cast<uint32_t>(bottom - top));
+    }
+    if (b.h > bottom) {
+      sum += k.sad(b.a + bottom * b.a_stride, b.a_stride, last + x, 0, w, static_cast<uint32_t>(b.h - bottom));
+    }
+    return sum;
+  }
+  constexpr int32_t kStride = 3 * kLevelBlockMax;  // room for the edge fills past the block
+  alignas(16) uint8_t fetched[kStride * kLevelBlockMax];
+  for (int32_t j = 0; j < b.h; ++j) {
+    const uint8_t *row = j < top ? t.data : j < bottom ? t.data + (y + j) * t.stride : last;
+    uint8_t *out = fetched + j * kStride;
+    std::memset(out, row[0], kLevelBlockMax);
+    if (tail > lead) copy_short(out + lead, row + x + lead, tail - lead);
+    std::memset(out + tail, row[t.width - 1], kLevelBlockMax);
+  }
+  return k.sad(b.a, b.a_stride, fetched, kStride, w, static_cast<uint32_t>(b.h));
+}
+
+// block_sad at whole-pixel vector v.
+inline uint32_t level_sad(const MotionKernels &k, const MotionBlock &b, const MotionPlane &t, const MotionVec &v) {
+  const int32_t x = b.x + (v.x >> 2), y = b.y + (v.y >> 2);
+  if (x >= 0 && y >= 0 && x + b.w <= t.width && y + b.h <= t.height) {
+    return k.sad(b.a, b.a_stride, t.data + y * t.stride + x, t.stride, static_cast<uint32_t>(b.w),
+                 static_cast<uint32_t>(b.h));
+  }
+  return edge_sad(k, b, t, x, y);
+}
 
 // Evaluates vectors of one block against a fixed prediction and keeps the best; every vector's
 // match is computed once.
@@ -40,15 +120,21 @@ class BlockEval {
   // The match of v (cost16 without lambda), from the cache or computed and cached.
   uint32_t match(const MotionVec &v) {
     const int slot = slot_of(v);
-    if (slot >= 0 && (known_[slot >> 6] >> (slot & 63) & 1)) return window_[slot];
-    if (slot < 0) {
-      const uint64_t key = pack(v);
-      for (int i = 0; i < seen_; ++i) {
-        if (seen_key_[i] == key) return seen_match_[i];
-      }
+    if (slot >= 0) {
+      const uint64_t bit = uint64_t{1} << (slot & 63);
+      if (known_[slot >> 6] & bit) return window_[slot];
+      const uint32_t m = compute(v);
+      known_[slot >> 6] |= bit;
+      window_[slot] = m;
+      append(v, m);
+      return m;
     }
-    const uint32_t m = cost16_of_sad(block_, block_sad(k_, block_, s_.b, v.x >> 2, v.y >> 2));
-    remember(v, m);
+    const uint64_t key = pack(v);
+    for (int i = 0; i < seen_; ++i) {
+      if (seen_key_[i] == key) return seen_match_[i];
+    }
+    const uint32_t m = compute(v);
+    append(v, m);
     return m;
   }
   void remember(const MotionVec &v, uint32_t m) {
@@ -58,16 +144,14 @@ class BlockEval {
       known_[slot >> 6] |= uint64_t{1} << (slot & 63);
       window_[slot] = m;
     }
-    if (seen_ < kSeen) {
-      seen_key_[seen_] = pack(v);
-      seen_match_[seen_++] = m;
-    }
+    append(v, m);
   }
 
   // Evaluates v; true when it became the best.
   bool try_vec(const MotionVec &v) {
     const uint32_t m = match(v);
-    const uint64_t cost = m + uint64_t{4} * s_.lambda * static_cast<uint32_t>(iabs(v.x - m_.x) + iabs(v.y - m_.y));
+    last_match_ = m;
+    const uint64_t cost = m + lambda4_ * static_cast<uint32_t>(iabs(v.x - m_.x) + iabs(v.y - m_.y));
     if (evaluated_ && !better(cost, v, best_cost_, best_)) return false;
     evaluated_ = true;
     best_ = v;
@@ -95,18 +179,26 @@ class BlockEval {
     for (int32_t i = 0; i < steps; ++i) {
       const MotionVec centre = best_;
       bool moved = false;
-      for (const auto &d : kStep) {
-        const MotionVec v{centre.x + d[0], centre.y + d[1]};
-        if (iabs(v.x - origin.x) > 4 * s_.range_x || iabs(v.y - origin.y) > 4 * s_.range_y) continue;
-        if (in_reach(v) && try_vec(v)) moved = true;
+      int tried = 0;
+      for (int j = 0; j < 4; ++j) {
+        const MotionVec v{centre.x + kStep[j][0], centre.y + kStep[j][1]};
+        if (iabs(v.x - origin.x) > 4 * s_.range_x || iabs(v.y - origin.y) > 4 * s_.range_y || !in_reach(v)) continue;
+        ++tried;
+        if (try_vec(v)) moved = true;
+        around_to_[1 + j] = last_match_;
       }
-      if (!moved) break;
+      if (!moved) {
+        // The centre stays best and all four neighbours were matched: around() has them.
+        around_known_ = tried == 4;
+        break;
+      }
     }
   }
 
   // The best among the vectors seen, weighed against another prediction.
   void reweigh(const MotionVec &predicted) {
     m_ = predicted;
+    around_known_ = false;
     const int n = seen_;
     evaluated_ = false;
     for (int i = 0; i < n; ++i) try_vec(unpack(seen_key_[i]));
@@ -115,11 +207,20 @@ class BlockEval {
   // The matches of the best vector and of its four whole-pixel neighbours.
   void around(uint32_t out[5]) {
     out[0] = best_match_;
+    if (around_known_) {
+      if (out != around_to_) {
+        for (int i = 1; i < 5; ++i) out[i] = around_to_[i];
+      }
+      return;
+    }
     for (int i = 0; i < 4; ++i) {
       const MotionVec v{best_.x + kStep[i][0], best_.y + kStep[i][1]};
       out[1 + i] = in_reach(v) ? match(v) : UINT32_MAX;
     }
   }
+
+  // diamond() leaves the matches around its last centre in out[1..4] (read them with around(out)).
+  void keep_around_in(uint32_t out[5]) { around_to_ = out; }
 
   const MotionVec &best() const { return best_; }
   uint32_t best_match() const { return best_match_; }
@@ -131,15 +232,23 @@ class BlockEval {
   const LevelSearch &s_;
   const MotionBlock &block_;
   MotionVec m_;
+  const uint64_t lambda4_ = uint64_t{4} * s_.lambda;
   bool evaluated_ = false;
   MotionVec best_;
   uint64_t best_cost_ = 0;
   uint32_t best_match_ = 0;
-  static uint64_t pack(const MotionVec &v) {
-    return uint64_t{static_cast<uint32_t>(v.x)} << 32 | static_cast<uint32_t>(v.y);
+  uint32_t last_match_ = 0;      // of the last vector tried
+  bool around_known_ = false;    // around_to_[1..4]: the matches of best_'s four neighbours
+  uint32_t around_[5];
+  uint32_t *around_to_ = around_;  // where diamond() leaves them
+  uint32_t compute(const MotionVec &v) const {
+    return cost16_of_sad(block_, level_sad(k_, block_, s_.b, v));
   }
-  static MotionVec unpack(uint64_t key) {
-    return MotionVec{static_cast<int32_t>(key >> 32), static_cast<int32_t>(static_cast<uint32_t>(key))};
+  void append(const MotionVec &v, uint32_t m) {
+    if (seen_ < kSeen) {
+      seen_key_[seen_] = pack(v);
+      seen_match_[seen_++] = m;
+    }
   }
   // The vectors evaluated, in order (the first kSeen: reweigh() ranks them again); raw arrays,
   // nothing to clear per block.
@@ -208,73 +317,144 @@ MotionVec global_vec(const LevelSearch &s, MotionVec *scratch) {
 }
 
 // The candidates of pass 1, in ranking order: parent and its four neighbours, zero, global,
-// temporal, the other direction's vector negated.
+// temporal, the other direction's vector negated (duplicates kept).
 void first_candidates(const LevelSearch &s, const ParentIndex &parents, int32_t col, int32_t row,
                       bool has_global, const MotionVec &global, CandidateList *c) {
   if (s.parent) {
     // Whole pixels of the parent, doubled: whole here, and within the reach (each level's reach
     // is at least twice its parent's).
     const int32_t pc = parents.col[col], pr = parents.row[row];
-    c->add(parent_vec(s, pc, pr));
-    c->add(parent_vec(s, pc - 1, pr));
-    c->add(parent_vec(s, pc + 1, pr));
-    c->add(parent_vec(s, pc, pr - 1));
-    c->add(parent_vec(s, pc, pr + 1));
+    const MotionVec p = parent_vec(s, pc, pr);
+    c->push(p);
+    const MotionVec beside[4] = {parent_vec(s, pc - 1, pr), parent_vec(s, pc + 1, pr), parent_vec(s, pc, pr - 1),
+                                 parent_vec(s, pc, pr + 1)};
+    for (const MotionVec &v : beside) {
+      if (v != p) c->push(v);  // the usual duplicate, dropped cheaply
+    }
   }
-  c->add(MotionVec{});
-  if (has_global) c->add(clip_to_reach(s, global));
+  c->push(MotionVec{});
+  if (has_global) c->push(clip_to_reach(s, global));
   if (s.temporal) {
     const MotionBlock b = make_block(s.a, s.grid, col, row);
     const MotionVec t = s.temporal->at((b.x + b.w / 2) << s.level, (b.y + b.h / 2) << s.level);
     // Level-0 quarter pixels to level-k quarter pixels, rounded to the nearest.
     const int32_t half = s.level ? 1 << (s.level - 1) : 0;
-    c->add(clip_to_reach(s, MotionVec{(t.x + half) >> s.level, (t.y + half) >> s.level}));
+    c->push(clip_to_reach(s, MotionVec{(t.x + half) >> s.level, (t.y + half) >> s.level}));
   }
   if (s.opposite) {
     const MotionVec &o = s.opposite[row * s.grid.cols + col];
-    c->add(clip_to_reach(s, MotionVec{-o.x, -o.y}));
+    c->push(clip_to_reach(s, MotionVec{-o.x, -o.y}));
   }
 }
 
-}  // namespace
-
-void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scratch0,
-                  MotionVec *scratch1, MotionVec *out, uint8_t *exhaustive) {
-  const BlockGrid &g = s.grid;
-  const bool has_global = s.parent && s.use_global;
-  const MotionVec global = has_global ? global_vec(s, scratch0) : MotionVec{};
-  const bool want_around = s.around || s.loose;
-
-  // Pass 0: the parent field projected onto this level's blocks (zero at the coarsest level)
-  // provides the predictions of pass 1.
-  MotionVec *pass0 = scratch0, *pass1 = scratch1;
-  const ParentIndex parents(s);
-  for (int32_t row = 0; row < g.rows; ++row) {
-    for (int32_t col = 0; col < g.cols; ++col) {
-      MotionVec v;
-      if (s.parent) v = parent_vec(s, parents.col[col], parents.row[row]);
-      pass0[row * g.cols + col] = v;
+// Component-wise medians of the 3x3 neighbourhoods (edges repeated) of the blocks of one row,
+// kChunk columns from c0 at a time (entries beyond the grid are left undefined).  Level vectors
+// are whole pixels within the reach (at most 4 * 8191 quarter pixels), so they fit 16 bits; each
+// exchange of the network runs over the whole chunk, which the compiler takes 8 or 16 at a time.
+constexpr int32_t kChunk = 64;
+struct MedianChunk {
+  int16_t v[2][kChunk];
+  MotionVec at(int32_t col) const { return MotionVec{v[0][col % kChunk], v[1][col % kChunk]}; }
+};
+void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, MedianChunk *out) {
+  static constexpr uint8_t kExchange[19][2] = {{1, 2}, {4, 5}, {7, 8}, {0, 1}, {3, 4}, {6, 7}, {1, 2},
+                                               {4, 5}, {7, 8}, {0, 3}, {5, 8}, {4, 7}, {3, 6}, {1, 4},
+                                               {2, 5}, {4, 7}, {4, 2}, {6, 4}, {4, 2}};
+  // Lanes in steps of 16; those beyond the grid repeat its last column.
+  const int32_t lanes = (std::min(kChunk, g.cols - c0) + 15) & ~15;
+  int16_t line[2][3][kChunk + 2], p[2][9][kChunk];
+  for (int32_t dy = 0; dy < 3; ++dy) {
+    const MotionVec *f = field + clamp(row + dy - 1, 0, g.rows - 1) * g.cols;
+    for (int32_t i = 0; i < lanes + 2; ++i) {
+      const MotionVec &v = f[clamp(c0 + i - 1, 0, g.cols - 1)];
+      line[0][dy][i] = static_cast<int16_t>(v.x);
+      line[1][dy][i] = static_cast<int16_t>(v.y);
     }
   }
+  for (int c = 0; c < 2; ++c) {
+    for (int n = 0; n < 9; ++n) std::memcpy(p[c][n], line[c][n / 3] + n % 3, sizeof(int16_t) * static_cast<size_t>(lanes));
+    for (const auto &e : kExchange) {
+      int16_t *__restrict lo = p[c][e[0]], *__restrict hi = p[c][e[1]];
+      for (int32_t i = 0; i < lanes; ++i) {
+        const int16_t a = lo[i], b = hi[i];
+        lo[i] = a < b ? a : b;
+        hi[i] = a < b ? b : a;
+      }
+    }
+    std::memcpy(out->v[c], p[c][4], sizeof(int16_t) * static_cast<size_t>(lanes));
+  }
+}
 
+// Pass 2's ranking of a block's candidates: its own vector `own`, then those of `others` (the
+// neighbours' vectors that differ from it, duplicates kept, and the global vector), with pass 1's
+// matches around `own` (`around`, see LevelSearch) and a SAD for any other vector.  True when
+// the block keeps its own vector.
+bool keeps_own(const MotionKernels &k, const LevelSearch &s, const MotionBlock &block, const MotionVec &predicted,
+               const uint32_t around[5], const MotionVec &own, const uint64_t *others, int n) {
+  auto cost_of = [&](const MotionVec &v, uint32_t m) {
+    return m + uint64_t{4} * s.lambda * static_cast<uint32_t>(iabs(v.x - predicted.x) + iabs(v.y - predicted.y));
+  };
+  MotionVec best = own;
+  uint64_t best_cost = cost_of(own, around[0]);
+  uint64_t sad_key[10];
+  uint32_t sad_match[10];
+  int sads = 0;
+  for (int j = 0; j < n; ++j) {
+    const MotionVec v = unpack(others[j]);
+    const int32_t dx = v.x - own.x, dy = v.y - own.y;
+    int step = -1;
+    if (dy == 0 && (dx == -4 || dx == 4)) step = dx < 0 ? 0 : 1;
+    if (dx == 0 && (dy == -4 || dy == 4)) step = dy < 0 ? 2 : 3;
+    uint32_t m;
+    // Every candidate lies within the reach, so a neighbour of `own` among them has its match.
+    if (step >= 0 && around[1 + step] != UINT32_MAX) {
+      m = around[1 + step];
+    } else {
+      int at = 0;
+      while (at < sads && sad_key[at] != others[j]) ++at;
+      if (at == sads) {
+        sad_key[sads] = others[j];
+        sad_match[sads++] = cost16_of_sad(block, level_sad(k, block, s.b, v));
+      }
+      m = sad_match[at];
+    }
+    const uint64_t cost = cost_of(v, m);
+    if (better(cost, v, best_cost, best)) {
+      best = v;
+      best_cost = cost;
+    }
+  }
+  return best == own;
+}
+
+// Pass 1: each block's candidates, then an exhaustive window or a diamond, judged against the
+// medians of pass 0.
+void first_pass(const MotionKernels &k, const LevelSearch &s, const ParentIndex &parents, const MotionVec *pass0,
+                const MotionVec &global, MotionVec *pass1, uint8_t *exhaustive) {
+  const BlockGrid &g = s.grid;
+  const bool has_global = s.parent && s.use_global;
+  const bool want_around = s.around || s.loose;
   uint32_t local[5];
+  MedianChunk medians;
   for (int32_t row = 0; row < g.rows; ++row) {
     for (int32_t col = 0; col < g.cols; ++col) {
       const size_t i = static_cast<size_t>(row) * g.cols + col;
       const MotionBlock block = make_block(s.a, g, col, row);
-      BlockEval eval(k, s, block, median9(pass0, g, col, row));
+      if (col % kChunk == 0) median_chunk(pass0, g, row, col, &medians);
+      BlockEval eval(k, s, block, medians.at(col));
       CandidateList c;
       first_candidates(s, parents, col, row, has_global, global, &c);
-      for (int j = 0; j < c.n; ++j) eval.try_vec(c.v[j]);
+      for (int j = 0; j < c.n; ++j) eval.try_vec(c[j]);
       const bool wide = eval.best_match() > s.threshold * 1024u;
+      uint32_t *a = s.around ? s.around + 5 * i : local;
       if (wide) {
         eval.exhaustive(eval.best());
         if (!s.parent) eval.exhaustive(MotionVec{});
       } else {
+        eval.keep_around_in(a);
         eval.diamond();
       }
       if (want_around) {
-        uint32_t *a = s.around ? s.around + 5 * i : local;
         eval.around(a);
         const bool loose = is_loose(a);
         if (s.loose) s.loose[i] = loose ? 1 : 0;
@@ -288,30 +468,62 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
       if (exhaustive) exhaustive[i] = wide ? 1 : 0;
     }
   }
+}
 
-  // Pass 2: the block's own result against its eight neighbours' results of pass 1, judged
-  // against pass 1's medians (the global vector for loose blocks); a block that changes hands
-  // walks a diamond from its new vector.
+// Pass 2: the block's own result against its eight neighbours' results of pass 1, judged
+// against pass 1's medians (the global vector for loose blocks); a block that changes hands
+// walks a diamond from its new vector.
+void second_pass(const MotionKernels &k, const LevelSearch &s, const MotionVec *pass1, const MotionVec &global,
+                 MotionVec *out) {
+  const BlockGrid &g = s.grid;
+  const bool has_global = s.parent && s.use_global;
+  MedianChunk medians;
   for (int32_t row = 0; row < g.rows; ++row) {
     for (int32_t col = 0; col < g.cols; ++col) {
       const size_t i = static_cast<size_t>(row) * g.cols + col;
+      if (col % kChunk == 0) median_chunk(pass1, g, row, col, &medians);
       const MotionVec own = pass1[i];
       const bool loose = s.loose && s.loose[i] && has_global;
-      CandidateList c;
-      c.add(own);
-      for (int32_t dy = -1; dy <= 1; ++dy) {
-        for (int32_t dx = -1; dx <= 1; ++dx) {
-          const int32_t r = row + dy, q = col + dx;
-          if (r >= 0 && r < g.rows && q >= 0 && q < g.cols) c.add(pass1[r * g.cols + q]);
+      // The candidates that differ from `own` (a duplicate's evaluation changes nothing).
+      const uint64_t own_key = pack(own);
+      uint64_t others[10];
+      int n = 0;
+      if (row > 0 && row + 1 < g.rows && col > 0 && col + 1 < g.cols) {
+        const MotionVec *p = pass1 + i;
+        const ptrdiff_t up = -static_cast<ptrdiff_t>(g.cols), down = g.cols;
+        const MotionVec *around8[8] = {p + up - 1, p + up, p + up + 1, p - 1, p + 1, p + down - 1, p + down, p + down + 1};
+        for (const MotionVec *q : around8) {
+          others[n] = pack(*q);
+          n += others[n] != own_key ? 1 : 0;
+        }
+      } else {
+        for (int32_t dy = -1; dy <= 1; ++dy) {
+          const int32_t r = row + dy;
+          if (r < 0 || r >= g.rows) continue;
+          for (int32_t q = std::max(col - 1, 0); q <= std::min(col + 1, g.cols - 1); ++q) {
+            others[n] = pack(pass1[r * g.cols + q]);
+            n += others[n] != own_key ? 1 : 0;
+          }
         }
       }
-      if (loose) c.add(clip_to_reach(s, global));
-      if (c.n == 1) {  // every neighbour agrees: nothing to weigh
+      if (loose) {
+        others[n] = pack(clip_to_reach(s, global));
+        n += others[n] != own_key ? 1 : 0;
+      }
+      if (n == 0) {  // every neighbour agrees: nothing to weigh
         out[i] = own;
         continue;
       }
       const MotionBlock block = make_block(s.a, g, col, row);
-      BlockEval eval(k, s, block, loose ? global : median9(pass1, g, col, row));
+      const MotionVec predicted = loose ? global : medians.at(col);
+      if (s.around && keeps_own(k, s, block, predicted, s.around + 5 * i, own, others, n)) {
+        out[i] = own;
+        continue;
+      }
+      CandidateList c;
+      c.add(own);
+      for (int j = 0; j < n; ++j) c.add(unpack(others[j]));
+      BlockEval eval(k, s, block, predicted);
       if (s.around) {  // pass 1's matches around its vector
         const uint32_t *a = s.around + 5 * i;
         eval.remember(own, a[0]);
@@ -319,14 +531,38 @@ void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scrat
           if (a[1 + j] != UINT32_MAX) eval.remember(MotionVec{own.x + BlockEval::kStep[j][0], own.y + BlockEval::kStep[j][1]}, a[1 + j]);
         }
       }
-      for (int j = 0; j < c.n; ++j) eval.try_vec(c.v[j]);
+      for (int j = 0; j < c.n; ++j) eval.try_vec(c[j]);
       if (eval.best() != own) {
+        if (s.around) eval.keep_around_in(s.around + 5 * i);
         eval.diamond();
         if (s.around) eval.around(s.around + 5 * i);
       }
       out[i] = eval.best();
     }
   }
+}
+
+}  // namespace
+
+void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scratch0,
+                  MotionVec *scratch1, MotionVec *out, uint8_t *exhaustive) {
+  const BlockGrid &g = s.grid;
+  const bool has_global = s.parent && s.use_global;
+  const MotionVec global = has_global ? global_vec(s, scratch0) : MotionVec{};
+
+  // Pass 0: the parent field projected onto this level's blocks (zero at the coarsest level)
+  // provides the predictions of pass 1.
+  MotionVec *pass0 = scratch0, *pass1 = scratch1;
+  const ParentIndex parents(s);
+  for (int32_t row = 0; row < g.rows; ++row) {
+    for (int32_t col = 0; col < g.cols; ++col) {
+      MotionVec v;
+      if (s.parent) v = parent_vec(s, parents.col[col], parents.row[row]);
+      pass0[row * g.cols + col] = v;
+    }
+  }
+  first_pass(k, s, parents, pass0, global, pass1, exhaustive);
+  second_pass(k, s, pass1, global, out);
 }
 
 }  // namespace framedsp
