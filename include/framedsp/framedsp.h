@@ -851,7 +851,8 @@ typedef struct DSP_FRAME_RATE_CONVERTER_PARAMS {
                                           NV16 chroma (Cb Cr pairs at half horizontal
                                           resolution, moved by (vx / 2, vy))                  */
 #define DSP_CONVERT_LUMA_ONLY 0x04u    /* plane 1 only: plane 2 is neither read nor written   */
-#define DSP_CONVERT_NO_OCCLUSION 0x08u /* no covered / uncovered handling: always both sides  */
+#define DSP_CONVERT_NO_OCCLUSION 0x08u /* no per-pixel choice at object boundaries (covered
+                                          and uncovered areas): block vectors always mixed    */
 
 /* eSampling: the motion-compensation filter, sampling at 1/64 pixel. */
 #define DSP_SAMPLING_6TAP 0u     /* Lanczos-3, 6 taps (default)                              */
@@ -1371,13 +1372,14 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateFrameRateConverter(
  *          whose own entry is flagged DSP_MV_FLAT, DSP_MV_INCONSISTENT or DSP_MV_BAD: ambiguous
  *          or periodic texture then follows the picture's motion).
  *       3. Each quarter of a block (a tile) takes the vectors of the nearest four block centres:
- *          when they differ by at most ulOcclusionThreshold quarter pixels (0 = 4), their
- *          bilinear mix at 1/64 pixel from both sides; otherwise each quarter of the tile (each
- *          at least 4 x 4 pixels when the tile is 8 x 8 or more) takes the same rule on its own,
- *          and where they still differ one of them whole: preferring a
- *          vector both fields agree with (both sides), then one only one side's field agrees
- *          with (covered: A only; uncovered: B only), then the least bilateral SAD.  Without
- *          backward entries or with DSP_CONVERT_NO_OCCLUSION only the SAD decides, both sides.
+ *          when they differ by at most ulOcclusionThreshold quarter pixels (0 = 4), or with
+ *          DSP_CONVERT_NO_OCCLUSION, their bilinear mix at 1/64 pixel.  Otherwise (an object's
+ *          boundary, with the areas it covers and uncovers) each pixel of the tile takes the one
+ *          of them whose two compensated sides (step 4) differ least, summed over the 3 x 3
+ *          pixels around it inside the tile (in 1/64 grey level; a pixel whose side is dropped
+ *          counts 6 grey levels), the first of top-left, top-right, bottom-left, bottom-right on
+ *          a tie.  The choice is made on the tile's whole extent, whatever the band; plane 2
+ *          follows the luma's (an NV16 Cb Cr pair that of the luma pixel at its first byte).
  *       4. Each side is sampled at 1/64 pixel with eSampling's filter (6-tap Lanczos-3, 4-tap
  *          Catmull-Rom, bilinear, nearest; Q14 taps, edges repeated), horizontally then
  *          vertically, kept in 1/64 of a grey level, and the output is

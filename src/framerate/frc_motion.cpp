@@ -1,6 +1,6 @@
 // The motion-compensated frame: a vector per output block chosen at the output time, then per
 // tile (a quarter of a block) either the vectors of the four nearest blocks interpolated, or,
-// where they disagree, the candidate the occlusion rules prefer; each tile is compensated from
+// where they disagree, per pixel the one whose two sides agree best; each tile is compensated from
 // both sources at 1/64 pixel and blended by phase.
 #include <algorithm>
 #include <cstring>
@@ -21,8 +21,6 @@ constexpr uint32_t kOutsidePenalty = 6;  // cost of a pixel one side of which is
 constexpr uint32_t kOutsideKept = 1;     // ... when the field agrees with the vector on its other side
 constexpr int kMaxCandidates = 12;
 constexpr int kPatchStride = 48;
-
-enum Sides { kBoth, kOnlyA, kOnlyB };
 
 struct Tile {
   int x, y, w, h;
@@ -50,9 +48,12 @@ class Converter {
   bool consistent_b(int32_t cx, int32_t cy, Vec v) const;
   Vec choose_block(int c, int r) const;
   Vec trusted(int c, int r) const;
-  bool tile_decision(const Tile &t, Vec *v64, Sides *sides) const;
-  void render_tile(const Tile &t, int y0, int y1, bool top);
-  void compensate(const FrcPlane &pl, const Tile &t, Vec v64, Sides sides, int step);
+  bool tile_vectors(const Tile &t, Vec *mix64, Vec *cand, int *n) const;
+  void predict(const FrcPlane &pl, const Tile &t, Vec v64, int step, int16_t *sa, int16_t *sb,
+               uint8_t *dropped) const;
+  void emit(const FrcPlane &pl, const Tile &t, const int16_t *sa, const int16_t *sb) const;
+  void render_tile(const Tile &t, int y0, int y1) const;
+  void render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int n) const;
 
   const FrcJob &j_;
   const FieldView &f_;
@@ -194,50 +195,32 @@ void axis_weights(int start, int len, int block, int count, int *i0, int32_t *w1
   if (*i0 >= count - 1) *i0 = count - 1, *w1 = 0;
 }
 
-// True when the tile's vectors disagree and one of them was chosen whole.
-bool Converter::tile_decision(const Tile &t, Vec *v64, Sides *sides) const {
+// The vectors of the (up to four) block centres around a tile.  When they differ by at most the
+// occlusion threshold (or occlusion handling is off), *mix64 receives their bilinear mix at 1/64
+// pixel and the answer is false; otherwise cand[0 .. *n) the distinct ones, in the order top-left,
+// top-right, bottom-left, bottom-right.
+bool Converter::tile_vectors(const Tile &t, Vec *mix64, Vec *cand, int *n) const {
   int c0, r0;
   int32_t wx, wy;
   axis_weights(t.x, t.w, f_.bw, f_.cols, &c0, &wx);
   axis_weights(t.y, t.h, f_.bh, f_.rows, &r0, &wy);
   const int c1 = std::min(c0 + 1, f_.cols - 1), r1 = std::min(r0 + 1, f_.rows - 1);
-  const Vec n[4] = {choice_[r0 * f_.cols + c0], choice_[r0 * f_.cols + c1], choice_[r1 * f_.cols + c0],
+  const Vec v[4] = {choice_[r0 * f_.cols + c0], choice_[r0 * f_.cols + c1], choice_[r1 * f_.cols + c0],
                     choice_[r1 * f_.cols + c1]};
   const int32_t w[4] = {(256 - wx) * (256 - wy), wx * (256 - wy), (256 - wx) * wy, wx * wy};
   int32_t spread = 0;
-  for (int i = 0; i < 4; ++i)
-    for (int k = i + 1; k < 4; ++k)
-      if (w[i] && w[k]) spread = std::max(spread, dist_inf(n[i], n[k]));
-  *sides = kBoth;
-  if (spread <= int32_t(j_.occlusion_threshold)) {
-    int64_t sx = 0, sy = 0;  // Q16 weights times quarter pixels, to 1/64 pixel
-    for (int i = 0; i < 4; ++i) sx += int64_t(w[i]) * n[i].x, sy += int64_t(w[i]) * n[i].y;
-    *v64 = {int32_t((sx * 16 + 32768) >> 16), int32_t((sy * 16 + 32768) >> 16)};
-    return false;
-  }
-  const bool occlusion = j_.occlusion && f_.bwd;
-  const int32_t cx = t.x + t.w / 2, cy = t.y + t.h / 2;
-  int best_class = 3;
-  uint32_t best_cost = UINT32_MAX;
+  *n = 0;
   for (int i = 0; i < 4; ++i) {
     if (!w[i]) continue;
-    const Vec v = n[i];
-    int cls = 0;
-    Sides s = kBoth;
-    if (occlusion) {
-      const bool a_ok = consistent_a(cx, cy, v), b_ok = consistent_b(cx, cy, v);
-      cls = a_ok && b_ok ? 0 : a_ok || b_ok ? 1 : 2;
-      if (cls == 1) s = a_ok ? kOnlyA : kOnlyB;
-    }
-    if (cls > best_class) continue;
-    const uint32_t cost = bilateral_cost(t, v);
-    if (cls < best_class || cost < best_cost) {
-      best_class = cls, best_cost = cost;
-      *v64 = {v.x * 16, v.y * 16};
-      *sides = s;
-    }
+    bool seen = false;
+    for (int k = 0; k < *n; ++k) spread = std::max(spread, dist_inf(cand[k], v[i])), seen = seen || same(cand[k], v[i]);
+    if (!seen) cand[(*n)++] = v[i];
   }
-  return true;
+  if (j_.occlusion && spread > int32_t(j_.occlusion_threshold)) return true;
+  int64_t sx = 0, sy = 0;  // Q16 weights times quarter pixels, to 1/64 pixel
+  for (int i = 0; i < 4; ++i) sx += int64_t(w[i]) * v[i].x, sy += int64_t(w[i]) * v[i].y;
+  *mix64 = {int32_t((sx * 16 + 32768) >> 16), int32_t((sy * 16 + 32768) >> 16)};
+  return false;
 }
 
 // One side of a tile: Q6 samples for bytes [x, x + w) of lines [y, y + h), taken at an offset of
@@ -272,59 +255,110 @@ void side_samples(const uint8_t *src, int width, int height, ptrdiff_t stride, i
   k.tile(patch, kPatchStride, w, h, step, hrow, vrow, dst);
 }
 
-void Converter::compensate(const FrcPlane &pl, const Tile &t, Vec v64, Sides sides, int step) {
+// Both sides of a tile along v64 (1/64 pixel): Q6 samples, rows kMcMaxTile apart.  A sample more
+// than half a pixel outside the picture drops its side for that pixel, which then holds the other
+// side's sample (and is marked in `dropped` when given); so the blend of the two shows the other
+// side alone.
+void Converter::predict(const FrcPlane &pl, const Tile &t, Vec v64, int step, int16_t *sa, int16_t *sb,
+                        uint8_t *dropped) const {
   const int w = t.w, cols = j_.width / step;
   const int32_t vx = step == 2 ? floor_div(v64.x + 1, 2) : v64.x;
   const int32_t dax = side_a_offset(vx, j_.phase), day = side_a_offset(v64.y, j_.phase);
   const int32_t dbx = vx - dax, dby = v64.y - day;
-  alignas(16) int16_t sa[kMcMaxTile * kMcMaxTile], sb[kMcMaxTile * kMcMaxTile];
   side_samples(pl.a, j_.width, j_.height, j_.stride, step, t.x, t.y, w, t.h, -dax, -day, j_.sampling, j_.k, sa);
   side_samples(pl.b, j_.width, j_.height, j_.stride, step, t.x, t.y, w, t.h, dbx, dby, j_.sampling, j_.k, sb);
-  // A sample more than half a pixel outside the picture drops its side.
   auto outside = [](int32_t pos64, int n) { return pos64 < -32 || pos64 > (n - 1) * 64 + 32; };
   const int j0 = t.x / step, j1 = (t.x + w - 1) / step;
   const bool any_out = outside(j0 * 64 - dax, cols) || outside(j1 * 64 - dax, cols) ||
                        outside(j0 * 64 + dbx, cols) || outside(j1 * 64 + dbx, cols) ||
                        outside(t.y * 64 - day, j_.height) || outside((t.y + t.h - 1) * 64 - day, j_.height) ||
                        outside(t.y * 64 + dby, j_.height) || outside((t.y + t.h - 1) * 64 + dby, j_.height);
-  const int32_t wa_side = sides == kOnlyA ? 16384 : sides == kOnlyB ? 0 : 16384 - int32_t(j_.phase);
-  uint8_t *out = pl.out + t.y * j_.stride + t.x;
+  if (dropped) std::memset(dropped, 0, kMcMaxTile * kMcMaxTile);
+  if (!any_out) return;
   for (int y = 0; y < t.h; ++y) {
-    uint8_t *o = out + y * j_.stride;
-    const int16_t *ra = sa + y * kMcMaxTile, *rb = sb + y * kMcMaxTile;
-    if (!any_out) {
-      j_.k.blend(ra, rb, w, wa_side, 16384 - wa_side, o);
-      continue;
-    }
+    int16_t *ra = sa + y * kMcMaxTile, *rb = sb + y * kMcMaxTile;
     const bool ya = outside((t.y + y) * 64 - day, j_.height), yb = outside((t.y + y) * 64 + dby, j_.height);
     for (int x = 0; x < w; ++x) {
       const int jx = (t.x + x) / step;
       const bool a_out = ya || outside(jx * 64 - dax, cols), b_out = yb || outside(jx * 64 + dbx, cols);
-      int32_t wa = wa_side;
-      if (a_out != b_out) wa = a_out ? 0 : 16384;
-      mc_blend_c(ra + x, rb + x, 1, wa, 16384 - wa, o + x);
+      if (a_out == b_out) continue;
+      if (a_out) ra[x] = rb[x];
+      else rb[x] = ra[x];
+      if (dropped) dropped[y * kMcMaxTile + x] = 1;
     }
   }
 }
 
-// A tile whose vectors disagree is decided again in quarters (down to 4 x 4 pixels), so that
-// covered and uncovered strips follow object boundaries closely.  Decisions use a tile's whole
-// extent; only its lines [y0, y1) are made.
-void Converter::render_tile(const Tile &t, int y0, int y1, bool top) {
-  Vec v64;
-  Sides sides;
-  if (tile_decision(t, &v64, &sides) && top && t.w >= 8 && t.h >= 8) {
-    const int hw = (t.w + 1) / 2, hh = (t.h + 1) / 2;
-    for (int q = 0; q < 4; ++q) {
-      const Tile s{t.x + (q & 1) * hw, t.y + (q >> 1) * hh, (q & 1) ? t.w - hw : hw, (q >> 1) ? t.h - hh : hh};
-      const int a = std::max(s.y, y0), b = std::min(s.y + s.h, y1);
-      if (a < b) render_tile(s, a, b, false);
-    }
+// Lines of a tile from its two sides: clamp((wA a + wB b + 2^19) >> 20).
+void Converter::emit(const FrcPlane &pl, const Tile &t, const int16_t *sa, const int16_t *sb) const {
+  const int32_t wa = 16384 - int32_t(j_.phase);
+  uint8_t *out = pl.out + t.y * j_.stride + t.x;
+  for (int y = 0; y < t.h; ++y)
+    j_.k.blend(sa + y * kMcMaxTile, sb + y * kMcMaxTile, t.w, wa, 16384 - wa, out + y * j_.stride);
+}
+
+// Decisions use a tile's whole extent; only its lines [y0, y1) are made.
+void Converter::render_tile(const Tile &t, int y0, int y1) const {
+  Vec mix, cand[4];
+  int n = 0;
+  if (tile_vectors(t, &mix, cand, &n)) {
+    render_mixed(t, y0, y1, cand, n);
     return;
   }
+  alignas(16) int16_t sa[kMcMaxTile * kMcMaxTile], sb[kMcMaxTile * kMcMaxTile];
   const Tile part{t.x, y0, t.w, y1 - y0};
-  compensate(j_.plane[0], part, v64, sides, 1);
-  if (j_.planes == 2) compensate(j_.plane[1], part, v64, sides, j_.nv16 ? 2 : 1);
+  for (int i = 0; i < j_.planes; ++i) {
+    predict(j_.plane[i], part, mix, i && j_.nv16 ? 2 : 1, sa, sb, nullptr);
+    emit(j_.plane[i], part, sa, sb);
+  }
+}
+
+// A tile whose vectors disagree (an object boundary): each pixel takes the candidate whose two
+// sides differ least in sum over the 3 x 3 pixels around it (inside the tile; a dropped side
+// counts kOutsidePenalty grey levels), the earlier on a tie.  Plane 2 follows the luma's choice
+// (an NV16 Cb Cr pair that of its first pixel).
+void Converter::render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int n) const {
+  constexpr int kArea = kMcMaxTile * kMcMaxTile;
+  alignas(16) int16_t sa[4][kArea], sb[4][kArea];
+  alignas(16) uint8_t dropped[kArea];
+  uint16_t diff[kArea], rows3[kArea];  // |a - b| in Q6, then summed over 3 columns
+  uint32_t best[kArea];
+  uint8_t pick[kArea];
+  for (int i = 0; i < n; ++i) {
+    predict(j_.plane[0], t, {cand[i].x * 16, cand[i].y * 16}, 1, sa[i], sb[i], dropped);
+    for (int y = 0; y < t.h; ++y)
+      for (int x = 0; x < t.w; ++x) {
+        const int o = y * kMcMaxTile + x;
+        diff[o] = dropped[o] ? uint16_t(kOutsidePenalty * 64) : uint16_t(std::abs(sa[i][o] - sb[i][o]));
+      }
+    for (int y = 0; y < t.h; ++y)
+      for (int x = 0; x < t.w; ++x) {
+        const uint16_t *d = diff + y * kMcMaxTile;
+        rows3[y * kMcMaxTile + x] = uint16_t(d[std::max(x - 1, 0)] + d[x] + d[std::min(x + 1, t.w - 1)]);
+      }
+    for (int y = 0; y < t.h; ++y)
+      for (int x = 0; x < t.w; ++x) {
+        const int o = y * kMcMaxTile + x;
+        const uint32_t sum = uint32_t(rows3[std::max(y - 1, 0) * kMcMaxTile + x]) + rows3[o] +
+                             rows3[std::min(y + 1, t.h - 1) * kMcMaxTile + x];
+        if (i == 0 || sum < best[o]) best[o] = sum, pick[o] = uint8_t(i);
+      }
+  }
+  alignas(16) int16_t oa[kArea], ob[kArea];
+  const Tile part{t.x, y0, t.w, y1 - y0};
+  const int first = (y0 - t.y) * kMcMaxTile;
+  for (int y = y0 - t.y; y < y1 - t.y; ++y)
+    for (int o = y * kMcMaxTile; o < y * kMcMaxTile + t.w; ++o) oa[o] = sa[pick[o]][o], ob[o] = sb[pick[o]][o];
+  emit(j_.plane[0], part, oa + first, ob + first);
+  if (j_.planes != 2) return;
+  const int step = j_.nv16 ? 2 : 1;
+  for (int i = 0; i < n; ++i) predict(j_.plane[1], part, {cand[i].x * 16, cand[i].y * 16}, step, sa[i], sb[i], nullptr);
+  for (int y = 0; y < part.h; ++y)
+    for (int x = 0; x < t.w; ++x) {
+      const int o = y * kMcMaxTile + x, k = pick[first + y * kMcMaxTile + x - (step == 2 ? (x & 1) : 0)];
+      oa[o] = sa[k][o], ob[o] = sb[k][o];
+    }
+  emit(j_.plane[1], part, oa, ob);
 }
 
 void Converter::render_band() {
@@ -346,7 +380,7 @@ void Converter::render_band() {
           full.x = x0 + (tx ? tw0 : 0);
           full.w = tx ? w - tw0 : tw0;
           if (full.w <= 0) continue;
-          render_tile(full, ya, yb, true);
+          render_tile(full, ya, yb);
         }
       }
     }
