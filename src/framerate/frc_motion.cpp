@@ -26,6 +26,18 @@ struct Tile {
   int x, y, w, h;
 };
 
+struct Axis {
+  int i0;     // the first of two block centres
+  int32_t w1;  // the second one's weight, Q8
+};
+
+struct BlockTiles {  // a block's (up to) four tiles and their vectors
+  Tile tile[4];
+  Vec mix[4], cand[4][4];
+  int n[4], count;
+  bool mixed[4];
+};
+
 int32_t median3(int32_t a, int32_t b, int32_t c) { return std::max(std::min(a, b), std::min(std::max(a, b), c)); }
 
 Vec qvec(const DSP_MOTION_VECTOR &m) { return {m.sX, m.sY}; }
@@ -48,11 +60,13 @@ class Converter {
   bool consistent_b(int32_t cx, int32_t cy, Vec v) const;
   Vec choose_block(int c, int r) const;
   Vec trusted(int c, int r) const;
-  bool tile_vectors(const Tile &t, Vec *mix64, Vec *cand, int *n) const;
+  bool tile_vectors(Axis ax, Axis ay, Vec *mix64, Vec *cand, int *n) const;
+  bool settled(int c, int r) const;
+  bool block_tiles(int c, int r, const Axis rows[2], BlockTiles *bt) const;
   void predict(const FrcPlane &pl, const Tile &t, Vec v64, int step, int16_t *sa, int16_t *sb,
                uint8_t *dropped) const;
   void emit(const FrcPlane &pl, const Tile &t, const int16_t *sa, const int16_t *sb) const;
-  void render_tile(const Tile &t, int y0, int y1) const;
+  void render_part(const Tile &part, Vec v64) const;
   void render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int n) const;
 
   const FrcJob &j_;
@@ -109,16 +123,17 @@ uint32_t Converter::bilateral_cost(const Tile &t, Vec v, uint32_t penalty) const
     sum = j_.mk.sad_q(a + ay * j_.stride + ax, j_.stride, b + qby * j_.stride + qbx, j_.stride, uint32_t(t.w),
                       uint32_t(t.h), uint32_t(v.x & 3), uint32_t(v.y & 3));
   } else {
+    // Per line, the columns whose two sides are both inside; the others cost the penalty.
+    const int x0 = std::max({0, -ax, -bx}), x1 = std::min({t.w, j_.width - ax, j_.width - bx});
     for (int y = 0; y < t.h; ++y) {
-      for (int x = 0; x < t.w; ++x) {
-        const int xa = ax + x, ya = ay + y, xb = bx + x, yb = by + y;
-        if (xa < 0 || ya < 0 || xa >= j_.width || ya >= j_.height || xb < 0 || yb < 0 || xb >= j_.width ||
-            yb >= j_.height) {
-          sum += penalty;
-        } else {
-          sum += uint32_t(std::abs(a[ya * j_.stride + xa] - b[yb * j_.stride + xb]));
-        }
+      const int ya = ay + y, yb = by + y;
+      if (ya < 0 || ya >= j_.height || yb < 0 || yb >= j_.height || x0 >= x1) {
+        sum += penalty * uint32_t(t.w);
+        continue;
       }
+      const uint8_t *ra = a + ya * j_.stride + ax, *rb = b + yb * j_.stride + bx;
+      sum += penalty * uint32_t(t.w - (x1 - x0));
+      for (int x = x0; x < x1; ++x) sum += uint32_t(std::abs(ra[x] - rb[x]));
     }
   }
   return sum * 64 / uint32_t(t.w * t.h);
@@ -186,24 +201,23 @@ void Converter::choose_rows(int r0, int r1) {
 
 // Interpolation weights of a tile's centre between block centres, along one axis: index of the
 // first block and the weight (Q8) of the second.
-void axis_weights(int start, int len, int block, int count, int *i0, int32_t *w1) {
+Axis axis_weights(int start, int len, int block, int count) {
   const int32_t g2 = 2 * start + len - block;  // doubled distance from the first block's centre
-  *i0 = floor_div(g2, 2 * block);
-  const int32_t frac = g2 - *i0 * 2 * block;
-  *w1 = (frac * 256 + block) / (2 * block);
-  if (*i0 < 0) *i0 = 0, *w1 = 0;
-  if (*i0 >= count - 1) *i0 = count - 1, *w1 = 0;
+  Axis a{floor_div(g2, 2 * block), 0};
+  a.w1 = (g2 - a.i0 * 2 * block) * 256 + block;
+  a.w1 /= 2 * block;
+  if (a.i0 < 0) a = {0, 0};
+  if (a.i0 >= count - 1) a = {count - 1, 0};
+  return a;
 }
 
 // The vectors of the (up to four) block centres around a tile.  When they differ by at most the
 // occlusion threshold (or occlusion handling is off), *mix64 receives their bilinear mix at 1/64
 // pixel and the answer is false; otherwise cand[0 .. *n) the distinct ones, in the order top-left,
 // top-right, bottom-left, bottom-right.
-bool Converter::tile_vectors(const Tile &t, Vec *mix64, Vec *cand, int *n) const {
-  int c0, r0;
-  int32_t wx, wy;
-  axis_weights(t.x, t.w, f_.bw, f_.cols, &c0, &wx);
-  axis_weights(t.y, t.h, f_.bh, f_.rows, &r0, &wy);
+bool Converter::tile_vectors(Axis ax, Axis ay, Vec *mix64, Vec *cand, int *n) const {
+  const int c0 = ax.i0, r0 = ay.i0;
+  const int32_t wx = ax.w1, wy = ay.w1;
   const int c1 = std::min(c0 + 1, f_.cols - 1), r1 = std::min(r0 + 1, f_.rows - 1);
   const Vec v[4] = {choice_[r0 * f_.cols + c0], choice_[r0 * f_.cols + c1], choice_[r1 * f_.cols + c0],
                     choice_[r1 * f_.cols + c1]};
@@ -221,6 +235,16 @@ bool Converter::tile_vectors(const Tile &t, Vec *mix64, Vec *cand, int *n) const
   for (int i = 0; i < 4; ++i) sx += int64_t(w[i]) * v[i].x, sy += int64_t(w[i]) * v[i].y;
   *mix64 = {int32_t((sx * 16 + 32768) >> 16), int32_t((sy * 16 + 32768) >> 16)};
   return false;
+}
+
+// True when the block and its eight neighbours (clamped to the grid) took one vector, so that
+// every tile of the block mixes that vector alone.
+bool Converter::settled(int c, int r) const {
+  const Vec v = choice_[r * f_.cols + c];
+  for (int y = std::max(r - 1, 0); y <= std::min(r + 1, f_.rows - 1); ++y)
+    for (int x = std::max(c - 1, 0); x <= std::min(c + 1, f_.cols - 1); ++x)
+      if (!same(choice_[y * f_.cols + x], v)) return false;
+  return true;
 }
 
 // One side of a tile: Q6 samples for bytes [x, x + w) of lines [y, y + h), taken at an offset of
@@ -297,18 +321,11 @@ void Converter::emit(const FrcPlane &pl, const Tile &t, const int16_t *sa, const
     j_.k.blend(sa + y * kMcMaxTile, sb + y * kMcMaxTile, t.w, wa, 16384 - wa, out + y * j_.stride);
 }
 
-// Decisions use a tile's whole extent; only its lines [y0, y1) are made.
-void Converter::render_tile(const Tile &t, int y0, int y1) const {
-  Vec mix, cand[4];
-  int n = 0;
-  if (tile_vectors(t, &mix, cand, &n)) {
-    render_mixed(t, y0, y1, cand, n);
-    return;
-  }
+// Lines of the picture along one vector, both planes.
+void Converter::render_part(const Tile &part, Vec v64) const {
   alignas(16) int16_t sa[kMcMaxTile * kMcMaxTile], sb[kMcMaxTile * kMcMaxTile];
-  const Tile part{t.x, y0, t.w, y1 - y0};
   for (int i = 0; i < j_.planes; ++i) {
-    predict(j_.plane[i], part, mix, i && j_.nv16 ? 2 : 1, sa, sb, nullptr);
+    predict(j_.plane[i], part, v64, i && j_.nv16 ? 2 : 1, sa, sb, nullptr);
     emit(j_.plane[i], part, sa, sb);
   }
 }
@@ -361,29 +378,62 @@ void Converter::render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int
   emit(j_.plane[1], part, oa, ob);
 }
 
+// The tiles of block (c, r), each with its vectors decided on its whole extent (tile_vectors).
+// True when all of them mix one vector, then in mix[0]: always so where the block and its eight
+// neighbours took one vector.
+bool Converter::block_tiles(int c, int r, const Axis rows[2], BlockTiles *bt) const {
+  const Vec v = choice_[r * f_.cols + c];
+  bt->count = 0;
+  bt->mix[0] = {v.x * 16, v.y * 16};
+  if (settled(c, r)) return true;
+  const int x0 = c * f_.bw, y0 = r * f_.bh, w = std::min(f_.bw, j_.width - x0), h = std::min(f_.bh, j_.height - y0);
+  const int tw0 = (w + 1) / 2, th0 = (h + 1) / 2;
+  const Axis cols[2] = {axis_weights(x0, tw0, f_.bw, f_.cols), axis_weights(x0 + tw0, w - tw0, f_.bw, f_.cols)};
+  bool uniform = true;
+  for (int q = 0; q < 4; ++q) {
+    const Tile t{x0 + (q & 1) * tw0, y0 + (q >> 1) * th0, (q & 1) ? w - tw0 : tw0, (q >> 1) ? h - th0 : th0};
+    if (t.w <= 0 || t.h <= 0) continue;
+    const int k = bt->count++;
+    bt->tile[k] = t;
+    bt->mixed[k] = tile_vectors(cols[q & 1], rows[q >> 1], &bt->mix[k], bt->cand[k], &bt->n[k]);
+    uniform = uniform && !bt->mixed[k] && same(bt->mix[k], bt->mix[0]);
+  }
+  return uniform;
+}
+
+// Block by block, only lines inside the band: a block whose tiles mix one vector is compensated
+// in one piece with the uniform blocks before it that share the vector (at most kMcMaxTile
+// wide); the bytes are those of tile by tile.
 void Converter::render_band() {
   for (int r = j_.band_y0 / f_.bh; r * f_.bh < j_.band_y1; ++r) {
-    const int y0 = r * f_.bh, h = std::min(f_.bh, j_.height - y0);
-    const int th0 = (h + 1) / 2;
+    const int y0 = r * f_.bh, h = std::min(f_.bh, j_.height - y0), th0 = (h + 1) / 2;
+    const int ya = std::max(y0, j_.band_y0), yb = std::min(y0 + h, j_.band_y1);
+    const Axis rows[2] = {axis_weights(y0, th0, f_.bh, f_.rows), axis_weights(y0 + th0, h - th0, f_.bh, f_.rows)};
+    Tile run{0, ya, 0, yb - ya};  // uniform blocks to the left with one vector, not yet made
+    Vec run_v{0, 0};
     for (int c = 0; c < f_.cols; ++c) {
       const int x0 = c * f_.bw, w = std::min(f_.bw, j_.width - x0);
-      const int tw0 = (w + 1) / 2;
-      for (int ty = 0; ty < 2; ++ty) {
-        int ya = y0 + (ty ? th0 : 0), yb = ty ? y0 + h : y0 + th0;
-        const int tile_h = yb - ya;
-        if (tile_h <= 0) continue;
-        // The tile's vectors come from its whole extent; only its lines inside the band are made.
-        Tile full{0, ya, 0, tile_h};
-        ya = std::max(ya, j_.band_y0), yb = std::min(yb, j_.band_y1);
-        if (ya >= yb) continue;
-        for (int tx = 0; tx < 2; ++tx) {
-          full.x = x0 + (tx ? tw0 : 0);
-          full.w = tx ? w - tw0 : tw0;
-          if (full.w <= 0) continue;
-          render_tile(full, ya, yb);
-        }
+      BlockTiles bt;
+      const bool uniform = block_tiles(c, r, rows, &bt);
+      if (uniform && run.w && same(run_v, bt.mix[0]) && run.w + w <= kMcMaxTile) {
+        run.w += w;
+        continue;
+      }
+      if (run.w) render_part(run, run_v);
+      run.w = 0;
+      if (uniform) {
+        run = {x0, ya, w, yb - ya}, run_v = bt.mix[0];
+        continue;
+      }
+      for (int k = 0; k < bt.count; ++k) {
+        const Tile &t = bt.tile[k];
+        const int a = std::max(t.y, ya), b = std::min(t.y + t.h, yb);
+        if (a >= b) continue;
+        if (bt.mixed[k]) render_mixed(t, a, b, bt.cand[k], bt.n[k]);
+        else render_part({t.x, a, t.w, b - a}, bt.mix[k]);
       }
     }
+    if (run.w) render_part(run, run_v);
   }
 }
 
