@@ -37,8 +37,7 @@ TEST(FrameRateBoundary, PixelsFollowTheirOwnSide) {
   auto *e = reinterpret_cast<DSP_MOTION_VECTOR *>(field.data() + sizeof hd);
   for (int i = 0; i < cols * rows; ++i) {
     const int16_t vx = (i % cols == 1 || i % cols == 2) ? 16 : 0;  // the band's columns: 4 pixels
-    e[i] = {vx, 0, 0, 0};
-    e[i + cols * rows] = {int16_t(-vx), 0, 0, 0};
+    e[i] = {vx, 0, 0, 0}, e[i + cols * rows] = {int16_t(-vx), 0, 0, 0};
   }
 
   DSP_FRAME_RATE_CONVERTER_PARAMS cp;
@@ -57,20 +56,15 @@ TEST(FrameRateBoundary, PixelsFollowTheirOwnSide) {
   }
   p.pVectorField = field.data(), p.ulVectorFieldBytes = uint32_t(field.size());
   p.ulPhaseQ14 = 8192;
-  int wrong[2] = {0, 0};
+  int wrong[2] = {0, 0};  // pixels off the truth, with and without occlusion handling
   for (int pass = 0; pass < 2; ++pass) {
     p.bConvertFlags = uint8_t(DSP_CONVERT_LUMA_ONLY | (pass ? DSP_CONVERT_NO_OCCLUSION : 0));
     ASSERT_EQ(DspFrameRateConvert(h, &p, 0), DSP_S_OK);
-    for (int y = 0; y < kH; ++y)
-      for (int x = 0; x < kW; ++x) {
-        // the uncovered and covered strips, and the pixels whose 3 x 3 neighbourhood reaches them
-        if ((x >= kX0 - 1 && x < kX0 + 3) || (x >= kX1 + 1 && x < kX1 + 5)) continue;
-        const bool same = out[size_t(y * kW + x)] == truth[size_t(y * kW + x)];
-        if (!pass) {
-          EXPECT_TRUE(same) << "x " << x << " y " << y;
-        }
-        wrong[pass] += !same;
-      }
+    for (int i = 0; i < kW * kH; ++i) {  // not the strips nor pixels whose 3 x 3 reaches them
+      const int x = i % kW;
+      if ((x < kX0 - 1 || x >= kX0 + 3) && (x < kX1 + 1 || x >= kX1 + 5))
+        wrong[pass] += out[size_t(i)] != truth[size_t(i)];
+    }
   }
   EXPECT_EQ(wrong[0], 0);
   EXPECT_GT(wrong[1], kH);  // mixed vectors smear the boundary

@@ -1379,7 +1379,9 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateFrameRateConverter(
  *          pixels around it inside the tile (in 1/64 grey level; a pixel whose side is dropped
  *          counts 6 grey levels), the first of top-left, top-right, bottom-left, bottom-right on
  *          a tie.  The choice is made on the tile's whole extent, whatever the band; plane 2
- *          follows the luma's (an NV16 Cb Cr pair that of the luma pixel at its first byte).
+ *          follows the luma's byte for byte, except that an NV16 Cr byte takes the choice at its
+ *          pair's Cb byte when that lies in the same tile (always so when the block width and
+ *          the picture width are multiples of 4).
  *       4. Each side is sampled at 1/64 pixel with eSampling's filter (6-tap Lanczos-3, 4-tap
  *          Catmull-Rom, bilinear, nearest; Q14 taps, edges repeated), horizontally then
  *          vertically, kept in 1/64 of a grey level, and the output is

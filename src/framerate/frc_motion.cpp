@@ -333,7 +333,7 @@ void Converter::render_part(const Tile &part, Vec v64) const {
 // A tile whose vectors disagree (an object boundary): each pixel takes the candidate whose two
 // sides differ least in sum over the 3 x 3 pixels around it (inside the tile; a dropped side
 // counts kOutsidePenalty grey levels), the earlier on a tie.  Plane 2 follows the luma's choice
-// (an NV16 Cb Cr pair that of its first pixel).
+// (an NV16 Cb Cr pair that at its Cb byte, when the tile holds it).
 void Converter::render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int n) const {
   constexpr int kArea = kMcMaxTile * kMcMaxTile;
   alignas(16) int16_t sa[4][kArea], sb[4][kArea];
@@ -372,7 +372,8 @@ void Converter::render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int
   for (int i = 0; i < n; ++i) predict(j_.plane[1], part, {cand[i].x * 16, cand[i].y * 16}, step, sa[i], sb[i], nullptr);
   for (int y = 0; y < part.h; ++y)
     for (int x = 0; x < t.w; ++x) {
-      const int o = y * kMcMaxTile + x, k = pick[first + y * kMcMaxTile + x - (step == 2 ? (x & 1) : 0)];
+      const int lx = step == 2 && ((t.x + x) & 1) && x > 0 ? x - 1 : x;  // the pair's Cb byte
+      const int o = y * kMcMaxTile + x, k = pick[first + y * kMcMaxTile + lx];
       oa[o] = sa[k][o], ob[o] = sb[k][o];
     }
   emit(j_.plane[1], part, oa, ob);
