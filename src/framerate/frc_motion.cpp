@@ -1,7 +1,8 @@
 // The motion-compensated frame: a vector per output block chosen at the output time, then per
 // tile (a quarter of a block) either the vectors of the four nearest blocks interpolated, or,
-// where they disagree, per pixel the one whose two sides agree best; each tile is compensated from
-// both sources at 1/64 pixel and blended by phase.
+// where they disagree, per pixel the one whose two sides agree best, or in covered and uncovered
+// areas the one the consistency of its sides prefers; each tile is compensated from both sources
+// (or the one side that shows the pixel) at 1/64 pixel and blended by phase.
 #include <algorithm>
 #include <cstring>
 
@@ -22,8 +23,18 @@ constexpr uint32_t kOutsideKept = 1;     // ... when the field agrees with the v
 constexpr int kMaxCandidates = 12;
 constexpr int kPatchStride = 48;
 
+constexpr uint32_t kAgree = 9 * 4 * 64;  // two sides agree: 3 x 3 sum of |a - b| (Q6) within 4 a pixel
+constexpr int kEvidenceReach = 3;        // side evidence matches 7 x 7 pixels ...
+constexpr int kEvidenceTile = 16;        // ... for mixed tiles, at most a quarter of a 32 x 32 block
+
+enum Sides : uint8_t { kBoth, kOnlyA, kOnlyB, kNeither };  // sides a candidate is compensated from
+
 struct Tile {
   int x, y, w, h;
+};
+
+struct SideEvidence {  // [candidate][side A, B][pixel, rows kEvidenceTile apart]
+  uint32_t own[4][2][kEvidenceTile * kEvidenceTile], other[4][2][kEvidenceTile * kEvidenceTile];
 };
 
 struct Axis {
@@ -67,6 +78,11 @@ class Converter {
                uint8_t *dropped) const;
   void emit(const FrcPlane &pl, const Tile &t, const int16_t *sa, const int16_t *sb) const;
   void render_part(const Tile &part, Vec v64) const;
+  void match_grid(const uint8_t *p, int px, int py, const uint8_t *q, int qx4, int qy4, int w, int h,
+                  uint32_t *out) const;
+  void side_evidence(const Tile &t, const Vec *cand, int n, SideEvidence *ev) const;
+  void prefer_consistent(const Tile &box, const Tile &t, const Vec *cand, int n,
+                         const uint32_t (*sums)[kMcMaxTile * kMcMaxTile], uint8_t *pick) const;
   void render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int n) const;
 
   const FrcJob &j_;
@@ -212,7 +228,7 @@ Axis axis_weights(int start, int len, int block, int count) {
 }
 
 // The vectors of the (up to four) block centres around a tile.  When they differ by at most the
-// occlusion threshold (or occlusion handling is off), *mix64 receives their bilinear mix at 1/64
+// occlusion threshold, *mix64 receives their bilinear mix at 1/64
 // pixel and the answer is false; otherwise cand[0 .. *n) the distinct ones, in the order top-left,
 // top-right, bottom-left, bottom-right.
 bool Converter::tile_vectors(Axis ax, Axis ay, Vec *mix64, Vec *cand, int *n) const {
@@ -230,7 +246,7 @@ bool Converter::tile_vectors(Axis ax, Axis ay, Vec *mix64, Vec *cand, int *n) co
     for (int k = 0; k < *n; ++k) spread = std::max(spread, dist_inf(cand[k], v[i])), seen = seen || same(cand[k], v[i]);
     if (!seen) cand[(*n)++] = v[i];
   }
-  if (j_.occlusion && spread > int32_t(j_.occlusion_threshold)) return true;
+  if (spread > int32_t(j_.occlusion_threshold)) return true;
   int64_t sx = 0, sy = 0;  // Q16 weights times quarter pixels, to 1/64 pixel
   for (int i = 0; i < 4; ++i) sx += int64_t(w[i]) * v[i].x, sy += int64_t(w[i]) * v[i].y;
   *mix64 = {int32_t((sx * 16 + 32768) >> 16), int32_t((sy * 16 + 32768) >> 16)};
@@ -330,17 +346,129 @@ void Converter::render_part(const Tile &part, Vec v64) const {
   }
 }
 
-// A tile whose vectors disagree (an object boundary): each pixel takes the candidate whose two
-// sides differ least in sum over the 3 x 3 pixels around it (inside the tile; a dropped side
-// counts kOutsidePenalty grey levels), the earlier on a tie.  Plane 2 follows the luma's choice
-// (an NV16 Cb Cr pair that at its Cb byte, when the tile holds it).
+// How well one motion explains one side's samples around each pixel of a w x h grid: the sum over
+// the 7 x 7 pixels around (px + x, py + y) of picture p against picture q at (qx4 + 4 x, qy4 + 4 y)
+// quarter pixels (bilinear, as the block matching's), edges repeated.  w, h <= kEvidenceTile.
+void Converter::match_grid(const uint8_t *p, int px, int py, const uint8_t *q, int qx4, int qy4, int w, int h,
+                           uint32_t *out) const {
+  constexpr int kSpan = kEvidenceTile + 2 * kEvidenceReach;
+  const int qx = floor_div(qx4, 4) - kEvidenceReach, qy = floor_div(qy4, 4) - kEvidenceReach;
+  const int fx = qx4 & 3, fy = qy4 & 3, gw = w + 2 * kEvidenceReach, gh = h + 2 * kEvidenceReach;
+  const int w00 = (4 - fx) * (4 - fy), w10 = fx * (4 - fy), w01 = (4 - fx) * fy, w11 = fx * fy;
+  int cp[kSpan], cq[kSpan + 1];  // clamped columns
+  for (int x = 0; x <= gw; ++x) {
+    if (x < gw) cp[x] = clamp_i(px - kEvidenceReach + x, 0, j_.width - 1);
+    cq[x] = clamp_i(qx + x, 0, j_.width - 1);
+  }
+  uint16_t rows[kSpan][kEvidenceTile];  // 7-column sums of |p - q|, below 7 * 255
+  for (int y = 0; y < gh; ++y) {
+    const uint8_t *rp = p + clamp_i(py - kEvidenceReach + y, 0, j_.height - 1) * j_.stride;
+    const uint8_t *r0 = q + clamp_i(qy + y, 0, j_.height - 1) * j_.stride;
+    const uint8_t *r1 = q + clamp_i(qy + y + 1, 0, j_.height - 1) * j_.stride;
+    int d[kSpan];
+    for (int x = 0; x < gw; ++x) {
+      const int v = (w00 * r0[cq[x]] + w10 * r0[cq[x + 1]] + w01 * r1[cq[x]] + w11 * r1[cq[x + 1]] + 8) >> 4;
+      d[x] = std::abs(rp[cp[x]] - v);
+    }
+    int sum = 0;
+    for (int x = 0; x < 2 * kEvidenceReach; ++x) sum += d[x];
+    for (int x = 0; x < w; ++x) {
+      sum += d[x + 2 * kEvidenceReach];
+      rows[y][x] = uint16_t(sum);
+      sum -= d[x];
+    }
+  }
+  for (int x = 0; x < w; ++x) {
+    uint32_t sum = 0;
+    for (int y = 0; y < 2 * kEvidenceReach; ++y) sum += rows[y][x];
+    for (int y = 0; y < h; ++y) {
+      sum += rows[y + 2 * kEvidenceReach][x];
+      out[y * kEvidenceTile + x] = sum;
+      sum -= rows[y][x];
+    }
+  }
+}
+
+// For every candidate and side of a mixed tile, per pixel: how well the candidate's own motion
+// explains the side's samples (own) and how well the best of the candidates farther than the
+// occlusion threshold from it does (other; UINT32_MAX when there is none).
+void Converter::side_evidence(const Tile &t, const Vec *cand, int n, SideEvidence *ev) const {
+  for (int i = 0; i < n; ++i) {
+    const int32_t dax = side_a_offset(cand[i].x * 16, j_.phase), day = side_a_offset(cand[i].y * 16, j_.phase);
+    for (int side = 0; side < 2; ++side) {
+      uint32_t *own = ev->own[i][side], *other = ev->other[i][side];
+      std::fill(other, other + kEvidenceTile * kEvidenceTile, UINT32_MAX);
+      // The side's samples at whole pixels: A at x - da, B at x + v - da.
+      const int px = side ? t.x + floor_div(cand[i].x * 16 - dax + 32, 64) : t.x - floor_div(dax + 32, 64);
+      const int py = side ? t.y + floor_div(cand[i].y * 16 - day + 32, 64) : t.y - floor_div(day + 32, 64);
+      const uint8_t *p = side ? j_.plane[0].b : j_.plane[0].a, *q = side ? j_.plane[0].a : j_.plane[0].b;
+      for (int k = 0; k < n; ++k) {
+        const bool mine = k == i;
+        if (!mine && dist_inf(cand[k], cand[i]) <= int32_t(j_.occlusion_threshold)) continue;
+        uint32_t grid[kEvidenceTile * kEvidenceTile];
+        const int sx = side ? -cand[k].x : cand[k].x, sy = side ? -cand[k].y : cand[k].y;
+        match_grid(p, px, py, q, px * 4 + sx, py * 4 + sy, t.w, t.h, mine ? own : grid);
+        if (mine) continue;
+        for (int y = 0; y < t.h; ++y)
+          for (int o = y * kEvidenceTile; o < y * kEvidenceTile + t.w; ++o) other[o] = std::min(other[o], grid[o]);
+      }
+    }
+  }
+}
+
+// The sides a candidate is compensated from at a pixel where no candidate's two sides agree, from
+// side_evidence.  A side is inconsistent with the candidate when another motion explains its
+// samples (7 x 7) at least twice as well as the candidate's own; one inconsistent side is dropped
+// when the other side's ratio is at least twice its ratio, else both count as inconsistent.
+uint8_t sides_from(uint32_t own_a, uint32_t other_a, uint32_t own_b, uint32_t other_b) {
+  auto ratio = [](uint32_t own, uint32_t other) {  // other / own in Q4, capped
+    return other == UINT32_MAX ? 1u << 20 : std::min<uint32_t>(uint32_t(uint64_t(other) * 16 / std::max(own, 1u)), 1u << 20);
+  };
+  const uint32_t ea = ratio(own_a, other_a), eb = ratio(own_b, other_b);
+  const bool a_bad = ea < 8, b_bad = eb < 8;
+  if (!a_bad && !b_bad) return kBoth;
+  if (a_bad && b_bad) return kNeither;
+  if (b_bad) return ea >= 2 * eb ? kOnlyA : kNeither;
+  return eb >= 2 * ea ? kOnlyB : kNeither;
+}
+
+// The pixels of `box` (inside tile t) where no candidate's sides agree: the candidates rank by the
+// consistency of their sides (sides_from): both consistent, blended; one, that side alone (covered:
+// A, uncovered: B), the candidate nearest the picture's median vector first; neither, blended;
+// otherwise the least difference of the sides, the earlier on a tie.  A pixel seen from one side
+// is background being covered or uncovered, and the one-sided evidence of a candidate and of the
+// motion beside it is symmetric (each side the other motion explains), so the background's motion,
+// taken as the picture's, decides.
+void Converter::prefer_consistent(const Tile &box, const Tile &t, const Vec *cand, int n,
+                                  const uint32_t (*sums)[kMcMaxTile * kMcMaxTile], uint8_t *pick) const {
+  SideEvidence ev;
+  side_evidence(box, cand, n, &ev);
+  for (int y = box.y - t.y; y < box.y - t.y + box.h; ++y)
+    for (int x = box.x - t.x; x < box.x - t.x + box.w; ++x) {
+      const int o = y * kMcMaxTile + x, e = (y - box.y + t.y) * kEvidenceTile + x - box.x + t.x;
+      if (sums[pick[o]][o] <= kAgree) continue;
+      uint32_t best = UINT32_MAX;
+      for (int i = 0; i < n; ++i) {
+        const uint8_t s = sides_from(ev.own[i][0][e], ev.other[i][0][e], ev.own[i][1][e], ev.other[i][1][e]);
+        const uint32_t rank = s == kBoth ? 0 : s == kNeither ? 2 : 1;
+        const uint32_t cost = rank == 1 ? uint32_t(dist_inf(cand[i], global_)) : sums[i][o];
+        if ((rank << 20 | cost) < best) best = rank << 20 | cost, pick[o] = uint8_t(i | s << 2);
+      }
+    }
+}
+
+// A tile whose vectors disagree (an object boundary).  Each pixel takes the candidate whose two
+// sides differ least over the 3 x 3 pixels around it (inside the tile; a dropped side counts
+// kOutsidePenalty grey levels), the earlier on a tie, when those sides agree (kAgree); elsewhere
+// (covered and uncovered areas) the one prefer_consistent picks, from one side or both.  Plane 2
+// follows the luma's choice (an NV16 Cb Cr pair that at its Cb byte, when the tile holds it).
 void Converter::render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int n) const {
   constexpr int kArea = kMcMaxTile * kMcMaxTile;
   alignas(16) int16_t sa[4][kArea], sb[4][kArea];
   alignas(16) uint8_t dropped[kArea];
   uint16_t diff[kArea], rows3[kArea];  // |a - b| in Q6, then summed over 3 columns
-  uint32_t best[kArea];
-  uint8_t pick[kArea];
+  uint32_t sums[4][kArea];             // 3 x 3 sums, below 9 * 255 * 64 < 2^18
+  uint8_t pick[kArea];                 // candidate | its sides << 2
   for (int i = 0; i < n; ++i) {
     predict(j_.plane[0], t, {cand[i].x * 16, cand[i].y * 16}, 1, sa[i], sb[i], dropped);
     for (int y = 0; y < t.h; ++y)
@@ -356,16 +484,32 @@ void Converter::render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int
     for (int y = 0; y < t.h; ++y)
       for (int x = 0; x < t.w; ++x) {
         const int o = y * kMcMaxTile + x;
-        const uint32_t sum = uint32_t(rows3[std::max(y - 1, 0) * kMcMaxTile + x]) + rows3[o] +
-                             rows3[std::min(y + 1, t.h - 1) * kMcMaxTile + x];
-        if (i == 0 || sum < best[o]) best[o] = sum, pick[o] = uint8_t(i);
+        sums[i][o] = uint32_t(rows3[std::max(y - 1, 0) * kMcMaxTile + x]) + rows3[o] +
+                     rows3[std::min(y + 1, t.h - 1) * kMcMaxTile + x];
       }
   }
+  int hx0 = t.w, hy0 = t.h, hx1 = -1, hy1 = -1;  // bounds of the pixels where no candidate's sides agree
+  for (int y = 0; y < t.h; ++y)
+    for (int x = 0; x < t.w; ++x) {
+      const int o = y * kMcMaxTile + x;
+      int k = 0;
+      for (int i = 1; i < n; ++i)
+        if (sums[i][o] < sums[k][o]) k = i;
+      pick[o] = uint8_t(k);
+      if (sums[k][o] > kAgree) hx0 = std::min(hx0, x), hy0 = std::min(hy0, y), hx1 = std::max(hx1, x), hy1 = std::max(hy1, y);
+    }
+  if (j_.occlusion && hx1 >= 0)
+    prefer_consistent({t.x + hx0, t.y + hy0, hx1 - hx0 + 1, hy1 - hy0 + 1}, t, cand, n, sums, pick);
   alignas(16) int16_t oa[kArea], ob[kArea];
   const Tile part{t.x, y0, t.w, y1 - y0};
   const int first = (y0 - t.y) * kMcMaxTile;
+  auto take = [&](int o, uint8_t p) {  // the picked candidate's sides, or one of them twice
+    const int k = p & 3, s = p >> 2;
+    oa[o] = s == kOnlyB ? sb[k][o] : sa[k][o];
+    ob[o] = s == kOnlyA ? sa[k][o] : sb[k][o];
+  };
   for (int y = y0 - t.y; y < y1 - t.y; ++y)
-    for (int o = y * kMcMaxTile; o < y * kMcMaxTile + t.w; ++o) oa[o] = sa[pick[o]][o], ob[o] = sb[pick[o]][o];
+    for (int o = y * kMcMaxTile; o < y * kMcMaxTile + t.w; ++o) take(o, pick[o]);
   emit(j_.plane[0], part, oa + first, ob + first);
   if (j_.planes != 2) return;
   const int step = j_.nv16 ? 2 : 1;
@@ -373,8 +517,7 @@ void Converter::render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int
   for (int y = 0; y < part.h; ++y)
     for (int x = 0; x < t.w; ++x) {
       const int lx = step == 2 && ((t.x + x) & 1) && x > 0 ? x - 1 : x;  // the pair's Cb byte
-      const int o = y * kMcMaxTile + x, k = pick[first + y * kMcMaxTile + lx];
-      oa[o] = sa[k][o], ob[o] = sb[k][o];
+      take(y * kMcMaxTile + x, pick[first + y * kMcMaxTile + lx]);
     }
   emit(j_.plane[1], part, oa, ob);
 }
