@@ -3,7 +3,8 @@
 // shows moved by kMove / 2; the background it has uncovered (seen in B only) and the background it
 // is about to cover (seen in A only) come from their one side, so those strips show the true
 // picture (all of it beyond the 7 x 7 windows' reach of their edges).  Without occlusion handling
-// they blend the band into the background.
+// they blend the band into the background, and so do they where the fields' forward/backward check
+// flagged nothing.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -44,6 +45,7 @@ struct Boundary : ::testing::Test {
       const int16_t vx = i % cols == 1 ? 4 * kMove : 0;
       e[i] = {vx, 0, 0, 0}, e[i + cols * rows] = {int16_t(-vx), 0, 0, 0};
     }
+    e[1].usFlags = DSP_MV_INCONSISTENT;  // the forward/backward check: its centre lands on a still block
     DSP_FRAME_RATE_CONVERTER_PARAMS cp;
     std::memset(&cp, 0, sizeof cp);
     cp.ulBaseCount = 1, cp.lWidth = kW, cp.lHeight = kH, cp.ulLevels = 2;
@@ -95,7 +97,9 @@ TEST_F(Boundary, CoveredAndUncoveredPixelsComeFromOneSide) {
     const bool ok_on = on[size_t(i)] == truth[size_t(i)], ok_off = off[size_t(i)] == truth[size_t(i)];
     if (depth) {
       ++strip, exact_on += ok_on, exact_off += ok_off;
-      if (depth > 3) EXPECT_TRUE(ok_on) << "x " << x << " y " << i / kW;  // beyond the windows' reach
+      if (depth > 3) {
+        EXPECT_TRUE(ok_on) << "x " << x << " y " << i / kW;  // beyond the windows' reach
+      }
     } else if (!in_strip(x - 1) && !in_strip(x + 1)) {  // away from the strips both are exact
       wrong += !ok_on + !ok_off;
     }
@@ -103,6 +107,9 @@ TEST_F(Boundary, CoveredAndUncoveredPixelsComeFromOneSide) {
   EXPECT_EQ(wrong, 0);
   EXPECT_GT(exact_on, strip / 2);      // from one side: the background itself
   EXPECT_LT(exact_off, strip / 4);     // both sides: the band blended in
+  // Where the forward/backward check found no contradiction nothing is looked for.
+  reinterpret_cast<DSP_MOTION_VECTOR *>(field.data() + sizeof(DSP_VECTOR_FIELD))[1].usFlags = 0;
+  EXPECT_EQ(convert(0), off);
 }
 
 TEST_F(Boundary, PlaneTwoBandsAndIsasFollowOneChoice) {

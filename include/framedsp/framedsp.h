@@ -1383,8 +1383,11 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateFrameRateConverter(
  *             side is dropped counts 6 grey levels).  Where the least of these is at most 4 grey
  *             levels a pixel (2304), or with DSP_CONVERT_NO_OCCLUSION, the pixel takes that
  *             candidate, both sides blended.
- *          b. Elsewhere the pixel is covered (seen in A only) or uncovered (seen in B only), and
- *             the candidates rank by the consistency of their sides.  A side of candidate v is
+ *          b. Elsewhere, when the field's forward/backward check flagged a block around the tile
+ *             (DSP_MV_INCONSISTENT in either direction, within one block plus the candidates'
+ *             largest motion in whole pixels of the tile; a field without backward entries counts
+ *             as flagged everywhere), the pixel is covered (seen in A only) or uncovered (seen in
+ *             B only), and the candidates rank by the consistency of their sides.  A side of candidate v is
  *             inconsistent when the samples it shows are explained by another motion: the sum
  *             of |side - other frame| over the 7 x 7 whole pixels around the side's sample
  *             (A at x - p v and B at x + (1 - p) v rounded to whole pixels; the other frame at
@@ -1397,7 +1400,8 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateFrameRateConverter(
  *             covered pixel, B only for an uncovered one, at full weight), the candidate nearest
  *             the median vector of the picture first (covered and uncovered pixels are
  *             background, taken to move as the picture does); then the rest (both sides
- *             blended).  Otherwise the least difference of step a decides.
+ *             blended).  Otherwise (no flag near the tile, or no candidate ranked ahead) the
+ *             least difference of step a decides, both sides blended.
  *          The choice is made on the tile's whole extent, whatever the band; plane 2 follows the
  *          luma's vector and sides byte for byte, except that an NV16 Cr byte takes the choice at
  *          its pair's Cb byte when that lies in the same tile (always so when the block width

@@ -84,6 +84,7 @@ class Converter {
   void prefer_consistent(const Tile &box, const Tile &t, const Vec *cand, int n,
                          const uint32_t (*sums)[kMcMaxTile * kMcMaxTile], uint8_t *pick) const;
   void render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int n) const;
+  bool inconsistent_near(const Tile &t, const Vec *cand, int n) const;
 
   const FrcJob &j_;
   const FieldView &f_;
@@ -457,6 +458,25 @@ void Converter::prefer_consistent(const Tile &box, const Tile &t, const Vec *can
     }
 }
 
+// True when the fields' forward/backward check flagged a block around the tile: in either field,
+// within one block and the tile's largest candidate motion (whole pixels) of it.  Covered and
+// uncovered pixels lie only there; a field without its backward half carries no such flags, and
+// then the pixels are looked at wherever the candidates disagree.
+bool Converter::inconsistent_near(const Tile &t, const Vec *cand, int n) const {
+  if (!f_.bwd) return true;
+  int32_t reach = 0;
+  for (int i = 0; i < n; ++i) reach = std::max(reach, std::max(std::abs(cand[i].x), std::abs(cand[i].y)));
+  reach = (reach + 3) / 4;
+  const int c0 = clamp_i(floor_div(t.x - reach, f_.bw) - 1, 0, f_.cols - 1);
+  const int c1 = clamp_i(floor_div(t.x + t.w - 1 + reach, f_.bw) + 1, 0, f_.cols - 1);
+  const int r0 = clamp_i(floor_div(t.y - reach, f_.bh) - 1, 0, f_.rows - 1);
+  const int r1 = clamp_i(floor_div(t.y + t.h - 1 + reach, f_.bh) + 1, 0, f_.rows - 1);
+  for (int r = r0; r <= r1; ++r)
+    for (int c = c0; c <= c1; ++c)
+      if ((f_.f(c, r).usFlags | f_.b(c, r).usFlags) & DSP_MV_INCONSISTENT) return true;
+  return false;
+}
+
 // A tile whose vectors disagree (an object boundary).  Each pixel takes the candidate whose two
 // sides differ least over the 3 x 3 pixels around it (inside the tile; a dropped side counts
 // kOutsidePenalty grey levels), the earlier on a tie, when those sides agree (kAgree); elsewhere
@@ -498,7 +518,7 @@ void Converter::render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int
       pick[o] = uint8_t(k);
       if (sums[k][o] > kAgree) hx0 = std::min(hx0, x), hy0 = std::min(hy0, y), hx1 = std::max(hx1, x), hy1 = std::max(hy1, y);
     }
-  if (j_.occlusion && hx1 >= 0)
+  if (j_.occlusion && hx1 >= 0 && inconsistent_near(t, cand, n))
     prefer_consistent({t.x + hx0, t.y + hy0, hx1 - hx0 + 1, hy1 - hy0 + 1}, t, cand, n, sums, pick);
   alignas(16) int16_t oa[kArea], ob[kArea];
   const Tile part{t.x, y0, t.w, y1 - y0};
