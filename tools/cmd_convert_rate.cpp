@@ -51,7 +51,7 @@ DSP_HANDLE frame_rate_converter(uint32_t width, uint32_t height, uint32_t mode) 
 
 DSP_HRESULT convert_frame(DSP_HANDLE converter, uint32_t width, uint32_t height, bool luma_only, const uint8_t *a,
                           const uint8_t *b, uint8_t *out, uint32_t phase, uint32_t sampling, bool overlay,
-                          double *ms, const std::vector<uint8_t> *field) {
+                          double *ms, const std::vector<uint8_t> *field, uint8_t flags) {
   DSP_FRAME_RATE_CONVERT_PARAMS p;
   std::memset(&p, 0, sizeof p);
   DSP_IMAGE *frames[3] = {&p.FrameA, &p.FrameB, &p.FrameOut};
@@ -69,7 +69,7 @@ DSP_HRESULT convert_frame(DSP_HANDLE converter, uint32_t width, uint32_t height,
   }
   p.ulPhaseQ14 = phase;
   p.eSampling = uint8_t(sampling);
-  p.bConvertFlags = luma_only ? DSP_CONVERT_LUMA_ONLY : 0;
+  p.bConvertFlags = uint8_t(flags | (luma_only ? DSP_CONVERT_LUMA_ONLY : 0));
   p.bOverlay = overlay ? 1 : 0;
   if (field) p.pVectorField = const_cast<uint8_t *>(field->data()), p.ulVectorFieldBytes = uint32_t(field->size());
   const auto t0 = std::chrono::steady_clock::now();
@@ -123,6 +123,8 @@ const char kHelp[] =
     "                       half width, the same bytes a line)\n"
     "  --sampling S         6tap (default), 4tap, bilinear, nearest\n"
     "  --mode M             motion (default), blend, nearest\n"
+    "  --no-occlusion       no covered / uncovered handling at object boundaries: every\n"
+    "                       pixel blends both inputs (DSP_CONVERT_NO_OCCLUSION)\n"
     "  --png FILE           a PNG strip of the first interpolated output's luma: input A, the\n"
     "                       output, input B and the output with the vectors drawn\n"
     "  --log                one line per output frame: inputs, phase, milliseconds of the call\n"
@@ -253,6 +255,7 @@ class ConvertRate : public FrameCommand {
     if (parsed.has("--mode")) mode_ = pick(parsed.get("--mode"), "--mode", {"motion", "blend", "nearest"});
     if (parsed.has("--png")) png_ = job.output(parsed.get("--png"));
     log_ = parsed.has("--log");
+    if (parsed.has("--no-occlusion")) flags_ = DSP_CONVERT_NO_OCCLUSION;
   }
 
   uint64_t begin(Job &job) override {
@@ -271,7 +274,7 @@ class ConvertRate : public FrameCommand {
       field = stream_->field(converter_, t.pair, a, b);
     }
     check_status("DspFrameRateConvert", convert_frame(converter_, width_, height_, luma_only_, a, b, out, t.phase,
-                                                      sampling_, false, &ms, field));
+                                                      sampling_, false, &ms, field, flags_));
     ms_ += ms;
     if (log_)
       std::printf("output %llu: inputs %llu-%llu phase %u (%.4f) %.2f ms\n", (unsigned long long)index,
@@ -280,7 +283,7 @@ class ConvertRate : public FrameCommand {
     if (!png_.empty() && t.phase && !strip_done_) {
       std::vector<uint8_t> drawn(job.out.frame_bytes);
       check_status("DspFrameRateConvert", convert_frame(converter_, width_, height_, luma_only_, a, b, drawn.data(),
-                                                        t.phase, sampling_, true, nullptr, field));
+                                                        t.phase, sampling_, true, nullptr, field, flags_));
       std::string error;
       if (!write_png(png_, gray_strip({a, out, b, drawn.data()}, width_, height_), &error)) throw RuntimeError(error);
       strip_done_ = true;
@@ -298,6 +301,7 @@ class ConvertRate : public FrameCommand {
  private:
   uint64_t from_num_ = 0, from_den_ = 1, to_num_ = 0, to_den_ = 1;
   uint32_t width_ = 0, height_ = 0, sampling_ = 0, mode_ = 0;
+  uint8_t flags_ = 0;
   bool luma_only_ = true, log_ = false, strip_done_ = false;
   std::string png_;
   DSP_HANDLE converter_ = nullptr;
@@ -312,7 +316,8 @@ extern const Command kConvertRateCommand = {
     "change a clip's frame rate by motion-compensated interpolation",
     kHelp,
     Common::kClip,
-    {{"--from", true}, {"--to", true}, {"--sampling", true}, {"--mode", true}, {"--png", true}, {"--log", false}},
+    {{"--from", true}, {"--to", true}, {"--sampling", true}, {"--mode", true}, {"--png", true}, {"--log", false},
+     {"--no-occlusion", false}},
     run_clip<ConvertRate>};
 
 }  // namespace cli

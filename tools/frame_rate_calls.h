@@ -26,11 +26,11 @@ OutputTime output_time(uint64_t k, uint64_t from_num, uint64_t from_den, uint64_
 DSP_HANDLE frame_rate_converter(uint32_t width, uint32_t height, uint32_t mode);
 
 // One conversion of frames of width x height packed lines: plane 1, then (unless luma_only) an
-// NV16 plane 2, along `field` (null: the converter estimates).  Returns the library's status;
-// *ms the time of the call.
+// NV16 plane 2, along `field` (null: the converter estimates), with DSP_CONVERT_* `flags` added.
+// Returns the library's status; *ms the time of the call.
 DSP_HRESULT convert_frame(DSP_HANDLE converter, uint32_t width, uint32_t height, bool luma_only, const uint8_t *a,
                           const uint8_t *b, uint8_t *out, uint32_t phase, uint32_t sampling, bool overlay,
-                          double *ms = nullptr, const std::vector<uint8_t> *field = nullptr);
+                          double *ms = nullptr, const std::vector<uint8_t> *field = nullptr, uint8_t flags = 0);
 
 // Gray planes of width x height side by side, a black column between them.
 Picture gray_strip(const std::vector<const uint8_t *> &planes, uint32_t width, uint32_t height);

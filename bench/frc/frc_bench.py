@@ -136,7 +136,7 @@ def framedsp(inputs, times, rate_in, rate_out, src, work, exe, extra=(), **_):
         return "not available yet"
     dst = os.path.join(work, "framedsp.raw")
     cmd = [exe, "convert-rate", "--from", str(rate_in), "--to", str(rate_out),
-           "-s", "%dx%d" % (WIDTH, HEIGHT), "-pix_fmt", "gray", "-i", src, "-y", dst] + list(extra)
+           "-s", "%dx%d" % (WIDTH, HEIGHT), "-pix_fmt", "gray", "-i", src, "-y", dst] + list(extra) + EXTRA
     p, wall, cpu = timed(cmd)
     if p.returncode:
         err = p.stderr.lower()
@@ -146,6 +146,7 @@ def framedsp(inputs, times, rate_in, rate_out, src, work, exe, extra=(), **_):
     return dict(frames=list(read_clip(dst)), wall=wall, cpu=cpu)
 
 
+EXTRA = []  # options added to every framedsp run (--framedsp-options)
 METHODS = [("repeat", repeat, {}), ("blend", blend, {}), ("minterpolate", minterpolate, {}),
            ("framedsp", framedsp, {}), ("framedsp-4tap", framedsp, {"extra": ("--sampling", "4tap")}),
            ("true motion", true_motion, {})]
@@ -364,7 +365,10 @@ def main():
                     help="comma-separated, of " + ",".join(Scene.CASES))
     ap.add_argument("--methods", default=",".join(names), help="comma-separated, of " + ",".join(names))
     ap.add_argument("--keep", action="store_true", help="keep the last clips under OUT/work")
+    ap.add_argument("--framedsp-options", default="",
+                    help="options added to every framedsp run, e.g. '--no-occlusion'")
     args = ap.parse_args()
+    EXTRA.extend(args.framedsp_options.split())
     cases, use = args.cases.split(","), args.methods.split(",")
     work = os.path.join(args.out, "work")
     os.makedirs(work, exist_ok=True)

@@ -851,7 +851,9 @@ typedef struct DSP_FRAME_RATE_CONVERTER_PARAMS {
                                           NV16 chroma (Cb Cr pairs at half horizontal
                                           resolution, moved by (vx / 2, vy))                  */
 #define DSP_CONVERT_LUMA_ONLY 0x04u    /* plane 1 only: plane 2 is neither read nor written   */
-#define DSP_CONVERT_NO_OCCLUSION 0x08u /* no covered / uncovered handling: always both sides  */
+#define DSP_CONVERT_NO_OCCLUSION 0x08u /* no covered / uncovered handling: at object
+                                          boundaries every pixel takes the vector whose two
+                                          sides differ least and blends both sides            */
 
 /* eSampling: the motion-compensation filter, sampling at 1/64 pixel. */
 #define DSP_SAMPLING_6TAP 0u     /* Lanczos-3, 6 taps (default)                              */
@@ -882,7 +884,8 @@ typedef struct DSP_FRAME_RATE_CONVERT_PARAMS {
   uint8_t bOverlay;              /* non-zero: draw each block's vector into plane 1         */
   uint32_t ulSliceCount;         /* bands of the output; 0 = 1                              */
   uint32_t ulSliceNumber;        /* the band produced, from 1; 0 = 1                        */
-  uint32_t ulOcclusionThreshold; /* quarter pixels; 0 = 4                                   */
+  uint32_t ulOcclusionThreshold; /* quarter pixels; 0 = 4: vectors further apart are
+                                    different motions (object boundaries)                   */
   uint32_t ulFallbackThreshold;  /* bad blocks in 1/256 above which the pair is blended;
                                     0 = 130                                                 */
   uint8_t eSampling;             /* DSP_SAMPLING_*                                          */
@@ -1372,12 +1375,37 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateFrameRateConverter(
  *          or periodic texture then follows the picture's motion).
  *       3. Each quarter of a block (a tile) takes the vectors of the nearest four block centres:
  *          when they differ by at most ulOcclusionThreshold quarter pixels (0 = 4), their
- *          bilinear mix at 1/64 pixel from both sides; otherwise each quarter of the tile (each
- *          at least 4 x 4 pixels when the tile is 8 x 8 or more) takes the same rule on its own,
- *          and where they still differ one of them whole: preferring a
- *          vector both fields agree with (both sides), then one only one side's field agrees
- *          with (covered: A only; uncovered: B only), then the least bilateral SAD.  Without
- *          backward entries or with DSP_CONVERT_NO_OCCLUSION only the SAD decides, both sides.
+ *          bilinear mix at 1/64 pixel.  Otherwise (an object's boundary, with the areas it covers
+ *          and uncovers) each pixel of the tile chooses among those vectors (the candidates),
+ *          the first of top-left, top-right, bottom-left, bottom-right on a tie:
+ *          a. The difference of a candidate's two compensated sides (step 4) summed over the
+ *             3 x 3 pixels around the pixel inside the tile (in 1/64 grey level; a pixel whose
+ *             side is dropped counts 6 grey levels).  Where the least of these is at most 4 grey
+ *             levels a pixel (2304), or with DSP_CONVERT_NO_OCCLUSION, the pixel takes that
+ *             candidate, both sides blended.
+ *          b. Elsewhere, when the field's forward/backward check flagged a block around the tile
+ *             (DSP_MV_INCONSISTENT in either direction, within one block plus the candidates'
+ *             largest motion in whole pixels of the tile; a field without backward entries counts
+ *             as flagged everywhere), the pixel is covered (seen in A only) or uncovered (seen in
+ *             B only), and the candidates rank by the consistency of their sides.  A side of candidate v is
+ *             inconsistent when the samples it shows are explained by another motion: the sum
+ *             of |side - other frame| over the 7 x 7 whole pixels around the side's sample
+ *             (A at x - p v and B at x + (1 - p) v rounded to whole pixels; the other frame at
+ *             that position + v for A, - v for B, in bilinear quarter pixels as the block
+ *             matching's; edges repeated) is, along some candidate further than
+ *             ulOcclusionThreshold from v, less than half of what it is along v.  Candidates
+ *             with both sides consistent come first (both sides blended); then those with one
+ *             inconsistent side whose other side's ratio (best other motion's sum over v's own)
+ *             is at least twice the inconsistent side's: that other side alone (A only for a
+ *             covered pixel, B only for an uncovered one, at full weight), the candidate nearest
+ *             the median vector of the picture first (covered and uncovered pixels are
+ *             background, taken to move as the picture does); then the rest (both sides
+ *             blended).  Otherwise (no flag near the tile, or no candidate ranked ahead) the
+ *             least difference of step a decides, both sides blended.
+ *          The choice is made on the tile's whole extent, whatever the band; plane 2 follows the
+ *          luma's vector and sides byte for byte, except that an NV16 Cr byte takes the choice at
+ *          its pair's Cb byte when that lies in the same tile (always so when the block width
+ *          and the picture width are multiples of 4).
  *       4. Each side is sampled at 1/64 pixel with eSampling's filter (6-tap Lanczos-3, 4-tap
  *          Catmull-Rom, bilinear, nearest; Q14 taps, edges repeated), horizontally then
  *          vertically, kept in 1/64 of a grey level, and the output is

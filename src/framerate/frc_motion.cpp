@@ -1,7 +1,8 @@
 // The motion-compensated frame: a vector per output block chosen at the output time, then per
 // tile (a quarter of a block) either the vectors of the four nearest blocks interpolated, or,
-// where they disagree, the candidate the occlusion rules prefer; each tile is compensated from
-// both sources at 1/64 pixel and blended by phase.
+// where they disagree, per pixel the one whose two sides agree best, or in covered and uncovered
+// areas the one the consistency of its sides prefers; each tile is compensated from both sources
+// (or the one side that shows the pixel) at 1/64 pixel and blended by phase.
 #include <algorithm>
 #include <cstring>
 
@@ -22,10 +23,30 @@ constexpr uint32_t kOutsideKept = 1;     // ... when the field agrees with the v
 constexpr int kMaxCandidates = 12;
 constexpr int kPatchStride = 48;
 
-enum Sides { kBoth, kOnlyA, kOnlyB };
+constexpr uint32_t kAgree = 9 * 4 * 64;  // two sides agree: 3 x 3 sum of |a - b| (Q6) within 4 a pixel
+constexpr int kEvidenceReach = 3;        // side evidence matches 7 x 7 pixels ...
+constexpr int kEvidenceTile = 16;        // ... for mixed tiles, at most a quarter of a 32 x 32 block
+
+enum Sides : uint8_t { kBoth, kOnlyA, kOnlyB, kNeither };  // sides a candidate is compensated from
 
 struct Tile {
   int x, y, w, h;
+};
+
+struct SideEvidence {  // [candidate][side A, B][pixel, rows kEvidenceTile apart]
+  uint32_t own[4][2][kEvidenceTile * kEvidenceTile], other[4][2][kEvidenceTile * kEvidenceTile];
+};
+
+struct Axis {
+  int i0;     // the first of two block centres
+  int32_t w1;  // the second one's weight, Q8
+};
+
+struct BlockTiles {  // a block's (up to) four tiles and their vectors
+  Tile tile[4];
+  Vec mix[4], cand[4][4];
+  int n[4], count;
+  bool mixed[4];
 };
 
 int32_t median3(int32_t a, int32_t b, int32_t c) { return std::max(std::min(a, b), std::min(std::max(a, b), c)); }
@@ -50,9 +71,20 @@ class Converter {
   bool consistent_b(int32_t cx, int32_t cy, Vec v) const;
   Vec choose_block(int c, int r) const;
   Vec trusted(int c, int r) const;
-  bool tile_decision(const Tile &t, Vec *v64, Sides *sides) const;
-  void render_tile(const Tile &t, int y0, int y1, bool top);
-  void compensate(const FrcPlane &pl, const Tile &t, Vec v64, Sides sides, int step);
+  bool tile_vectors(Axis ax, Axis ay, Vec *mix64, Vec *cand, int *n) const;
+  bool settled(int c, int r) const;
+  bool block_tiles(int c, int r, const Axis rows[2], BlockTiles *bt) const;
+  void predict(const FrcPlane &pl, const Tile &t, Vec v64, int step, int16_t *sa, int16_t *sb,
+               uint8_t *dropped) const;
+  void emit(const FrcPlane &pl, const Tile &t, const int16_t *sa, const int16_t *sb) const;
+  void render_part(const Tile &part, Vec v64) const;
+  void match_grid(const uint8_t *p, int px, int py, const uint8_t *q, int qx4, int qy4, int w, int h,
+                  uint32_t *out) const;
+  void side_evidence(const Tile &t, const Vec *cand, int n, SideEvidence *ev) const;
+  void prefer_consistent(const Tile &box, const Tile &t, const Vec *cand, int n,
+                         const uint32_t (*sums)[kMcMaxTile * kMcMaxTile], uint8_t *pick) const;
+  void render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int n) const;
+  bool inconsistent_near(const Tile &t, const Vec *cand, int n) const;
 
   const FrcJob &j_;
   const FieldView &f_;
@@ -108,16 +140,17 @@ uint32_t Converter::bilateral_cost(const Tile &t, Vec v, uint32_t penalty) const
     sum = j_.mk.sad_q(a + ay * j_.stride + ax, j_.stride, b + qby * j_.stride + qbx, j_.stride, uint32_t(t.w),
                       uint32_t(t.h), uint32_t(v.x & 3), uint32_t(v.y & 3));
   } else {
+    // Per line, the columns whose two sides are both inside; the others cost the penalty.
+    const int x0 = std::max({0, -ax, -bx}), x1 = std::min({t.w, j_.width - ax, j_.width - bx});
     for (int y = 0; y < t.h; ++y) {
-      for (int x = 0; x < t.w; ++x) {
-        const int xa = ax + x, ya = ay + y, xb = bx + x, yb = by + y;
-        if (xa < 0 || ya < 0 || xa >= j_.width || ya >= j_.height || xb < 0 || yb < 0 || xb >= j_.width ||
-            yb >= j_.height) {
-          sum += penalty;
-        } else {
-          sum += uint32_t(std::abs(a[ya * j_.stride + xa] - b[yb * j_.stride + xb]));
-        }
+      const int ya = ay + y, yb = by + y;
+      if (ya < 0 || ya >= j_.height || yb < 0 || yb >= j_.height || x0 >= x1) {
+        sum += penalty * uint32_t(t.w);
+        continue;
       }
+      const uint8_t *ra = a + ya * j_.stride + ax, *rb = b + yb * j_.stride + bx;
+      sum += penalty * uint32_t(t.w - (x1 - x0));
+      for (int x = x0; x < x1; ++x) sum += uint32_t(std::abs(ra[x] - rb[x]));
     }
   }
   return sum * 64 / uint32_t(t.w * t.h);
@@ -185,58 +218,49 @@ void Converter::choose_rows(int r0, int r1) {
 
 // Interpolation weights of a tile's centre between block centres, along one axis: index of the
 // first block and the weight (Q8) of the second.
-void axis_weights(int start, int len, int block, int count, int *i0, int32_t *w1) {
+Axis axis_weights(int start, int len, int block, int count) {
   const int32_t g2 = 2 * start + len - block;  // doubled distance from the first block's centre
-  *i0 = floor_div(g2, 2 * block);
-  const int32_t frac = g2 - *i0 * 2 * block;
-  *w1 = (frac * 256 + block) / (2 * block);
-  if (*i0 < 0) *i0 = 0, *w1 = 0;
-  if (*i0 >= count - 1) *i0 = count - 1, *w1 = 0;
+  Axis a{floor_div(g2, 2 * block), 0};
+  a.w1 = (g2 - a.i0 * 2 * block) * 256 + block;
+  a.w1 /= 2 * block;
+  if (a.i0 < 0) a = {0, 0};
+  if (a.i0 >= count - 1) a = {count - 1, 0};
+  return a;
 }
 
-// True when the tile's vectors disagree and one of them was chosen whole.
-bool Converter::tile_decision(const Tile &t, Vec *v64, Sides *sides) const {
-  int c0, r0;
-  int32_t wx, wy;
-  axis_weights(t.x, t.w, f_.bw, f_.cols, &c0, &wx);
-  axis_weights(t.y, t.h, f_.bh, f_.rows, &r0, &wy);
+// The vectors of the (up to four) block centres around a tile.  When they differ by at most the
+// occlusion threshold, *mix64 receives their bilinear mix at 1/64
+// pixel and the answer is false; otherwise cand[0 .. *n) the distinct ones, in the order top-left,
+// top-right, bottom-left, bottom-right.
+bool Converter::tile_vectors(Axis ax, Axis ay, Vec *mix64, Vec *cand, int *n) const {
+  const int c0 = ax.i0, r0 = ay.i0;
+  const int32_t wx = ax.w1, wy = ay.w1;
   const int c1 = std::min(c0 + 1, f_.cols - 1), r1 = std::min(r0 + 1, f_.rows - 1);
-  const Vec n[4] = {choice_[r0 * f_.cols + c0], choice_[r0 * f_.cols + c1], choice_[r1 * f_.cols + c0],
+  const Vec v[4] = {choice_[r0 * f_.cols + c0], choice_[r0 * f_.cols + c1], choice_[r1 * f_.cols + c0],
                     choice_[r1 * f_.cols + c1]};
   const int32_t w[4] = {(256 - wx) * (256 - wy), wx * (256 - wy), (256 - wx) * wy, wx * wy};
   int32_t spread = 0;
-  for (int i = 0; i < 4; ++i)
-    for (int k = i + 1; k < 4; ++k)
-      if (w[i] && w[k]) spread = std::max(spread, dist_inf(n[i], n[k]));
-  *sides = kBoth;
-  if (spread <= int32_t(j_.occlusion_threshold)) {
-    int64_t sx = 0, sy = 0;  // Q16 weights times quarter pixels, to 1/64 pixel
-    for (int i = 0; i < 4; ++i) sx += int64_t(w[i]) * n[i].x, sy += int64_t(w[i]) * n[i].y;
-    *v64 = {int32_t((sx * 16 + 32768) >> 16), int32_t((sy * 16 + 32768) >> 16)};
-    return false;
-  }
-  const bool occlusion = j_.occlusion && f_.bwd;
-  const int32_t cx = t.x + t.w / 2, cy = t.y + t.h / 2;
-  int best_class = 3;
-  uint32_t best_cost = UINT32_MAX;
+  *n = 0;
   for (int i = 0; i < 4; ++i) {
     if (!w[i]) continue;
-    const Vec v = n[i];
-    int cls = 0;
-    Sides s = kBoth;
-    if (occlusion) {
-      const bool a_ok = consistent_a(cx, cy, v), b_ok = consistent_b(cx, cy, v);
-      cls = a_ok && b_ok ? 0 : a_ok || b_ok ? 1 : 2;
-      if (cls == 1) s = a_ok ? kOnlyA : kOnlyB;
-    }
-    if (cls > best_class) continue;
-    const uint32_t cost = bilateral_cost(t, v);
-    if (cls < best_class || cost < best_cost) {
-      best_class = cls, best_cost = cost;
-      *v64 = {v.x * 16, v.y * 16};
-      *sides = s;
-    }
+    bool seen = false;
+    for (int k = 0; k < *n; ++k) spread = std::max(spread, dist_inf(cand[k], v[i])), seen = seen || same(cand[k], v[i]);
+    if (!seen) cand[(*n)++] = v[i];
   }
+  if (spread > int32_t(j_.occlusion_threshold)) return true;
+  int64_t sx = 0, sy = 0;  // Q16 weights times quarter pixels, to 1/64 pixel
+  for (int i = 0; i < 4; ++i) sx += int64_t(w[i]) * v[i].x, sy += int64_t(w[i]) * v[i].y;
+  *mix64 = {int32_t((sx * 16 + 32768) >> 16), int32_t((sy * 16 + 32768) >> 16)};
+  return false;
+}
+
+// True when the block and its eight neighbours (clamped to the grid) took one vector, so that
+// every tile of the block mixes that vector alone.
+bool Converter::settled(int c, int r) const {
+  const Vec v = choice_[r * f_.cols + c];
+  for (int y = std::max(r - 1, 0); y <= std::min(r + 1, f_.rows - 1); ++y)
+    for (int x = std::max(c - 1, 0); x <= std::min(c + 1, f_.cols - 1); ++x)
+      if (!same(choice_[y * f_.cols + x], v)) return false;
   return true;
 }
 
@@ -272,84 +296,308 @@ void side_samples(const uint8_t *src, int width, int height, ptrdiff_t stride, i
   k.tile(patch, kPatchStride, w, h, step, hrow, vrow, dst);
 }
 
-void Converter::compensate(const FrcPlane &pl, const Tile &t, Vec v64, Sides sides, int step) {
+// Both sides of a tile along v64 (1/64 pixel): Q6 samples, rows kMcMaxTile apart.  A sample more
+// than half a pixel outside the picture drops its side for that pixel, which then holds the other
+// side's sample (and is marked in `dropped` when given); so the blend of the two shows the other
+// side alone.
+void Converter::predict(const FrcPlane &pl, const Tile &t, Vec v64, int step, int16_t *sa, int16_t *sb,
+                        uint8_t *dropped) const {
   const int w = t.w, cols = j_.width / step;
   const int32_t vx = step == 2 ? floor_div(v64.x + 1, 2) : v64.x;
   const int32_t dax = side_a_offset(vx, j_.phase), day = side_a_offset(v64.y, j_.phase);
   const int32_t dbx = vx - dax, dby = v64.y - day;
-  alignas(16) int16_t sa[kMcMaxTile * kMcMaxTile], sb[kMcMaxTile * kMcMaxTile];
   side_samples(pl.a, j_.width, j_.height, j_.stride, step, t.x, t.y, w, t.h, -dax, -day, j_.sampling, j_.k, sa);
   side_samples(pl.b, j_.width, j_.height, j_.stride, step, t.x, t.y, w, t.h, dbx, dby, j_.sampling, j_.k, sb);
-  // A sample more than half a pixel outside the picture drops its side.
   auto outside = [](int32_t pos64, int n) { return pos64 < -32 || pos64 > (n - 1) * 64 + 32; };
   const int j0 = t.x / step, j1 = (t.x + w - 1) / step;
   const bool any_out = outside(j0 * 64 - dax, cols) || outside(j1 * 64 - dax, cols) ||
                        outside(j0 * 64 + dbx, cols) || outside(j1 * 64 + dbx, cols) ||
                        outside(t.y * 64 - day, j_.height) || outside((t.y + t.h - 1) * 64 - day, j_.height) ||
                        outside(t.y * 64 + dby, j_.height) || outside((t.y + t.h - 1) * 64 + dby, j_.height);
-  const int32_t wa_side = sides == kOnlyA ? 16384 : sides == kOnlyB ? 0 : 16384 - int32_t(j_.phase);
-  uint8_t *out = pl.out + t.y * j_.stride + t.x;
+  if (dropped) std::memset(dropped, 0, kMcMaxTile * kMcMaxTile);
+  if (!any_out) return;
   for (int y = 0; y < t.h; ++y) {
-    uint8_t *o = out + y * j_.stride;
-    const int16_t *ra = sa + y * kMcMaxTile, *rb = sb + y * kMcMaxTile;
-    if (!any_out) {
-      j_.k.blend(ra, rb, w, wa_side, 16384 - wa_side, o);
-      continue;
-    }
+    int16_t *ra = sa + y * kMcMaxTile, *rb = sb + y * kMcMaxTile;
     const bool ya = outside((t.y + y) * 64 - day, j_.height), yb = outside((t.y + y) * 64 + dby, j_.height);
     for (int x = 0; x < w; ++x) {
       const int jx = (t.x + x) / step;
       const bool a_out = ya || outside(jx * 64 - dax, cols), b_out = yb || outside(jx * 64 + dbx, cols);
-      int32_t wa = wa_side;
-      if (a_out != b_out) wa = a_out ? 0 : 16384;
-      mc_blend_c(ra + x, rb + x, 1, wa, 16384 - wa, o + x);
+      if (a_out == b_out) continue;
+      if (a_out) ra[x] = rb[x];
+      else rb[x] = ra[x];
+      if (dropped) dropped[y * kMcMaxTile + x] = 1;
     }
   }
 }
 
-// A tile whose vectors disagree is decided again in quarters (down to 4 x 4 pixels), so that
-// covered and uncovered strips follow object boundaries closely.  Decisions use a tile's whole
-// extent; only its lines [y0, y1) are made.
-void Converter::render_tile(const Tile &t, int y0, int y1, bool top) {
-  Vec v64;
-  Sides sides;
-  if (tile_decision(t, &v64, &sides) && top && t.w >= 8 && t.h >= 8) {
-    const int hw = (t.w + 1) / 2, hh = (t.h + 1) / 2;
-    for (int q = 0; q < 4; ++q) {
-      const Tile s{t.x + (q & 1) * hw, t.y + (q >> 1) * hh, (q & 1) ? t.w - hw : hw, (q >> 1) ? t.h - hh : hh};
-      const int a = std::max(s.y, y0), b = std::min(s.y + s.h, y1);
-      if (a < b) render_tile(s, a, b, false);
-    }
-    return;
-  }
-  const Tile part{t.x, y0, t.w, y1 - y0};
-  compensate(j_.plane[0], part, v64, sides, 1);
-  if (j_.planes == 2) compensate(j_.plane[1], part, v64, sides, j_.nv16 ? 2 : 1);
+// Lines of a tile from its two sides: clamp((wA a + wB b + 2^19) >> 20).
+void Converter::emit(const FrcPlane &pl, const Tile &t, const int16_t *sa, const int16_t *sb) const {
+  const int32_t wa = 16384 - int32_t(j_.phase);
+  uint8_t *out = pl.out + t.y * j_.stride + t.x;
+  for (int y = 0; y < t.h; ++y)
+    j_.k.blend(sa + y * kMcMaxTile, sb + y * kMcMaxTile, t.w, wa, 16384 - wa, out + y * j_.stride);
 }
 
-void Converter::render_band() {
-  for (int r = j_.band_y0 / f_.bh; r * f_.bh < j_.band_y1; ++r) {
-    const int y0 = r * f_.bh, h = std::min(f_.bh, j_.height - y0);
-    const int th0 = (h + 1) / 2;
-    for (int c = 0; c < f_.cols; ++c) {
-      const int x0 = c * f_.bw, w = std::min(f_.bw, j_.width - x0);
-      const int tw0 = (w + 1) / 2;
-      for (int ty = 0; ty < 2; ++ty) {
-        int ya = y0 + (ty ? th0 : 0), yb = ty ? y0 + h : y0 + th0;
-        const int tile_h = yb - ya;
-        if (tile_h <= 0) continue;
-        // The tile's vectors come from its whole extent; only its lines inside the band are made.
-        Tile full{0, ya, 0, tile_h};
-        ya = std::max(ya, j_.band_y0), yb = std::min(yb, j_.band_y1);
-        if (ya >= yb) continue;
-        for (int tx = 0; tx < 2; ++tx) {
-          full.x = x0 + (tx ? tw0 : 0);
-          full.w = tx ? w - tw0 : tw0;
-          if (full.w <= 0) continue;
-          render_tile(full, ya, yb, true);
-        }
+// Lines of the picture along one vector, both planes.
+void Converter::render_part(const Tile &part, Vec v64) const {
+  alignas(16) int16_t sa[kMcMaxTile * kMcMaxTile], sb[kMcMaxTile * kMcMaxTile];
+  for (int i = 0; i < j_.planes; ++i) {
+    predict(j_.plane[i], part, v64, i && j_.nv16 ? 2 : 1, sa, sb, nullptr);
+    emit(j_.plane[i], part, sa, sb);
+  }
+}
+
+// How well one motion explains one side's samples around each pixel of a w x h grid: the sum over
+// the 7 x 7 pixels around (px + x, py + y) of picture p against picture q at (qx4 + 4 x, qy4 + 4 y)
+// quarter pixels (bilinear, as the block matching's), edges repeated.  w, h <= kEvidenceTile.
+void Converter::match_grid(const uint8_t *p, int px, int py, const uint8_t *q, int qx4, int qy4, int w, int h,
+                           uint32_t *out) const {
+  constexpr int kSpan = kEvidenceTile + 2 * kEvidenceReach;
+  const int qx = floor_div(qx4, 4) - kEvidenceReach, qy = floor_div(qy4, 4) - kEvidenceReach;
+  const int fx = qx4 & 3, fy = qy4 & 3, gw = w + 2 * kEvidenceReach, gh = h + 2 * kEvidenceReach;
+  const int w00 = (4 - fx) * (4 - fy), w10 = fx * (4 - fy), w01 = (4 - fx) * fy, w11 = fx * fy;
+  int cp[kSpan], cq[kSpan + 1];  // clamped columns
+  for (int x = 0; x <= gw; ++x) {
+    if (x < gw) cp[x] = clamp_i(px - kEvidenceReach + x, 0, j_.width - 1);
+    cq[x] = clamp_i(qx + x, 0, j_.width - 1);
+  }
+  uint16_t rows[kSpan][kEvidenceTile];  // 7-column sums of |p - q|, below 7 * 255
+  for (int y = 0; y < gh; ++y) {
+    const uint8_t *rp = p + clamp_i(py - kEvidenceReach + y, 0, j_.height - 1) * j_.stride;
+    const uint8_t *r0 = q + clamp_i(qy + y, 0, j_.height - 1) * j_.stride;
+    const uint8_t *r1 = q + clamp_i(qy + y + 1, 0, j_.height - 1) * j_.stride;
+    int d[kSpan];
+    for (int x = 0; x < gw; ++x) {
+      const int v = (w00 * r0[cq[x]] + w10 * r0[cq[x + 1]] + w01 * r1[cq[x]] + w11 * r1[cq[x + 1]] + 8) >> 4;
+      d[x] = std::abs(rp[cp[x]] - v);
+    }
+    int sum = 0;
+    for (int x = 0; x < 2 * kEvidenceReach; ++x) sum += d[x];
+    for (int x = 0; x < w; ++x) {
+      sum += d[x + 2 * kEvidenceReach];
+      rows[y][x] = uint16_t(sum);
+      sum -= d[x];
+    }
+  }
+  for (int x = 0; x < w; ++x) {
+    uint32_t sum = 0;
+    for (int y = 0; y < 2 * kEvidenceReach; ++y) sum += rows[y][x];
+    for (int y = 0; y < h; ++y) {
+      sum += rows[y + 2 * kEvidenceReach][x];
+      out[y * kEvidenceTile + x] = sum;
+      sum -= rows[y][x];
+    }
+  }
+}
+
+// For every candidate and side of a mixed tile, per pixel: how well the candidate's own motion
+// explains the side's samples (own) and how well the best of the candidates farther than the
+// occlusion threshold from it does (other; UINT32_MAX when there is none).
+void Converter::side_evidence(const Tile &t, const Vec *cand, int n, SideEvidence *ev) const {
+  for (int i = 0; i < n; ++i) {
+    const int32_t dax = side_a_offset(cand[i].x * 16, j_.phase), day = side_a_offset(cand[i].y * 16, j_.phase);
+    for (int side = 0; side < 2; ++side) {
+      uint32_t *own = ev->own[i][side], *other = ev->other[i][side];
+      std::fill(other, other + kEvidenceTile * kEvidenceTile, UINT32_MAX);
+      // The side's samples at whole pixels: A at x - da, B at x + v - da.
+      const int px = side ? t.x + floor_div(cand[i].x * 16 - dax + 32, 64) : t.x - floor_div(dax + 32, 64);
+      const int py = side ? t.y + floor_div(cand[i].y * 16 - day + 32, 64) : t.y - floor_div(day + 32, 64);
+      const uint8_t *p = side ? j_.plane[0].b : j_.plane[0].a, *q = side ? j_.plane[0].a : j_.plane[0].b;
+      for (int k = 0; k < n; ++k) {
+        const bool mine = k == i;
+        if (!mine && dist_inf(cand[k], cand[i]) <= int32_t(j_.occlusion_threshold)) continue;
+        uint32_t grid[kEvidenceTile * kEvidenceTile];
+        const int sx = side ? -cand[k].x : cand[k].x, sy = side ? -cand[k].y : cand[k].y;
+        match_grid(p, px, py, q, px * 4 + sx, py * 4 + sy, t.w, t.h, mine ? own : grid);
+        if (mine) continue;
+        for (int y = 0; y < t.h; ++y)
+          for (int o = y * kEvidenceTile; o < y * kEvidenceTile + t.w; ++o) other[o] = std::min(other[o], grid[o]);
       }
     }
+  }
+}
+
+// The sides a candidate is compensated from at a pixel where no candidate's two sides agree, from
+// side_evidence.  A side is inconsistent with the candidate when another motion explains its
+// samples (7 x 7) at least twice as well as the candidate's own; one inconsistent side is dropped
+// when the other side's ratio is at least twice its ratio, else both count as inconsistent.
+uint8_t sides_from(uint32_t own_a, uint32_t other_a, uint32_t own_b, uint32_t other_b) {
+  auto ratio = [](uint32_t own, uint32_t other) {  // other / own in Q4, capped
+    return other == UINT32_MAX ? 1u << 20 : std::min<uint32_t>(uint32_t(uint64_t(other) * 16 / std::max(own, 1u)), 1u << 20);
+  };
+  const uint32_t ea = ratio(own_a, other_a), eb = ratio(own_b, other_b);
+  const bool a_bad = ea < 8, b_bad = eb < 8;
+  if (!a_bad && !b_bad) return kBoth;
+  if (a_bad && b_bad) return kNeither;
+  if (b_bad) return ea >= 2 * eb ? kOnlyA : kNeither;
+  return eb >= 2 * ea ? kOnlyB : kNeither;
+}
+
+// The pixels of `box` (inside tile t) where no candidate's sides agree: the candidates rank by the
+// consistency of their sides (sides_from): both consistent, blended; one, that side alone (covered:
+// A, uncovered: B), the candidate nearest the picture's median vector first; neither, blended;
+// otherwise the least difference of the sides, the earlier on a tie.  A pixel seen from one side
+// is background being covered or uncovered, and the one-sided evidence of a candidate and of the
+// motion beside it is symmetric (each side the other motion explains), so the background's motion,
+// taken as the picture's, decides.
+void Converter::prefer_consistent(const Tile &box, const Tile &t, const Vec *cand, int n,
+                                  const uint32_t (*sums)[kMcMaxTile * kMcMaxTile], uint8_t *pick) const {
+  SideEvidence ev;
+  side_evidence(box, cand, n, &ev);
+  for (int y = box.y - t.y; y < box.y - t.y + box.h; ++y)
+    for (int x = box.x - t.x; x < box.x - t.x + box.w; ++x) {
+      const int o = y * kMcMaxTile + x, e = (y - box.y + t.y) * kEvidenceTile + x - box.x + t.x;
+      if (sums[pick[o]][o] <= kAgree) continue;
+      uint32_t best = UINT32_MAX;
+      for (int i = 0; i < n; ++i) {
+        const uint8_t s = sides_from(ev.own[i][0][e], ev.other[i][0][e], ev.own[i][1][e], ev.other[i][1][e]);
+        const uint32_t rank = s == kBoth ? 0 : s == kNeither ? 2 : 1;
+        const uint32_t cost = rank == 1 ? uint32_t(dist_inf(cand[i], global_)) : sums[i][o];
+        if ((rank << 20 | cost) < best) best = rank << 20 | cost, pick[o] = uint8_t(i | s << 2);
+      }
+    }
+}
+
+// True when the fields' forward/backward check flagged a block around the tile: in either field,
+// within one block and the tile's largest candidate motion (whole pixels) of it.  Covered and
+// uncovered pixels lie only there; a field without its backward half carries no such flags, and
+// then the pixels are looked at wherever the candidates disagree.
+bool Converter::inconsistent_near(const Tile &t, const Vec *cand, int n) const {
+  if (!f_.bwd) return true;
+  int32_t reach = 0;
+  for (int i = 0; i < n; ++i) reach = std::max(reach, std::max(std::abs(cand[i].x), std::abs(cand[i].y)));
+  reach = (reach + 3) / 4;
+  const int c0 = clamp_i(floor_div(t.x - reach, f_.bw) - 1, 0, f_.cols - 1);
+  const int c1 = clamp_i(floor_div(t.x + t.w - 1 + reach, f_.bw) + 1, 0, f_.cols - 1);
+  const int r0 = clamp_i(floor_div(t.y - reach, f_.bh) - 1, 0, f_.rows - 1);
+  const int r1 = clamp_i(floor_div(t.y + t.h - 1 + reach, f_.bh) + 1, 0, f_.rows - 1);
+  for (int r = r0; r <= r1; ++r)
+    for (int c = c0; c <= c1; ++c)
+      if ((f_.f(c, r).usFlags | f_.b(c, r).usFlags) & DSP_MV_INCONSISTENT) return true;
+  return false;
+}
+
+// A tile whose vectors disagree (an object boundary).  Each pixel takes the candidate whose two
+// sides differ least over the 3 x 3 pixels around it (inside the tile; a dropped side counts
+// kOutsidePenalty grey levels), the earlier on a tie, when those sides agree (kAgree); elsewhere
+// (covered and uncovered areas) the one prefer_consistent picks, from one side or both.  Plane 2
+// follows the luma's choice (an NV16 Cb Cr pair that at its Cb byte, when the tile holds it).
+void Converter::render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int n) const {
+  constexpr int kArea = kMcMaxTile * kMcMaxTile;
+  alignas(16) int16_t sa[4][kArea], sb[4][kArea];
+  alignas(16) uint8_t dropped[kArea];
+  uint16_t diff[kArea], rows3[kArea];  // |a - b| in Q6, then summed over 3 columns
+  uint32_t sums[4][kArea];             // 3 x 3 sums, below 9 * 255 * 64 < 2^18
+  uint8_t pick[kArea];                 // candidate | its sides << 2
+  for (int i = 0; i < n; ++i) {
+    predict(j_.plane[0], t, {cand[i].x * 16, cand[i].y * 16}, 1, sa[i], sb[i], dropped);
+    for (int y = 0; y < t.h; ++y)
+      for (int x = 0; x < t.w; ++x) {
+        const int o = y * kMcMaxTile + x;
+        diff[o] = dropped[o] ? uint16_t(kOutsidePenalty * 64) : uint16_t(std::abs(sa[i][o] - sb[i][o]));
+      }
+    for (int y = 0; y < t.h; ++y)
+      for (int x = 0; x < t.w; ++x) {
+        const uint16_t *d = diff + y * kMcMaxTile;
+        rows3[y * kMcMaxTile + x] = uint16_t(d[std::max(x - 1, 0)] + d[x] + d[std::min(x + 1, t.w - 1)]);
+      }
+    for (int y = 0; y < t.h; ++y)
+      for (int x = 0; x < t.w; ++x) {
+        const int o = y * kMcMaxTile + x;
+        sums[i][o] = uint32_t(rows3[std::max(y - 1, 0) * kMcMaxTile + x]) + rows3[o] +
+                     rows3[std::min(y + 1, t.h - 1) * kMcMaxTile + x];
+      }
+  }
+  int hx0 = t.w, hy0 = t.h, hx1 = -1, hy1 = -1;  // bounds of the pixels where no candidate's sides agree
+  for (int y = 0; y < t.h; ++y)
+    for (int x = 0; x < t.w; ++x) {
+      const int o = y * kMcMaxTile + x;
+      int k = 0;
+      for (int i = 1; i < n; ++i)
+        if (sums[i][o] < sums[k][o]) k = i;
+      pick[o] = uint8_t(k);
+      if (sums[k][o] > kAgree) hx0 = std::min(hx0, x), hy0 = std::min(hy0, y), hx1 = std::max(hx1, x), hy1 = std::max(hy1, y);
+    }
+  if (j_.occlusion && hx1 >= 0 && inconsistent_near(t, cand, n))
+    prefer_consistent({t.x + hx0, t.y + hy0, hx1 - hx0 + 1, hy1 - hy0 + 1}, t, cand, n, sums, pick);
+  alignas(16) int16_t oa[kArea], ob[kArea];
+  const Tile part{t.x, y0, t.w, y1 - y0};
+  const int first = (y0 - t.y) * kMcMaxTile;
+  auto take = [&](int o, uint8_t p) {  // the picked candidate's sides, or one of them twice
+    const int k = p & 3, s = p >> 2;
+    oa[o] = s == kOnlyB ? sb[k][o] : sa[k][o];
+    ob[o] = s == kOnlyA ? sa[k][o] : sb[k][o];
+  };
+  for (int y = y0 - t.y; y < y1 - t.y; ++y)
+    for (int o = y * kMcMaxTile; o < y * kMcMaxTile + t.w; ++o) take(o, pick[o]);
+  emit(j_.plane[0], part, oa + first, ob + first);
+  if (j_.planes != 2) return;
+  const int step = j_.nv16 ? 2 : 1;
+  for (int i = 0; i < n; ++i) predict(j_.plane[1], part, {cand[i].x * 16, cand[i].y * 16}, step, sa[i], sb[i], nullptr);
+  for (int y = 0; y < part.h; ++y)
+    for (int x = 0; x < t.w; ++x) {
+      const int lx = step == 2 && ((t.x + x) & 1) && x > 0 ? x - 1 : x;  // the pair's Cb byte
+      take(y * kMcMaxTile + x, pick[first + y * kMcMaxTile + lx]);
+    }
+  emit(j_.plane[1], part, oa, ob);
+}
+
+// The tiles of block (c, r), each with its vectors decided on its whole extent (tile_vectors).
+// True when all of them mix one vector, then in mix[0]: always so where the block and its eight
+// neighbours took one vector.
+bool Converter::block_tiles(int c, int r, const Axis rows[2], BlockTiles *bt) const {
+  const Vec v = choice_[r * f_.cols + c];
+  bt->count = 0;
+  bt->mix[0] = {v.x * 16, v.y * 16};
+  if (settled(c, r)) return true;
+  const int x0 = c * f_.bw, y0 = r * f_.bh, w = std::min(f_.bw, j_.width - x0), h = std::min(f_.bh, j_.height - y0);
+  const int tw0 = (w + 1) / 2, th0 = (h + 1) / 2;
+  const Axis cols[2] = {axis_weights(x0, tw0, f_.bw, f_.cols), axis_weights(x0 + tw0, w - tw0, f_.bw, f_.cols)};
+  bool uniform = true;
+  for (int q = 0; q < 4; ++q) {
+    const Tile t{x0 + (q & 1) * tw0, y0 + (q >> 1) * th0, (q & 1) ? w - tw0 : tw0, (q >> 1) ? h - th0 : th0};
+    if (t.w <= 0 || t.h <= 0) continue;
+    const int k = bt->count++;
+    bt->tile[k] = t;
+    bt->mixed[k] = tile_vectors(cols[q & 1], rows[q >> 1], &bt->mix[k], bt->cand[k], &bt->n[k]);
+    uniform = uniform && !bt->mixed[k] && same(bt->mix[k], bt->mix[0]);
+  }
+  return uniform;
+}
+
+// Block by block, only lines inside the band: a block whose tiles mix one vector is compensated
+// in one piece with the uniform blocks before it that share the vector (at most kMcMaxTile
+// wide); the bytes are those of tile by tile.
+void Converter::render_band() {
+  for (int r = j_.band_y0 / f_.bh; r * f_.bh < j_.band_y1; ++r) {
+    const int y0 = r * f_.bh, h = std::min(f_.bh, j_.height - y0), th0 = (h + 1) / 2;
+    const int ya = std::max(y0, j_.band_y0), yb = std::min(y0 + h, j_.band_y1);
+    const Axis rows[2] = {axis_weights(y0, th0, f_.bh, f_.rows), axis_weights(y0 + th0, h - th0, f_.bh, f_.rows)};
+    Tile run{0, ya, 0, yb - ya};  // uniform blocks to the left with one vector, not yet made
+    Vec run_v{0, 0};
+    for (int c = 0; c < f_.cols; ++c) {
+      const int x0 = c * f_.bw, w = std::min(f_.bw, j_.width - x0);
+      BlockTiles bt;
+      const bool uniform = block_tiles(c, r, rows, &bt);
+      if (uniform && run.w && same(run_v, bt.mix[0]) && run.w + w <= kMcMaxTile) {
+        run.w += w;
+        continue;
+      }
+      if (run.w) render_part(run, run_v);
+      run.w = 0;
+      if (uniform) {
+        run = {x0, ya, w, yb - ya}, run_v = bt.mix[0];
+        continue;
+      }
+      for (int k = 0; k < bt.count; ++k) {
+        const Tile &t = bt.tile[k];
+        const int a = std::max(t.y, ya), b = std::min(t.y + t.h, yb);
+        if (a >= b) continue;
+        if (bt.mixed[k]) render_mixed(t, a, b, bt.cand[k], bt.n[k]);
+        else render_part({t.x, a, t.w, b - a}, bt.mix[k]);
+      }
+    }
+    if (run.w) render_part(run, run_v);
   }
 }
 
