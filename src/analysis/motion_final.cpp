@@ -195,16 +195,28 @@ void ring_inside(const MotionKernels &k, const HalfPlanes &half, const MotionBlo
   const uint32_t mode = step == 2 ? 0u : ((hx ^ hy) & 1) ? 2u : 1u;
   uint32_t sum[8][4];
   k.sad_ring(b.a, b.a_stride, q, qs, mode, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h), sx, sy, sum);
+  // better() as one key without branches (the ranking of a ring is unpredictable): match, then
+  // length, then order, the incumbent first.  Lengths stay below 2^17, orders below 2^4.
+  auto key = [](uint64_t match, const MotionVec &v, uint32_t order) {
+    return (match << 21) | (static_cast<uint64_t>(iabs(v.x) + iabs(v.y)) << 4) | order;
+  };
+  uint64_t top = key(best->cost, c, 0);
+  int won = -1;
   for (int i = 0; i < 8; ++i) {
     const int32_t dx = i == 0 || i == 3 || i == 5 ? -step : (i == 1 || i == 6 ? 0 : step);
     const int32_t dy = i < 3 ? -step : (i < 5 ? 0 : step);
-    const MotionVec v{c.x + dx, c.y + dy};
-    const uint32_t match = cost16_of_sad(b, sum[i][0] + sum[i][1] + sum[i][2] + sum[i][3]);
-    if (better(match, v, best->cost, best->v)) {
-      *best = Best{v, match, match, true};
-      *parts = BlockParts{v, {sum[i][0], sum[i][1], sum[i][2], sum[i][3]}, true};
-    }
+    const uint64_t kv = key(cost16_of_sad(b, sum[i][0] + sum[i][1] + sum[i][2] + sum[i][3]),
+                            MotionVec{c.x + dx, c.y + dy}, static_cast<uint32_t>(i + 1));
+    won = kv < top ? i : won;
+    top = kv < top ? kv : top;
   }
+  if (won < 0) return;
+  const int32_t dx = won == 0 || won == 3 || won == 5 ? -step : (won == 1 || won == 6 ? 0 : step);
+  const int32_t dy = won < 3 ? -step : (won < 5 ? 0 : step);
+  const MotionVec v{c.x + dx, c.y + dy};
+  const uint32_t match = static_cast<uint32_t>(top >> 21);
+  *best = Best{v, match, match, true};
+  *parts = BlockParts{v, {sum[won][0], sum[won][1], sum[won][2], sum[won][3]}, true};
 }
 
 // Sub-pixel refinement: the best of the half-pixel ring around each vector, then of the
@@ -231,13 +243,17 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     const MotionBlock &b = cut ? part : whole;
     uint32_t sx, sy;
     split_of(f, b, &sx, &sy);
-    if (all_inside(f.b, whole, lo, hi) && iabs(own.x) + 3 <= 4 * f.reach_x && iabs(own.y) + 3 <= 4 * f.reach_y) {
-      BlockParts p{own, {}, true};
+    // A cut block's part lies inside by construction, so it takes the direct path as well.
+    if ((cut || all_inside(f.b, whole, lo, hi)) && iabs(own.x) + 3 <= 4 * f.reach_x &&
+        iabs(own.y) + 3 <= 4 * f.reach_y) {
+      if (cut) sx = static_cast<uint32_t>(b.w), sy = static_cast<uint32_t>(b.h);
+      BlockParts p{own, {}, !cut};
       block_sad_q4(k, b, f.b, own.x, own.y, sx, sy, p.sum);
       const uint32_t match = cost16_of_sad(b, p.sum[0] + p.sum[1] + p.sum[2] + p.sum[3]);
       Best best{own, match, match, true};
       ring_inside(k, *f.half, b, sx, sy, 2, &best, &p);
       ring_inside(k, *f.half, b, sx, sy, 1, &best, &p);
+      p.known = !cut;
       f.refined[i] = best.v;
       f.parts[i] = p;
     } else {
