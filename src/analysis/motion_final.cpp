@@ -2,7 +2,9 @@
 // against its neighbours, and each final block picks among the search blocks' vectors around it
 // (the split stage) and gets its cost and flags.
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "analysis/motion_search.h"
 
@@ -55,7 +57,7 @@ class FinalEval {
   uint64_t consider(const MotionVec &v) {
     if (iabs(v.x) > 4 * f_.reach_x || iabs(v.y) > 4 * f_.reach_y) return UINT64_MAX;
     for (int i = 0; i < seen_; ++i) {
-      if (seen_vec_[i] == v) return seen_cost_[i];
+      if (seen_x_[i] == v.x && seen_y_[i] == v.y) return seen_cost_[i];
     }
     BlockParts p{v, {}, true};
     parts_at(k_, f_, block_, v, sx_, sy_, p.sum);
@@ -69,7 +71,8 @@ class FinalEval {
     const uint64_t cost =
         match + uint64_t{4} * lambda_ * static_cast<uint32_t>(iabs(v.x - m_.x) + iabs(v.y - m_.y));
     if (seen_ < kSeen) {
-      seen_vec_[seen_] = v;
+      seen_x_[seen_] = v.x;
+      seen_y_[seen_] = v.y;
       seen_cost_[seen_++] = cost;
     }
     if (!best_.set || better(cost, v, best_.cost, best_.v)) best_parts_ = p;
@@ -90,8 +93,8 @@ class FinalEval {
   Best best_;
   BlockParts best_parts_{};
   static constexpr int kSeen = 24;
-  MotionVec seen_vec_[kSeen];
-  uint64_t seen_cost_[kSeen] = {};
+  int32_t seen_x_[kSeen], seen_y_[kSeen];  // entries [0, seen_) are set: nothing to clear per block
+  uint64_t seen_cost_[kSeen];
   int seen_ = 0;
 };
 
@@ -328,21 +331,21 @@ void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global
 }
 
 struct Out {
-  MotionVec *vec;
-  uint16_t *cost, *flags;
+  uint8_t *entries;
 };
 
 void write_block(const FinalStage &f, const MotionBlock &block, size_t i, const Best &best, bool is_flat,
                  bool exhaustive, const Out &out) {
-  out.vec[i] = best.v;
   const uint32_t c64 = (best.match + 8) >> 4;
-  out.cost[i] = static_cast<uint16_t>(std::min<uint32_t>(c64, 0xFFFF));
   uint16_t fl = 0;
   if (c64 > f.scene_threshold) fl |= DSP_MV_BAD;
   if (outside(f, block, best.v)) fl |= DSP_MV_OUTSIDE;
   if (is_flat) fl |= DSP_MV_FLAT;
   if (exhaustive) fl |= DSP_MV_REFINED;
-  out.flags[i] = fl;
+  // Vectors lie within the reach, at most 8191 pixels: quarter pixels fit 16 bits.
+  const DSP_MOTION_VECTOR e{static_cast<int16_t>(best.v.x), static_cast<int16_t>(best.v.y),
+                            static_cast<uint16_t>(std::min<uint32_t>(c64, 0xFFFF)), fl};
+  std::memcpy(out.entries + sizeof e * i, &e, sizeof e);
 }
 
 // The split stage when every search block holds 1x1, 2x1, 1x2 or 2x2 final blocks: one pass of
@@ -445,8 +448,7 @@ void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *sea
 
 }  // namespace
 
-void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, uint16_t *cost,
-                 uint16_t *flags) {
+void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries) {
   const MotionVec *search = f.search;
   MotionVec global;
   const bool has_global = refine(k, f, &global);
@@ -454,7 +456,7 @@ void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, ui
     settle(k, f, global, has_global);
     search = f.settled;
   }
-  const Out out{vec, cost, flags};
+  const Out out{entries};
   const int32_t nx = nesting(f.search_grid.bw, f.grid.bw), ny = nesting(f.search_grid.bh, f.grid.bh);
   if (nx && ny) {
     split_nested(k, f, search, nx, ny, out);
@@ -463,19 +465,29 @@ void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, ui
   }
 }
 
-void mark_inconsistent(const BlockGrid &g, int32_t width, int32_t height, const MotionVec *vec,
-                       const MotionVec *other, uint16_t *flags) {
+void mark_inconsistent(const BlockGrid &g, int32_t width, int32_t height, uint8_t *entries,
+                       const uint8_t *other) {
+  auto vector_at = [](const uint8_t *e) {
+    int16_t xy[2];
+    std::memcpy(xy, e, sizeof xy);
+    return MotionVec{xy[0], xy[1]};
+  };
   for (int32_t row = 0; row < g.rows; ++row) {
     for (int32_t col = 0; col < g.cols; ++col) {
-      const size_t i = static_cast<size_t>(row) * g.cols + col;
+      uint8_t *e = entries + sizeof(DSP_MOTION_VECTOR) * (static_cast<size_t>(row) * g.cols + col);
+      const MotionVec v = vector_at(e);
       const int32_t cx = col * g.bw + std::min(g.bw, width - col * g.bw) / 2;
       const int32_t cy = row * g.bh + std::min(g.bh, height - row * g.bh) / 2;
       // The destination of the block's centre, rounded to the nearest pixel.
-      const int32_t tx = (4 * cx + vec[i].x + 2) >> 2, ty = (4 * cy + vec[i].y + 2) >> 2;
+      const int32_t tx = (4 * cx + v.x + 2) >> 2, ty = (4 * cy + v.y + 2) >> 2;
       if (tx < 0 || ty < 0 || tx >= width || ty >= height) continue;
-      const MotionVec &o = other[(ty / g.bh) * g.cols + tx / g.bw];
-      if (iabs(vec[i].x + o.x) > kConsistency || iabs(vec[i].y + o.y) > kConsistency) {
-        flags[i] |= DSP_MV_INCONSISTENT;
+      const MotionVec o =
+          vector_at(other + sizeof(DSP_MOTION_VECTOR) * (static_cast<size_t>(ty / g.bh) * g.cols + tx / g.bw));
+      if (iabs(v.x + o.x) > kConsistency || iabs(v.y + o.y) > kConsistency) {
+        uint16_t fl;
+        std::memcpy(&fl, e + offsetof(DSP_MOTION_VECTOR, usFlags), sizeof fl);
+        fl = static_cast<uint16_t>(fl | DSP_MV_INCONSISTENT);
+        std::memcpy(e + offsetof(DSP_MOTION_VECTOR, usFlags), &fl, sizeof fl);
       }
     }
   }

@@ -194,13 +194,13 @@ struct FinalStage {
   MotionVec *settled = nullptr;
   BlockParts *parts = nullptr;          // search_grid.count() of scratch: each settled vector's
 };
-// vec, cost (SAD per 64 pixels, saturated to 16 bits) and flags: grid.count() entries each.
-void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, uint16_t *cost,
-                 uint16_t *flags);
+// Writes the direction's grid.count() DSP_MOTION_VECTOR entries (any alignment): vector, cost (SAD
+// per 64 pixels, saturated to 16 bits) and flags.
+void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries);
 
-// Flags DSP_MV_INCONSISTENT where the other direction's vector at a block's destination is not
-// the negated vector within one pixel in x and y.
-void mark_inconsistent(const BlockGrid &grid, int32_t width, int32_t height, const MotionVec *vec,
-                       const MotionVec *other, uint16_t *flags);
+// Flags DSP_MV_INCONSISTENT in `entries` where the other direction's vector at a block's
+// destination is not the negated vector within one pixel in x and y.
+void mark_inconsistent(const BlockGrid &grid, int32_t width, int32_t height, uint8_t *entries,
+                       const uint8_t *other);
 
 }  // namespace framedsp
