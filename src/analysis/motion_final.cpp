@@ -472,17 +472,22 @@ void mark_inconsistent(const BlockGrid &g, int32_t width, int32_t height, uint8_
     std::memcpy(xy, e, sizeof xy);
     return MotionVec{xy[0], xy[1]};
   };
+  // n / d for 0 <= n < 2^16 and d in 8..32 as (n * (2^32 / d + 1)) >> 32: the product's excess,
+  // below n / 2^32 < 1 / d, never reaches the next multiple (sides are at most 16384).
+  const uint64_t per_col = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bw) + 1;
+  const uint64_t per_row = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bh) + 1;
+  auto over = [](int32_t n, uint64_t inverse) { return static_cast<int32_t>((static_cast<uint64_t>(n) * inverse) >> 32); };
   for (int32_t row = 0; row < g.rows; ++row) {
+    const int32_t cy = row * g.bh + std::min(g.bh, height - row * g.bh) / 2;
     for (int32_t col = 0; col < g.cols; ++col) {
       uint8_t *e = entries + sizeof(DSP_MOTION_VECTOR) * (static_cast<size_t>(row) * g.cols + col);
       const MotionVec v = vector_at(e);
       const int32_t cx = col * g.bw + std::min(g.bw, width - col * g.bw) / 2;
-      const int32_t cy = row * g.bh + std::min(g.bh, height - row * g.bh) / 2;
       // The destination of the block's centre, rounded to the nearest pixel.
       const int32_t tx = (4 * cx + v.x + 2) >> 2, ty = (4 * cy + v.y + 2) >> 2;
       if (tx < 0 || ty < 0 || tx >= width || ty >= height) continue;
-      const MotionVec o =
-          vector_at(other + sizeof(DSP_MOTION_VECTOR) * (static_cast<size_t>(ty / g.bh) * g.cols + tx / g.bw));
+      const MotionVec o = vector_at(other + sizeof(DSP_MOTION_VECTOR) *
+                                                (static_cast<size_t>(over(ty, per_row)) * g.cols + over(tx, per_col)));
       if (iabs(v.x + o.x) > kConsistency || iabs(v.y + o.y) > kConsistency) {
         uint16_t fl;
         std::memcpy(&fl, e + offsetof(DSP_MOTION_VECTOR, usFlags), sizeof fl);
