@@ -115,9 +115,14 @@ bool flat(const MotionKernels &k, const MotionPlane &src, const MotionBlock &b) 
   return activity < kFlatActivity * pairs;
 }
 
+// A final block's place in the picture.
+struct Rect {
+  int32_t x, y, w, h;
+};
+
 // The matched block reaches outside the target: its first sample column left of 0 or its last
 // (rounded up for a fractional position) right of the last column; rows alike.
-bool outside(const FinalStage &f, const MotionBlock &b, const MotionVec &v) {
+bool outside(const FinalStage &f, const Rect &b, const MotionVec &v) {
   const int32_t qx = 4 * b.x + v.x, qy = 4 * b.y + v.y;
   return (qx >> 2) < 0 || (qy >> 2) < 0 || ((qx + 3) >> 2) + b.w > f.b.width ||
          ((qy + 3) >> 2) + b.h > f.b.height;
@@ -334,8 +339,8 @@ struct Out {
   uint8_t *entries;
 };
 
-void write_block(const FinalStage &f, const MotionBlock &block, size_t i, const Best &best, bool is_flat,
-                 bool exhaustive, const Out &out) {
+void write_block(const FinalStage &f, const Rect &block, size_t i, const Best &best, bool is_flat, bool exhaustive,
+                 const Out &out) {
   const uint32_t c64 = (best.match + 8) >> 4;
   uint16_t fl = 0;
   if (c64 > f.scene_threshold) fl |= DSP_MV_BAD;
@@ -348,52 +353,65 @@ void write_block(const FinalStage &f, const MotionBlock &block, size_t i, const 
   std::memcpy(out.entries + sizeof e * i, &e, sizeof e);
 }
 
+// The vectors of a search block's eight neighbours (in a fixed order, each once) more than half a
+// pixel from its own and within the reach: the other motions its final blocks may follow.
+int other_motions(const FinalStage &f, const MotionVec *search, int32_t sc, int32_t sr, MotionVec out[8]) {
+  const BlockGrid &sg = f.search_grid;
+  const MotionVec own = search[sr * sg.cols + sc];
+  const int32_t r0 = std::max(sr - 1, 0), r1 = std::min(sr + 1, sg.rows - 1);
+  const int32_t c0 = std::max(sc - 1, 0), c1 = std::min(sc + 1, sg.cols - 1);
+  MotionVec seen[8];
+  int n = 0, taken = 0;
+  for (int32_t r = r0; r <= r1; ++r) {
+    for (int32_t c = c0; c <= c1; ++c) {
+      const MotionVec &v = search[r * sg.cols + c];
+      if (!apart(v, own, kSplitApart) || std::find(seen, seen + n, v) != seen + n) continue;
+      seen[n++] = v;
+      if (iabs(v.x) <= 4 * f.reach_x && iabs(v.y) <= 4 * f.reach_y) out[taken++] = v;
+    }
+  }
+  return taken;
+}
+
 // The split stage when every search block holds 1x1, 2x1, 1x2 or 2x2 final blocks: one pass of
-// sad_q4 a candidate gives the matches of all of them.
+// sad_q4 a candidate gives the matches of all of them.  Most blocks have no neighbour with another
+// motion; they keep their own vector and the sums refinement found for it.
 void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t nx,
                   int32_t ny, const Out &out) {
   const BlockGrid &g = f.grid, &sg = f.search_grid;
   for (int32_t sr = 0; sr < sg.rows; ++sr) {
     for (int32_t sc = 0; sc < sg.cols; ++sc) {
+      const size_t i = static_cast<size_t>(sr) * sg.cols + sc;
       const MotionBlock sb = make_block(f.a, sg, sc, sr);
       const uint32_t sx = static_cast<uint32_t>(std::min(g.bw, sb.w)), sy = static_cast<uint32_t>(std::min(g.bh, sb.h));
-      MotionBlock part[4];
-      bool exists[4];
-      for (int q = 0; q < 4; ++q) {
-        const int32_t fc = sc * nx + (q & 1), fr = sr * ny + (q >> 1);
-        exists[q] = (q & 1) < nx && (q >> 1) < ny && fc < g.cols && fr < g.rows;
-        if (exists[q]) part[q] = make_block(f.a, g, fc, fr);
+      const MotionVec own = search[i];
+      MotionVec cand[8];
+      const int nc = f.split ? other_motions(f, search, sc, sr, cand) : 0;
+      // The final blocks: the search block's first sx columns and the rest, by its first sy lines
+      // and the rest (a part without columns or lines does not exist).
+      const int32_t pw[2] = {static_cast<int32_t>(sx), sb.w - static_cast<int32_t>(sx)};
+      const int32_t ph[2] = {static_cast<int32_t>(sy), sb.h - static_cast<int32_t>(sy)};
+      uint32_t sums[4];
+      const BlockParts &own_parts = f.parts[i];
+      if (f.subpel && own_parts.known && own_parts.v == own) {
+        std::copy(own_parts.sum, own_parts.sum + 4, sums);
+      } else {
+        parts_at(k, f, sb, own, sx, sy, sums);
       }
-      const MotionVec own = search[sr * sg.cols + sc];
+      uint32_t recip[4];
       Best best[4];
-      auto weigh = [&](const MotionVec &v, const uint32_t *known) {
-        uint32_t sums[4];
-        if (known) {
-          std::copy(known, known + 4, sums);
-        } else {
-          parts_at(k, f, sb, v, sx, sy, sums);
-        }
+      for (int q = 0; q < 4; ++q) {
+        recip[q] = recip_of(static_cast<uint32_t>(std::max(pw[q & 1] * ph[q >> 1], 1)));
+        const uint32_t m = cost16_of_sad(recip[q], sums[q]);
+        best[q] = Best{own, m, m, true};
+      }
+      for (int j = 0; j < nc; ++j) {
+        const MotionVec &v = cand[j];
+        parts_at(k, f, sb, v, sx, sy, sums);
         const uint64_t lambda = uint64_t{4} * f.lambda * static_cast<uint32_t>(iabs(v.x - own.x) + iabs(v.y - own.y));
         for (int q = 0; q < 4; ++q) {
-          if (!exists[q]) continue;
-          const uint32_t m = cost16_of_sad(part[q], sums[q]);
+          const uint32_t m = cost16_of_sad(recip[q], sums[q]);
           best[q].offer(v, m + lambda, m);
-        }
-      };
-      const BlockParts &own_parts = f.parts[sr * sg.cols + sc];
-      weigh(own, f.subpel && own_parts.known && own_parts.v == own ? own_parts.sum : nullptr);
-      MotionVec seen[8];
-      int n = 0;
-      for (int32_t dy = -1; f.split && dy <= 1; ++dy) {
-        for (int32_t dx = -1; dx <= 1; ++dx) {
-          const int32_t r = sr + dy, c = sc + dx;
-          if ((dx || dy) && r >= 0 && r < sg.rows && c >= 0 && c < sg.cols) {
-            // Within half a pixel of the block's own vector a neighbour's is no other motion.
-            const MotionVec &v = search[r * sg.cols + c];
-            if (!apart(v, own, kSplitApart) || std::find(seen, seen + n, v) != seen + n) continue;
-            seen[n++] = v;
-            if (iabs(v.x) <= 4 * f.reach_x && iabs(v.y) <= 4 * f.reach_y) weigh(v, nullptr);
-          }
         }
       }
       // Activity of the parts in one pass each way, when the block has a right and lower
@@ -405,13 +423,14 @@ void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *
         k.sad_q4(sb.a, sb.a_stride, sb.a + 1, sb.a_stride, w, h, 0, 0, sx, sy, act_h);
         k.sad_q4(sb.a, sb.a_stride, sb.a + sb.a_stride, sb.a_stride, w, h, 0, 0, sx, sy, act_v);
       }
-      const bool exhaustive = f.exhaustive && f.exhaustive[sr * sg.cols + sc];
+      const bool exhaustive = f.exhaustive && f.exhaustive[i];
       for (int q = 0; q < 4; ++q) {
-        if (!exists[q]) continue;
-        const MotionBlock &b = part[q];
+        const int32_t qc = q & 1, qr = q >> 1;
+        if (qc >= nx || qr >= ny || pw[qc] <= 0 || ph[qr] <= 0) continue;
+        const Rect b{sb.x + qc * g.bw, sb.y + qr * g.bh, pw[qc], ph[qr]};
+        const int32_t fc = sc * nx + qc, fr = sr * ny + qr;
         const bool is_flat = interior ? act_h[q] + act_v[q] < kFlatActivity * 2 * static_cast<uint32_t>(b.w * b.h)
-                                      : flat(k, f.a, b);
-        const int32_t fc = sc * nx + (q & 1), fr = sr * ny + (q >> 1);
+                                      : flat(k, f.a, make_block(f.a, g, fc, fr));
         write_block(f, b, static_cast<size_t>(fr) * g.cols + fc, best[q], is_flat, exhaustive, out);
       }
     }
@@ -440,8 +459,8 @@ void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *sea
         }
       }
       const bool exhaustive = f.exhaustive && f.exhaustive[sr * sg.cols + sc];
-      write_block(f, block, static_cast<size_t>(row) * g.cols + col, eval.best(), flat(k, f.a, block), exhaustive,
-                  out);
+      write_block(f, Rect{block.x, block.y, block.w, block.h}, static_cast<size_t>(row) * g.cols + col, eval.best(),
+                  flat(k, f.a, block), exhaustive, out);
     }
   }
 }
