@@ -180,6 +180,47 @@ void split_of(const FinalStage &f, const MotionBlock &b, uint32_t *sx, uint32_t 
   *sy = static_cast<uint32_t>(nested ? std::min(f.grid.bh, b.h) : b.h);
 }
 
+// Bit q of a search block's flat byte: its final block q (of the 2x2 it holds) is flat; kAllFlat:
+// every final block it holds is.
+constexpr uint8_t kAllFlat = 0x10;
+
+// The flat bytes of the search blocks whose final blocks nest in them: the parts' activity in one
+// pass each way when the block has a right and lower neighbour inside the picture.
+void mark_flat(const MotionKernels &k, const FinalStage &f, int32_t nx, int32_t ny) {
+  const BlockGrid &g = f.grid, &sg = f.search_grid;
+  for (int32_t sr = 0; sr < sg.rows; ++sr) {
+    for (int32_t sc = 0; sc < sg.cols; ++sc) {
+      const MotionBlock sb = make_block(f.a, sg, sc, sr);
+      const uint32_t sx = static_cast<uint32_t>(std::min(g.bw, sb.w)), sy = static_cast<uint32_t>(std::min(g.bh, sb.h));
+      uint32_t act_h[4], act_v[4];
+      const bool interior = sb.x + sb.w < f.a.width && sb.y + sb.h < f.a.height;
+      const uint32_t w = static_cast<uint32_t>(sb.w), h = static_cast<uint32_t>(sb.h);
+      if (interior) {
+        k.sad_q4(sb.a, sb.a_stride, sb.a + 1, sb.a_stride, w, h, 0, 0, sx, sy, act_h);
+        k.sad_q4(sb.a, sb.a_stride, sb.a + sb.a_stride, sb.a_stride, w, h, 0, 0, sx, sy, act_v);
+      }
+      const int32_t pw[2] = {static_cast<int32_t>(sx), sb.w - static_cast<int32_t>(sx)};
+      const int32_t ph[2] = {static_cast<int32_t>(sy), sb.h - static_cast<int32_t>(sy)};
+      uint32_t bits = 0, parts = 0;
+      for (int q = 0; q < 4; ++q) {
+        const int32_t qc = q & 1, qr = q >> 1;
+        if (qc >= nx || qr >= ny || pw[qc] <= 0 || ph[qr] <= 0) continue;
+        const bool is_flat = interior ? act_h[q] + act_v[q] < kFlatActivity * 2 * static_cast<uint32_t>(pw[qc] * ph[qr])
+                                      : flat(k, f.a, make_block(f.a, g, sc * nx + qc, sr * ny + qr));
+        bits |= is_flat ? 1u << q : 0u;
+        parts |= 1u << q;
+      }
+      f.flat[sr * sg.cols + sc] = static_cast<uint8_t>(bits | (bits == parts ? kAllFlat : 0u));
+    }
+  }
+}
+
+// Blocks that follow the global vector: loose ones and, when the final blocks nest, those whose
+// final blocks are all flat (no detail to place them either, whatever the level search found).
+bool follows_global(const FinalStage &f, int32_t i) {
+  return (f.loose && f.loose[i]) || (f.flat && (f.flat[i] & kAllFlat));
+}
+
 MotionVec median_of(int32_t *xs, int32_t *ys, int32_t n) {
   std::nth_element(xs, xs + n / 2, xs + n);
   std::nth_element(ys, ys + n / 2, ys + n);
@@ -236,9 +277,9 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
   int32_t *xs = reinterpret_cast<int32_t *>(f.settled), *ys = xs + n, placed = 0;
   for (int32_t i = 0; i < n; ++i) {
     const MotionVec own = f.search[i];
-    const bool loose = f.use_global && f.loose && f.loose[i];
+    const bool follows = f.use_global && follows_global(f, i);
     f.parts[i].known = false;
-    if (!f.subpel || loose) {
+    if (!f.subpel || follows) {
       f.refined[i] = own;
       continue;
     }
@@ -276,18 +317,18 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     xs[placed] = f.refined[i].x;
     ys[placed++] = f.refined[i].y;
   }
-  if (!f.use_global || !f.loose || placed == n || placed == 0) return false;
+  if (!f.use_global || (!f.loose && !f.flat) || placed == n || placed == 0) return false;
   *global = median_of(xs, ys, placed);
   for (int32_t i = 0; i < n; ++i) {
-    if (f.loose[i]) f.refined[i] = *global;
+    if (follows_global(f, i)) f.refined[i] = *global;
   }
   return true;
 }
 
 // Each block weighs its refined vector against its neighbours' (those more than kSettleApart
 // away) with the smoothness term against the median of the refined 3x3, or against the global
-// vector for a loose block: this settles blocks whose texture leaves the match open along one
-// direction.
+// vector for a block that follows it: this settles blocks whose texture leaves the match open
+// along one direction.
 void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global, bool has_global) {
   const BlockGrid &sg = f.search_grid;
   for (int32_t row = 0; row < sg.rows; ++row) {
@@ -308,7 +349,7 @@ void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global
         f.settled[i] = own;
         continue;
       }
-      const bool loose = has_global && f.loose[i];
+      const bool follows = has_global && follows_global(f, static_cast<int32_t>(i));
       MotionVec lo = read_lo(own), hi = read_hi(own);
       for (int j = 0; j < n; ++j) {
         lo = MotionVec{std::min(lo.x, read_lo(cand[j]).x), std::min(lo.y, read_lo(cand[j]).y)};
@@ -321,7 +362,7 @@ void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global
       uint32_t sx, sy;
       split_of(f, block, &sx, &sy);
       if (cut) sx = static_cast<uint32_t>(block.w), sy = static_cast<uint32_t>(block.h);
-      FinalEval eval(k, f, block, loose ? global : median9(f.refined, sg, col, row), f.lambda, sx, sy);
+      FinalEval eval(k, f, block, follows ? global : median9(f.refined, sg, col, row), f.lambda, sx, sy);
       if (f.parts[i].known && !cut) {
         eval.take(f.parts[i]);
       } else {
@@ -414,23 +455,14 @@ void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *
           best[q].offer(v, m + lambda, m);
         }
       }
-      // Activity of the parts in one pass each way, when the block has a right and lower
-      // neighbour inside the picture.
-      uint32_t act_h[4], act_v[4];
-      const bool interior = sb.x + sb.w < f.a.width && sb.y + sb.h < f.a.height;
-      const uint32_t w = static_cast<uint32_t>(sb.w), h = static_cast<uint32_t>(sb.h);
-      if (interior) {
-        k.sad_q4(sb.a, sb.a_stride, sb.a + 1, sb.a_stride, w, h, 0, 0, sx, sy, act_h);
-        k.sad_q4(sb.a, sb.a_stride, sb.a + sb.a_stride, sb.a_stride, w, h, 0, 0, sx, sy, act_v);
-      }
       const bool exhaustive = f.exhaustive && f.exhaustive[i];
+      const uint8_t flat_bits = f.flat[i];
       for (int q = 0; q < 4; ++q) {
         const int32_t qc = q & 1, qr = q >> 1;
         if (qc >= nx || qr >= ny || pw[qc] <= 0 || ph[qr] <= 0) continue;
         const Rect b{sb.x + qc * g.bw, sb.y + qr * g.bh, pw[qc], ph[qr]};
         const int32_t fc = sc * nx + qc, fr = sr * ny + qr;
-        const bool is_flat = interior ? act_h[q] + act_v[q] < kFlatActivity * 2 * static_cast<uint32_t>(b.w * b.h)
-                                      : flat(k, f.a, make_block(f.a, g, fc, fr));
+        const bool is_flat = (flat_bits >> q) & 1;
         write_block(f, b, static_cast<size_t>(fr) * g.cols + fc, best[q], is_flat, exhaustive, out);
       }
     }
@@ -469,16 +501,22 @@ void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *sea
 
 void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries) {
   const MotionVec *search = f.search;
+  const int32_t nx = nesting(f.search_grid.bw, f.grid.bw), ny = nesting(f.search_grid.bh, f.grid.bh);
+  FinalStage stage = f;
+  if (nx && ny) {
+    mark_flat(k, stage, nx, ny);
+  } else {
+    stage.flat = nullptr;
+  }
   MotionVec global;
-  const bool has_global = refine(k, f, &global);
+  const bool has_global = refine(k, stage, &global);
   if (f.subpel) {
-    settle(k, f, global, has_global);
+    settle(k, stage, global, has_global);
     search = f.settled;
   }
   const Out out{entries};
-  const int32_t nx = nesting(f.search_grid.bw, f.grid.bw), ny = nesting(f.search_grid.bh, f.grid.bh);
   if (nx && ny) {
-    split_nested(k, f, search, nx, ny, out);
+    split_nested(k, stage, search, nx, ny, out);
   } else {
     split_any(k, f, search, out);
   }

@@ -195,6 +195,7 @@ struct FinalStage {
   MotionVec *refined = nullptr;         // search_grid.count() vectors of scratch each
   MotionVec *settled = nullptr;
   BlockParts *parts = nullptr;          // search_grid.count() of scratch: each settled vector's
+  uint8_t *flat = nullptr;              // search_grid.count() bytes of scratch
 };
 // Writes the direction's grid.count() DSP_MOTION_VECTOR entries (any alignment): vector, cost (SAD
 // per 64 pixels, saturated to 16 bits) and flags.

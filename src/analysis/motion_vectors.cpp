@@ -113,6 +113,7 @@ struct Work {
   uint8_t *loose = nullptr;   // the level being searched
   uint32_t *around = nullptr;  // the level being searched
   BlockParts *parts = nullptr;  // level 0
+  uint8_t *flat = nullptr;      // level 0
   uint8_t *half = nullptr;      // the target's half-pixel planes (sub-pixel vectors only)
   uint8_t *exhaustive[2] = {};
 };
@@ -149,6 +150,7 @@ size_t layout(const Plan &p, uint8_t *base, Work *w) {
   w->loose = carve(base, &at, largest);
   w->around = reinterpret_cast<uint32_t *>(carve(base, &at, largest * 5 * 4));
   w->parts = reinterpret_cast<BlockParts *>(carve(base, &at, static_cast<size_t>(p.grids[0].count()) * sizeof(BlockParts)));
+  w->flat = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
   if (p.subpel) w->half = carve(base, &at, HalfPlanes::bytes(p.geo.a[0].width, p.geo.a[0].height));
   for (int d = 0; d < 2; ++d) w->exhaustive[d] = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
   return at;
@@ -245,6 +247,7 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   f.refined = w.scratch0;
   f.settled = w.scratch1;
   f.parts = w.parts;
+  f.flat = w.flat;
   final_stage(k, f, entries);
 }
 
