@@ -1460,11 +1460,12 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter
  *     samples around them, those between both the same filter across the lines of the former;
  *     a quarter-pixel sample is the rounded-up average of the two nearest whole- or half-pixel
  *     samples on its line or column (on a diagonal: of the half-pixel sample between columns on
- *     the nearest line and the one between lines on the nearest column).  Loose blocks take the
- *     component median of the other
- *     blocks' refined vectors (unless DSP_MOTION_NO_GLOBAL).  Then each block weighs its refined
- *     vector against its neighbours' that differ by more than a quarter pixel, with lambda
- *     against the median of the refined 3x3 (the global vector for loose blocks), which settles
+ *     the nearest line and the one between lines on the nearest column).  Loose blocks, and
+ *     search blocks whose final blocks (when they nest in it) are all DSP_MV_FLAT, are not
+ *     refined: they take the component median of the other blocks' refined vectors (unless
+ *     DSP_MOTION_NO_GLOBAL).  Then each block weighs its refined vector against its
+ *     neighbours' that differ by more than a quarter pixel, with lambda against the median of
+ *     the refined 3x3 (the global vector for the blocks that took it), which settles
  *     blocks whose texture leaves the match open along one direction; then each final block
  *     takes the cheapest (with lambda, against its own search block's vector) of the 3x3 vectors
  *     around it that differ from its own by more than half a pixel (the split stage, unless

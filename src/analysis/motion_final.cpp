@@ -2,7 +2,9 @@
 // against its neighbours, and each final block picks among the search blocks' vectors around it
 // (the split stage) and gets its cost and flags.
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "analysis/motion_search.h"
 
@@ -55,7 +57,7 @@ class FinalEval {
   uint64_t consider(const MotionVec &v) {
     if (iabs(v.x) > 4 * f_.reach_x || iabs(v.y) > 4 * f_.reach_y) return UINT64_MAX;
     for (int i = 0; i < seen_; ++i) {
-      if (seen_vec_[i] == v) return seen_cost_[i];
+      if (seen_x_[i] == v.x && seen_y_[i] == v.y) return seen_cost_[i];
     }
     BlockParts p{v, {}, true};
     parts_at(k_, f_, block_, v, sx_, sy_, p.sum);
@@ -69,7 +71,8 @@ class FinalEval {
     const uint64_t cost =
         match + uint64_t{4} * lambda_ * static_cast<uint32_t>(iabs(v.x - m_.x) + iabs(v.y - m_.y));
     if (seen_ < kSeen) {
-      seen_vec_[seen_] = v;
+      seen_x_[seen_] = v.x;
+      seen_y_[seen_] = v.y;
       seen_cost_[seen_++] = cost;
     }
     if (!best_.set || better(cost, v, best_.cost, best_.v)) best_parts_ = p;
@@ -90,8 +93,8 @@ class FinalEval {
   Best best_;
   BlockParts best_parts_{};
   static constexpr int kSeen = 24;
-  MotionVec seen_vec_[kSeen];
-  uint64_t seen_cost_[kSeen] = {};
+  int32_t seen_x_[kSeen], seen_y_[kSeen];  // entries [0, seen_) are set: nothing to clear per block
+  uint64_t seen_cost_[kSeen];
   int seen_ = 0;
 };
 
@@ -112,9 +115,14 @@ bool flat(const MotionKernels &k, const MotionPlane &src, const MotionBlock &b) 
   return activity < kFlatActivity * pairs;
 }
 
+// A final block's place in the picture.
+struct Rect {
+  int32_t x, y, w, h;
+};
+
 // The matched block reaches outside the target: its first sample column left of 0 or its last
 // (rounded up for a fractional position) right of the last column; rows alike.
-bool outside(const FinalStage &f, const MotionBlock &b, const MotionVec &v) {
+bool outside(const FinalStage &f, const Rect &b, const MotionVec &v) {
   const int32_t qx = 4 * b.x + v.x, qy = 4 * b.y + v.y;
   return (qx >> 2) < 0 || (qy >> 2) < 0 || ((qx + 3) >> 2) + b.w > f.b.width ||
          ((qy + 3) >> 2) + b.h > f.b.height;
@@ -172,6 +180,47 @@ void split_of(const FinalStage &f, const MotionBlock &b, uint32_t *sx, uint32_t 
   *sy = static_cast<uint32_t>(nested ? std::min(f.grid.bh, b.h) : b.h);
 }
 
+// Bit q of a search block's flat byte: its final block q (of the 2x2 it holds) is flat; kAllFlat:
+// every final block it holds is.
+constexpr uint8_t kAllFlat = 0x10;
+
+// The flat bytes of the search blocks whose final blocks nest in them: the parts' activity in one
+// pass each way when the block has a right and lower neighbour inside the picture.
+void mark_flat(const MotionKernels &k, const FinalStage &f, int32_t nx, int32_t ny) {
+  const BlockGrid &g = f.grid, &sg = f.search_grid;
+  for (int32_t sr = 0; sr < sg.rows; ++sr) {
+    for (int32_t sc = 0; sc < sg.cols; ++sc) {
+      const MotionBlock sb = make_block(f.a, sg, sc, sr);
+      const uint32_t sx = static_cast<uint32_t>(std::min(g.bw, sb.w)), sy = static_cast<uint32_t>(std::min(g.bh, sb.h));
+      uint32_t act_h[4], act_v[4];
+      const bool interior = sb.x + sb.w < f.a.width && sb.y + sb.h < f.a.height;
+      const uint32_t w = static_cast<uint32_t>(sb.w), h = static_cast<uint32_t>(sb.h);
+      if (interior) {
+        k.sad_q4(sb.a, sb.a_stride, sb.a + 1, sb.a_stride, w, h, 0, 0, sx, sy, act_h);
+        k.sad_q4(sb.a, sb.a_stride, sb.a + sb.a_stride, sb.a_stride, w, h, 0, 0, sx, sy, act_v);
+      }
+      const int32_t pw[2] = {static_cast<int32_t>(sx), sb.w - static_cast<int32_t>(sx)};
+      const int32_t ph[2] = {static_cast<int32_t>(sy), sb.h - static_cast<int32_t>(sy)};
+      uint32_t bits = 0, parts = 0;
+      for (int q = 0; q < 4; ++q) {
+        const int32_t qc = q & 1, qr = q >> 1;
+        if (qc >= nx || qr >= ny || pw[qc] <= 0 || ph[qr] <= 0) continue;
+        const bool is_flat = interior ? act_h[q] + act_v[q] < kFlatActivity * 2 * static_cast<uint32_t>(pw[qc] * ph[qr])
+                                      : flat(k, f.a, make_block(f.a, g, sc * nx + qc, sr * ny + qr));
+        bits |= is_flat ? 1u << q : 0u;
+        parts |= 1u << q;
+      }
+      f.flat[sr * sg.cols + sc] = static_cast<uint8_t>(bits | (bits == parts ? kAllFlat : 0u));
+    }
+  }
+}
+
+// Blocks that follow the global vector: loose ones and, when the final blocks nest, those whose
+// final blocks are all flat (no detail to place them either, whatever the level search found).
+bool follows_global(const FinalStage &f, int32_t i) {
+  return (f.loose && f.loose[i]) || (f.flat && (f.flat[i] & kAllFlat));
+}
+
 MotionVec median_of(int32_t *xs, int32_t *ys, int32_t n) {
   std::nth_element(xs, xs + n / 2, xs + n);
   std::nth_element(ys, ys + n / 2, ys + n);
@@ -195,16 +244,28 @@ void ring_inside(const MotionKernels &k, const HalfPlanes &half, const MotionBlo
   const uint32_t mode = step == 2 ? 0u : ((hx ^ hy) & 1) ? 2u : 1u;
   uint32_t sum[8][4];
   k.sad_ring(b.a, b.a_stride, q, qs, mode, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h), sx, sy, sum);
+  // better() as one key without branches (the ranking of a ring is unpredictable): match, then
+  // length, then order, the incumbent first.  Lengths stay below 2^17, orders below 2^4.
+  auto key = [](uint64_t match, const MotionVec &v, uint32_t order) {
+    return (match << 21) | (static_cast<uint64_t>(iabs(v.x) + iabs(v.y)) << 4) | order;
+  };
+  uint64_t top = key(best->cost, c, 0);
+  int won = -1;
   for (int i = 0; i < 8; ++i) {
     const int32_t dx = i == 0 || i == 3 || i == 5 ? -step : (i == 1 || i == 6 ? 0 : step);
     const int32_t dy = i < 3 ? -step : (i < 5 ? 0 : step);
-    const MotionVec v{c.x + dx, c.y + dy};
-    const uint32_t match = cost16_of_sad(b, sum[i][0] + sum[i][1] + sum[i][2] + sum[i][3]);
-    if (better(match, v, best->cost, best->v)) {
-      *best = Best{v, match, match, true};
-      *parts = BlockParts{v, {sum[i][0], sum[i][1], sum[i][2], sum[i][3]}, true};
-    }
+    const uint64_t kv = key(cost16_of_sad(b, sum[i][0] + sum[i][1] + sum[i][2] + sum[i][3]),
+                            MotionVec{c.x + dx, c.y + dy}, static_cast<uint32_t>(i + 1));
+    won = kv < top ? i : won;
+    top = kv < top ? kv : top;
   }
+  if (won < 0) return;
+  const int32_t dx = won == 0 || won == 3 || won == 5 ? -step : (won == 1 || won == 6 ? 0 : step);
+  const int32_t dy = won < 3 ? -step : (won < 5 ? 0 : step);
+  const MotionVec v{c.x + dx, c.y + dy};
+  const uint32_t match = static_cast<uint32_t>(top >> 21);
+  *best = Best{v, match, match, true};
+  *parts = BlockParts{v, {sum[won][0], sum[won][1], sum[won][2], sum[won][3]}, true};
 }
 
 // Sub-pixel refinement: the best of the half-pixel ring around each vector, then of the
@@ -216,9 +277,9 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
   int32_t *xs = reinterpret_cast<int32_t *>(f.settled), *ys = xs + n, placed = 0;
   for (int32_t i = 0; i < n; ++i) {
     const MotionVec own = f.search[i];
-    const bool loose = f.use_global && f.loose && f.loose[i];
+    const bool follows = f.use_global && follows_global(f, i);
     f.parts[i].known = false;
-    if (!f.subpel || loose) {
+    if (!f.subpel || follows) {
       f.refined[i] = own;
       continue;
     }
@@ -231,13 +292,17 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     const MotionBlock &b = cut ? part : whole;
     uint32_t sx, sy;
     split_of(f, b, &sx, &sy);
-    if (all_inside(f.b, whole, lo, hi) && iabs(own.x) + 3 <= 4 * f.reach_x && iabs(own.y) + 3 <= 4 * f.reach_y) {
-      BlockParts p{own, {}, true};
+    // A cut block's part lies inside by construction, so it takes the direct path as well.
+    if ((cut || all_inside(f.b, whole, lo, hi)) && iabs(own.x) + 3 <= 4 * f.reach_x &&
+        iabs(own.y) + 3 <= 4 * f.reach_y) {
+      if (cut) sx = static_cast<uint32_t>(b.w), sy = static_cast<uint32_t>(b.h);
+      BlockParts p{own, {}, !cut};
       block_sad_q4(k, b, f.b, own.x, own.y, sx, sy, p.sum);
       const uint32_t match = cost16_of_sad(b, p.sum[0] + p.sum[1] + p.sum[2] + p.sum[3]);
       Best best{own, match, match, true};
       ring_inside(k, *f.half, b, sx, sy, 2, &best, &p);
       ring_inside(k, *f.half, b, sx, sy, 1, &best, &p);
+      p.known = !cut;
       f.refined[i] = best.v;
       f.parts[i] = p;
     } else {
@@ -252,18 +317,18 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     xs[placed] = f.refined[i].x;
     ys[placed++] = f.refined[i].y;
   }
-  if (!f.use_global || !f.loose || placed == n || placed == 0) return false;
+  if (!f.use_global || (!f.loose && !f.flat) || placed == n || placed == 0) return false;
   *global = median_of(xs, ys, placed);
   for (int32_t i = 0; i < n; ++i) {
-    if (f.loose[i]) f.refined[i] = *global;
+    if (follows_global(f, i)) f.refined[i] = *global;
   }
   return true;
 }
 
 // Each block weighs its refined vector against its neighbours' (those more than kSettleApart
 // away) with the smoothness term against the median of the refined 3x3, or against the global
-// vector for a loose block: this settles blocks whose texture leaves the match open along one
-// direction.
+// vector for a block that follows it: this settles blocks whose texture leaves the match open
+// along one direction.
 void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global, bool has_global) {
   const BlockGrid &sg = f.search_grid;
   for (int32_t row = 0; row < sg.rows; ++row) {
@@ -284,7 +349,7 @@ void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global
         f.settled[i] = own;
         continue;
       }
-      const bool loose = has_global && f.loose[i];
+      const bool follows = has_global && follows_global(f, static_cast<int32_t>(i));
       MotionVec lo = read_lo(own), hi = read_hi(own);
       for (int j = 0; j < n; ++j) {
         lo = MotionVec{std::min(lo.x, read_lo(cand[j]).x), std::min(lo.y, read_lo(cand[j]).y)};
@@ -297,7 +362,7 @@ void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global
       uint32_t sx, sy;
       split_of(f, block, &sx, &sy);
       if (cut) sx = static_cast<uint32_t>(block.w), sy = static_cast<uint32_t>(block.h);
-      FinalEval eval(k, f, block, loose ? global : median9(f.refined, sg, col, row), f.lambda, sx, sy);
+      FinalEval eval(k, f, block, follows ? global : median9(f.refined, sg, col, row), f.lambda, sx, sy);
       if (f.parts[i].known && !cut) {
         eval.take(f.parts[i]);
       } else {
@@ -312,87 +377,92 @@ void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global
 }
 
 struct Out {
-  MotionVec *vec;
-  uint16_t *cost, *flags;
+  uint8_t *entries;
 };
 
-void write_block(const FinalStage &f, const MotionBlock &block, size_t i, const Best &best, bool is_flat,
-                 bool exhaustive, const Out &out) {
-  out.vec[i] = best.v;
+void write_block(const FinalStage &f, const Rect &block, size_t i, const Best &best, bool is_flat, bool exhaustive,
+                 const Out &out) {
   const uint32_t c64 = (best.match + 8) >> 4;
-  out.cost[i] = static_cast<uint16_t>(std::min<uint32_t>(c64, 0xFFFF));
   uint16_t fl = 0;
   if (c64 > f.scene_threshold) fl |= DSP_MV_BAD;
   if (outside(f, block, best.v)) fl |= DSP_MV_OUTSIDE;
   if (is_flat) fl |= DSP_MV_FLAT;
   if (exhaustive) fl |= DSP_MV_REFINED;
-  out.flags[i] = fl;
+  // Vectors lie within the reach, at most 8191 pixels: quarter pixels fit 16 bits.
+  const DSP_MOTION_VECTOR e{static_cast<int16_t>(best.v.x), static_cast<int16_t>(best.v.y),
+                            static_cast<uint16_t>(std::min<uint32_t>(c64, 0xFFFF)), fl};
+  std::memcpy(out.entries + sizeof e * i, &e, sizeof e);
+}
+
+// The vectors of a search block's eight neighbours (in a fixed order, each once) more than half a
+// pixel from its own and within the reach: the other motions its final blocks may follow.
+int other_motions(const FinalStage &f, const MotionVec *search, int32_t sc, int32_t sr, MotionVec out[8]) {
+  const BlockGrid &sg = f.search_grid;
+  const MotionVec own = search[sr * sg.cols + sc];
+  const int32_t r0 = std::max(sr - 1, 0), r1 = std::min(sr + 1, sg.rows - 1);
+  const int32_t c0 = std::max(sc - 1, 0), c1 = std::min(sc + 1, sg.cols - 1);
+  MotionVec seen[8];
+  int n = 0, taken = 0;
+  for (int32_t r = r0; r <= r1; ++r) {
+    for (int32_t c = c0; c <= c1; ++c) {
+      const MotionVec &v = search[r * sg.cols + c];
+      if (!apart(v, own, kSplitApart) || std::find(seen, seen + n, v) != seen + n) continue;
+      seen[n++] = v;
+      if (iabs(v.x) <= 4 * f.reach_x && iabs(v.y) <= 4 * f.reach_y) out[taken++] = v;
+    }
+  }
+  return taken;
 }
 
 // The split stage when every search block holds 1x1, 2x1, 1x2 or 2x2 final blocks: one pass of
-// sad_q4 a candidate gives the matches of all of them.
+// sad_q4 a candidate gives the matches of all of them.  Most blocks have no neighbour with another
+// motion; they keep their own vector and the sums refinement found for it.
 void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t nx,
                   int32_t ny, const Out &out) {
   const BlockGrid &g = f.grid, &sg = f.search_grid;
   for (int32_t sr = 0; sr < sg.rows; ++sr) {
     for (int32_t sc = 0; sc < sg.cols; ++sc) {
+      const size_t i = static_cast<size_t>(sr) * sg.cols + sc;
       const MotionBlock sb = make_block(f.a, sg, sc, sr);
       const uint32_t sx = static_cast<uint32_t>(std::min(g.bw, sb.w)), sy = static_cast<uint32_t>(std::min(g.bh, sb.h));
-      MotionBlock part[4];
-      bool exists[4];
-      for (int q = 0; q < 4; ++q) {
-        const int32_t fc = sc * nx + (q & 1), fr = sr * ny + (q >> 1);
-        exists[q] = (q & 1) < nx && (q >> 1) < ny && fc < g.cols && fr < g.rows;
-        if (exists[q]) part[q] = make_block(f.a, g, fc, fr);
+      const MotionVec own = search[i];
+      MotionVec cand[8];
+      const int nc = f.split ? other_motions(f, search, sc, sr, cand) : 0;
+      // The final blocks: the search block's first sx columns and the rest, by its first sy lines
+      // and the rest (a part without columns or lines does not exist).
+      const int32_t pw[2] = {static_cast<int32_t>(sx), sb.w - static_cast<int32_t>(sx)};
+      const int32_t ph[2] = {static_cast<int32_t>(sy), sb.h - static_cast<int32_t>(sy)};
+      uint32_t sums[4];
+      const BlockParts &own_parts = f.parts[i];
+      if (f.subpel && own_parts.known && own_parts.v == own) {
+        std::copy(own_parts.sum, own_parts.sum + 4, sums);
+      } else {
+        parts_at(k, f, sb, own, sx, sy, sums);
       }
-      const MotionVec own = search[sr * sg.cols + sc];
+      uint32_t recip[4];
       Best best[4];
-      auto weigh = [&](const MotionVec &v, const uint32_t *known) {
-        uint32_t sums[4];
-        if (known) {
-          std::copy(known, known + 4, sums);
-        } else {
-          parts_at(k, f, sb, v, sx, sy, sums);
-        }
+      for (int q = 0; q < 4; ++q) {
+        recip[q] = recip_of(static_cast<uint32_t>(std::max(pw[q & 1] * ph[q >> 1], 1)));
+        const uint32_t m = cost16_of_sad(recip[q], sums[q]);
+        best[q] = Best{own, m, m, true};
+      }
+      for (int j = 0; j < nc; ++j) {
+        const MotionVec &v = cand[j];
+        parts_at(k, f, sb, v, sx, sy, sums);
         const uint64_t lambda = uint64_t{4} * f.lambda * static_cast<uint32_t>(iabs(v.x - own.x) + iabs(v.y - own.y));
         for (int q = 0; q < 4; ++q) {
-          if (!exists[q]) continue;
-          const uint32_t m = cost16_of_sad(part[q], sums[q]);
+          const uint32_t m = cost16_of_sad(recip[q], sums[q]);
           best[q].offer(v, m + lambda, m);
         }
-      };
-      const BlockParts &own_parts = f.parts[sr * sg.cols + sc];
-      weigh(own, f.subpel && own_parts.known && own_parts.v == own ? own_parts.sum : nullptr);
-      MotionVec seen[8];
-      int n = 0;
-      for (int32_t dy = -1; f.split && dy <= 1; ++dy) {
-        for (int32_t dx = -1; dx <= 1; ++dx) {
-          const int32_t r = sr + dy, c = sc + dx;
-          if ((dx || dy) && r >= 0 && r < sg.rows && c >= 0 && c < sg.cols) {
-            // Within half a pixel of the block's own vector a neighbour's is no other motion.
-            const MotionVec &v = search[r * sg.cols + c];
-            if (!apart(v, own, kSplitApart) || std::find(seen, seen + n, v) != seen + n) continue;
-            seen[n++] = v;
-            if (iabs(v.x) <= 4 * f.reach_x && iabs(v.y) <= 4 * f.reach_y) weigh(v, nullptr);
-          }
-        }
       }
-      // Activity of the parts in one pass each way, when the block has a right and lower
-      // neighbour inside the picture.
-      uint32_t act_h[4], act_v[4];
-      const bool interior = sb.x + sb.w < f.a.width && sb.y + sb.h < f.a.height;
-      const uint32_t w = static_cast<uint32_t>(sb.w), h = static_cast<uint32_t>(sb.h);
-      if (interior) {
-        k.sad_q4(sb.a, sb.a_stride, sb.a + 1, sb.a_stride, w, h, 0, 0, sx, sy, act_h);
-        k.sad_q4(sb.a, sb.a_stride, sb.a + sb.a_stride, sb.a_stride, w, h, 0, 0, sx, sy, act_v);
-      }
-      const bool exhaustive = f.exhaustive && f.exhaustive[sr * sg.cols + sc];
+      const bool exhaustive = f.exhaustive && f.exhaustive[i];
+      const uint8_t flat_bits = f.flat[i];
       for (int q = 0; q < 4; ++q) {
-        if (!exists[q]) continue;
-        const MotionBlock &b = part[q];
-        const bool is_flat = interior ? act_h[q] + act_v[q] < kFlatActivity * 2 * static_cast<uint32_t>(b.w * b.h)
-                                      : flat(k, f.a, b);
-        const int32_t fc = sc * nx + (q & 1), fr = sr * ny + (q >> 1);
+        const int32_t qc = q & 1, qr = q >> 1;
+        if (qc >= nx || qr >= ny || pw[qc] <= 0 || ph[qr] <= 0) continue;
+        const Rect b{sb.x + qc * g.bw, sb.y + qr * g.bh, pw[qc], ph[qr]};
+        const int32_t fc = sc * nx + qc, fr = sr * ny + qr;
+        const bool is_flat = (flat_bits >> q) & 1;
         write_block(f, b, static_cast<size_t>(fr) * g.cols + fc, best[q], is_flat, exhaustive, out);
       }
     }
@@ -421,45 +491,65 @@ void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *sea
         }
       }
       const bool exhaustive = f.exhaustive && f.exhaustive[sr * sg.cols + sc];
-      write_block(f, block, static_cast<size_t>(row) * g.cols + col, eval.best(), flat(k, f.a, block), exhaustive,
-                  out);
+      write_block(f, Rect{block.x, block.y, block.w, block.h}, static_cast<size_t>(row) * g.cols + col, eval.best(),
+                  flat(k, f.a, block), exhaustive, out);
     }
   }
 }
 
 }  // namespace
 
-void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, uint16_t *cost,
-                 uint16_t *flags) {
+void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries) {
   const MotionVec *search = f.search;
+  const int32_t nx = nesting(f.search_grid.bw, f.grid.bw), ny = nesting(f.search_grid.bh, f.grid.bh);
+  FinalStage stage = f;
+  if (nx && ny) {
+    mark_flat(k, stage, nx, ny);
+  } else {
+    stage.flat = nullptr;
+  }
   MotionVec global;
-  const bool has_global = refine(k, f, &global);
+  const bool has_global = refine(k, stage, &global);
   if (f.subpel) {
-    settle(k, f, global, has_global);
+    settle(k, stage, global, has_global);
     search = f.settled;
   }
-  const Out out{vec, cost, flags};
-  const int32_t nx = nesting(f.search_grid.bw, f.grid.bw), ny = nesting(f.search_grid.bh, f.grid.bh);
+  const Out out{entries};
   if (nx && ny) {
-    split_nested(k, f, search, nx, ny, out);
+    split_nested(k, stage, search, nx, ny, out);
   } else {
     split_any(k, f, search, out);
   }
 }
 
-void mark_inconsistent(const BlockGrid &g, int32_t width, int32_t height, const MotionVec *vec,
-                       const MotionVec *other, uint16_t *flags) {
+void mark_inconsistent(const BlockGrid &g, int32_t width, int32_t height, uint8_t *entries,
+                       const uint8_t *other) {
+  auto vector_at = [](const uint8_t *e) {
+    int16_t xy[2];
+    std::memcpy(xy, e, sizeof xy);
+    return MotionVec{xy[0], xy[1]};
+  };
+  // n / d for 0 <= n < 2^16 and d in 8..32 as (n * (2^32 / d + 1)) >> 32: the product's excess,
+  // below n / 2^32 < 1 / d, never reaches the next multiple (sides are at most 16384).
+  const uint64_t per_col = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bw) + 1;
+  const uint64_t per_row = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bh) + 1;
+  auto over = [](int32_t n, uint64_t inverse) { return static_cast<int32_t>((static_cast<uint64_t>(n) * inverse) >> 32); };
   for (int32_t row = 0; row < g.rows; ++row) {
+    const int32_t cy = row * g.bh + std::min(g.bh, height - row * g.bh) / 2;
     for (int32_t col = 0; col < g.cols; ++col) {
-      const size_t i = static_cast<size_t>(row) * g.cols + col;
+      uint8_t *e = entries + sizeof(DSP_MOTION_VECTOR) * (static_cast<size_t>(row) * g.cols + col);
+      const MotionVec v = vector_at(e);
       const int32_t cx = col * g.bw + std::min(g.bw, width - col * g.bw) / 2;
-      const int32_t cy = row * g.bh + std::min(g.bh, height - row * g.bh) / 2;
       // The destination of the block's centre, rounded to the nearest pixel.
-      const int32_t tx = (4 * cx + vec[i].x + 2) >> 2, ty = (4 * cy + vec[i].y + 2) >> 2;
+      const int32_t tx = (4 * cx + v.x + 2) >> 2, ty = (4 * cy + v.y + 2) >> 2;
       if (tx < 0 || ty < 0 || tx >= width || ty >= height) continue;
-      const MotionVec &o = other[(ty / g.bh) * g.cols + tx / g.bw];
-      if (iabs(vec[i].x + o.x) > kConsistency || iabs(vec[i].y + o.y) > kConsistency) {
-        flags[i] |= DSP_MV_INCONSISTENT;
+      const MotionVec o = vector_at(other + sizeof(DSP_MOTION_VECTOR) *
+                                                (static_cast<size_t>(over(ty, per_row)) * g.cols + over(tx, per_col)));
+      if (iabs(v.x + o.x) > kConsistency || iabs(v.y + o.y) > kConsistency) {
+        uint16_t fl;
+        std::memcpy(&fl, e + offsetof(DSP_MOTION_VECTOR, usFlags), sizeof fl);
+        fl = static_cast<uint16_t>(fl | DSP_MV_INCONSISTENT);
+        std::memcpy(e + offsetof(DSP_MOTION_VECTOR, usFlags), &fl, sizeof fl);
       }
     }
   }

@@ -45,6 +45,8 @@ struct MotionBlock {
   ptrdiff_t a_stride = 0;
   uint32_t recip = 0;  // round(2^26 / n): cost16 = (SAD * recip + 2^15) >> 16
 };
+// round(2^26 / n) for a block of n pixels (the usual sizes need no division).
+inline uint32_t recip_of(uint32_t n) { return n == 64 ? (1u << 20) : n == 256 ? (1u << 18) : ((1u << 26) + n / 2) / n; }
 inline MotionBlock make_block(const MotionPlane &src, const BlockGrid &grid, int32_t col, int32_t row) {
   MotionBlock b;
   b.x = col * grid.bw;
@@ -53,14 +55,14 @@ inline MotionBlock make_block(const MotionPlane &src, const BlockGrid &grid, int
   b.h = src.height - b.y < grid.bh ? src.height - b.y : grid.bh;
   b.a = src.data + b.y * src.stride + b.x;
   b.a_stride = src.stride;
-  const uint32_t n = static_cast<uint32_t>(b.w * b.h);
-  b.recip = n == 64 ? (1u << 20) : n == 256 ? (1u << 18) : ((1u << 26) + n / 2) / n;  // the usual sizes need no division
+  b.recip = recip_of(static_cast<uint32_t>(b.w * b.h));
   return b;
 }
-inline uint32_t cost16_of_sad(const MotionBlock &block, uint32_t sad) {
+inline uint32_t cost16_of_sad(uint32_t recip, uint32_t sad) {
   // sad < 2^18 and recip <= 2^26: the product needs 64 bits.
-  return static_cast<uint32_t>((uint64_t{sad} * block.recip + (1u << 15)) >> 16);
+  return static_cast<uint32_t>((uint64_t{sad} * recip + (1u << 15)) >> 16);
 }
+inline uint32_t cost16_of_sad(const MotionBlock &block, uint32_t sad) { return cost16_of_sad(block.recip, sad); }
 
 // SAD of the block against the target at a whole-pixel offset (dx, dy); samples outside the
 // target repeat its edge samples.
@@ -193,14 +195,15 @@ struct FinalStage {
   MotionVec *refined = nullptr;         // search_grid.count() vectors of scratch each
   MotionVec *settled = nullptr;
   BlockParts *parts = nullptr;          // search_grid.count() of scratch: each settled vector's
+  uint8_t *flat = nullptr;              // search_grid.count() bytes of scratch
 };
-// vec, cost (SAD per 64 pixels, saturated to 16 bits) and flags: grid.count() entries each.
-void final_stage(const MotionKernels &k, const FinalStage &f, MotionVec *vec, uint16_t *cost,
-                 uint16_t *flags);
+// Writes the direction's grid.count() DSP_MOTION_VECTOR entries (any alignment): vector, cost (SAD
+// per 64 pixels, saturated to 16 bits) and flags.
+void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries);
 
-// Flags DSP_MV_INCONSISTENT where the other direction's vector at a block's destination is not
-// the negated vector within one pixel in x and y.
-void mark_inconsistent(const BlockGrid &grid, int32_t width, int32_t height, const MotionVec *vec,
-                       const MotionVec *other, uint16_t *flags);
+// Flags DSP_MV_INCONSISTENT in `entries` where the other direction's vector at a block's
+// destination is not the negated vector within one pixel in x and y.
+void mark_inconsistent(const BlockGrid &grid, int32_t width, int32_t height, uint8_t *entries,
+                       const uint8_t *other);
 
 }  // namespace framedsp

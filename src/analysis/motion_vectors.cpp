@@ -113,10 +113,9 @@ struct Work {
   uint8_t *loose = nullptr;   // the level being searched
   uint32_t *around = nullptr;  // the level being searched
   BlockParts *parts = nullptr;  // level 0
+  uint8_t *flat = nullptr;      // level 0
   uint8_t *half = nullptr;      // the target's half-pixel planes (sub-pixel vectors only)
   uint8_t *exhaustive[2] = {};
-  MotionVec *vec[2] = {};
-  uint16_t *cost[2] = {}, *flags[2] = {};
 };
 
 struct Plan {
@@ -141,7 +140,6 @@ uint8_t *carve(uint8_t *base, size_t *at, size_t bytes) {
 size_t layout(const Plan &p, uint8_t *base, Work *w) {
   size_t at = 0, largest = 0;
   for (uint32_t k = 0; k < p.levels; ++k) largest = std::max(largest, static_cast<size_t>(p.grids[k].count()));
-  const size_t nf = static_cast<size_t>(p.final_grid.count());
   auto vecs = [&](size_t n) { return reinterpret_cast<MotionVec *>(carve(base, &at, n * sizeof(MotionVec))); };
   for (uint32_t k = 0; k < p.levels; ++k) {
     w->fwd[k] = vecs(static_cast<size_t>(p.grids[k].count()));
@@ -152,13 +150,9 @@ size_t layout(const Plan &p, uint8_t *base, Work *w) {
   w->loose = carve(base, &at, largest);
   w->around = reinterpret_cast<uint32_t *>(carve(base, &at, largest * 5 * 4));
   w->parts = reinterpret_cast<BlockParts *>(carve(base, &at, static_cast<size_t>(p.grids[0].count()) * sizeof(BlockParts)));
+  w->flat = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
   if (p.subpel) w->half = carve(base, &at, HalfPlanes::bytes(p.geo.a[0].width, p.geo.a[0].height));
-  for (int d = 0; d < 2; ++d) {
-    w->exhaustive[d] = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
-    w->vec[d] = vecs(nf);
-    w->cost[d] = reinterpret_cast<uint16_t *>(carve(base, &at, nf * 2));
-    w->flags[d] = reinterpret_cast<uint16_t *>(carve(base, &at, nf * 2));
-  }
+  for (int d = 0; d < 2; ++d) w->exhaustive[d] = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
   return at;
 }
 
@@ -201,7 +195,10 @@ bool make_plan(const DSP_MOTION_VECTORS_PARAMS &rec, Plan *p) {
 }
 
 // One direction: every level from the coarsest down, then the final blocks.
-void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const TemporalSource *temporal) {
+// The final blocks are written straight into the direction's entries of the field (the prior
+// field, which may be the same buffer, is read only by the level searches before that).
+void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const TemporalSource *temporal,
+              uint8_t *entries) {
   const MotionPlane *src = d == 0 ? p.geo.a : p.geo.b, *dst = d == 0 ? p.geo.b : p.geo.a;
   MotionVec **out = d == 0 ? w.fwd : w.bwd;
   for (int32_t lv = static_cast<int32_t>(p.levels) - 1; lv >= 0; --lv) {
@@ -250,10 +247,12 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   f.refined = w.scratch0;
   f.settled = w.scratch1;
   f.parts = w.parts;
-  final_stage(k, f, w.vec[d], w.cost[d], w.flags[d]);
+  f.flat = w.flat;
+  final_stage(k, f, entries);
 }
 
-void write_field(const Plan &p, const Work &w, uint8_t *field) {
+// The header, once the entries are written.
+void write_header(const Plan &p, uint8_t *field) {
   const size_t n = static_cast<size_t>(p.final_grid.count());
   const int dirs = p.both ? 2 : 1;
   DSP_VECTOR_FIELD h;
@@ -268,14 +267,13 @@ void write_field(const Plan &p, const Work &w, uint8_t *field) {
   h.ulFieldFlags = DSP_VECTOR_FIELD_FORWARD | (p.both ? DSP_VECTOR_FIELD_BACKWARD : 0u) |
                    (p.subpel ? 0u : DSP_VECTOR_FIELD_WHOLE_PIXEL);
   h.ulSceneThreshold = p.scene;
-  uint8_t *e = field + DSP_VECTOR_FIELD_HEADER_BYTES;
+  const uint8_t *e = field + DSP_VECTOR_FIELD_HEADER_BYTES;
   for (int d = 0; d < dirs; ++d) {
     uint32_t bad = 0;
     for (size_t i = 0; i < n; ++i, e += 8) {
-      const DSP_MOTION_VECTOR v{static_cast<int16_t>(w.vec[d][i].x), static_cast<int16_t>(w.vec[d][i].y),
-                                w.cost[d][i], w.flags[d][i]};
-      bad += (v.usFlags & DSP_MV_BAD) ? 1u : 0u;
-      std::memcpy(e, &v, sizeof v);
+      uint16_t flags;
+      std::memcpy(&flags, e + offsetof(DSP_MOTION_VECTOR, usFlags), sizeof flags);
+      bad += (flags & DSP_MV_BAD) ? 1u : 0u;
     }
     (d == 0 ? h.ulBadForward : h.ulBadBackward) = bad;
   }
@@ -301,14 +299,17 @@ HRESULT create_motion_vectors(void *params) {
 
   MotionKernels kernels;
   motion_kernels_init(&kernels, cpu_flags());
-  estimate(kernels, plan, work, 0, has_prior ? &prior[0] : nullptr);
+  uint8_t *field = static_cast<uint8_t *>(rec.pVectorField);
+  uint8_t *entries[2] = {field + DSP_VECTOR_FIELD_HEADER_BYTES,
+                         field + DSP_VECTOR_FIELD_HEADER_BYTES + 8 * static_cast<size_t>(plan.final_grid.count())};
+  estimate(kernels, plan, work, 0, has_prior ? &prior[0] : nullptr, entries[0]);
   if (plan.both) {
-    estimate(kernels, plan, work, 1, has_prior && prior[1].entries ? &prior[1] : nullptr);
+    estimate(kernels, plan, work, 1, has_prior && prior[1].entries ? &prior[1] : nullptr, entries[1]);
     const MotionPlane &l0 = plan.geo.a[0];
-    mark_inconsistent(plan.final_grid, l0.width, l0.height, work.vec[0], work.vec[1], work.flags[0]);
-    mark_inconsistent(plan.final_grid, l0.width, l0.height, work.vec[1], work.vec[0], work.flags[1]);
+    mark_inconsistent(plan.final_grid, l0.width, l0.height, entries[0], entries[1]);
+    mark_inconsistent(plan.final_grid, l0.width, l0.height, entries[1], entries[0]);
   }
-  write_field(plan, work, static_cast<uint8_t *>(rec.pVectorField));
+  write_header(plan, field);
   return kOk;
 }
 

@@ -438,12 +438,70 @@ inline void ring_lines16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[
   }
 }
 
+#if defined(__AVX2__)
+// ring_lines16 two lines a vector (line y in the lower lane, y + 1 in the upper), so psadbw runs
+// half as often; an odd last line goes alone in the lower lane.
+template <int Mode>
+inline void ring_lines16_avx2(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4],
+                              uint32_t y, uint32_t end, uint32_t out[8][4], int part) {
+  const ptrdiff_t ks = qs[0], vs = qs[1], hs = qs[2], cs = qs[3], line = static_cast<ptrdiff_t>(y);
+  const uint8_t *k = q[0] + line * ks, *v = q[1] + line * vs, *hz = q[2] + line * hs, *c = q[3] + line * cs;
+  a += line * as;
+  __m256i acc0 = _mm256_setzero_si256(), acc1 = acc0, acc2 = acc0, acc3 = acc0;
+  auto step = [&](__m256i av, __m256i nw, __m256i n, __m256i ne, __m256i w, __m256i e, __m256i sw, __m256i s,
+                  __m256i se, __m256i centre) {
+    if (Mode != 0) {
+      const __m256i cn = _mm256_avg_epu8(centre, n), cw = _mm256_avg_epu8(centre, w);
+      const __m256i ce = _mm256_avg_epu8(centre, e), cs2 = _mm256_avg_epu8(centre, s);
+      if (Mode == 1) {
+        nw = _mm256_avg_epu8(w, n), ne = _mm256_avg_epu8(e, n), sw = _mm256_avg_epu8(w, s), se = _mm256_avg_epu8(e, s);
+      } else {
+        nw = _mm256_avg_epu8(centre, nw), ne = _mm256_avg_epu8(centre, ne);
+        sw = _mm256_avg_epu8(centre, sw), se = _mm256_avg_epu8(centre, se);
+      }
+      n = cn, w = cw, e = ce, s = cs2;
+    }
+    // Two candidates a register, as in ring_lines16.
+    auto pair = [&](__m256i x, __m256i z) {
+      return _mm256_or_si256(_mm256_sad_epu8(av, x), _mm256_slli_epi64(_mm256_sad_epu8(av, z), 32));
+    };
+    acc0 = _mm256_add_epi64(acc0, pair(nw, n));
+    acc1 = _mm256_add_epi64(acc1, pair(ne, w));
+    acc2 = _mm256_add_epi64(acc2, pair(e, sw));
+    acc3 = _mm256_add_epi64(acc3, pair(s, se));
+  };
+  auto two = [](const uint8_t *p, ptrdiff_t stride) {
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(load16(p)), load16(p + stride), 1);
+  };
+  for (; y + 2 <= end; y += 2, a += 2 * as, k += 2 * ks, v += 2 * vs, hz += 2 * hs, c += 2 * cs) {
+    step(two(a, as), two(k, ks), two(v, vs), two(k + 1, ks), two(hz, hs), two(hz + 1, hs), two(k + ks, ks),
+         two(v + vs, vs), two(k + ks + 1, ks), Mode == 0 ? _mm256_setzero_si256() : two(c, cs));
+  }
+  if (y < end) {
+    auto one = [](const uint8_t *p) { return _mm256_zextsi128_si256(load16(p)); };
+    step(one(a), one(k), one(v), one(k + 1), one(hz), one(hz + 1), one(k + ks), one(v + vs), one(k + ks + 1),
+         Mode == 0 ? _mm256_setzero_si256() : one(c));
+  }
+  const __m256i accs[4] = {acc0, acc1, acc2, acc3};
+  for (int i = 0; i < 4; ++i) {
+    const __m128i both = _mm_add_epi64(_mm256_castsi256_si128(accs[i]), _mm256_extracti128_si256(accs[i], 1));
+    halves(both, out[2 * i] + 2 * part);
+    halves(_mm_srli_epi64(both, 32), out[2 * i + 1] + 2 * part);
+  }
+}
+#endif
+
 template <int Mode>
 inline void ring16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t h, uint32_t sy,
                    uint32_t out[8][4]) {
   const uint32_t top = sy < h ? sy : h;
+#if defined(__AVX2__)
+  ring_lines16_avx2<Mode>(a, as, q, qs, 0, top, out, 0);
+  ring_lines16_avx2<Mode>(a, as, q, qs, top, h, out, 1);
+#else
   ring_lines16<Mode>(a, as, q, qs, 0, top, out, 0);
   ring_lines16<Mode>(a, as, q, qs, top, h, out, 1);
+#endif
 }
 
 void sad_ring_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode,
