@@ -85,6 +85,8 @@ class Converter {
                          const uint32_t (*sums)[kMcMaxTile * kMcMaxTile], uint8_t *pick) const;
   void render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int n) const;
   bool inconsistent_near(const Tile &t, const Vec *cand, int n) const;
+  int32_t gap(int32_t x, int32_t y, Vec v) const;
+  uint8_t occluded_side(int32_t x, int32_t y, Vec bg, Vec fg) const;
 
   const FrcJob &j_;
   const FieldView &f_;
@@ -417,6 +419,41 @@ void Converter::side_evidence(const Tile &t, const Vec *cand, int n, SideEvidenc
   }
 }
 
+// 3 x 3 sum of |A(x - p v) - B(x + (1 - p) v)| at whole pixels, edges repeated.
+int32_t Converter::gap(int32_t x, int32_t y, Vec v) const {
+  const int32_t dax = side_a_offset(v.x * 16, j_.phase), day = side_a_offset(v.y * 16, j_.phase);
+  const int32_t iax = floor_div(dax + 32, 64), iay = floor_div(day + 32, 64);
+  const int32_t ibx = floor_div(v.x * 16 - dax + 32, 64), iby = floor_div(v.y * 16 - day + 32, 64);
+  int32_t sum = 0;
+  for (int dy = -1; dy <= 1; ++dy)
+    for (int dx = -1; dx <= 1; ++dx) {
+      const int ax = clamp_i(x + dx - iax, 0, j_.width - 1), ay = clamp_i(y + dy - iay, 0, j_.height - 1);
+      const int bx = clamp_i(x + dx + ibx, 0, j_.width - 1), by = clamp_i(y + dy + iby, 0, j_.height - 1);
+      sum += std::abs(j_.plane[0].a[ay * j_.stride + ax] - j_.plane[0].b[by * j_.stride + bx]);
+    }
+  return sum;
+}
+
+// The side that shows the background at output pixel (x, y) when it lies in the band an object
+// moving by fg over a background moving by bg covers or uncovers: kOnlyA when the object lies
+// behind it along d = fg - bg (within (1 - p) d, a quarter more: covered by B's time), kOnlyB
+// when ahead (within p d, a quarter more: uncovered since A's time), kBoth when undecided.  Where
+// the object is, fg explains the output better than bg (gap); the pixel itself must be explained
+// by neither markedly, and the two directions must differ markedly.
+uint8_t Converter::occluded_side(int32_t x, int32_t y, Vec bg, Vec fg) const {
+  constexpr int32_t kObjectMargin = 400, kSideMargin = 200;  // 3 x 3 sums of grey levels
+  auto object = [&](int32_t px, int32_t py) { return gap(px, py, bg) - gap(px, py, fg); };
+  const int64_t dx = fg.x - bg.x, dy = fg.y - bg.y, p = j_.phase;  // quarter pixels, Q14
+  int32_t behind = INT32_MIN, ahead = INT32_MIN;
+  for (int64_t k = 1; k <= 5; ++k) {  // k quarters of the way: Q14 times quarter pixels, over 4 * 2^16
+    const int64_t wc = k * (16384 - p), wu = k * p;
+    behind = std::max(behind, object(x - int32_t((wc * dx + 131072) >> 18), y - int32_t((wc * dy + 131072) >> 18)));
+    ahead = std::max(ahead, object(x + int32_t((wu * dx + 131072) >> 18), y + int32_t((wu * dy + 131072) >> 18)));
+  }
+  if (std::abs(behind - ahead) < kSideMargin || std::max(behind, ahead) <= object(x, y) + kObjectMargin) return kBoth;
+  return behind > ahead ? kOnlyA : kOnlyB;
+}
+
 // The sides a candidate is compensated from at a pixel where no candidate's two sides agree, from
 // side_evidence.  A side is inconsistent with the candidate when another motion explains its
 // samples (7 x 7) at least twice as well as the candidate's own; one inconsistent side is dropped
@@ -444,6 +481,12 @@ void Converter::prefer_consistent(const Tile &box, const Tile &t, const Vec *can
                                   const uint32_t (*sums)[kMcMaxTile * kMcMaxTile], uint8_t *pick) const {
   SideEvidence ev;
   side_evidence(box, cand, n, &ev);
+  int bg = 0, fg = 0;  // the candidate nearest the picture's median vector, and the one farthest from it
+  for (int i = 1; i < n; ++i)
+    if (dist_inf(cand[i], global_) < dist_inf(cand[bg], global_)) bg = i;
+  for (int i = 1; i < n; ++i)
+    if (dist_inf(cand[i], cand[bg]) > dist_inf(cand[fg], cand[bg])) fg = i;
+  if (dist_inf(cand[fg], cand[bg]) <= int32_t(j_.occlusion_threshold)) fg = -1;
   for (int y = box.y - t.y; y < box.y - t.y + box.h; ++y)
     for (int x = box.x - t.x; x < box.x - t.x + box.w; ++x) {
       const int o = y * kMcMaxTile + x, e = (y - box.y + t.y) * kEvidenceTile + x - box.x + t.x;
@@ -455,6 +498,10 @@ void Converter::prefer_consistent(const Tile &box, const Tile &t, const Vec *can
         const uint32_t cost = rank == 1 ? uint32_t(dist_inf(cand[i], global_)) : sums[i][o];
         if ((rank << 20 | cost) < best) best = rank << 20 | cost, pick[o] = uint8_t(i | s << 2);
       }
+      const int k = pick[o] & 3;
+      if ((pick[o] >> 2 == kBoth && dist_inf(cand[k], cand[bg]) > int32_t(j_.occlusion_threshold)) || fg < 0) continue;
+      const uint8_t side = occluded_side(t.x + x, t.y + y, cand[bg], cand[fg]);
+      if (side != kBoth) pick[o] = uint8_t(bg | side << 2);
     }
 }
 
