@@ -26,6 +26,11 @@ constexpr int kPatchStride = 48;
 constexpr uint32_t kAgree = 9 * 4 * 64;  // two sides agree: 3 x 3 sum of |a - b| (Q6) within 4 a pixel
 constexpr int kEvidenceReach = 3;        // side evidence matches 7 x 7 pixels ...
 constexpr int kEvidenceTile = 16;        // ... for mixed tiles, at most a quarter of a 32 x 32 block
+// The object's evidence (3 x 3 sums of grey levels, see occluded_side): the object must show
+// kObjectMargin more beside a covered or uncovered pixel than at it, kSideMargin more on the side
+// it lies; a pixel some candidate's both sides explain keeps it unless the background's motion
+// explains the pixel kBackgroundLead better than the object's.
+constexpr int32_t kObjectMargin = 400, kSideMargin = 200, kBackgroundLead = 400;
 
 enum Sides : uint8_t { kBoth, kOnlyA, kOnlyB, kNeither };  // sides a candidate is compensated from
 
@@ -81,12 +86,12 @@ class Converter {
   void match_grid(const uint8_t *p, int px, int py, const uint8_t *q, int qx4, int qy4, int w, int h,
                   uint32_t *out) const;
   void side_evidence(const Tile &t, const Vec *cand, int n, SideEvidence *ev) const;
-  void prefer_consistent(const Tile &box, const Tile &t, const Vec *cand, int n,
+  void prefer_consistent(const Tile &box, const Tile &t, const Vec *cand, int n, int bg, int take,
                          const uint32_t (*sums)[kMcMaxTile * kMcMaxTile], uint8_t *pick) const;
   void render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int n) const;
   bool inconsistent_near(const Tile &t, const Vec *cand, int n) const;
   int32_t gap(int32_t x, int32_t y, Vec v) const;
-  uint8_t occluded_side(int32_t x, int32_t y, Vec bg, Vec fg) const;
+  uint8_t occluded_side(int32_t x, int32_t y, Vec bg, Vec fg, int32_t here) const;
 
   const FrcJob &j_;
   const FieldView &f_;
@@ -438,10 +443,9 @@ int32_t Converter::gap(int32_t x, int32_t y, Vec v) const {
 // moving by fg over a background moving by bg covers or uncovers: kOnlyA when the object lies
 // behind it along d = fg - bg (within (1 - p) d, a quarter more: covered by B's time), kOnlyB
 // when ahead (within p d, a quarter more: uncovered since A's time), kBoth when undecided.  Where
-// the object is, fg explains the output better than bg (gap); the pixel itself must be explained
-// by neither markedly, and the two directions must differ markedly.
-uint8_t Converter::occluded_side(int32_t x, int32_t y, Vec bg, Vec fg) const {
-  constexpr int32_t kObjectMargin = 400, kSideMargin = 200;  // 3 x 3 sums of grey levels
+// the object is, fg explains the output better than bg (gap); `here` is that evidence at the pixel
+// itself, which the larger side must exceed by kObjectMargin.
+uint8_t Converter::occluded_side(int32_t x, int32_t y, Vec bg, Vec fg, int32_t here) const {
   auto object = [&](int32_t px, int32_t py) { return gap(px, py, bg) - gap(px, py, fg); };
   const int64_t dx = fg.x - bg.x, dy = fg.y - bg.y, p = j_.phase;  // quarter pixels, Q14
   int32_t behind = INT32_MIN, ahead = INT32_MIN;
@@ -450,7 +454,7 @@ uint8_t Converter::occluded_side(int32_t x, int32_t y, Vec bg, Vec fg) const {
     behind = std::max(behind, object(x - int32_t((wc * dx + 131072) >> 18), y - int32_t((wc * dy + 131072) >> 18)));
     ahead = std::max(ahead, object(x + int32_t((wu * dx + 131072) >> 18), y + int32_t((wu * dy + 131072) >> 18)));
   }
-  if (std::abs(behind - ahead) < kSideMargin || std::max(behind, ahead) <= object(x, y) + kObjectMargin) return kBoth;
+  if (std::abs(behind - ahead) < kSideMargin || std::max(behind, ahead) <= here + kObjectMargin) return kBoth;
   return behind > ahead ? kOnlyA : kOnlyB;
 }
 
@@ -476,14 +480,15 @@ uint8_t sides_from(uint32_t own_a, uint32_t other_a, uint32_t own_b, uint32_t ot
 // otherwise the least difference of the sides, the earlier on a tie.  A pixel seen from one side
 // is background being covered or uncovered, and the one-sided evidence of a candidate and of the
 // motion beside it is symmetric (each side the other motion explains), so the background's motion,
-// taken as the picture's, decides.
-void Converter::prefer_consistent(const Tile &box, const Tile &t, const Vec *cand, int n,
+// taken as the picture's, decides.  The side is then the object's motion's to say (occluded_side),
+// with the background's motion cand[bg] taken as cand[take], unless a candidate away from it kept
+// both sides and the background does not explain the pixel clearly better: the 7 x 7 evidence
+// cannot place a band narrower than its windows, the object's position along its motion can.
+void Converter::prefer_consistent(const Tile &box, const Tile &t, const Vec *cand, int n, int bg, int take,
                                   const uint32_t (*sums)[kMcMaxTile * kMcMaxTile], uint8_t *pick) const {
   SideEvidence ev;
   side_evidence(box, cand, n, &ev);
-  int bg = 0, fg = 0;  // the candidate nearest the picture's median vector, and the one farthest from it
-  for (int i = 1; i < n; ++i)
-    if (dist_inf(cand[i], global_) < dist_inf(cand[bg], global_)) bg = i;
+  int fg = 0;  // the candidate farthest from the background's
   for (int i = 1; i < n; ++i)
     if (dist_inf(cand[i], cand[bg]) > dist_inf(cand[fg], cand[bg])) fg = i;
   if (dist_inf(cand[fg], cand[bg]) <= int32_t(j_.occlusion_threshold)) fg = -1;
@@ -496,12 +501,16 @@ void Converter::prefer_consistent(const Tile &box, const Tile &t, const Vec *can
         const uint8_t s = sides_from(ev.own[i][0][e], ev.other[i][0][e], ev.own[i][1][e], ev.other[i][1][e]);
         const uint32_t rank = s == kBoth ? 0 : s == kNeither ? 2 : 1;
         const uint32_t cost = rank == 1 ? uint32_t(dist_inf(cand[i], global_)) : sums[i][o];
-        if ((rank << 20 | cost) < best) best = rank << 20 | cost, pick[o] = uint8_t(i | s << 2);
+        if ((rank << 20 | cost) < best) best = rank << 20 | cost, pick[o] = uint8_t(i | s << 3);
       }
-      const int k = pick[o] & 3;
-      if ((pick[o] >> 2 == kBoth && dist_inf(cand[k], cand[bg]) > int32_t(j_.occlusion_threshold)) || fg < 0) continue;
-      const uint8_t side = occluded_side(t.x + x, t.y + y, cand[bg], cand[fg]);
-      if (side != kBoth) pick[o] = uint8_t(bg | side << 2);
+      if (fg < 0) continue;
+      const int32_t px = t.x + x, py = t.y + y, here = gap(px, py, cand[bg]) - gap(px, py, cand[fg]);
+      const int k = pick[o] & 7;
+      if (pick[o] >> 3 == kBoth && dist_inf(cand[k], cand[bg]) > int32_t(j_.occlusion_threshold) &&
+          here >= -kBackgroundLead)
+        continue;
+      const uint8_t side = occluded_side(px, py, cand[bg], cand[fg], here);
+      if (side != kBoth) pick[o] = uint8_t(take | side << 3);
     }
 }
 
@@ -529,13 +538,15 @@ bool Converter::inconsistent_near(const Tile &t, const Vec *cand, int n) const {
 // kOutsidePenalty grey levels), the earlier on a tie, when those sides agree (kAgree); elsewhere
 // (covered and uncovered areas) the one prefer_consistent picks, from one side or both.  Plane 2
 // follows the luma's choice (an NV16 Cb Cr pair that at its Cb byte, when the tile holds it).
-void Converter::render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int n) const {
+void Converter::render_mixed(const Tile &t, int y0, int y1, const Vec *blocks, int n) const {
   constexpr int kArea = kMcMaxTile * kMcMaxTile;
-  alignas(16) int16_t sa[4][kArea], sb[4][kArea];
+  Vec cand[5];  // the blocks' vectors, then the picture's median when covered pixels take it
+  std::copy(blocks, blocks + n, cand);
+  alignas(16) int16_t sa[5][kArea], sb[5][kArea];
   alignas(16) uint8_t dropped[kArea];
   uint16_t diff[kArea], rows3[kArea];  // |a - b| in Q6, then summed over 3 columns
   uint32_t sums[4][kArea];             // 3 x 3 sums, below 9 * 255 * 64 < 2^18
-  uint8_t pick[kArea];                 // candidate | its sides << 2
+  uint8_t pick[kArea];                 // candidate | its sides << 3
   for (int i = 0; i < n; ++i) {
     predict(j_.plane[0], t, {cand[i].x * 16, cand[i].y * 16}, 1, sa[i], sb[i], dropped);
     for (int y = 0; y < t.h; ++y)
@@ -565,13 +576,23 @@ void Converter::render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int
       pick[o] = uint8_t(k);
       if (sums[k][o] > kAgree) hx0 = std::min(hx0, x), hy0 = std::min(hy0, y), hx1 = std::max(hx1, x), hy1 = std::max(hy1, y);
     }
-  if (j_.occlusion && hx1 >= 0 && inconsistent_near(t, cand, n))
-    prefer_consistent({t.x + hx0, t.y + hy0, hx1 - hx0 + 1, hy1 - hy0 + 1}, t, cand, n, sums, pick);
+  if (j_.occlusion && hx1 >= 0 && inconsistent_near(t, cand, n)) {
+    int bg = 0, take;  // the background's motion: the candidate nearest the picture's median ...
+    for (int i = 1; i < n; ++i)
+      if (dist_inf(cand[i], global_) < dist_inf(cand[bg], global_)) bg = i;
+    take = bg;  // ... or the median itself when within the threshold of it
+    if (dist_inf(cand[bg], global_) <= int32_t(j_.occlusion_threshold) && !same(cand[bg], global_)) {
+      take = n, cand[n] = global_;
+      predict(j_.plane[0], t, {global_.x * 16, global_.y * 16}, 1, sa[n], sb[n], nullptr);
+    }
+    prefer_consistent({t.x + hx0, t.y + hy0, hx1 - hx0 + 1, hy1 - hy0 + 1}, t, cand, n, bg, take, sums, pick);
+    n += take == n;
+  }
   alignas(16) int16_t oa[kArea], ob[kArea];
   const Tile part{t.x, y0, t.w, y1 - y0};
   const int first = (y0 - t.y) * kMcMaxTile;
   auto take = [&](int o, uint8_t p) {  // the picked candidate's sides, or one of them twice
-    const int k = p & 3, s = p >> 2;
+    const int k = p & 7, s = p >> 3;
     oa[o] = s == kOnlyB ? sb[k][o] : sa[k][o];
     ob[o] = s == kOnlyA ? sa[k][o] : sb[k][o];
   };
