@@ -430,6 +430,13 @@ int32_t Converter::gap(int32_t x, int32_t y, Vec v) const {
   const int32_t iax = floor_div(dax + 32, 64), iay = floor_div(day + 32, 64);
   const int32_t ibx = floor_div(v.x * 16 - dax + 32, 64), iby = floor_div(v.y * 16 - day + 32, 64);
   int32_t sum = 0;
+  const int ax0 = x - iax - 1, ay0 = y - iay - 1, bx0 = x + ibx - 1, by0 = y + iby - 1;
+  if (std::min({ax0, ay0, bx0, by0}) >= 0 && std::max(ax0, bx0) + 3 <= j_.width && std::max(ay0, by0) + 3 <= j_.height) {
+    const uint8_t *a = j_.plane[0].a + ay0 * j_.stride + ax0, *b = j_.plane[0].b + by0 * j_.stride + bx0;
+    for (int r = 0; r < 3; ++r, a += j_.stride, b += j_.stride)
+      sum += std::abs(a[0] - b[0]) + std::abs(a[1] - b[1]) + std::abs(a[2] - b[2]);
+    return sum;
+  }
   for (int dy = -1; dy <= 1; ++dy)
     for (int dx = -1; dx <= 1; ++dx) {
       const int ax = clamp_i(x + dx - iax, 0, j_.width - 1), ay = clamp_i(y + dy - iay, 0, j_.height - 1);
