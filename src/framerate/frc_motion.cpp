@@ -21,7 +21,6 @@ constexpr int32_t kGlobalCapDoubt = 512;  // ... and for one it flags flat, inco
 constexpr uint32_t kOutsidePenalty = 6;  // cost of a pixel one side of which is outside ...
 constexpr uint32_t kOutsideKept = 1;     // ... when the field agrees with the vector on its other side
 constexpr int kMaxCandidates = 12;
-constexpr int kPatchStride = 48;
 
 constexpr uint32_t kAgree = 9 * 4 * 64;  // two sides agree: 3 x 3 sum of |a - b| (Q6) within 4 a pixel
 constexpr int kEvidenceReach = 3;        // side evidence matches 7 x 7 pixels ...
@@ -269,38 +268,6 @@ bool Converter::settled(int c, int r) const {
     for (int x = std::max(c - 1, 0); x <= std::min(c + 1, f_.cols - 1); ++x)
       if (!same(choice_[y * f_.cols + x], v)) return false;
   return true;
-}
-
-// One side of a tile: Q6 samples for bytes [x, x + w) of lines [y, y + h), taken at an offset of
-// (off_x, off_y) / 64 samples of the same component; components are `step` bytes apart (2 for the
-// interleaved Cb Cr of NV16).  Edges repeat each component's own first and last sample.
-void side_samples(const uint8_t *src, int width, int height, ptrdiff_t stride, int step, int x, int y, int w, int h,
-                  int32_t off_x, int32_t off_y, uint32_t sampling, const FrcKernels &k, int16_t *dst) {
-  const int32_t ix = floor_div(off_x, 64), iy = floor_div(off_y, 64);
-  const McFilter &filt = mc_filter(sampling);
-  const int16_t *hrow = filt.rows[off_x - ix * 64], *vrow = filt.rows[off_y - iy * 64];
-  const int sx = x + (ix - kMcLead) * step, sy = y + iy - kMcLead;
-  const int read = mc_read_width(w, step);
-  if (sx >= 0 && sy >= 0 && sx + read <= width && sy + h + kMcTaps - 1 <= height) {
-    k.tile(src + sy * stride + sx, stride, w, h, step, hrow, vrow, dst);
-    return;
-  }
-  alignas(16) uint8_t patch[kMcPatch * kPatchStride];
-  const int cols = width / step;
-  const bool columns_inside = sx >= 0 && sx + read <= width;
-  for (int r = 0; r < h + kMcTaps - 1; ++r) {
-    const uint8_t *line = src + clamp_i(sy + r, 0, height - 1) * stride;
-    uint8_t *row = patch + r * kPatchStride;
-    if (columns_inside) {
-      std::memcpy(row, line + sx, size_t(read));
-      continue;
-    }
-    for (int c = 0; c < read; ++c) {
-      const int b = sx + c, parity = b & (step - 1);
-      row[c] = line[clamp_i(floor_div(b - parity, step), 0, cols - 1) * step + parity];
-    }
-  }
-  k.tile(patch, kPatchStride, w, h, step, hrow, vrow, dst);
 }
 
 // Both sides of a tile along v64 (1/64 pixel): Q6 samples, rows kMcMaxTile apart.  A sample more
