@@ -1400,8 +1400,21 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateFrameRateConverter(
  *             covered pixel, B only for an uncovered one, at full weight), the candidate nearest
  *             the median vector of the picture first (covered and uncovered pixels are
  *             background, taken to move as the picture does); then the rest (both sides
- *             blended).  Otherwise (no flag near the tile, or no candidate ranked ahead) the
- *             least difference of step a decides, both sides blended.
+ *             blended).  Then the motion of the object may decide the side: with bg the candidate
+ *             nearest the median vector of the picture, fg the one furthest from bg (the first on a
+ *             tie; none when within ulOcclusionThreshold), d = fg - bg and g(y, v) the sum of
+ *             |A(y - p v) - B(y + (1 - p) v)| over the 3 x 3 pixels around output pixel y (p v in
+ *             1/64 pixel, then p v and v - p v rounded to whole pixels, halves up; edges repeated),
+ *             the object's evidence at y is o(y) = g(y, bg) - g(y, fg); "behind" is the largest o
+ *             at x - k (1 - p) d / 4 and "ahead" the largest at x + k p d / 4, k = 1 .. 5 (whole
+ *             pixels, halves up).  Unless the candidate ranked first has both sides consistent,
+ *             lies further than ulOcclusionThreshold from bg and o(x) >= -400, when behind and
+ *             ahead differ by at least 200 grey levels and the larger exceeds o(x) + 400, the pixel
+ *             takes the background's motion (the median vector of the picture when bg is within
+ *             ulOcclusionThreshold of it, else bg) from A alone when behind is larger (the object
+ *             reaches it by B's time: covered), else from B alone (uncovered).  Where no flag is
+ *             near the tile (or no candidate ranked ahead), the least difference of step a decides,
+ *             both sides blended.
  *          The choice is made on the tile's whole extent, whatever the band; plane 2 follows the
  *          luma's vector and sides byte for byte, except that an NV16 Cr byte takes the choice at
  *          its pair's Cb byte when that lies in the same tile (always so when the block width

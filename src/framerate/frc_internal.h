@@ -61,6 +61,12 @@ inline int32_t side_a_offset(int32_t v64, uint32_t phase) {
   return static_cast<int32_t>(t >= 0 ? t / 16384 : -((-t + 16383) / 16384));
 }
 
+// One side of a tile: Q6 samples for bytes [x, x + w) of lines [y, y + h), taken at an offset of
+// (off_x, off_y) / 64 samples of the same component; components are `step` bytes apart (2 for the
+// interleaved Cb Cr of NV16).  Edges repeat each component's own first and last sample.
+void side_samples(const uint8_t *src, int width, int height, ptrdiff_t stride, int step, int x, int y, int w, int h,
+                  int32_t off_x, int32_t off_y, uint32_t sampling, const FrcKernels &k, int16_t *dst);
+
 // The motion-compensated conversion of the job's band along `field`.  E_OUTOFMEMORY when work
 // memory is refused, else S_OK.
 int32_t convert_along_field(const FrcJob &job, const FieldView &field);

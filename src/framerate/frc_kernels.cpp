@@ -1,8 +1,10 @@
 #include "framerate/frc_kernels.h"
 
+#include <cstring>
 
 #include "platform/cpu.h"
 #include "resample/resample.h"
+#include "framerate/frc_internal.h"
 
 namespace framedsp {
 namespace {
@@ -63,6 +65,36 @@ void frc_kernels_init(FrcKernels *k, uint32_t cpu_flags) {
 #else
   (void)cpu_flags;
 #endif
+}
+
+void side_samples(const uint8_t *src, int width, int height, ptrdiff_t stride, int step, int x, int y, int w, int h,
+                  int32_t off_x, int32_t off_y, uint32_t sampling, const FrcKernels &k, int16_t *dst) {
+  const int32_t ix = floor_div(off_x, 64), iy = floor_div(off_y, 64);
+  const McFilter &filt = mc_filter(sampling);
+  const int16_t *hrow = filt.rows[off_x - ix * 64], *vrow = filt.rows[off_y - iy * 64];
+  const int sx = x + (ix - kMcLead) * step, sy = y + iy - kMcLead;
+  const int read = mc_read_width(w, step);
+  if (sx >= 0 && sy >= 0 && sx + read <= width && sy + h + kMcTaps - 1 <= height) {
+    k.tile(src + sy * stride + sx, stride, w, h, step, hrow, vrow, dst);
+    return;
+  }
+  constexpr int kPatchStride = 48;
+  alignas(16) uint8_t patch[kMcPatch * kPatchStride];
+  const int cols = width / step;
+  const bool columns_inside = sx >= 0 && sx + read <= width;
+  for (int r = 0; r < h + kMcTaps - 1; ++r) {
+    const uint8_t *line = src + clamp_i(sy + r, 0, height - 1) * stride;
+    uint8_t *row = patch + r * kPatchStride;
+    if (columns_inside) {
+      std::memcpy(row, line + sx, size_t(read));
+      continue;
+    }
+    for (int c = 0; c < read; ++c) {
+      const int b = sx + c, parity = b & (step - 1);
+      row[c] = line[clamp_i(floor_div(b - parity, step), 0, cols - 1) * step + parity];
+    }
+  }
+  k.tile(patch, kPatchStride, w, h, step, hrow, vrow, dst);
 }
 
 }  // namespace framedsp

@@ -21,11 +21,15 @@ constexpr int32_t kGlobalCapDoubt = 512;  // ... and for one it flags flat, inco
 constexpr uint32_t kOutsidePenalty = 6;  // cost of a pixel one side of which is outside ...
 constexpr uint32_t kOutsideKept = 1;     // ... when the field agrees with the vector on its other side
 constexpr int kMaxCandidates = 12;
-constexpr int kPatchStride = 48;
 
 constexpr uint32_t kAgree = 9 * 4 * 64;  // two sides agree: 3 x 3 sum of |a - b| (Q6) within 4 a pixel
 constexpr int kEvidenceReach = 3;        // side evidence matches 7 x 7 pixels ...
 constexpr int kEvidenceTile = 16;        // ... for mixed tiles, at most a quarter of a 32 x 32 block
+// The object's evidence (3 x 3 sums of grey levels, see occluded_side): the object must show
+// kObjectMargin more beside a covered or uncovered pixel than at it, kSideMargin more on the side
+// it lies; a pixel some candidate's both sides explain keeps it unless the background's motion
+// explains the pixel kBackgroundLead better than the object's.
+constexpr int32_t kObjectMargin = 400, kSideMargin = 200, kBackgroundLead = 400;
 
 enum Sides : uint8_t { kBoth, kOnlyA, kOnlyB, kNeither };  // sides a candidate is compensated from
 
@@ -81,10 +85,12 @@ class Converter {
   void match_grid(const uint8_t *p, int px, int py, const uint8_t *q, int qx4, int qy4, int w, int h,
                   uint32_t *out) const;
   void side_evidence(const Tile &t, const Vec *cand, int n, SideEvidence *ev) const;
-  void prefer_consistent(const Tile &box, const Tile &t, const Vec *cand, int n,
+  void prefer_consistent(const Tile &box, const Tile &t, const Vec *cand, int n, int bg, int take,
                          const uint32_t (*sums)[kMcMaxTile * kMcMaxTile], uint8_t *pick) const;
   void render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int n) const;
   bool inconsistent_near(const Tile &t, const Vec *cand, int n) const;
+  int32_t gap(int32_t x, int32_t y, Vec v) const;
+  uint8_t occluded_side(int32_t x, int32_t y, Vec bg, Vec fg, int32_t here) const;
 
   const FrcJob &j_;
   const FieldView &f_;
@@ -264,38 +270,6 @@ bool Converter::settled(int c, int r) const {
   return true;
 }
 
-// One side of a tile: Q6 samples for bytes [x, x + w) of lines [y, y + h), taken at an offset of
-// (off_x, off_y) / 64 samples of the same component; components are `step` bytes apart (2 for the
-// interleaved Cb Cr of NV16).  Edges repeat each component's own first and last sample.
-void side_samples(const uint8_t *src, int width, int height, ptrdiff_t stride, int step, int x, int y, int w, int h,
-                  int32_t off_x, int32_t off_y, uint32_t sampling, const FrcKernels &k, int16_t *dst) {
-  const int32_t ix = floor_div(off_x, 64), iy = floor_div(off_y, 64);
-  const McFilter &filt = mc_filter(sampling);
-  const int16_t *hrow = filt.rows[off_x - ix * 64], *vrow = filt.rows[off_y - iy * 64];
-  const int sx = x + (ix - kMcLead) * step, sy = y + iy - kMcLead;
-  const int read = mc_read_width(w, step);
-  if (sx >= 0 && sy >= 0 && sx + read <= width && sy + h + kMcTaps - 1 <= height) {
-    k.tile(src + sy * stride + sx, stride, w, h, step, hrow, vrow, dst);
-    return;
-  }
-  alignas(16) uint8_t patch[kMcPatch * kPatchStride];
-  const int cols = width / step;
-  const bool columns_inside = sx >= 0 && sx + read <= width;
-  for (int r = 0; r < h + kMcTaps - 1; ++r) {
-    const uint8_t *line = src + clamp_i(sy + r, 0, height - 1) * stride;
-    uint8_t *row = patch + r * kPatchStride;
-    if (columns_inside) {
-      std::memcpy(row, line + sx, size_t(read));
-      continue;
-    }
-    for (int c = 0; c < read; ++c) {
-      const int b = sx + c, parity = b & (step - 1);
-      row[c] = line[clamp_i(floor_div(b - parity, step), 0, cols - 1) * step + parity];
-    }
-  }
-  k.tile(patch, kPatchStride, w, h, step, hrow, vrow, dst);
-}
-
 // Both sides of a tile along v64 (1/64 pixel): Q6 samples, rows kMcMaxTile apart.  A sample more
 // than half a pixel outside the picture drops its side for that pixel, which then holds the other
 // side's sample (and is marked in `dropped` when given); so the blend of the two shows the other
@@ -417,6 +391,47 @@ void Converter::side_evidence(const Tile &t, const Vec *cand, int n, SideEvidenc
   }
 }
 
+// 3 x 3 sum of |A(x - p v) - B(x + (1 - p) v)| at whole pixels, edges repeated.
+int32_t Converter::gap(int32_t x, int32_t y, Vec v) const {
+  const int32_t dax = side_a_offset(v.x * 16, j_.phase), day = side_a_offset(v.y * 16, j_.phase);
+  const int32_t iax = floor_div(dax + 32, 64), iay = floor_div(day + 32, 64);
+  const int32_t ibx = floor_div(v.x * 16 - dax + 32, 64), iby = floor_div(v.y * 16 - day + 32, 64);
+  int32_t sum = 0;
+  const int ax0 = x - iax - 1, ay0 = y - iay - 1, bx0 = x + ibx - 1, by0 = y + iby - 1;
+  if (std::min({ax0, ay0, bx0, by0}) >= 0 && std::max(ax0, bx0) + 3 <= j_.width && std::max(ay0, by0) + 3 <= j_.height) {
+    const uint8_t *a = j_.plane[0].a + ay0 * j_.stride + ax0, *b = j_.plane[0].b + by0 * j_.stride + bx0;
+    for (int r = 0; r < 3; ++r, a += j_.stride, b += j_.stride)
+      sum += std::abs(a[0] - b[0]) + std::abs(a[1] - b[1]) + std::abs(a[2] - b[2]);
+    return sum;
+  }
+  for (int dy = -1; dy <= 1; ++dy)
+    for (int dx = -1; dx <= 1; ++dx) {
+      const int ax = clamp_i(x + dx - iax, 0, j_.width - 1), ay = clamp_i(y + dy - iay, 0, j_.height - 1);
+      const int bx = clamp_i(x + dx + ibx, 0, j_.width - 1), by = clamp_i(y + dy + iby, 0, j_.height - 1);
+      sum += std::abs(j_.plane[0].a[ay * j_.stride + ax] - j_.plane[0].b[by * j_.stride + bx]);
+    }
+  return sum;
+}
+
+// The side that shows the background at output pixel (x, y) when it lies in the band an object
+// moving by fg over a background moving by bg covers or uncovers: kOnlyA when the object lies
+// behind it along d = fg - bg (within (1 - p) d, a quarter more: covered by B's time), kOnlyB
+// when ahead (within p d, a quarter more: uncovered since A's time), kBoth when undecided.  Where
+// the object is, fg explains the output better than bg (gap); `here` is that evidence at the pixel
+// itself, which the larger side must exceed by kObjectMargin.
+uint8_t Converter::occluded_side(int32_t x, int32_t y, Vec bg, Vec fg, int32_t here) const {
+  auto object = [&](int32_t px, int32_t py) { return gap(px, py, bg) - gap(px, py, fg); };
+  const int64_t dx = fg.x - bg.x, dy = fg.y - bg.y, p = j_.phase;  // quarter pixels, Q14
+  int32_t behind = INT32_MIN, ahead = INT32_MIN;
+  for (int64_t k = 1; k <= 5; ++k) {  // k quarters of the way: Q14 times quarter pixels, over 4 * 2^16
+    const int64_t wc = k * (16384 - p), wu = k * p;
+    behind = std::max(behind, object(x - int32_t((wc * dx + 131072) >> 18), y - int32_t((wc * dy + 131072) >> 18)));
+    ahead = std::max(ahead, object(x + int32_t((wu * dx + 131072) >> 18), y + int32_t((wu * dy + 131072) >> 18)));
+  }
+  if (std::abs(behind - ahead) < kSideMargin || std::max(behind, ahead) <= here + kObjectMargin) return kBoth;
+  return behind > ahead ? kOnlyA : kOnlyB;
+}
+
 // The sides a candidate is compensated from at a pixel where no candidate's two sides agree, from
 // side_evidence.  A side is inconsistent with the candidate when another motion explains its
 // samples (7 x 7) at least twice as well as the candidate's own; one inconsistent side is dropped
@@ -439,11 +454,18 @@ uint8_t sides_from(uint32_t own_a, uint32_t other_a, uint32_t own_b, uint32_t ot
 // otherwise the least difference of the sides, the earlier on a tie.  A pixel seen from one side
 // is background being covered or uncovered, and the one-sided evidence of a candidate and of the
 // motion beside it is symmetric (each side the other motion explains), so the background's motion,
-// taken as the picture's, decides.
-void Converter::prefer_consistent(const Tile &box, const Tile &t, const Vec *cand, int n,
+// taken as the picture's, decides.  The side is then the object's motion's to say (occluded_side),
+// with the background's motion cand[bg] taken as cand[take], unless a candidate away from it kept
+// both sides and the background does not explain the pixel clearly better: the 7 x 7 evidence
+// cannot place a band narrower than its windows, the object's position along its motion can.
+void Converter::prefer_consistent(const Tile &box, const Tile &t, const Vec *cand, int n, int bg, int take,
                                   const uint32_t (*sums)[kMcMaxTile * kMcMaxTile], uint8_t *pick) const {
   SideEvidence ev;
   side_evidence(box, cand, n, &ev);
+  int fg = 0;  // the candidate farthest from the background's
+  for (int i = 1; i < n; ++i)
+    if (dist_inf(cand[i], cand[bg]) > dist_inf(cand[fg], cand[bg])) fg = i;
+  if (dist_inf(cand[fg], cand[bg]) <= int32_t(j_.occlusion_threshold)) fg = -1;
   for (int y = box.y - t.y; y < box.y - t.y + box.h; ++y)
     for (int x = box.x - t.x; x < box.x - t.x + box.w; ++x) {
       const int o = y * kMcMaxTile + x, e = (y - box.y + t.y) * kEvidenceTile + x - box.x + t.x;
@@ -453,8 +475,16 @@ void Converter::prefer_consistent(const Tile &box, const Tile &t, const Vec *can
         const uint8_t s = sides_from(ev.own[i][0][e], ev.other[i][0][e], ev.own[i][1][e], ev.other[i][1][e]);
         const uint32_t rank = s == kBoth ? 0 : s == kNeither ? 2 : 1;
         const uint32_t cost = rank == 1 ? uint32_t(dist_inf(cand[i], global_)) : sums[i][o];
-        if ((rank << 20 | cost) < best) best = rank << 20 | cost, pick[o] = uint8_t(i | s << 2);
+        if ((rank << 20 | cost) < best) best = rank << 20 | cost, pick[o] = uint8_t(i | s << 3);
       }
+      if (fg < 0) continue;
+      const int32_t px = t.x + x, py = t.y + y, here = gap(px, py, cand[bg]) - gap(px, py, cand[fg]);
+      const int k = pick[o] & 7;
+      if (pick[o] >> 3 == kBoth && dist_inf(cand[k], cand[bg]) > int32_t(j_.occlusion_threshold) &&
+          here >= -kBackgroundLead)
+        continue;
+      const uint8_t side = occluded_side(px, py, cand[bg], cand[fg], here);
+      if (side != kBoth) pick[o] = uint8_t(take | side << 3);
     }
 }
 
@@ -482,13 +512,15 @@ bool Converter::inconsistent_near(const Tile &t, const Vec *cand, int n) const {
 // kOutsidePenalty grey levels), the earlier on a tie, when those sides agree (kAgree); elsewhere
 // (covered and uncovered areas) the one prefer_consistent picks, from one side or both.  Plane 2
 // follows the luma's choice (an NV16 Cb Cr pair that at its Cb byte, when the tile holds it).
-void Converter::render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int n) const {
+void Converter::render_mixed(const Tile &t, int y0, int y1, const Vec *blocks, int n) const {
   constexpr int kArea = kMcMaxTile * kMcMaxTile;
-  alignas(16) int16_t sa[4][kArea], sb[4][kArea];
+  Vec cand[5];  // the blocks' vectors, then the picture's median when covered pixels take it
+  std::copy(blocks, blocks + n, cand);
+  alignas(16) int16_t sa[5][kArea], sb[5][kArea];
   alignas(16) uint8_t dropped[kArea];
   uint16_t diff[kArea], rows3[kArea];  // |a - b| in Q6, then summed over 3 columns
   uint32_t sums[4][kArea];             // 3 x 3 sums, below 9 * 255 * 64 < 2^18
-  uint8_t pick[kArea];                 // candidate | its sides << 2
+  uint8_t pick[kArea];                 // candidate | its sides << 3
   for (int i = 0; i < n; ++i) {
     predict(j_.plane[0], t, {cand[i].x * 16, cand[i].y * 16}, 1, sa[i], sb[i], dropped);
     for (int y = 0; y < t.h; ++y)
@@ -518,13 +550,23 @@ void Converter::render_mixed(const Tile &t, int y0, int y1, const Vec *cand, int
       pick[o] = uint8_t(k);
       if (sums[k][o] > kAgree) hx0 = std::min(hx0, x), hy0 = std::min(hy0, y), hx1 = std::max(hx1, x), hy1 = std::max(hy1, y);
     }
-  if (j_.occlusion && hx1 >= 0 && inconsistent_near(t, cand, n))
-    prefer_consistent({t.x + hx0, t.y + hy0, hx1 - hx0 + 1, hy1 - hy0 + 1}, t, cand, n, sums, pick);
+  if (j_.occlusion && hx1 >= 0 && inconsistent_near(t, cand, n)) {
+    int bg = 0, take;  // the background's motion: the candidate nearest the picture's median ...
+    for (int i = 1; i < n; ++i)
+      if (dist_inf(cand[i], global_) < dist_inf(cand[bg], global_)) bg = i;
+    take = bg;  // ... or the median itself when within the threshold of it
+    if (dist_inf(cand[bg], global_) <= int32_t(j_.occlusion_threshold) && !same(cand[bg], global_)) {
+      take = n, cand[n] = global_;
+      predict(j_.plane[0], t, {global_.x * 16, global_.y * 16}, 1, sa[n], sb[n], nullptr);
+    }
+    prefer_consistent({t.x + hx0, t.y + hy0, hx1 - hx0 + 1, hy1 - hy0 + 1}, t, cand, n, bg, take, sums, pick);
+    n += take == n;
+  }
   alignas(16) int16_t oa[kArea], ob[kArea];
   const Tile part{t.x, y0, t.w, y1 - y0};
   const int first = (y0 - t.y) * kMcMaxTile;
   auto take = [&](int o, uint8_t p) {  // the picked candidate's sides, or one of them twice
-    const int k = p & 3, s = p >> 2;
+    const int k = p & 7, s = p >> 3;
     oa[o] = s == kOnlyB ? sb[k][o] : sa[k][o];
     ob[o] = s == kOnlyA ? sa[k][o] : sb[k][o];
   };
