@@ -1387,8 +1387,9 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspCreateFrameRateConverter(
  *             (DSP_MV_INCONSISTENT in either direction, within one block plus the candidates'
  *             largest motion in whole pixels of the tile; a field without backward entries counts
  *             as flagged everywhere), the pixel is covered (seen in A only) or uncovered (seen in
- *             B only), and the candidates rank by the consistency of their sides.  A side of candidate v is
- *             inconsistent when the samples it shows are explained by another motion: the sum
+ *             B only), and the candidates rank by the consistency of their sides.  A side of
+ *             candidate v is inconsistent when the samples it shows are explained by another
+ *             motion: the sum
  *             of |side - other frame| over the 7 x 7 whole pixels around the side's sample
  *             (A at x - p v and B at x + (1 - p) v rounded to whole pixels; the other frame at
  *             that position + v for A, - v for B, in bilinear quarter pixels as the block
