@@ -48,7 +48,7 @@ TEST(MotionSubpelKernels, EveryIsaMatchesTheScalarKernels) {
       s.sad_avg4(a, sa, b, sb, cc, sb, w, h, sx, sy, y);
       ASSERT_EQ(std::memcmp(x, y, sizeof x), 0) << w << "x" << h << " split " << sx << "," << sy;
       ASSERT_EQ(x[0] + x[1] + x[2] + x[3], c.sad_avg(a, sa, b, sb, cc, sb, w, h));
-      uint32_t rx[8][4], ry[8][4];
+      uint32_t rx[9][4], ry[9][4];
       ptrdiff_t qs[4];
       const uint8_t *q[4];
       for (int i = 0; i < 4; ++i) qs[i] = (rng() & 1) ? kStride : -kStride, q[i] = origin(i % 3, qs[i]);

@@ -227,45 +227,64 @@ MotionVec median_of(int32_t *xs, int32_t *ys, int32_t n) {
   return MotionVec{xs[n / 2], ys[n / 2]};
 }
 
+// The half-pixel planes as a ring reads them: position (x, y) on the grid of half pixels lies in
+// plane ((y & 1) << 1) | (x & 1).
+struct RingPlanes {
+  const uint8_t *data[4];
+  ptrdiff_t stride[4];
+  explicit RingPlanes(const HalfPlanes &half) {
+    for (int i = 0; i < 4; ++i) data[i] = half.p[i].data, stride[i] = half.p[i].stride;
+  }
+  const uint8_t *at(int32_t x, int32_t y, ptrdiff_t *s) const {
+    const int i = ((y & 1) << 1) | (x & 1);
+    *s = stride[i];
+    return data[i] + (y >> 1) * stride[i] + (x >> 1);
+  }
+};
+
+// The ring's candidates in sad_ring's order: offsets in steps.
+constexpr int8_t kRingDx[8] = {-1, 0, 1, -1, 1, -1, 0, 1};
+constexpr int8_t kRingDy[8] = {-1, -1, -1, 0, 0, 1, 1, 1};
+
 // The ring of `step` around best->v when all of its reads lie inside the planes: the order and
-// ranking of ring(), the eight matches from one sad_ring call.
-void ring_inside(const MotionKernels &k, const HalfPlanes &half, const MotionBlock &b, uint32_t sx, uint32_t sy,
+// ranking of ring(), the eight matches from one sad_ring call.  The half-pixel ring (step 2) lies
+// around a whole-pixel vector and brings its match: best and parts start from it.
+void ring_inside(const MotionKernels &k, const RingPlanes &planes, const MotionBlock &b, uint32_t sx, uint32_t sy,
                  int32_t step, Best *best, BlockParts *parts) {
   const MotionVec c = best->v;
-  // The centre on the grid of half pixels, and the planes of its 3x3 neighbourhood.
+  // The centre on the grid of half pixels; q[i] the upper-left, upper, left and centre samples.
   const int32_t hx = 2 * b.x + (c.x >> 1), hy = 2 * b.y + (c.y >> 1);
-  auto plane = [&](int32_t x, int32_t y) -> const MotionPlane & { return half.p[((y & 1) << 1) | (x & 1)]; };
-  auto sample = [&](int32_t x, int32_t y) { return plane(x, y).data + (y >> 1) * plane(x, y).stride + (x >> 1); };
-  const uint8_t *const q[4] = {sample(hx - 1, hy - 1), sample(hx, hy - 1), sample(hx - 1, hy), sample(hx, hy)};
-  const ptrdiff_t qs[4] = {plane(hx - 1, hy - 1).stride, plane(hx, hy - 1).stride, plane(hx - 1, hy).stride,
-                           plane(hx, hy).stride};
+  ptrdiff_t qs[4];
+  const uint8_t *const q[4] = {planes.at(hx - 1, hy - 1, &qs[0]), planes.at(hx, hy - 1, &qs[1]),
+                               planes.at(hx - 1, hy, &qs[2]), planes.at(hx, hy, &qs[3])};
   // Half pixels around a whole-pixel centre; quarter pixels around any centre (corners from the
   // samples beside them when the centre's coordinates are both whole or both half).
   const uint32_t mode = step == 2 ? 0u : ((hx ^ hy) & 1) ? 2u : 1u;
-  uint32_t sum[8][4];
+  uint32_t sum[9][4];
   k.sad_ring(b.a, b.a_stride, q, qs, mode, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h), sx, sy, sum);
+  auto total = [&](int i) { return sum[i][0] + sum[i][1] + sum[i][2] + sum[i][3]; };
+  if (step == 2) {
+    const uint32_t match = cost16_of_sad(b, total(8));
+    *best = Best{c, match, match, true};
+    *parts = BlockParts{c, {sum[8][0], sum[8][1], sum[8][2], sum[8][3]}, parts->known};
+  }
   // better() as one key without branches (the ranking of a ring is unpredictable): match, then
   // length, then order, the incumbent first.  Lengths stay below 2^17, orders below 2^4.
-  auto key = [](uint64_t match, const MotionVec &v, uint32_t order) {
-    return (match << 21) | (static_cast<uint64_t>(iabs(v.x) + iabs(v.y)) << 4) | order;
+  auto key = [](uint64_t match, int32_t x, int32_t y, uint32_t order) {
+    return (match << 21) | (static_cast<uint64_t>(iabs(x) + iabs(y)) << 4) | order;
   };
-  uint64_t top = key(best->cost, c, 0);
-  int won = -1;
+  uint64_t top = key(best->cost, c.x, c.y, 0);
   for (int i = 0; i < 8; ++i) {
-    const int32_t dx = i == 0 || i == 3 || i == 5 ? -step : (i == 1 || i == 6 ? 0 : step);
-    const int32_t dy = i < 3 ? -step : (i < 5 ? 0 : step);
-    const uint64_t kv = key(cost16_of_sad(b, sum[i][0] + sum[i][1] + sum[i][2] + sum[i][3]),
-                            MotionVec{c.x + dx, c.y + dy}, static_cast<uint32_t>(i + 1));
-    won = kv < top ? i : won;
+    const uint64_t kv = key(cost16_of_sad(b, total(i)), c.x + kRingDx[i] * step, c.y + kRingDy[i] * step,
+                            static_cast<uint32_t>(i + 1));
     top = kv < top ? kv : top;
   }
+  const int won = static_cast<int>(top & 15) - 1;
   if (won < 0) return;
-  const int32_t dx = won == 0 || won == 3 || won == 5 ? -step : (won == 1 || won == 6 ? 0 : step);
-  const int32_t dy = won < 3 ? -step : (won < 5 ? 0 : step);
-  const MotionVec v{c.x + dx, c.y + dy};
+  const MotionVec v{c.x + kRingDx[won] * step, c.y + kRingDy[won] * step};
   const uint32_t match = static_cast<uint32_t>(top >> 21);
   *best = Best{v, match, match, true};
-  *parts = BlockParts{v, {sum[won][0], sum[won][1], sum[won][2], sum[won][3]}, true};
+  *parts = BlockParts{v, {sum[won][0], sum[won][1], sum[won][2], sum[won][3]}, parts->known};
 }
 
 // Sub-pixel refinement: the best of the half-pixel ring around each vector, then of the
@@ -275,6 +294,7 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
   const BlockGrid &sg = f.search_grid;
   const int32_t n = sg.count();
   int32_t *xs = reinterpret_cast<int32_t *>(f.settled), *ys = xs + n, placed = 0;
+  const RingPlanes planes(f.half ? *f.half : HalfPlanes{});
   for (int32_t i = 0; i < n; ++i) {
     const MotionVec own = f.search[i];
     const bool follows = f.use_global && follows_global(f, i);
@@ -297,12 +317,9 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
         iabs(own.y) + 3 <= 4 * f.reach_y) {
       if (cut) sx = static_cast<uint32_t>(b.w), sy = static_cast<uint32_t>(b.h);
       BlockParts p{own, {}, !cut};
-      block_sad_q4(k, b, f.b, own.x, own.y, sx, sy, p.sum);
-      const uint32_t match = cost16_of_sad(b, p.sum[0] + p.sum[1] + p.sum[2] + p.sum[3]);
-      Best best{own, match, match, true};
-      ring_inside(k, *f.half, b, sx, sy, 2, &best, &p);
-      ring_inside(k, *f.half, b, sx, sy, 1, &best, &p);
-      p.known = !cut;
+      Best best{own, 0, 0, true};
+      ring_inside(k, planes, b, sx, sy, 2, &best, &p);
+      ring_inside(k, planes, b, sx, sy, 1, &best, &p);
       f.refined[i] = best.v;
       f.parts[i] = p;
     } else {

@@ -88,13 +88,15 @@ void ring_pair(const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode, 
 }
 
 void sad_ring_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode,
-                uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[8][4]) {
+                uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[9][4]) {
   for (int i = 0; i < 8; ++i) {
     const uint8_t *b, *c;
     ptrdiff_t bs, cs;
     ring_pair(q, qs, mode, i, &b, &bs, &c, &cs);
     sad_avg4_c(a, a_stride, b, bs, c, cs, w, h, sx, sy, out[i]);
   }
+  out[8][0] = out[8][1] = out[8][2] = out[8][3] = 0;
+  if (mode == 0) sad_avg4_c(a, a_stride, q[3], qs[3], q[3], qs[3], w, h, sx, sy, out[8]);
 }
 
 namespace {

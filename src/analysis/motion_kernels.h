@@ -19,8 +19,9 @@
 //            E = q[2][1]), q[3] at the centre C.  Candidates NW, N, NE, W, E, SW, S, SE (out[0..7]): mode 0
 //            each sample alone; modes 1 and 2 the rounded-up average of C and N, W, E or S, and
 //            for the corners mode 1 the average of the two samples beside the corner (NW: W and
-//            N), mode 2 that of C and the corner.  Reads w + 1 columns and h + 1 lines from q[0],
-//            h + 1 lines from q[1] and w + 1 columns from q[2].
+//            N), mode 2 that of C and the corner.  out[8]: in mode 0 the sums of C alone (the
+//            centre's own match), in modes 1 and 2 zeros.  Reads w + 1 columns and h + 1 lines from
+//            q[0], h + 1 lines from q[1] and w + 1 columns from q[2].
 //   half_h   the half-pixel samples of a line: out[i] = clip((p[i-2] - 5 p[i-1] + 20 p[i]
 //            + 20 p[i+1] - 5 p[i+2] + p[i+3] + 16) >> 5) for i in [0, n), reading p[-2, n + 3).
 //   half_v   the same across six lines: out[i] from r[0][i] .. r[5][i] (r[2] and r[3] the two
@@ -52,7 +53,7 @@ using SadAvg4Kernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8
                                const uint8_t *c, ptrdiff_t c_stride, uint32_t w, uint32_t h, uint32_t sx,
                                uint32_t sy, uint32_t out[4]);
 using SadRingKernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4], const ptrdiff_t qs[4],
-                               uint32_t mode, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[8][4]);
+                               uint32_t mode, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[9][4]);
 using HalfLineKernel = void (*)(const uint8_t *p, uint8_t *out, size_t n);
 using HalfColumnKernel = void (*)(const uint8_t *const r[6], uint8_t *out, size_t n);
 
@@ -82,7 +83,7 @@ void sad_q4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *f, ptrdiff_t 
 void sad_avg4_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride, const uint8_t *c,
                 ptrdiff_t c_stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[4]);
 void sad_ring_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode,
-                uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[8][4]);
+                uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[9][4]);
 // The two samples sad_ring averages for candidate i (the same twice in mode 0), and their strides.
 void ring_pair(const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode, int i, const uint8_t **b,
                ptrdiff_t *bs, const uint8_t **c, ptrdiff_t *cs);

@@ -400,12 +400,12 @@ void sad_avg4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs
 // lower samples of a line are the upper ones of the next), eight sums in registers.
 template <int Mode>
 inline void ring_lines16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t y,
-                         uint32_t end, uint32_t out[8][4], int part) {
+                         uint32_t end, uint32_t out[9][4], int part) {
   const ptrdiff_t ks = qs[0], vs = qs[1], hs = qs[2], cs = qs[3], line = static_cast<ptrdiff_t>(y);
   const uint8_t *k = q[0] + line * ks, *v = q[1] + line * vs, *hz = q[2] + line * hs, *c = q[3] + line * cs;
   a += static_cast<ptrdiff_t>(y) * as;
   __m128i nw = load16(k), ne = load16(k + 1), n = load16(v);
-  __m128i acc[4];
+  __m128i acc[4], own = _mm_setzero_si128();
   for (__m128i &x : acc) x = _mm_setzero_si128();
   for (; y < end; ++y, a += as, k += ks, v += vs, hz += hs, c += cs) {
     const __m128i sw = load16(k + ks), se = load16(k + ks + 1), s = load16(v + vs), av = load16(a);
@@ -413,6 +413,7 @@ inline void ring_lines16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[
     if (Mode == 0) {
       cand[0] = nw, cand[1] = n, cand[2] = ne, cand[3] = load16(hz), cand[4] = load16(hz + 1);
       cand[5] = sw, cand[6] = s, cand[7] = se;
+      own = _mm_add_epi64(own, _mm_sad_epu8(av, load16(c)));
     } else {
       const __m128i w = load16(hz), e = load16(hz + 1), centre = load16(c);
       cand[1] = _mm_avg_epu8(centre, n), cand[3] = _mm_avg_epu8(centre, w);
@@ -436,6 +437,7 @@ inline void ring_lines16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[
     halves(acc[i], out[2 * i] + 2 * part);
     halves(_mm_srli_epi64(acc[i], 32), out[2 * i + 1] + 2 * part);
   }
+  halves(own, out[8] + 2 * part);
 }
 
 #if defined(__AVX2__)
@@ -453,12 +455,13 @@ inline void lane_halves(__m256i acc, uint32_t *first, uint32_t *second) {
 
 template <int Mode>
 inline void ring_lines16_avx2(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4],
-                              uint32_t y, uint32_t end, uint32_t out[8][4], int part) {
+                              uint32_t y, uint32_t end, uint32_t out[9][4], int part) {
   const ptrdiff_t ks = qs[0], vs = qs[1], hs = qs[2], cs = qs[3], line = static_cast<ptrdiff_t>(y);
   const uint8_t *k = q[0] + line * ks, *v = q[1] + line * vs, *hz = q[2] + line * hs, *c = q[3] + line * cs;
   a += line * as;
   // Pairs (NW, NE), (N, S), (W, E), (SW, SE).
   __m256i acc0 = _mm256_setzero_si256(), acc1 = acc0, acc2 = acc0, acc3 = acc0;
+  __m128i own = _mm_setzero_si128();  // C alone (mode 0)
   __m256i upper = Mode == 1 ? acc0 : lanes(k, k + 1);
   for (; y < end; ++y, a += as, k += ks, v += vs, hz += hs, c += cs) {
     const __m256i av = both_lanes(a), we = lanes(hz, hz + 1);
@@ -466,6 +469,7 @@ inline void ring_lines16_avx2(const uint8_t *a, ptrdiff_t as, const uint8_t *con
     if (Mode == 0) {
       corners_n = upper, corners_s = lanes(k + ks, k + ks + 1), ns = lanes(v, v + vs), sides = we;
       upper = corners_s;
+      own = _mm_add_epi64(own, _mm_sad_epu8(_mm256_castsi256_si128(av), load16(c)));
     } else {
       const __m256i centre = both_lanes(c), n = both_lanes(v), s = both_lanes(v + vs);
       ns = _mm256_avg_epu8(centre, _mm256_blend_epi32(n, s, 0xF0));
@@ -488,12 +492,13 @@ inline void ring_lines16_avx2(const uint8_t *a, ptrdiff_t as, const uint8_t *con
   lane_halves(acc1, out[1] + p, out[6] + p);
   lane_halves(acc2, out[3] + p, out[4] + p);
   lane_halves(acc3, out[5] + p, out[7] + p);
+  halves(own, out[8] + p);
 }
 #endif
 
 template <int Mode>
 inline void ring16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t h, uint32_t sy,
-                   uint32_t out[8][4]) {
+                   uint32_t out[9][4]) {
   const uint32_t top = sy < h ? sy : h;
 #if defined(__AVX2__)
   ring_lines16_avx2<Mode>(a, as, q, qs, 0, top, out, 0);
@@ -505,7 +510,7 @@ inline void ring16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], co
 }
 
 void sad_ring_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode,
-                  uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[8][4]) {
+                  uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[9][4]) {
   if (w != 16 || (sx != 8 && sx != 16)) {
     for (int i = 0; i < 8; ++i) {
       const uint8_t *b, *c;
@@ -513,6 +518,8 @@ void sad_ring_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], con
       ring_pair(q, qs, mode, i, &b, &bs, &c, &cs);
       sad_avg4_x86(a, as, b, bs, c, cs, w, h, sx, sy, out[i]);
     }
+    out[8][0] = out[8][1] = out[8][2] = out[8][3] = 0;
+    if (mode == 0) sad_avg4_x86(a, as, q[3], qs[3], q[3], qs[3], w, h, sx, sy, out[8]);
     return;
   }
   if (mode == 0) {
@@ -523,7 +530,7 @@ void sad_ring_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], con
     ring16<2>(a, as, q, qs, h, sy, out);
   }
   if (sx == 16) {
-    for (int i = 0; i < 8; ++i) join_columns(out[i]);
+    for (int i = 0; i < 9; ++i) join_columns(out[i]);
   }
 }
 
