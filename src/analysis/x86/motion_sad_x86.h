@@ -548,8 +548,9 @@ inline Wide six_half(Wide p0, Wide p1, Wide p2, Wide p3, Wide p4, Wide p5, bool 
   const Wide b = high ? _mm256_unpackhi_epi8(p2, p3) : _mm256_unpacklo_epi8(p2, p3);
   const Wide c = high ? _mm256_unpackhi_epi8(p4, p5) : _mm256_unpacklo_epi8(p4, p5);
   const Wide v = _mm256_add_epi16(_mm256_add_epi16(_mm256_maddubs_epi16(a, w01), _mm256_maddubs_epi16(b, w23)),
-                                  _mm256_add_epi16(_mm256_maddubs_epi16(c, w45), _mm256_set1_epi16(16)));
-  return _mm256_srai_epi16(v, 5);
+                                  _mm256_maddubs_epi16(c, w45));
+  // (v * 2^10 + 2^14) >> 15 = (v + 16) >> 5, rounding and shift in one step.
+  return _mm256_mulhrs_epi16(v, _mm256_set1_epi16(1 << 10));
 }
 // Unpack and pack work within 128-bit lanes, so the order survives.
 inline void six_store(const Wide v[6], uint8_t *out) {
