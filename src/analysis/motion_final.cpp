@@ -295,6 +295,7 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
   const int32_t n = sg.count();
   int32_t *xs = reinterpret_cast<int32_t *>(f.settled), *ys = xs + n, placed = 0;
   const RingPlanes planes(f.half ? *f.half : HalfPlanes{});
+  int32_t made = -1;  // the planes' lines made so far: [0, made]
   for (int32_t i = 0; i < n; ++i) {
     const MotionVec own = f.search[i];
     const bool follows = f.use_global && follows_global(f, i);
@@ -306,6 +307,13 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     // Every vector weighed here lies within a pixel of `own`; where their matches reach outside
     // the target, only the part of the block inside it is weighed (and its sums are not kept).
     const MotionBlock whole = make_block(f.a, sg, i % sg.cols, i / sg.cols);
+    // The lowest plane line its matches read (unclamped; a clamped read means all of them).
+    const int32_t need = whole.y + whole.h + (own.y >> 2) + 2;
+    if (f.half_maker && need > made) {
+      // The planes follow a row of blocks ahead, so that the rows are read while in the cache.
+      made = std::max(need, whole.y + sg.bh + 2);
+      f.half_maker->through(made);
+    }
     MotionBlock part;
     const MotionVec lo = read_lo(MotionVec{own.x - 3, own.y - 3}), hi = read_hi(MotionVec{own.x + 3, own.y + 3});
     const bool cut = inside_part(f.b, whole, lo, hi, &part);
@@ -334,6 +342,7 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     xs[placed] = f.refined[i].x;
     ys[placed++] = f.refined[i].y;
   }
+  if (f.half_maker) f.half_maker->through(f.b.height);  // settle() and the split stage read them all
   if (!f.use_global || (!f.loose && !f.flat) || placed == n || placed == 0) return false;
   *global = median_of(xs, ys, placed);
   for (int32_t i = 0; i < n; ++i) {

@@ -103,23 +103,36 @@ size_t HalfPlanes::bytes(int32_t width, int32_t height) {
   return 3 * static_cast<size_t>(plane_stride(width)) * static_cast<size_t>(height) + plane_stride(width + 5);
 }
 
-void make_half_planes(const MotionKernels &k, const MotionPlane &picture, uint8_t *memory, HalfPlanes *out) {
+HalfPlaneMaker::HalfPlaneMaker(const MotionKernels &k, const MotionPlane &picture, uint8_t *memory, HalfPlanes *out)
+    : k_(k), out_(out) {
+  out->p[0] = picture;
+  if (!memory) return;  // no sub-pixel planes wanted
   const ptrdiff_t stride = plane_stride(picture.width);
   const size_t plane = static_cast<size_t>(stride) * static_cast<size_t>(picture.height);
-  out->p[0] = picture;
   for (int i = 1; i < 4; ++i) out->p[i] = MotionPlane{memory + (i - 1) * plane, stride, picture.width, picture.height};
-  uint8_t *across = memory, *down = memory + plane, *both = memory + 2 * plane, *line = memory + 3 * plane;
+  line_ = memory + 3 * plane;
+}
+
+void HalfPlaneMaker::through(int32_t line) {
+  const MotionPlane &picture = out_->p[0];
+  const int32_t last = std::min(line, picture.height - 1);
+  const ptrdiff_t stride = out_->p[1].stride;
+  uint8_t *across = const_cast<uint8_t *>(out_->p[1].data), *down = const_cast<uint8_t *>(out_->p[2].data);
+  uint8_t *both = const_cast<uint8_t *>(out_->p[3].data);
   // Line y of p[3] filters lines y - 2 .. y + 3 of p[1]: it follows three lines behind, while
   // they are still in the cache.
-  for (int32_t y = 0; y < picture.height; ++y) {
-    padded_line(picture, y, line);
-    k.half_h(line + 2, across + y * stride, static_cast<size_t>(picture.width));
-    half_column(k, picture, y, down + y * stride);
-    if (y >= 3) half_column(k, out->p[1], y - 3, both + (y - 3) * stride);
+  for (; across_ <= std::min(last + 3, picture.height - 1); ++across_) {
+    const int32_t y = across_;
+    padded_line(picture, y, line_);
+    k_.half_h(line_ + 2, across + y * stride, static_cast<size_t>(picture.width));
+    half_column(k_, picture, y, down + y * stride);
+    for (; both_ <= std::min(y - 3, last); ++both_) half_column(k_, out_->p[1], both_, both + both_ * stride);
   }
-  for (int32_t y = std::max(0, picture.height - 3); y < picture.height; ++y) {
-    half_column(k, out->p[1], y, both + y * stride);
-  }
+  for (; both_ <= last; ++both_) half_column(k_, out_->p[1], both_, both + both_ * stride);
+}
+
+void make_half_planes(const MotionKernels &k, const MotionPlane &picture, uint8_t *memory, HalfPlanes *out) {
+  HalfPlaneMaker(k, picture, memory, out).through(picture.height - 1);
 }
 
 SubSource sub_source(const MotionBlock &block, int32_t qx, int32_t qy) {

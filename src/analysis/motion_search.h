@@ -98,6 +98,21 @@ struct HalfPlanes {
 };
 void make_half_planes(const MotionKernels &k, const MotionPlane &picture, uint8_t *memory, HalfPlanes *out);
 
+// make_half_planes line by line as they are needed, so that a pass over the picture's blocks reads
+// lines just made (still in the cache).  The constructor sets out's planes (their lines unmade).
+class HalfPlaneMaker {
+ public:
+  HalfPlaneMaker(const MotionKernels &k, const MotionPlane &picture, uint8_t *memory, HalfPlanes *out);
+  // Makes lines [0, line] of every plane (all of them when line is beyond the last).
+  void through(int32_t line);
+
+ private:
+  const MotionKernels &k_;
+  HalfPlanes *out_;
+  uint8_t *line_ = nullptr;  // one padded picture line
+  int32_t across_ = 0, both_ = 0;  // lines made: of p[1] and p[2], of p[3]
+};
+
 // The block's match at quarter-pixel vector (qx, qy) against the half-pixel planes, in the four
 // parts of sad_q4 (split after sx columns and sy lines).  Whole and half pixels are samples of a
 // plane; the other quarter pixels the rounded-up average of the two nearest half-pixel samples
@@ -181,6 +196,7 @@ struct BlockParts {
 struct FinalStage {
   MotionPlane a, b;               // level 0 of the source and of the target
   const HalfPlanes *half = nullptr;  // the target's half-pixel planes (sub-pixel vectors only)
+  HalfPlaneMaker *half_maker = nullptr;  // makes their lines; refinement completes them
   BlockGrid search_grid;          // level 0's search blocks and their vectors
   const MotionVec *search = nullptr;
   const uint8_t *exhaustive = nullptr;

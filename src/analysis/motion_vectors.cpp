@@ -228,9 +228,10 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   f.a = src[0];
   f.b = dst[0];
   HalfPlanes half;
+  HalfPlaneMaker maker(k, dst[0], w.half, &half);
   if (p.subpel) {
-    make_half_planes(k, dst[0], w.half, &half);
     f.half = &half;
+    f.half_maker = &maker;
   }
   f.search_grid = p.grids[0];
   f.search = out[0];
