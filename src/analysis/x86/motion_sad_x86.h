@@ -388,6 +388,7 @@ void sad_avg4_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs
   auto part = [&](uint32_t x, uint32_t y, uint32_t pw, uint32_t ph) -> uint32_t {
     if (pw == 0 || ph == 0) return 0;
     const ptrdiff_t ya = static_cast<ptrdiff_t>(y);
+    if (same) return sad_any(a + ya * as + x, as, b + ya * bs + x, bs, pw, ph);
     return sad_avg_x86(a + ya * as + x, as, b + ya * bs + x, bs, c + ya * cs + x, cs, pw, ph);
   };
   out[0] = part(0, 0, sx, sy);
