@@ -226,20 +226,16 @@ void mark_flat(const MotionKernels &k, const FinalStage &f, int32_t nx, int32_t 
     for (int32_t sc = 0; sc < sg.cols; ++sc) {
       const MotionBlock sb = make_block(f.a, sg, sc, sr);
       const uint32_t sx = static_cast<uint32_t>(std::min(g.bw, sb.w)), sy = static_cast<uint32_t>(std::min(g.bh, sb.h));
-      uint32_t act_h[4], act_v[4];
+      uint32_t act[4];
       const bool interior = sb.x + sb.w < f.a.width && sb.y + sb.h < f.a.height;
-      const uint32_t w = static_cast<uint32_t>(sb.w), h = static_cast<uint32_t>(sb.h);
-      if (interior) {
-        k.sad_q4(sb.a, sb.a_stride, sb.a + 1, sb.a_stride, w, h, 0, 0, sx, sy, act_h);
-        k.sad_q4(sb.a, sb.a_stride, sb.a + sb.a_stride, sb.a_stride, w, h, 0, 0, sx, sy, act_v);
-      }
+      if (interior) k.activity4(sb.a, sb.a_stride, static_cast<uint32_t>(sb.w), static_cast<uint32_t>(sb.h), sx, sy, act);
       const int32_t pw[2] = {static_cast<int32_t>(sx), sb.w - static_cast<int32_t>(sx)};
       const int32_t ph[2] = {static_cast<int32_t>(sy), sb.h - static_cast<int32_t>(sy)};
       uint32_t bits = 0, parts = 0;
       for (int q = 0; q < 4; ++q) {
         const int32_t qc = q & 1, qr = q >> 1;
         if (qc >= nx || qr >= ny || pw[qc] <= 0 || ph[qr] <= 0) continue;
-        const bool is_flat = interior ? act_h[q] + act_v[q] < kFlatActivity * 2 * static_cast<uint32_t>(pw[qc] * ph[qr])
+        const bool is_flat = interior ? act[q] < kFlatActivity * 2 * static_cast<uint32_t>(pw[qc] * ph[qr])
                                       : flat(k, f.a, make_block(f.a, g, sc * nx + qc, sr * ny + qr));
         bits |= is_flat ? 1u << q : 0u;
         parts |= 1u << q;
@@ -587,15 +583,16 @@ void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *sea
 
 }  // namespace
 
+void mark_flat(const MotionKernels &k, const FinalStage &f) {
+  const int32_t nx = nesting(f.search_grid.bw, f.grid.bw), ny = nesting(f.search_grid.bh, f.grid.bh);
+  if (nx && ny) mark_flat(k, f, nx, ny);
+}
+
 void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries) {
   const MotionVec *search = f.search;
   const int32_t nx = nesting(f.search_grid.bw, f.grid.bw), ny = nesting(f.search_grid.bh, f.grid.bh);
   FinalStage stage = f;
-  if (nx && ny) {
-    mark_flat(k, stage, nx, ny);
-  } else {
-    stage.flat = nullptr;
-  }
+  if (!nx || !ny) stage.flat = nullptr;
   MotionVec global;
   const bool has_global = refine(k, stage, &global);
   if (f.subpel) {

@@ -227,11 +227,6 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   FinalStage f;
   f.a = src[0];
   f.b = dst[0];
-  HalfPlanes half;
-  if (p.subpel) {
-    make_half_planes(k, dst[0], w.half, &half);
-    f.half = &half;
-  }
   f.search_grid = p.grids[0];
   f.search = out[0];
   f.exhaustive = w.exhaustive[d];
@@ -248,6 +243,12 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   f.settled = w.scratch1;
   f.parts = w.parts;
   f.flat = w.flat;
+  mark_flat(k, f);
+  HalfPlanes half;
+  if (p.subpel) {
+    make_half_planes(k, dst[0], w.half, &half);
+    f.half = &half;
+  }
   final_stage(k, f, entries);
 }
 
