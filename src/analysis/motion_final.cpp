@@ -458,8 +458,32 @@ struct PartChunk {
   uint16_t flags[2][2 * kChunk];  // DSP_MV_FLAT and DSP_MV_REFINED
 };
 
+// Where a neighbour of search block (sc, sr) moves otherwise: for each part, the best of its own
+// vector (v[q], match m[q] on entry) and the neighbours'.
+void other_parts(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sc, int32_t sr,
+                 uint32_t sx, uint32_t sy, const uint32_t recip[4], MotionVec v[4], uint32_t m[4]) {
+  MotionVec cand[8];
+  const int nc = other_motions(f, search, sc, sr, cand);
+  if (nc == 0) return;
+  const MotionVec own = v[0];
+  Best best[4];
+  for (int q = 0; q < 4; ++q) best[q] = Best{own, m[q], m[q], true};
+  const MotionBlock sb = make_block(f.a, f.search_grid, sc, sr);
+  for (int c = 0; c < nc; ++c) {
+    uint32_t sums[4];
+    parts_at(k, f, sb, cand[c], sx, sy, sums);
+    const uint64_t lambda =
+        uint64_t{4} * f.lambda * static_cast<uint32_t>(iabs(cand[c].x - own.x) + iabs(cand[c].y - own.y));
+    for (int q = 0; q < 4; ++q) {
+      const uint32_t match = cost16_of_sad(recip[q], sums[q]);
+      best[q].offer(cand[c], match + lambda, match);
+    }
+  }
+  for (int q = 0; q < 4; ++q) v[q] = best[q].v, m[q] = best[q].match;
+}
+
 // Search block (sc, sr), the chunk's block j: its own vector for every part, or where a neighbour
-// moves otherwise (not calm), the best of its own and the neighbours' for each part.
+// may move otherwise (not calm), the best of its own and the neighbours' for each part.
 void split_block(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sc, int32_t sr,
                  bool calm, int32_t nx, int32_t j, PartChunk *out) {
   const BlockGrid &g = f.grid, &sg = f.search_grid;
@@ -470,36 +494,24 @@ void split_block(const MotionKernels &k, const FinalStage &f, const MotionVec *s
   // The parts: the search block's first sx columns and the rest, by its first sy lines and the rest.
   const int32_t pw[2] = {static_cast<int32_t>(sx), w - static_cast<int32_t>(sx)};
   const int32_t ph[2] = {static_cast<int32_t>(sy), h - static_cast<int32_t>(sy)};
-  uint32_t sums[4], recip[4];
+  uint32_t sums[4], recip[4], m[4];
   const BlockParts &own_parts = f.parts[i];
   if (f.subpel && own_parts.known && own_parts.v == own) {
     std::copy(own_parts.sum, own_parts.sum + 4, sums);
   } else {
     parts_at(k, f, make_block(f.a, sg, sc, sr), own, sx, sy, sums);
   }
-  Best best[4];
+  MotionVec v[4] = {own, own, own, own};
   for (int q = 0; q < 4; ++q) {
     recip[q] = recip_of(static_cast<uint32_t>(std::max(pw[q & 1] * ph[q >> 1], 1)));
-    const uint32_t m = cost16_of_sad(recip[q], sums[q]);
-    best[q] = Best{own, m, m, true};
+    m[q] = cost16_of_sad(recip[q], sums[q]);
   }
-  MotionVec cand[8];
-  const int nc = calm ? 0 : other_motions(f, search, sc, sr, cand);
-  const MotionBlock sb = nc ? make_block(f.a, sg, sc, sr) : MotionBlock{};
-  for (int c = 0; c < nc; ++c) {
-    const MotionVec &v = cand[c];
-    parts_at(k, f, sb, v, sx, sy, sums);
-    const uint64_t lambda = uint64_t{4} * f.lambda * static_cast<uint32_t>(iabs(v.x - own.x) + iabs(v.y - own.y));
-    for (int q = 0; q < 4; ++q) {
-      const uint32_t m = cost16_of_sad(recip[q], sums[q]);
-      best[q].offer(v, m + lambda, m);
-    }
-  }
+  if (!calm) other_parts(k, f, search, sc, sr, sx, sy, recip, v, m);
   const uint32_t refined = f.exhaustive && f.exhaustive[i] ? DSP_MV_REFINED : 0u;
   for (int q = 0; q < 4; ++q) {
     const int32_t qc = q & 1, qr = q >> 1, at = j * nx + qc;
     if (qc >= nx) continue;
-    out->x[qr][at] = best[q].v.x, out->y[qr][at] = best[q].v.y, out->match[qr][at] = best[q].match;
+    out->x[qr][at] = v[q].x, out->y[qr][at] = v[q].y, out->match[qr][at] = m[q];
     out->flags[qr][at] = static_cast<uint16_t>(refined | ((f.flat[i] >> q) & 1 ? DSP_MV_FLAT : 0u));
   }
 }
@@ -609,33 +621,32 @@ void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries) 
 
 void mark_inconsistent(const BlockGrid &g, int32_t width, int32_t height, uint8_t *entries,
                        const uint8_t *other) {
-  auto vector_at = [](const uint8_t *e) {
-    int16_t xy[2];
-    std::memcpy(xy, e, sizeof xy);
-    return MotionVec{xy[0], xy[1]};
-  };
   // n / d for 0 <= n < 2^16 and d in 8..32 as (n * (2^32 / d + 1)) >> 32: the product's excess,
   // below n / 2^32 < 1 / d, never reaches the next multiple (sides are at most 16384).
   const uint64_t per_col = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bw) + 1;
   const uint64_t per_row = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bh) + 1;
-  auto over = [](int32_t n, uint64_t inverse) { return static_cast<int32_t>((static_cast<uint64_t>(n) * inverse) >> 32); };
-  for (int32_t row = 0; row < g.rows; ++row) {
-    const int32_t cy = row * g.bh + std::min(g.bh, height - row * g.bh) / 2;
-    for (int32_t col = 0; col < g.cols; ++col) {
-      uint8_t *e = entries + sizeof(DSP_MOTION_VECTOR) * (static_cast<size_t>(row) * g.cols + col);
-      const MotionVec v = vector_at(e);
-      const int32_t cx = col * g.bw + std::min(g.bw, width - col * g.bw) / 2;
-      // The destination of the block's centre, rounded to the nearest pixel.
-      const int32_t tx = (4 * cx + v.x + 2) >> 2, ty = (4 * cy + v.y + 2) >> 2;
-      if (tx < 0 || ty < 0 || tx >= width || ty >= height) continue;
-      const MotionVec o = vector_at(other + sizeof(DSP_MOTION_VECTOR) *
-                                                (static_cast<size_t>(over(ty, per_row)) * g.cols + over(tx, per_col)));
-      if (iabs(v.x + o.x) > kConsistency || iabs(v.y + o.y) > kConsistency) {
-        uint16_t fl;
-        std::memcpy(&fl, e + offsetof(DSP_MOTION_VECTOR, usFlags), sizeof fl);
-        fl = static_cast<uint16_t>(fl | DSP_MV_INCONSISTENT);
-        std::memcpy(e + offsetof(DSP_MOTION_VECTOR, usFlags), &fl, sizeof fl);
-      }
+  auto over = [](int32_t n, uint64_t inverse) { return static_cast<size_t>((static_cast<uint64_t>(n) * inverse) >> 32); };
+  constexpr size_t kEntry = sizeof(DSP_MOTION_VECTOR);
+  // The grid in locals: the entries' bytes may alias anything.
+  const int32_t bw = g.bw, bh = g.bh, cols = g.cols, rows = g.rows;
+  for (int32_t row = 0; row < rows; ++row) {
+    // Block centres in quarter pixels, plus 2: the destination rounds to the nearest pixel.
+    const int32_t cy = 4 * (row * bh + std::min(bh, height - row * bh) / 2) + 2;
+    uint8_t *e = entries + kEntry * static_cast<size_t>(row) * cols;
+    for (int32_t col = 0; col < cols; ++col, e += kEntry) {
+      int16_t v[4];  // x, y, cost, flags
+      std::memcpy(v, e, sizeof v);
+      const int32_t cx = 4 * (col * bw + std::min(bw, width - col * bw) / 2) + 2;
+      const int32_t tx = (cx + v[0]) >> 2, ty = (cy + v[1]) >> 2;
+      const bool inside = static_cast<uint32_t>(tx) < static_cast<uint32_t>(width) &&
+                          static_cast<uint32_t>(ty) < static_cast<uint32_t>(height);
+      // Outside the picture the block is not checked; it reads the first entry instead.
+      const size_t at = inside ? over(ty, per_row) * static_cast<size_t>(cols) + over(tx, per_col) : 0;
+      int16_t o[2];
+      std::memcpy(o, other + kEntry * at, sizeof o);
+      const bool apart = iabs(v[0] + o[0]) > kConsistency || iabs(v[1] + o[1]) > kConsistency;
+      const uint16_t fl = static_cast<uint16_t>(static_cast<uint16_t>(v[3]) | (inside && apart ? DSP_MV_INCONSISTENT : 0u));
+      std::memcpy(e + offsetof(DSP_MOTION_VECTOR, usFlags), &fl, sizeof fl);
     }
   }
 }
