@@ -218,16 +218,50 @@ void split_of(const FinalStage &f, const MotionBlock &b, uint32_t *sx, uint32_t 
 // every final block it holds is.
 constexpr uint8_t kAllFlat = 0x10;
 
-// The flat bytes of the search blocks whose final blocks nest in them: the parts' activity in one
-// pass each way when the block has a right and lower neighbour inside the picture.
+// Columns the strip activity kernel takes at once: a multiple of 8 and 16, the widths of search
+// blocks that hold 8-wide final blocks.
+constexpr int32_t kStrip = 1024;
+
+// The flat bytes of n search blocks of row sr from column c0, each with a right and a lower
+// neighbour inside the picture, when the final blocks are 8 wide: one strip of activity sums.
+void mark_flat_strip(const MotionKernels &k, const FinalStage &f, int32_t sr, int32_t c0, int32_t n, int32_t nx,
+                     int32_t ny) {
+  const BlockGrid &g = f.grid, &sg = f.search_grid;
+  uint32_t top[kStrip / 8], bottom[kStrip / 8];
+  const uint8_t *a = f.a.data + static_cast<ptrdiff_t>(sr) * sg.bh * f.a.stride + c0 * sg.bw;
+  k.activity8(a, f.a.stride, static_cast<uint32_t>(n * sg.bw), static_cast<uint32_t>(sg.bh),
+              static_cast<uint32_t>(g.bh), top, bottom);
+  // Every block is whole: parts of 8 x g.bh above and 8 x (sg.bh - g.bh) below.
+  const uint32_t upper = kFlatActivity * 2 * static_cast<uint32_t>(8 * g.bh);
+  const uint32_t lower = kFlatActivity * 2 * static_cast<uint32_t>(8 * (sg.bh - g.bh));
+  const uint32_t parts = (nx > 1 ? 3u : 1u) * (ny > 1 ? 5u : 1u);
+  uint8_t *out = f.flat + static_cast<size_t>(sr) * sg.cols + c0;
+  for (int32_t j = 0; j < n; ++j) {
+    const uint32_t *t = top + j * nx, *b = bottom + j * nx;
+    uint32_t bits = (t[0] < upper ? 1u : 0u) | (b[0] < lower ? 4u : 0u);
+    if (nx > 1) bits |= (t[1] < upper ? 2u : 0u) | (b[1] < lower ? 8u : 0u);
+    bits &= parts;
+    out[j] = static_cast<uint8_t>(bits | (bits == parts ? kAllFlat : 0u));
+  }
+}
+
+// The flat bytes of the search blocks whose final blocks nest in them.  Blocks with a right and a
+// lower neighbour inside the picture (all but the last column and row) take the parts' activity in
+// one pass, with 8-wide final blocks a strip of blocks at a time.
 void mark_flat(const MotionKernels &k, const FinalStage &f, int32_t nx, int32_t ny) {
   const BlockGrid &g = f.grid, &sg = f.search_grid;
+  const int32_t per_strip = kStrip / sg.bw;
   for (int32_t sr = 0; sr < sg.rows; ++sr) {
-    for (int32_t sc = 0; sc < sg.cols; ++sc) {
+    int32_t sc = 0;
+    if (g.bw == 8 && sr + 1 < sg.rows) {
+      for (; sc + 1 < sg.cols; sc += per_strip) mark_flat_strip(k, f, sr, sc, std::min(per_strip, sg.cols - 1 - sc), nx, ny);
+      sc = sg.cols - 1;
+    }
+    for (; sc < sg.cols; ++sc) {
       const MotionBlock sb = make_block(f.a, sg, sc, sr);
       const uint32_t sx = static_cast<uint32_t>(std::min(g.bw, sb.w)), sy = static_cast<uint32_t>(std::min(g.bh, sb.h));
       uint32_t act[4];
-      const bool interior = sb.x + sb.w < f.a.width && sb.y + sb.h < f.a.height;
+      const bool interior = sc + 1 < sg.cols && sr + 1 < sg.rows;
       if (interior) k.activity4(sb.a, sb.a_stride, static_cast<uint32_t>(sb.w), static_cast<uint32_t>(sb.h), sx, sy, act);
       const int32_t pw[2] = {static_cast<int32_t>(sx), sb.w - static_cast<int32_t>(sx)};
       const int32_t ph[2] = {static_cast<int32_t>(sy), sb.h - static_cast<int32_t>(sy)};

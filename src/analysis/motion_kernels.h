@@ -27,6 +27,8 @@
 //            lines the sample lies between).
 //   activity4 a block's own detail in the four parts of sad_q4: the sum over each part of
 //            |a[x] - a[x + 1]| + |a[x] - a[x + stride]| (reads w + 1 columns and h + 1 lines).
+//   activity8 the same sums for each 8-column group of a strip w wide (any width): top[i] over the
+//            columns [8i, 8i + 8) of lines [0, sy), bottom[i] of lines [sy, h) (1 <= sy <= h).
 // Blocks are 1..64 samples wide and 1..64 lines high; strides may be negative (bottom-up
 // pictures) or 0 (one line read for every line: a picture's edge line repeated).  Sums are exact integers, so every ISA gives the same value whatever its order.
 // The table is filled with the scalar kernels, then overridden by what the CPU flags allow.
@@ -59,6 +61,8 @@ using HalfLineKernel = void (*)(const uint8_t *p, uint8_t *out, size_t n);
 using HalfColumnKernel = void (*)(const uint8_t *const r[6], uint8_t *out, size_t n);
 using Activity4Kernel = void (*)(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy,
                                  uint32_t out[4]);
+using Activity8Kernel = void (*)(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sy,
+                                 uint32_t *top, uint32_t *bottom);
 
 struct MotionKernels {
   SadKernel sad;
@@ -71,6 +75,7 @@ struct MotionKernels {
   HalfLineKernel half_h;
   HalfColumnKernel half_v;
   Activity4Kernel activity4;
+  Activity8Kernel activity8;
 };
 
 uint32_t sad_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
@@ -95,6 +100,8 @@ void half_h_c(const uint8_t *p, uint8_t *out, size_t n);
 void half_v_c(const uint8_t *const r[6], uint8_t *out, size_t n);
 void activity4_c(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy,
                  uint32_t out[4]);
+void activity8_c(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sy, uint32_t *top,
+                 uint32_t *bottom);
 
 // Scalar kernels, then whatever `cpu_flags` (CpuFlags bits) allows on this build.
 void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags);

@@ -1,4 +1,4 @@
-// activity4 on x86 (see motion_kernels.h), written once for SSE2 and AVX2 like motion_sad_x86.h:
+// activity4 and activity8 on x86 (see motion_kernels.h), written once for SSE2 and AVX2 like motion_sad_x86.h:
 // the unnamed namespace keeps each ISA's copy in its includer's object file.
 #pragma once
 
@@ -64,6 +64,48 @@ void activity4_x86(const uint8_t *a, ptrdiff_t s, uint32_t w, uint32_t h, uint32
   sad_q4_x86(a, s, a + 1, s, w, h, 0, 0, sx, sy, across);
   sad_q4_x86(a, s, a + s, s, w, h, 0, 0, sx, sy, down);
   for (int q = 0; q < 4; ++q) out[q] = across[q] + down[q];
+}
+
+// activity8: 32 columns (AVX2) or 16 a step, each step down the strip with its sums in a register
+// (psadbw's lanes are the 8-column groups), then the last columns by the scalar kernel.
+template <class V, class Load, class Sad, class Add>
+inline V activity_slab(const uint8_t *&p, ptrdiff_t s, uint32_t n, V acc, Load load, Sad sad, Add add) {
+  V line = load(p);
+  for (uint32_t y = 0; y < n; ++y, p += s) {
+    const V below = load(p + s);
+    acc = add(acc, add(sad(line, load(p + 1)), sad(line, below)));
+    line = below;
+  }
+  return acc;
+}
+
+void activity8_x86(const uint8_t *a, ptrdiff_t s, uint32_t w, uint32_t h, uint32_t sy, uint32_t *top,
+                   uint32_t *bottom) {
+  uint32_t x = 0;
+  const uint32_t upper = sy < h ? sy : h;
+#if defined(__AVX2__)
+  auto load_w = [](const uint8_t *p) { return load32(p); };
+  auto sad_w = [](__m256i u, __m256i v) { return _mm256_sad_epu8(u, v); };
+  auto add_w = [](__m256i u, __m256i v) { return _mm256_add_epi64(u, v); };
+  for (; x + 32 <= w; x += 32) {
+    const uint8_t *p = a + x;
+    alignas(32) uint64_t t[4], b[4];
+    _mm256_store_si256(reinterpret_cast<__m256i *>(t),
+                       activity_slab(p, s, upper, _mm256_setzero_si256(), load_w, sad_w, add_w));
+    _mm256_store_si256(reinterpret_cast<__m256i *>(b),
+                       activity_slab(p, s, h - upper, _mm256_setzero_si256(), load_w, sad_w, add_w));
+    for (int i = 0; i < 4; ++i) top[x / 8 + i] = static_cast<uint32_t>(t[i]), bottom[x / 8 + i] = static_cast<uint32_t>(b[i]);
+  }
+#endif
+  auto load_n = [](const uint8_t *p) { return load16(p); };
+  auto sad_n = [](__m128i u, __m128i v) { return _mm_sad_epu8(u, v); };
+  auto add_n = [](__m128i u, __m128i v) { return _mm_add_epi64(u, v); };
+  for (; x + 16 <= w; x += 16) {
+    const uint8_t *p = a + x;
+    halves(activity_slab(p, s, upper, _mm_setzero_si128(), load_n, sad_n, add_n), top + x / 8);
+    halves(activity_slab(p, s, h - upper, _mm_setzero_si128(), load_n, sad_n, add_n), bottom + x / 8);
+  }
+  if (x < w) activity8_c(a + x, s, w - x, h, sy, top + x / 8, bottom + x / 8);
 }
 
 }  // namespace

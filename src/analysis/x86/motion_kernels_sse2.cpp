@@ -7,6 +7,7 @@ namespace framedsp {
 void motion_kernels_init_sse2(MotionKernels *table) {
   motion_x86::fill_table(table);
   table->activity4 = motion_x86::activity4_x86;
+  table->activity8 = motion_x86::activity8_x86;
 }
 
 }  // namespace framedsp
