@@ -516,31 +516,39 @@ void other_parts(const MotionKernels &k, const FinalStage &f, const MotionVec *s
   for (int q = 0; q < 4; ++q) v[q] = best[q].v, m[q] = best[q].match;
 }
 
+// Where a search block's sums split (after sx columns and sy lines) and the cost scale of each
+// part: the same for every block of a row but the last.
+struct Shape {
+  uint32_t sx, sy, recip[4];
+};
+Shape shape_of(const FinalStage &f, int32_t sc, int32_t sr) {
+  const BlockGrid &g = f.grid, &sg = f.search_grid;
+  const int32_t w = std::min(sg.bw, f.a.width - sc * sg.bw), h = std::min(sg.bh, f.a.height - sr * sg.bh);
+  Shape s;
+  s.sx = static_cast<uint32_t>(std::min(g.bw, w)), s.sy = static_cast<uint32_t>(std::min(g.bh, h));
+  // The parts: the search block's first sx columns and the rest, by its first sy lines and the rest.
+  const int32_t pw[2] = {static_cast<int32_t>(s.sx), w - static_cast<int32_t>(s.sx)};
+  const int32_t ph[2] = {static_cast<int32_t>(s.sy), h - static_cast<int32_t>(s.sy)};
+  for (int q = 0; q < 4; ++q) s.recip[q] = recip_of(static_cast<uint32_t>(std::max(pw[q & 1] * ph[q >> 1], 1)));
+  return s;
+}
+
 // Search block (sc, sr), the chunk's block j: its own vector for every part, or where a neighbour
 // may move otherwise (not calm), the best of its own and the neighbours' for each part.
 void split_block(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sc, int32_t sr,
-                 bool calm, int32_t nx, int32_t j, PartChunk *out) {
-  const BlockGrid &g = f.grid, &sg = f.search_grid;
-  const size_t i = static_cast<size_t>(sr) * sg.cols + sc;
+                 const Shape &shape, bool calm, int32_t nx, int32_t j, PartChunk *out) {
+  const size_t i = static_cast<size_t>(sr) * f.search_grid.cols + sc;
   const MotionVec own = search[i];
-  const int32_t w = std::min(sg.bw, f.a.width - sc * sg.bw), h = std::min(sg.bh, f.a.height - sr * sg.bh);
-  const uint32_t sx = static_cast<uint32_t>(std::min(g.bw, w)), sy = static_cast<uint32_t>(std::min(g.bh, h));
-  // The parts: the search block's first sx columns and the rest, by its first sy lines and the rest.
-  const int32_t pw[2] = {static_cast<int32_t>(sx), w - static_cast<int32_t>(sx)};
-  const int32_t ph[2] = {static_cast<int32_t>(sy), h - static_cast<int32_t>(sy)};
-  uint32_t sums[4], recip[4], m[4];
+  uint32_t sums[4], m[4];
   const BlockParts &own_parts = f.parts[i];
   if (f.subpel && own_parts.known && own_parts.v == own) {
     std::copy(own_parts.sum, own_parts.sum + 4, sums);
   } else {
-    parts_at(k, f, make_block(f.a, sg, sc, sr), own, sx, sy, sums);
+    parts_at(k, f, make_block(f.a, f.search_grid, sc, sr), own, shape.sx, shape.sy, sums);
   }
   MotionVec v[4] = {own, own, own, own};
-  for (int q = 0; q < 4; ++q) {
-    recip[q] = recip_of(static_cast<uint32_t>(std::max(pw[q & 1] * ph[q >> 1], 1)));
-    m[q] = cost16_of_sad(recip[q], sums[q]);
-  }
-  if (!calm) other_parts(k, f, search, sc, sr, sx, sy, recip, v, m);
+  for (int q = 0; q < 4; ++q) m[q] = cost16_of_sad(shape.recip[q], sums[q]);
+  if (!calm) other_parts(k, f, search, sc, sr, shape.sx, shape.sy, shape.recip, v, m);
   const uint32_t refined = f.exhaustive && f.exhaustive[i] ? DSP_MV_REFINED : 0u;
   for (int q = 0; q < 4; ++q) {
     const int32_t qc = q & 1, qr = q >> 1, at = j * nx + qc;
@@ -586,10 +594,14 @@ void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *
   uint8_t calm[kChunk];
   PartChunk chunk;
   for (int32_t sr = 0; sr < sg.rows; ++sr) {
+    const Shape inner = shape_of(f, 0, sr), edge = shape_of(f, sg.cols - 1, sr);
     for (int32_t c0 = 0; c0 < sg.cols; c0 += kChunk) {
       const int32_t n = std::min(kChunk, sg.cols - c0);
       if (f.split) calm_chunk(search, sg, sr, c0, kSplitApart, calm);
-      for (int32_t j = 0; j < n; ++j) split_block(k, f, search, c0 + j, sr, !f.split || calm[j], nx, j, &chunk);
+      for (int32_t j = 0; j < n; ++j) {
+        const int32_t sc = c0 + j;
+        split_block(k, f, search, sc, sr, sc + 1 < sg.cols ? inner : edge, !f.split || calm[j], nx, j, &chunk);
+      }
       const int32_t f0 = c0 * nx, count = std::min((c0 + n) * nx, f.grid.cols) - f0;
       for (int32_t qr = 0; qr < ny && sr * ny + qr < f.grid.rows; ++qr) {
         write_row(f, chunk.x[qr], chunk.y[qr], chunk.match[qr], chunk.flags[qr], sr * ny + qr, f0, count, out.entries);
