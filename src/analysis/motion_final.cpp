@@ -15,8 +15,6 @@ int32_t iabs(int32_t v) { return v < 0 ? -v : v; }
 
 // Mean absolute difference to the right and lower neighbours below this: a flat block.
 constexpr uint32_t kFlatActivity = 2;
-// Vectors of the two directions further apart than this (quarter pixels, x or y) disagree.
-constexpr int32_t kConsistency = 4;
 // The split stage weighs a neighbour's vector only when it is further than this from the block's
 // own (quarter pixels, x or y); the settling pass when it is further than kSettleApart.
 constexpr int32_t kSplitApart = 2;
@@ -662,38 +660,6 @@ void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries) 
     split_nested(k, stage, search, nx, ny, out);
   } else {
     split_any(k, f, search, out);
-  }
-}
-
-void mark_inconsistent(const BlockGrid &g, int32_t width, int32_t height, uint8_t *entries,
-                       const uint8_t *other) {
-  // n / d for 0 <= n < 2^16 and d in 8..32 as (n * (2^32 / d + 1)) >> 32: the product's excess,
-  // below n / 2^32 < 1 / d, never reaches the next multiple (sides are at most 16384).
-  const uint64_t per_col = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bw) + 1;
-  const uint64_t per_row = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bh) + 1;
-  auto over = [](int32_t n, uint64_t inverse) { return static_cast<size_t>((static_cast<uint64_t>(n) * inverse) >> 32); };
-  constexpr size_t kEntry = sizeof(DSP_MOTION_VECTOR);
-  // The grid in locals: the entries' bytes may alias anything.
-  const int32_t bw = g.bw, bh = g.bh, cols = g.cols, rows = g.rows;
-  for (int32_t row = 0; row < rows; ++row) {
-    // Block centres in quarter pixels, plus 2: the destination rounds to the nearest pixel.
-    const int32_t cy = 4 * (row * bh + std::min(bh, height - row * bh) / 2) + 2;
-    uint8_t *e = entries + kEntry * static_cast<size_t>(row) * cols;
-    for (int32_t col = 0; col < cols; ++col, e += kEntry) {
-      int16_t v[4];  // x, y, cost, flags
-      std::memcpy(v, e, sizeof v);
-      const int32_t cx = 4 * (col * bw + std::min(bw, width - col * bw) / 2) + 2;
-      const int32_t tx = (cx + v[0]) >> 2, ty = (cy + v[1]) >> 2;
-      const bool inside = static_cast<uint32_t>(tx) < static_cast<uint32_t>(width) &&
-                          static_cast<uint32_t>(ty) < static_cast<uint32_t>(height);
-      // Outside the picture the block is not checked; it reads the first entry instead.
-      const size_t at = inside ? over(ty, per_row) * static_cast<size_t>(cols) + over(tx, per_col) : 0;
-      int16_t o[2];
-      std::memcpy(o, other + kEntry * at, sizeof o);
-      const bool apart = iabs(v[0] + o[0]) > kConsistency || iabs(v[1] + o[1]) > kConsistency;
-      const uint16_t fl = static_cast<uint16_t>(static_cast<uint16_t>(v[3]) | (inside && apart ? DSP_MV_INCONSISTENT : 0u));
-      std::memcpy(e + offsetof(DSP_MOTION_VECTOR, usFlags), &fl, sizeof fl);
-    }
   }
 }
 

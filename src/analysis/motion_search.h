@@ -205,9 +205,4 @@ void mark_flat(const MotionKernels &k, const FinalStage &f);
 // vector, cost (SAD per 64 pixels, saturated to 16 bits) and flags.
 void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries);
 
-// Flags DSP_MV_INCONSISTENT in `entries` where the other direction's vector at a block's
-// destination is not the negated vector within one pixel in x and y.
-void mark_inconsistent(const BlockGrid &grid, int32_t width, int32_t height, uint8_t *entries,
-                       const uint8_t *other);
-
 }  // namespace framedsp
