@@ -15,8 +15,6 @@ int32_t iabs(int32_t v) { return v < 0 ? -v : v; }
 
 // Mean absolute difference to the right and lower neighbours below this: a flat block.
 constexpr uint32_t kFlatActivity = 2;
-// Vectors of the two directions further apart than this (quarter pixels, x or y) disagree.
-constexpr int32_t kConsistency = 4;
 // The split stage weighs a neighbour's vector only when it is further than this from the block's
 // own (quarter pixels, x or y); the settling pass when it is further than kSettleApart.
 constexpr int32_t kSplitApart = 2;
@@ -24,6 +22,53 @@ constexpr int32_t kSettleApart = 1;
 
 bool apart(const MotionVec &a, const MotionVec &b, int32_t limit) {
   return iabs(a.x - b.x) > limit || iabs(a.y - b.y) > limit;
+}
+
+// calm[c - c0] for kChunk columns from c0 (those beyond the grid left alone): 1 when no vector of
+// the 3x3 around the block (within the grid) is apart() from its own by `limit`.  Vectors lie
+// within 4 * 8191 quarter pixels, so they fit 16 bits; a column's largest minus the block's own
+// (0..65528) is exact in 16 unsigned bits, and so is the own minus the smallest.  Each step runs
+// over the whole chunk, which the compiler takes 8 or 16 at a time.
+constexpr int32_t kChunk = 64;
+void calm_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, int32_t limit,
+                uint8_t calm[kChunk]) {
+  const int32_t n = std::min(kChunk, g.cols - c0), lanes = (n + 7) & ~7;
+  // Per component: the line's vectors from column c0 - 1 on, the edge columns repeated (a repeated
+  // vector is the block's own or a neighbour's), and the least and greatest of the three lines.
+  int16_t own[2][kChunk + 2], lo[2][kChunk + 2], hi[2][kChunk + 2];
+  for (int32_t dy = -1; dy <= 1; ++dy) {
+    const MotionVec *f = field + static_cast<ptrdiff_t>(std::min(std::max(row + dy, 0), g.rows - 1)) * g.cols + c0;
+    int16_t v[2][kChunk + 2];
+    for (int32_t j = 0; j < n; ++j) {
+      v[0][j + 1] = static_cast<int16_t>(f[j].x);
+      v[1][j + 1] = static_cast<int16_t>(f[j].y);
+    }
+    const MotionVec &first = c0 > 0 ? f[-1] : f[0];
+    v[0][0] = static_cast<int16_t>(first.x), v[1][0] = static_cast<int16_t>(first.y);
+    for (int32_t j = n + 1; j < lanes + 2; ++j) {
+      const MotionVec &last = c0 + n < g.cols ? f[n] : f[n - 1];
+      v[0][j] = static_cast<int16_t>(last.x), v[1][j] = static_cast<int16_t>(last.y);
+    }
+    for (int c = 0; c < 2; ++c) {
+      for (int32_t j = 0; j < lanes + 2; ++j) {
+        lo[c][j] = dy < 0 ? v[c][j] : std::min(lo[c][j], v[c][j]);
+        hi[c][j] = dy < 0 ? v[c][j] : std::max(hi[c][j], v[c][j]);
+        if (dy == 0) own[c][j] = v[c][j];
+      }
+    }
+  }
+  const uint16_t lim = static_cast<uint16_t>(limit);
+  uint8_t near[2][kChunk];
+  for (int c = 0; c < 2; ++c) {
+    const int16_t *l = lo[c], *h = hi[c], *o = own[c] + 1;
+    for (int32_t j = 0; j < lanes; ++j) {
+      const int16_t l01 = l[j] < l[j + 1] ? l[j] : l[j + 1], h01 = h[j] > h[j + 1] ? h[j] : h[j + 1];
+      const int16_t least = l01 < l[j + 2] ? l01 : l[j + 2], most = h01 > h[j + 2] ? h01 : h[j + 2];
+      const uint16_t above = static_cast<uint16_t>(most - o[j]), below = static_cast<uint16_t>(o[j] - least);
+      near[c][j] = static_cast<uint8_t>((above <= lim) & (below <= lim));
+    }
+  }
+  for (int32_t j = 0; j < lanes; ++j) calm[j] = near[0][j] & near[1][j];
 }
 
 // The block's match at v in the four parts of sad_q4.
@@ -115,19 +160,6 @@ bool flat(const MotionKernels &k, const MotionPlane &src, const MotionBlock &b) 
   return activity < kFlatActivity * pairs;
 }
 
-// A final block's place in the picture.
-struct Rect {
-  int32_t x, y, w, h;
-};
-
-// The matched block reaches outside the target: its first sample column left of 0 or its last
-// (rounded up for a fractional position) right of the last column; rows alike.
-bool outside(const FinalStage &f, const Rect &b, const MotionVec &v) {
-  const int32_t qx = 4 * b.x + v.x, qy = 4 * b.y + v.y;
-  return (qx >> 2) < 0 || (qy >> 2) < 0 || ((qx + 3) >> 2) + b.w > f.b.width ||
-         ((qy + 3) >> 2) + b.h > f.b.height;
-}
-
 // The part of a block whose samples at every whole-pixel offset lo..hi (per axis, inclusive) lie
 // inside the target.  False when that is the whole block, or nothing of it.  Edge-repeated
 // samples say nothing about where a block lies between two pixels, so sub-pixel decisions are
@@ -184,28 +216,58 @@ void split_of(const FinalStage &f, const MotionBlock &b, uint32_t *sx, uint32_t 
 // every final block it holds is.
 constexpr uint8_t kAllFlat = 0x10;
 
-// The flat bytes of the search blocks whose final blocks nest in them: the parts' activity in one
-// pass each way when the block has a right and lower neighbour inside the picture.
+// Columns the strip activity kernel takes at once: a multiple of 8 and 16, the widths of search
+// blocks that hold 8-wide final blocks.
+constexpr int32_t kStrip = 1024;
+
+// The flat bytes of n search blocks of row sr from column c0, each with a right and a lower
+// neighbour inside the picture, when the final blocks are 8 wide: one strip of activity sums.
+void mark_flat_strip(const MotionKernels &k, const FinalStage &f, int32_t sr, int32_t c0, int32_t n, int32_t nx,
+                     int32_t ny) {
+  const BlockGrid &g = f.grid, &sg = f.search_grid;
+  uint32_t top[kStrip / 8], bottom[kStrip / 8];
+  const uint8_t *a = f.a.data + static_cast<ptrdiff_t>(sr) * sg.bh * f.a.stride + c0 * sg.bw;
+  k.activity8(a, f.a.stride, static_cast<uint32_t>(n * sg.bw), static_cast<uint32_t>(sg.bh),
+              static_cast<uint32_t>(g.bh), top, bottom);
+  // Every block is whole: parts of 8 x g.bh above and 8 x (sg.bh - g.bh) below.
+  const uint32_t upper = kFlatActivity * 2 * static_cast<uint32_t>(8 * g.bh);
+  const uint32_t lower = kFlatActivity * 2 * static_cast<uint32_t>(8 * (sg.bh - g.bh));
+  const uint32_t parts = (nx > 1 ? 3u : 1u) * (ny > 1 ? 5u : 1u);
+  uint8_t *out = f.flat + static_cast<size_t>(sr) * sg.cols + c0;
+  for (int32_t j = 0; j < n; ++j) {
+    const uint32_t *t = top + j * nx, *b = bottom + j * nx;
+    uint32_t bits = (t[0] < upper ? 1u : 0u) | (b[0] < lower ? 4u : 0u);
+    if (nx > 1) bits |= (t[1] < upper ? 2u : 0u) | (b[1] < lower ? 8u : 0u);
+    bits &= parts;
+    out[j] = static_cast<uint8_t>(bits | (bits == parts ? kAllFlat : 0u));
+  }
+}
+
+// The flat bytes of the search blocks whose final blocks nest in them.  Blocks with a right and a
+// lower neighbour inside the picture (all but the last column and row) take the parts' activity in
+// one pass, with 8-wide final blocks a strip of blocks at a time.
 void mark_flat(const MotionKernels &k, const FinalStage &f, int32_t nx, int32_t ny) {
   const BlockGrid &g = f.grid, &sg = f.search_grid;
+  const int32_t per_strip = kStrip / sg.bw;
   for (int32_t sr = 0; sr < sg.rows; ++sr) {
-    for (int32_t sc = 0; sc < sg.cols; ++sc) {
+    int32_t sc = 0;
+    if (g.bw == 8 && sr + 1 < sg.rows) {
+      for (; sc + 1 < sg.cols; sc += per_strip) mark_flat_strip(k, f, sr, sc, std::min(per_strip, sg.cols - 1 - sc), nx, ny);
+      sc = sg.cols - 1;
+    }
+    for (; sc < sg.cols; ++sc) {
       const MotionBlock sb = make_block(f.a, sg, sc, sr);
       const uint32_t sx = static_cast<uint32_t>(std::min(g.bw, sb.w)), sy = static_cast<uint32_t>(std::min(g.bh, sb.h));
-      uint32_t act_h[4], act_v[4];
-      const bool interior = sb.x + sb.w < f.a.width && sb.y + sb.h < f.a.height;
-      const uint32_t w = static_cast<uint32_t>(sb.w), h = static_cast<uint32_t>(sb.h);
-      if (interior) {
-        k.sad_q4(sb.a, sb.a_stride, sb.a + 1, sb.a_stride, w, h, 0, 0, sx, sy, act_h);
-        k.sad_q4(sb.a, sb.a_stride, sb.a + sb.a_stride, sb.a_stride, w, h, 0, 0, sx, sy, act_v);
-      }
+      uint32_t act[4];
+      const bool interior = sc + 1 < sg.cols && sr + 1 < sg.rows;
+      if (interior) k.activity4(sb.a, sb.a_stride, static_cast<uint32_t>(sb.w), static_cast<uint32_t>(sb.h), sx, sy, act);
       const int32_t pw[2] = {static_cast<int32_t>(sx), sb.w - static_cast<int32_t>(sx)};
       const int32_t ph[2] = {static_cast<int32_t>(sy), sb.h - static_cast<int32_t>(sy)};
       uint32_t bits = 0, parts = 0;
       for (int q = 0; q < 4; ++q) {
         const int32_t qc = q & 1, qr = q >> 1;
         if (qc >= nx || qr >= ny || pw[qc] <= 0 || ph[qr] <= 0) continue;
-        const bool is_flat = interior ? act_h[q] + act_v[q] < kFlatActivity * 2 * static_cast<uint32_t>(pw[qc] * ph[qr])
+        const bool is_flat = interior ? act[q] < kFlatActivity * 2 * static_cast<uint32_t>(pw[qc] * ph[qr])
                                       : flat(k, f.a, make_block(f.a, g, sc * nx + qc, sr * ny + qr));
         bits |= is_flat ? 1u << q : 0u;
         parts |= 1u << q;
@@ -357,10 +419,16 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
 // along one direction.
 void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global, bool has_global) {
   const BlockGrid &sg = f.search_grid;
+  uint8_t calm[kChunk];
   for (int32_t row = 0; row < sg.rows; ++row) {
     for (int32_t col = 0; col < sg.cols; ++col) {
       const size_t i = static_cast<size_t>(row) * sg.cols + col;
       const MotionVec own = f.refined[i];
+      if (col % kChunk == 0) calm_chunk(f.refined, sg, row, col, kSettleApart, calm);
+      if (calm[col % kChunk]) {
+        f.settled[i] = own;
+        continue;
+      }
       MotionVec cand[8];
       int n = 0;
       for (int32_t dy = -1; dy <= 1; ++dy) {
@@ -406,18 +474,19 @@ struct Out {
   uint8_t *entries;
 };
 
-void write_block(const FinalStage &f, const Rect &block, size_t i, const Best &best, bool is_flat, bool exhaustive,
-                 const Out &out) {
-  const uint32_t c64 = (best.match + 8) >> 4;
-  uint16_t fl = 0;
-  if (c64 > f.scene_threshold) fl |= DSP_MV_BAD;
-  if (outside(f, block, best.v)) fl |= DSP_MV_OUTSIDE;
-  if (is_flat) fl |= DSP_MV_FLAT;
-  if (exhaustive) fl |= DSP_MV_REFINED;
+// The entry of a final block at x, y (w x h) with vector v and match (cost16).
+void write_block(const FinalStage &f, int32_t x, int32_t y, int32_t w, int32_t h, const MotionVec &v, uint32_t match,
+                 uint16_t fl, uint8_t *to) {
+  const uint32_t c64 = (match + 8) >> 4;
+  // Outside: the first sample column left of 0 or the last (rounded up for a fractional
+  // position) right of the last column; rows alike.
+  const int32_t qx = 4 * x + v.x, qy = 4 * y + v.y;
+  const bool out = (qx < 0) | (qy < 0) | (((qx + 3) >> 2) + w > f.b.width) | (((qy + 3) >> 2) + h > f.b.height);
+  fl = static_cast<uint16_t>(fl | (c64 > f.scene_threshold ? DSP_MV_BAD : 0u) | (out ? DSP_MV_OUTSIDE : 0u));
   // Vectors lie within the reach, at most 8191 pixels: quarter pixels fit 16 bits.
-  const DSP_MOTION_VECTOR e{static_cast<int16_t>(best.v.x), static_cast<int16_t>(best.v.y),
+  const DSP_MOTION_VECTOR e{static_cast<int16_t>(v.x), static_cast<int16_t>(v.y),
                             static_cast<uint16_t>(std::min<uint32_t>(c64, 0xFFFF)), fl};
-  std::memcpy(out.entries + sizeof e * i, &e, sizeof e);
+  std::memcpy(to, &e, sizeof e);
 }
 
 // The vectors of a search block's eight neighbours (in a fixed order, each once) more than half a
@@ -440,56 +509,126 @@ int other_motions(const FinalStage &f, const MotionVec *search, int32_t sc, int3
   return taken;
 }
 
+// The final blocks of a chunk of a search row, by final row (qr) and column from the chunk's first.
+struct PartChunk {
+  int32_t x[2][2 * kChunk], y[2][2 * kChunk];  // vector
+  uint32_t match[2][2 * kChunk];
+  uint16_t flags[2][2 * kChunk];  // DSP_MV_FLAT and DSP_MV_REFINED
+};
+
+// Where a neighbour of search block (sc, sr) moves otherwise: for each part, the best of its own
+// vector (v[q], match m[q] on entry) and the neighbours'.
+void other_parts(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sc, int32_t sr,
+                 uint32_t sx, uint32_t sy, const uint32_t recip[4], MotionVec v[4], uint32_t m[4]) {
+  MotionVec cand[8];
+  const int nc = other_motions(f, search, sc, sr, cand);
+  if (nc == 0) return;
+  const MotionVec own = v[0];
+  Best best[4];
+  for (int q = 0; q < 4; ++q) best[q] = Best{own, m[q], m[q], true};
+  const MotionBlock sb = make_block(f.a, f.search_grid, sc, sr);
+  for (int c = 0; c < nc; ++c) {
+    uint32_t sums[4];
+    parts_at(k, f, sb, cand[c], sx, sy, sums);
+    const uint64_t lambda =
+        uint64_t{4} * f.lambda * static_cast<uint32_t>(iabs(cand[c].x - own.x) + iabs(cand[c].y - own.y));
+    for (int q = 0; q < 4; ++q) {
+      const uint32_t match = cost16_of_sad(recip[q], sums[q]);
+      best[q].offer(cand[c], match + lambda, match);
+    }
+  }
+  for (int q = 0; q < 4; ++q) v[q] = best[q].v, m[q] = best[q].match;
+}
+
+// Where a search block's sums split (after sx columns and sy lines) and the cost scale of each
+// part: the same for every block of a row but the last.
+struct Shape {
+  uint32_t sx, sy, recip[4];
+};
+Shape shape_of(const FinalStage &f, int32_t sc, int32_t sr) {
+  const BlockGrid &g = f.grid, &sg = f.search_grid;
+  const int32_t w = std::min(sg.bw, f.a.width - sc * sg.bw), h = std::min(sg.bh, f.a.height - sr * sg.bh);
+  Shape s;
+  s.sx = static_cast<uint32_t>(std::min(g.bw, w)), s.sy = static_cast<uint32_t>(std::min(g.bh, h));
+  // The parts: the search block's first sx columns and the rest, by its first sy lines and the rest.
+  const int32_t pw[2] = {static_cast<int32_t>(s.sx), w - static_cast<int32_t>(s.sx)};
+  const int32_t ph[2] = {static_cast<int32_t>(s.sy), h - static_cast<int32_t>(s.sy)};
+  for (int q = 0; q < 4; ++q) s.recip[q] = recip_of(static_cast<uint32_t>(std::max(pw[q & 1] * ph[q >> 1], 1)));
+  return s;
+}
+
+// Search block (sc, sr), the chunk's block j: its own vector for every part, or where a neighbour
+// may move otherwise (not calm), the best of its own and the neighbours' for each part.
+void split_block(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sc, int32_t sr,
+                 const Shape &shape, bool calm, int32_t nx, int32_t j, PartChunk *out) {
+  const size_t i = static_cast<size_t>(sr) * f.search_grid.cols + sc;
+  const MotionVec own = search[i];
+  uint32_t sums[4], m[4];
+  const BlockParts &own_parts = f.parts[i];
+  if (f.subpel && own_parts.known && own_parts.v == own) {
+    std::copy(own_parts.sum, own_parts.sum + 4, sums);
+  } else {
+    parts_at(k, f, make_block(f.a, f.search_grid, sc, sr), own, shape.sx, shape.sy, sums);
+  }
+  MotionVec v[4] = {own, own, own, own};
+  for (int q = 0; q < 4; ++q) m[q] = cost16_of_sad(shape.recip[q], sums[q]);
+  if (!calm) other_parts(k, f, search, sc, sr, shape.sx, shape.sy, shape.recip, v, m);
+  const uint32_t refined = f.exhaustive && f.exhaustive[i] ? DSP_MV_REFINED : 0u;
+  for (int q = 0; q < 4; ++q) {
+    const int32_t qc = q & 1, qr = q >> 1, at = j * nx + qc;
+    if (qc >= nx) continue;
+    out->x[qr][at] = v[q].x, out->y[qr][at] = v[q].y, out->match[qr][at] = m[q];
+    out->flags[qr][at] = static_cast<uint16_t>(refined | ((f.flat[i] >> q) & 1 ? DSP_MV_FLAT : 0u));
+  }
+}
+
+// The entries of n final blocks of row fr from column f0 (x, y, match, flags of the chunk's final
+// row) with their cost, DSP_MV_BAD and DSP_MV_OUTSIDE: one step over the row, which the compiler
+// takes several lanes at a time, then one copy.
+void write_row(const FinalStage &f, const int32_t *vx, const int32_t *vy, const uint32_t *match, const uint16_t *flags,
+               int32_t fr, int32_t f0, int32_t n, uint8_t *entries) {
+  const BlockGrid &g = f.grid;
+  const int32_t y = fr * g.bh, h = std::min(g.bh, f.a.height - y), width = f.a.width;
+  const int32_t bottom = f.b.height - h, right = f.b.width;
+  const uint32_t threshold = f.scene_threshold;
+  uint16_t packed[4 * 2 * kChunk];
+  for (int32_t t = 0; t < n; ++t) {
+    // Outside: the first sample column left of 0 or the last (rounded up for a fractional
+    // position) right of the last column; rows alike.
+    const int32_t x = (f0 + t) * g.bw, w = std::min(g.bw, width - x);
+    const int32_t qx = 4 * x + vx[t], qy = 4 * y + vy[t];
+    const bool out = (qx < 0) | (qy < 0) | (((qx + 3) >> 2) + w > right) | (((qy + 3) >> 2) > bottom);
+    const uint32_t c64 = (match[t] + 8) >> 4;
+    // Vectors lie within the reach, at most 8191 pixels: quarter pixels fit 16 bits.
+    packed[4 * t] = static_cast<uint16_t>(vx[t]);
+    packed[4 * t + 1] = static_cast<uint16_t>(vy[t]);
+    packed[4 * t + 2] = static_cast<uint16_t>(std::min<uint32_t>(c64, 0xFFFF));
+    packed[4 * t + 3] = static_cast<uint16_t>(flags[t] | (c64 > threshold ? DSP_MV_BAD : 0u) | (out ? DSP_MV_OUTSIDE : 0u));
+  }
+  std::memcpy(entries + sizeof(DSP_MOTION_VECTOR) * (static_cast<size_t>(fr) * g.cols + f0), packed,
+              sizeof(uint16_t) * 4 * static_cast<size_t>(n));
+}
+
 // The split stage when every search block holds 1x1, 2x1, 1x2 or 2x2 final blocks: one pass of
 // sad_q4 a candidate gives the matches of all of them.  Most blocks have no neighbour with another
 // motion; they keep their own vector and the sums refinement found for it.
-void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t nx,
-                  int32_t ny, const Out &out) {
-  const BlockGrid &g = f.grid, &sg = f.search_grid;
+void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t nx, int32_t ny,
+                  const Out &out) {
+  const BlockGrid &sg = f.search_grid;
+  uint8_t calm[kChunk];
+  PartChunk chunk;
   for (int32_t sr = 0; sr < sg.rows; ++sr) {
-    for (int32_t sc = 0; sc < sg.cols; ++sc) {
-      const size_t i = static_cast<size_t>(sr) * sg.cols + sc;
-      const MotionBlock sb = make_block(f.a, sg, sc, sr);
-      const uint32_t sx = static_cast<uint32_t>(std::min(g.bw, sb.w)), sy = static_cast<uint32_t>(std::min(g.bh, sb.h));
-      const MotionVec own = search[i];
-      MotionVec cand[8];
-      const int nc = f.split ? other_motions(f, search, sc, sr, cand) : 0;
-      // The final blocks: the search block's first sx columns and the rest, by its first sy lines
-      // and the rest (a part without columns or lines does not exist).
-      const int32_t pw[2] = {static_cast<int32_t>(sx), sb.w - static_cast<int32_t>(sx)};
-      const int32_t ph[2] = {static_cast<int32_t>(sy), sb.h - static_cast<int32_t>(sy)};
-      uint32_t sums[4];
-      const BlockParts &own_parts = f.parts[i];
-      if (f.subpel && own_parts.known && own_parts.v == own) {
-        std::copy(own_parts.sum, own_parts.sum + 4, sums);
-      } else {
-        parts_at(k, f, sb, own, sx, sy, sums);
+    const Shape inner = shape_of(f, 0, sr), edge = shape_of(f, sg.cols - 1, sr);
+    for (int32_t c0 = 0; c0 < sg.cols; c0 += kChunk) {
+      const int32_t n = std::min(kChunk, sg.cols - c0);
+      if (f.split) calm_chunk(search, sg, sr, c0, kSplitApart, calm);
+      for (int32_t j = 0; j < n; ++j) {
+        const int32_t sc = c0 + j;
+        split_block(k, f, search, sc, sr, sc + 1 < sg.cols ? inner : edge, !f.split || calm[j], nx, j, &chunk);
       }
-      uint32_t recip[4];
-      Best best[4];
-      for (int q = 0; q < 4; ++q) {
-        recip[q] = recip_of(static_cast<uint32_t>(std::max(pw[q & 1] * ph[q >> 1], 1)));
-        const uint32_t m = cost16_of_sad(recip[q], sums[q]);
-        best[q] = Best{own, m, m, true};
-      }
-      for (int j = 0; j < nc; ++j) {
-        const MotionVec &v = cand[j];
-        parts_at(k, f, sb, v, sx, sy, sums);
-        const uint64_t lambda = uint64_t{4} * f.lambda * static_cast<uint32_t>(iabs(v.x - own.x) + iabs(v.y - own.y));
-        for (int q = 0; q < 4; ++q) {
-          const uint32_t m = cost16_of_sad(recip[q], sums[q]);
-          best[q].offer(v, m + lambda, m);
-        }
-      }
-      const bool exhaustive = f.exhaustive && f.exhaustive[i];
-      const uint8_t flat_bits = f.flat[i];
-      for (int q = 0; q < 4; ++q) {
-        const int32_t qc = q & 1, qr = q >> 1;
-        if (qc >= nx || qr >= ny || pw[qc] <= 0 || ph[qr] <= 0) continue;
-        const Rect b{sb.x + qc * g.bw, sb.y + qr * g.bh, pw[qc], ph[qr]};
-        const int32_t fc = sc * nx + qc, fr = sr * ny + qr;
-        const bool is_flat = (flat_bits >> q) & 1;
-        write_block(f, b, static_cast<size_t>(fr) * g.cols + fc, best[q], is_flat, exhaustive, out);
+      const int32_t f0 = c0 * nx, count = std::min((c0 + n) * nx, f.grid.cols) - f0;
+      for (int32_t qr = 0; qr < ny && sr * ny + qr < f.grid.rows; ++qr) {
+        write_row(f, chunk.x[qr], chunk.y[qr], chunk.match[qr], chunk.flags[qr], sr * ny + qr, f0, count, out.entries);
       }
     }
   }
@@ -517,23 +656,25 @@ void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *sea
         }
       }
       const bool exhaustive = f.exhaustive && f.exhaustive[sr * sg.cols + sc];
-      write_block(f, Rect{block.x, block.y, block.w, block.h}, static_cast<size_t>(row) * g.cols + col, eval.best(),
-                  flat(k, f.a, block), exhaustive, out);
+      const uint16_t fl = static_cast<uint16_t>((flat(k, f.a, block) ? DSP_MV_FLAT : 0u) | (exhaustive ? DSP_MV_REFINED : 0u));
+      write_block(f, block.x, block.y, block.w, block.h, eval.best().v, eval.best().match, fl,
+                  out.entries + sizeof(DSP_MOTION_VECTOR) * (static_cast<size_t>(row) * g.cols + col));
     }
   }
 }
 
 }  // namespace
 
+void mark_flat(const MotionKernels &k, const FinalStage &f) {
+  const int32_t nx = nesting(f.search_grid.bw, f.grid.bw), ny = nesting(f.search_grid.bh, f.grid.bh);
+  if (nx && ny) mark_flat(k, f, nx, ny);
+}
+
 void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries) {
   const MotionVec *search = f.search;
   const int32_t nx = nesting(f.search_grid.bw, f.grid.bw), ny = nesting(f.search_grid.bh, f.grid.bh);
   FinalStage stage = f;
-  if (nx && ny) {
-    mark_flat(k, stage, nx, ny);
-  } else {
-    stage.flat = nullptr;
-  }
+  if (!nx || !ny) stage.flat = nullptr;
   MotionVec global;
   const bool has_global = refine(k, stage, &global);
   if (f.subpel) {
@@ -545,39 +686,6 @@ void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries) 
     split_nested(k, stage, search, nx, ny, out);
   } else {
     split_any(k, f, search, out);
-  }
-}
-
-void mark_inconsistent(const BlockGrid &g, int32_t width, int32_t height, uint8_t *entries,
-                       const uint8_t *other) {
-  auto vector_at = [](const uint8_t *e) {
-    int16_t xy[2];
-    std::memcpy(xy, e, sizeof xy);
-    return MotionVec{xy[0], xy[1]};
-  };
-  // n / d for 0 <= n < 2^16 and d in 8..32 as (n * (2^32 / d + 1)) >> 32: the product's excess,
-  // below n / 2^32 < 1 / d, never reaches the next multiple (sides are at most 16384).
-  const uint64_t per_col = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bw) + 1;
-  const uint64_t per_row = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bh) + 1;
-  auto over = [](int32_t n, uint64_t inverse) { return static_cast<int32_t>((static_cast<uint64_t>(n) * inverse) >> 32); };
-  for (int32_t row = 0; row < g.rows; ++row) {
-    const int32_t cy = row * g.bh + std::min(g.bh, height - row * g.bh) / 2;
-    for (int32_t col = 0; col < g.cols; ++col) {
-      uint8_t *e = entries + sizeof(DSP_MOTION_VECTOR) * (static_cast<size_t>(row) * g.cols + col);
-      const MotionVec v = vector_at(e);
-      const int32_t cx = col * g.bw + std::min(g.bw, width - col * g.bw) / 2;
-      // The destination of the block's centre, rounded to the nearest pixel.
-      const int32_t tx = (4 * cx + v.x + 2) >> 2, ty = (4 * cy + v.y + 2) >> 2;
-      if (tx < 0 || ty < 0 || tx >= width || ty >= height) continue;
-      const MotionVec o = vector_at(other + sizeof(DSP_MOTION_VECTOR) *
-                                                (static_cast<size_t>(over(ty, per_row)) * g.cols + over(tx, per_col)));
-      if (iabs(v.x + o.x) > kConsistency || iabs(v.y + o.y) > kConsistency) {
-        uint16_t fl;
-        std::memcpy(&fl, e + offsetof(DSP_MOTION_VECTOR, usFlags), sizeof fl);
-        fl = static_cast<uint16_t>(fl | DSP_MV_INCONSISTENT);
-        std::memcpy(e + offsetof(DSP_MOTION_VECTOR, usFlags), &fl, sizeof fl);
-      }
-    }
   }
 }
 

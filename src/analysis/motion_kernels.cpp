@@ -114,6 +114,29 @@ void half_v_c(const uint8_t *const r[6], uint8_t *out, size_t n) {
   for (size_t i = 0; i < n; ++i) out[i] = six_tap(r[0][i], r[1][i], r[2][i], r[3][i], r[4][i], r[5][i]);
 }
 
+void activity4_c(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy,
+                 uint32_t out[4]) {
+  out[0] = out[1] = out[2] = out[3] = 0;
+  for (uint32_t y = 0; y < h; ++y, a += stride) {
+    for (uint32_t x = 0; x < w; ++x) {
+      const int dh = a[x] - a[x + 1], dv = a[x] - a[x + stride];
+      out[(y >= sy ? 2 : 0) + (x >= sx ? 1 : 0)] += static_cast<uint32_t>((dh < 0 ? -dh : dh) + (dv < 0 ? -dv : dv));
+    }
+  }
+}
+
+void activity8_c(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sy, uint32_t *top,
+                 uint32_t *bottom) {
+  for (uint32_t i = 0; i < (w + 7) / 8; ++i) top[i] = bottom[i] = 0;
+  for (uint32_t y = 0; y < h; ++y, a += stride) {
+    uint32_t *out = y < sy ? top : bottom;
+    for (uint32_t x = 0; x < w; ++x) {
+      const int dh = a[x] - a[x + 1], dv = a[x] - a[x + stride];
+      out[x / 8] += static_cast<uint32_t>((dh < 0 ? -dh : dh) + (dv < 0 ? -dv : dv));
+    }
+  }
+}
+
 void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
   table->sad = sad_c;
   table->sad_avg = sad_avg_c;
@@ -124,6 +147,8 @@ void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
   table->sad_ring = sad_ring_c;
   table->half_h = half_h_c;
   table->half_v = half_v_c;
+  table->activity4 = activity4_c;
+  table->activity8 = activity8_c;
 #if defined(FRAMEDSP_HAVE_X86)
   if (cpu_flags & kCpuSSE2) motion_kernels_init_sse2(table);
   if (cpu_flags & kCpuAVX2) motion_kernels_init_avx2(table);

@@ -26,6 +26,10 @@
 //            + 20 p[i+1] - 5 p[i+2] + p[i+3] + 16) >> 5) for i in [0, n), reading p[-2, n + 3).
 //   half_v   the same across six lines: out[i] from r[0][i] .. r[5][i] (r[2] and r[3] the two
 //            lines the sample lies between).
+//   activity4 a block's own detail in the four parts of sad_q4: the sum over each part of
+//            |a[x] - a[x + 1]| + |a[x] - a[x + stride]| (reads w + 1 columns and h + 1 lines).
+//   activity8 the same sums for each 8-column group of a strip w wide (any width): top[i] over the
+//            columns [8i, 8i + 8) of lines [0, sy), bottom[i] of lines [sy, h) (1 <= sy <= h).
 // Blocks are 1..64 samples wide and 1..64 lines high; strides may be negative (bottom-up
 // pictures) or 0 (one line read for every line: a picture's edge line repeated).  Sums are exact integers, so every ISA gives the same value whatever its order.
 // The table is filled with the scalar kernels, then overridden by what the CPU flags allow.
@@ -56,6 +60,10 @@ using SadRingKernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8
                                uint32_t mode, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[9][4]);
 using HalfLineKernel = void (*)(const uint8_t *p, uint8_t *out, size_t n);
 using HalfColumnKernel = void (*)(const uint8_t *const r[6], uint8_t *out, size_t n);
+using Activity4Kernel = void (*)(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy,
+                                 uint32_t out[4]);
+using Activity8Kernel = void (*)(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sy,
+                                 uint32_t *top, uint32_t *bottom);
 
 struct MotionKernels {
   SadKernel sad;
@@ -67,6 +75,8 @@ struct MotionKernels {
   SadRingKernel sad_ring;
   HalfLineKernel half_h;
   HalfColumnKernel half_v;
+  Activity4Kernel activity4;
+  Activity8Kernel activity8;
 };
 
 uint32_t sad_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
@@ -89,6 +99,10 @@ void ring_pair(const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode, 
                ptrdiff_t *bs, const uint8_t **c, ptrdiff_t *cs);
 void half_h_c(const uint8_t *p, uint8_t *out, size_t n);
 void half_v_c(const uint8_t *const r[6], uint8_t *out, size_t n);
+void activity4_c(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy,
+                 uint32_t out[4]);
+void activity8_c(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sy, uint32_t *top,
+                 uint32_t *bottom);
 
 // Scalar kernels, then whatever `cpu_flags` (CpuFlags bits) allows on this build.
 void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags);

@@ -213,13 +213,12 @@ struct FinalStage {
   BlockParts *parts = nullptr;          // search_grid.count() of scratch: each settled vector's
   uint8_t *flat = nullptr;              // search_grid.count() bytes of scratch
 };
-// Writes the direction's grid.count() DSP_MOTION_VECTOR entries (any alignment): vector, cost (SAD
-// per 64 pixels, saturated to 16 bits) and flags.
+// Fills f.flat where the final blocks nest in the search blocks (other grids need none).  It reads
+// the source picture alone: run it before the half-pixel planes, while the level search's reads of
+// the source are still in the caches.
+void mark_flat(const MotionKernels &k, const FinalStage &f);
+// After mark_flat, writes the direction's grid.count() DSP_MOTION_VECTOR entries (any alignment):
+// vector, cost (SAD per 64 pixels, saturated to 16 bits) and flags.
 void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries);
-
-// Flags DSP_MV_INCONSISTENT in `entries` where the other direction's vector at a block's
-// destination is not the negated vector within one pixel in x and y.
-void mark_inconsistent(const BlockGrid &grid, int32_t width, int32_t height, uint8_t *entries,
-                       const uint8_t *other);
 
 }  // namespace framedsp

@@ -1,6 +1,8 @@
 #include "analysis/motion_vectors.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdlib>
 #include <cstring>
 
 #include "analysis/motion_search.h"
@@ -249,7 +251,45 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   f.settled = w.scratch1;
   f.parts = w.parts;
   f.flat = w.flat;
+  mark_flat(k, f);
   final_stage(k, f, entries);
+}
+
+// Vectors of the two directions further apart than this (quarter pixels, x or y) disagree.
+constexpr int32_t kConsistency = 4;
+
+// Flags DSP_MV_INCONSISTENT in `entries` where the other direction's vector at a block's
+// destination is not the negated vector within one pixel in x and y.
+void mark_inconsistent(const BlockGrid &g, int32_t width, int32_t height, uint8_t *entries,
+                       const uint8_t *other) {
+  // n / d for 0 <= n < 2^16 and d in 8..32 as (n * (2^32 / d + 1)) >> 32: the product's excess,
+  // below n / 2^32 < 1 / d, never reaches the next multiple (sides are at most 16384).
+  const uint64_t per_col = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bw) + 1;
+  const uint64_t per_row = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bh) + 1;
+  auto over = [](int32_t n, uint64_t inverse) { return static_cast<size_t>((static_cast<uint64_t>(n) * inverse) >> 32); };
+  constexpr size_t kEntry = sizeof(DSP_MOTION_VECTOR);
+  // The grid in locals: the entries' bytes may alias anything.
+  const int32_t bw = g.bw, bh = g.bh, cols = g.cols, rows = g.rows;
+  for (int32_t row = 0; row < rows; ++row) {
+    // Block centres in quarter pixels, plus 2: the destination rounds to the nearest pixel.
+    const int32_t cy = 4 * (row * bh + std::min(bh, height - row * bh) / 2) + 2;
+    uint8_t *e = entries + kEntry * static_cast<size_t>(row) * cols;
+    for (int32_t col = 0; col < cols; ++col, e += kEntry) {
+      int16_t v[4];  // x, y, cost, flags
+      std::memcpy(v, e, sizeof v);
+      const int32_t cx = 4 * (col * bw + std::min(bw, width - col * bw) / 2) + 2;
+      const int32_t tx = (cx + v[0]) >> 2, ty = (cy + v[1]) >> 2;
+      const bool inside = static_cast<uint32_t>(tx) < static_cast<uint32_t>(width) &&
+                          static_cast<uint32_t>(ty) < static_cast<uint32_t>(height);
+      // Outside the picture the block is not checked; it reads the first entry instead.
+      const size_t at = inside ? over(ty, per_row) * static_cast<size_t>(cols) + over(tx, per_col) : 0;
+      int16_t o[2];
+      std::memcpy(o, other + kEntry * at, sizeof o);
+      const bool apart = std::abs(v[0] + o[0]) > kConsistency || std::abs(v[1] + o[1]) > kConsistency;
+      const uint16_t fl = static_cast<uint16_t>(static_cast<uint16_t>(v[3]) | (inside && apart ? DSP_MV_INCONSISTENT : 0u));
+      std::memcpy(e + offsetof(DSP_MOTION_VECTOR, usFlags), &fl, sizeof fl);
+    }
+  }
 }
 
 // The header, once the entries are written.
