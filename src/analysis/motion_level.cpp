@@ -123,7 +123,7 @@ class BlockEval {
     max_y_ = t_.height - block.h - block.y;
     w_ = static_cast<uint32_t>(block.w);
     h_ = static_cast<uint32_t>(block.h);
-    std::memset(known_, 0, sizeof known_);
+    ++stamp_;  // forgets the window's matches
     seen_ = 0;
     best_cost_ = UINT64_MAX;  // nothing evaluated: any vector becomes the best
     around_known_ = false;
@@ -136,13 +136,10 @@ class BlockEval {
 
   // The match of v (cost16 without lambda), from the cache or computed and cached.
   uint32_t match(const MotionVec &v) {
-    const int slot = slot_of(v);
-    if (slot >= 0) {
-      const uint64_t bit = uint64_t{1} << (slot & 63);
-      if (known_[slot >> 6] & bit) return window_[slot];
+    if (uint64_t *e = slot_of(v)) {
+      if (*e >> 32 == stamp_) return static_cast<uint32_t>(*e);
       const uint32_t m = compute(v);
-      known_[slot >> 6] |= bit;
-      window_[slot] = m;
+      *e = uint64_t{stamp_} << 32 | m;
       append(v, m);
       return m;
     }
@@ -155,11 +152,9 @@ class BlockEval {
     return m;
   }
   void remember(const MotionVec &v, uint32_t m) {
-    const int slot = slot_of(v);
-    if (slot >= 0) {
-      if (known_[slot >> 6] >> (slot & 63) & 1) return;
-      known_[slot >> 6] |= uint64_t{1} << (slot & 63);
-      window_[slot] = m;
+    if (uint64_t *e = slot_of(v)) {
+      if (*e >> 32 == stamp_) return;
+      *e = uint64_t{stamp_} << 32 | m;
     }
     append(v, m);
   }
@@ -286,15 +281,16 @@ class BlockEval {
   uint32_t seen_match_[kSeen];
   int seen_ = 0;
   // The matches of the whole-pixel vectors within -8..7 pixels of the first prediction, looked up
-  // directly (known_ marks the slots filled).
+  // directly: stamp (the block's number in the pass) << 32 | match.
   static constexpr int32_t kWindow = 16;
-  int slot_of(const MotionVec &v) const {
-    const int32_t dx = ((v.x - base_x_) >> 2) + kWindow / 2, dy = ((v.y - base_y_) >> 2) + kWindow / 2;
-    return (static_cast<uint32_t>(dx) < kWindow && static_cast<uint32_t>(dy) < kWindow) ? dy * kWindow + dx : -1;
+  uint64_t *slot_of(const MotionVec &v) {
+    const uint32_t dx = static_cast<uint32_t>(((v.x - base_x_) >> 2) + kWindow / 2);
+    const uint32_t dy = static_cast<uint32_t>(((v.y - base_y_) >> 2) + kWindow / 2);
+    return (dx | dy) < kWindow ? window_ + dy * kWindow + dx : nullptr;
   }
   int32_t base_x_ = 0, base_y_ = 0;
-  uint64_t known_[kWindow * kWindow / 64];
-  uint32_t window_[kWindow * kWindow];
+  uint32_t stamp_ = 0;
+  uint64_t window_[kWindow * kWindow] = {};
 };
 
 // No whole-pixel step from the best changes the match by more than kLooseMatch.
