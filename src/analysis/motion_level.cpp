@@ -431,16 +431,26 @@ void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32
   // Lanes in steps of 16; those beyond the grid repeat its last column.
   const int32_t lanes = (std::min(kChunk, g.cols - c0) + 15) & ~15;
   int16_t line[2][3][kChunk + 2], p[2][9][kChunk];
+  // Entry i holds column c0 + i - 1: the first may lie left of the grid, the last few right of it.
+  const int32_t end = std::min(lanes + 2, g.cols - c0 + 1);
   for (int32_t dy = 0; dy < 3; ++dy) {
     const MotionVec *f = field + clamp(row + dy - 1, 0, g.rows - 1) * g.cols;
-    for (int32_t i = 0; i < lanes + 2; ++i) {
-      const MotionVec &v = f[clamp(c0 + i - 1, 0, g.cols - 1)];
-      line[0][dy][i] = static_cast<int16_t>(v.x);
-      line[1][dy][i] = static_cast<int16_t>(v.y);
+    const MotionVec &first = f[std::max(c0 - 1, 0)], &last = f[g.cols - 1];
+    line[0][dy][0] = static_cast<int16_t>(first.x);
+    line[1][dy][0] = static_cast<int16_t>(first.y);
+    for (int32_t i = 1; i < end; ++i) {
+      line[0][dy][i] = static_cast<int16_t>(f[c0 + i - 1].x);
+      line[1][dy][i] = static_cast<int16_t>(f[c0 + i - 1].y);
+    }
+    for (int32_t i = end; i < lanes + 2; ++i) {
+      line[0][dy][i] = static_cast<int16_t>(last.x);
+      line[1][dy][i] = static_cast<int16_t>(last.y);
     }
   }
   for (int c = 0; c < 2; ++c) {
-    for (int n = 0; n < 9; ++n) std::memcpy(p[c][n], line[c][n / 3] + n % 3, sizeof(int16_t) * static_cast<size_t>(lanes));
+    for (int n = 0; n < 9; ++n) {
+      for (int32_t i = 0; i < lanes; ++i) p[c][n][i] = line[c][n / 3][n % 3 + i];
+    }
     for (const auto &e : kExchange) {
       int16_t *__restrict lo = p[c][e[0]], *__restrict hi = p[c][e[1]];
       for (int32_t i = 0; i < lanes; ++i) {
