@@ -116,11 +116,18 @@ class BlockEval {
 
   void start(const MotionBlock &block, int32_t mx, int32_t my) {
     block_ = block;
-    m_x_ = base_x_ = mx;
-    m_y_ = base_y_ = my;
-    // The whole-pixel offsets that keep the block inside the target: [-x, max_x] and [-y, max_y].
-    max_x_ = t_.width - block.w - block.x;
-    max_y_ = t_.height - block.h - block.y;
+    m_x_ = mx;
+    m_y_ = my;
+    off_x_ = 4 * (kWindow / 2) - mx;
+    off_y_ = 4 * (kWindow / 2) - my;
+    // The block lies inside the target at whole-pixel offset d when d - lo is in [0, span] (as
+    // unsigned numbers; a target smaller than the block takes no offset).
+    const bool fits = block.w <= t_.width && block.h <= t_.height;
+    lo_x_ = fits ? 0u - static_cast<uint32_t>(block.x) : 1u << 31;
+    lo_y_ = fits ? 0u - static_cast<uint32_t>(block.y) : 1u << 31;
+    span_x_ = fits ? static_cast<uint32_t>(t_.width - block.w) : 0;
+    span_y_ = fits ? static_cast<uint32_t>(t_.height - block.h) : 0;
+    t_at_ = t_.data + block.y * t_.stride + block.x;
     w_ = static_cast<uint32_t>(block.w);
     h_ = static_cast<uint32_t>(block.h);
     ++stamp_;  // forgets the window's matches
@@ -247,7 +254,8 @@ class BlockEval {
   const int32_t range_x_, range_y_;  // whole pixels
   const uint64_t lambda4_;
   MotionBlock block_;
-  int32_t max_x_ = 0, max_y_ = 0;
+  uint32_t lo_x_ = 0, lo_y_ = 0, span_x_ = 0, span_y_ = 0;
+  const uint8_t *t_at_ = nullptr;  // the target at the block's own place
   uint32_t w_ = 0, h_ = 0;
   int32_t m_x_ = 0, m_y_ = 0;  // the prediction
   MotionVec best_;
@@ -260,8 +268,8 @@ class BlockEval {
   uint32_t compute(const MotionVec &v) const {
     const int32_t dx = v.x >> 2, dy = v.y >> 2;
     uint32_t sad;
-    if (dx >= -block_.x && dx <= max_x_ && dy >= -block_.y && dy <= max_y_) {
-      sad = sad_(block_.a, block_.a_stride, t_.data + (block_.y + dy) * t_.stride + (block_.x + dx), t_.stride, w_, h_);
+    if (static_cast<uint32_t>(dx) - lo_x_ <= span_x_ && static_cast<uint32_t>(dy) - lo_y_ <= span_y_) {
+      sad = sad_(block_.a, block_.a_stride, t_at_ + dy * t_.stride + dx, t_.stride, w_, h_);
     } else {
       const MotionBlock b = block_;  // a copy: the evaluator's own fields stay out of the call's reach
       sad = edge_sad(k_, b, t_, b.x + dx, b.y + dy);
@@ -284,11 +292,10 @@ class BlockEval {
   // directly: stamp (the block's number in the pass) << 32 | match.
   static constexpr int32_t kWindow = 16;
   uint64_t *slot_of(const MotionVec &v) {
-    const uint32_t dx = static_cast<uint32_t>(((v.x - base_x_) >> 2) + kWindow / 2);
-    const uint32_t dy = static_cast<uint32_t>(((v.y - base_y_) >> 2) + kWindow / 2);
+    const uint32_t dx = static_cast<uint32_t>((v.x + off_x_) >> 2), dy = static_cast<uint32_t>((v.y + off_y_) >> 2);
     return (dx | dy) < kWindow ? window_ + dy * kWindow + dx : nullptr;
   }
-  int32_t base_x_ = 0, base_y_ = 0;
+  int32_t off_x_ = 0, off_y_ = 0;  // 4 * kWindow / 2 - the first prediction
   uint32_t stamp_ = 0;
   uint64_t window_[kWindow * kWindow] = {};
 };
