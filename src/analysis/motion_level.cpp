@@ -16,9 +16,17 @@ int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : (v > hi 
 // Rounds a quarter-pixel value to the nearest whole pixel (halves toward +infinity).
 int32_t whole(int32_t q) { return ((q + 2) >> 2) * 4; }
 
-uint64_t pack(const MotionVec &v) { return uint64_t{static_cast<uint32_t>(v.x)} << 32 | static_cast<uint32_t>(v.y); }
+// A vector as one 64-bit key (its bytes: only ever compared for equality).
+static_assert(sizeof(MotionVec) == sizeof(uint64_t), "a vector is two 32-bit numbers");
+uint64_t pack(const MotionVec &v) {
+  uint64_t key;
+  std::memcpy(&key, &v, sizeof key);
+  return key;
+}
 MotionVec unpack(uint64_t key) {
-  return MotionVec{static_cast<int32_t>(key >> 32), static_cast<int32_t>(static_cast<uint32_t>(key))};
+  MotionVec v;
+  std::memcpy(&v, &key, sizeof v);
+  return v;
 }
 
 // Candidates in ranking order, packed (raw storage: nothing to clear per block).
@@ -476,8 +484,9 @@ void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32
 // the block keeps its own vector.
 bool keeps_own(const MotionKernels &k, const LevelSearch &s, const MotionBlock &block, const MotionVec &predicted,
                const uint32_t around[5], const MotionVec &own, const uint64_t *others, int n) {
+  const uint64_t lambda4 = uint64_t{4} * s.lambda;
   auto cost_of = [&](const MotionVec &v, uint32_t m) {
-    return m + uint64_t{4} * s.lambda * static_cast<uint32_t>(iabs(v.x - predicted.x) + iabs(v.y - predicted.y));
+    return m + lambda4 * static_cast<uint32_t>(iabs(v.x - predicted.x) + iabs(v.y - predicted.y));
   };
   MotionVec best = own;
   uint64_t best_cost = cost_of(own, around[0]);
