@@ -207,22 +207,33 @@ class BlockEval {
     const int32_t lo_x = std::max(best_.x - 4 * range_x_, -reach_x_), hi_x = std::min(best_.x + 4 * range_x_, reach_x_);
     const int32_t lo_y = std::max(best_.y - 4 * range_y_, -reach_y_), hi_y = std::min(best_.y + 4 * range_y_, reach_y_);
     const int32_t steps = range_x_ + range_y_;
+    // The neighbour the walk came from (kStep[back]): the previous centre, which lost to the
+    // current one, so only its match is needed (back_match).
+    int back = -1;
+    uint32_t back_match = 0;
     for (int32_t i = 0; i < steps; ++i) {
       const MotionVec centre = best_;
-      bool moved = false;
+      const uint32_t centre_match = best_match_;
+      int last = -1;  // the last neighbour that became the best
       int tried = 0;
       for (int j = 0; j < 4; ++j) {
         const MotionVec v{centre.x + kStep[j][0], centre.y + kStep[j][1]};
         if (v.x < lo_x || v.x > hi_x || v.y < lo_y || v.y > hi_y) continue;
         ++tried;
-        if (try_vec(v)) moved = true;
+        if (j == back) {
+          around_[1 + j] = back_match;
+          continue;
+        }
+        if (try_vec(v)) last = j;
         around_[1 + j] = last_match_;
       }
-      if (!moved) {
+      if (last < 0) {
         // The centre stays best and all four neighbours were matched: around() has them.
         around_known_ = tried == 4;
         break;
       }
+      back = last ^ 1;  // kStep pairs opposite steps: 0/1, 2/3
+      back_match = centre_match;
     }
   }
 
