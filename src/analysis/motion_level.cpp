@@ -179,13 +179,13 @@ class BlockEval {
     const uint32_t m = match(v);
     last_match_ = m;
     const uint64_t cost = m + lambda4_ * static_cast<uint32_t>(iabs(v.x - m_x_) + iabs(v.y - m_y_));
-    // better(), without branches: the outcome is as random as the picture.
-    const int32_t length = iabs(v.x) + iabs(v.y);
-    const bool take = (cost < best_cost_) | ((cost == best_cost_) & (length < best_length_));
+    // better(), without a branch on the common outcome (as random as the picture); equal costs
+    // are rare.
+    bool take = cost < best_cost_;
+    if (cost == best_cost_) take = iabs(v.x) + iabs(v.y) < iabs(best_.x) + iabs(best_.y);
     best_.x = take ? v.x : best_.x;
     best_.y = take ? v.y : best_.y;
     best_cost_ = take ? cost : best_cost_;
-    best_length_ = take ? length : best_length_;
     best_match_ = take ? m : best_match_;
     return take;
   }
@@ -279,7 +279,6 @@ class BlockEval {
   int32_t m_x_ = 0, m_y_ = 0;  // the prediction
   MotionVec best_;
   uint64_t best_cost_ = UINT64_MAX;  // (costs stay far below)
-  int32_t best_length_ = 0;          // L1 of best_
   uint32_t best_match_ = 0;
   uint32_t last_match_ = 0;      // of the last vector tried
   bool around_known_ = false;    // around_[1..4]: the matches of best_'s four neighbours
