@@ -138,7 +138,7 @@ class BlockEval {
     t_at_ = t_.data + block.y * t_.stride + block.x;
     w_ = static_cast<uint32_t>(block.w);
     h_ = static_cast<uint32_t>(block.h);
-    ++stamp_;  // forgets the window's matches
+    stamp_ += uint64_t{1} << 32;  // forgets the window's matches
     seen_ = 0;
     best_cost_ = UINT64_MAX;  // nothing evaluated: any vector becomes the best
     around_known_ = false;
@@ -151,10 +151,12 @@ class BlockEval {
 
   // The match of v (cost16 without lambda), from the cache or computed and cached.
   uint32_t match(const MotionVec &v) {
-    if (uint64_t *e = slot_of(v)) {
-      if (*e >> 32 == stamp_) return static_cast<uint32_t>(*e);
+    const uint32_t dx = static_cast<uint32_t>((v.x + off_x_) >> 2), dy = static_cast<uint32_t>((v.y + off_y_) >> 2);
+    if ((dx | dy) < kWindow) {
+      uint64_t &e = window_[dy * kWindow + dx];
+      if (e >= stamp_) return static_cast<uint32_t>(e);
       const uint32_t m = compute(v);
-      *e = uint64_t{stamp_} << 32 | m;
+      e = stamp_ | m;
       append(v, m);
       return m;
     }
@@ -167,9 +169,11 @@ class BlockEval {
     return m;
   }
   void remember(const MotionVec &v, uint32_t m) {
-    if (uint64_t *e = slot_of(v)) {
-      if (*e >> 32 == stamp_) return;
-      *e = uint64_t{stamp_} << 32 | m;
+    const uint32_t dx = static_cast<uint32_t>((v.x + off_x_) >> 2), dy = static_cast<uint32_t>((v.y + off_y_) >> 2);
+    if ((dx | dy) < kWindow) {
+      uint64_t &e = window_[dy * kWindow + dx];
+      if (e >= stamp_) return;
+      e = stamp_ | m;
     }
     append(v, m);
   }
@@ -309,12 +313,8 @@ class BlockEval {
   // The matches of the whole-pixel vectors within -8..7 pixels of the first prediction, looked up
   // directly: stamp (the block's number in the pass) << 32 | match.
   static constexpr int32_t kWindow = 16;
-  uint64_t *slot_of(const MotionVec &v) {
-    const uint32_t dx = static_cast<uint32_t>((v.x + off_x_) >> 2), dy = static_cast<uint32_t>((v.y + off_y_) >> 2);
-    return (dx | dy) < kWindow ? window_ + dy * kWindow + dx : nullptr;
-  }
   int32_t off_x_ = 0, off_y_ = 0;  // 4 * kWindow / 2 - the first prediction
-  uint32_t stamp_ = 0;
+  uint64_t stamp_ = 0;  // the block's number in the pass << 32: earlier blocks' entries are below it
   uint64_t window_[kWindow * kWindow] = {};
 };
 
