@@ -42,10 +42,6 @@ struct CandidateList {
     }
     if (n < kMaxCandidates) key[n++] = k;
   }
-  // Duplicates kept: for an evaluator that caches its matches.
-  void push(const MotionVec &c) {
-    if (n < kMaxCandidates) key[n++] = pack(c);
-  }
 };
 
 // Level blocks are at most this wide and high (the search settings' bound).
