@@ -16,17 +16,17 @@ int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : (v > hi 
 // Rounds a quarter-pixel value to the nearest whole pixel (halves toward +infinity).
 int32_t whole(int32_t q) { return ((q + 2) >> 2) * 4; }
 
-// A vector as one 64-bit key (its bytes: only ever compared for equality).
-static_assert(sizeof(MotionVec) == sizeof(uint64_t), "a vector is two 32-bit numbers");
+// A vector as one 64-bit key (its two numbers' bytes: keys are only compared for equality).
 uint64_t pack(const MotionVec &v) {
+  const int32_t xy[2] = {v.x, v.y};
   uint64_t key;
-  std::memcpy(&key, &v, sizeof key);
+  std::memcpy(&key, xy, sizeof key);
   return key;
 }
 MotionVec unpack(uint64_t key) {
-  MotionVec v;
-  std::memcpy(&v, &key, sizeof v);
-  return v;
+  int32_t xy[2];
+  std::memcpy(xy, &key, sizeof xy);
+  return MotionVec{xy[0], xy[1]};
 }
 
 // Candidates in ranking order, packed (raw storage: nothing to clear per block).
