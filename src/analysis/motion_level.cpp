@@ -16,9 +16,17 @@ int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : (v > hi 
 // Rounds a quarter-pixel value to the nearest whole pixel (halves toward +infinity).
 int32_t whole(int32_t q) { return ((q + 2) >> 2) * 4; }
 
-uint64_t pack(const MotionVec &v) { return uint64_t{static_cast<uint32_t>(v.x)} << 32 | static_cast<uint32_t>(v.y); }
+// A vector as one 64-bit key (its two numbers' bytes: keys are only compared for equality).
+uint64_t pack(const MotionVec &v) {
+  const int32_t xy[2] = {v.x, v.y};
+  uint64_t key;
+  std::memcpy(&key, xy, sizeof key);
+  return key;
+}
 MotionVec unpack(uint64_t key) {
-  return MotionVec{static_cast<int32_t>(key >> 32), static_cast<int32_t>(static_cast<uint32_t>(key))};
+  int32_t xy[2];
+  std::memcpy(xy, &key, sizeof xy);
+  return MotionVec{xy[0], xy[1]};
 }
 
 // Candidates in ranking order, packed (raw storage: nothing to clear per block).
@@ -33,10 +41,6 @@ struct CandidateList {
       if (key[i] == k) return;
     }
     if (n < kMaxCandidates) key[n++] = k;
-  }
-  // Duplicates kept: for an evaluator that caches its matches.
-  void push(const MotionVec &c) {
-    if (n < kMaxCandidates) key[n++] = pack(c);
   }
 };
 
@@ -107,25 +111,48 @@ inline uint32_t level_sad(const MotionKernels &k, const MotionBlock &b, const Mo
 }
 
 // Evaluates vectors of one block against a fixed prediction and keeps the best; every vector's
-// match is computed once.
+// match is computed once.  One evaluator serves a whole pass: start() begins each block.
 class BlockEval {
  public:
-  BlockEval(const MotionKernels &k, const LevelSearch &s, const MotionBlock &block, MotionVec predicted)
-      : k_(k), s_(s), block_(block), m_(predicted) {}
+  BlockEval(const MotionKernels &k, const LevelSearch &s)
+      : k_(k), t_(s.b), sad_(k.sad), reach_x_(4 * s.reach_x), reach_y_(4 * s.reach_y), range_x_(s.range_x),
+        range_y_(s.range_y), lambda4_(uint64_t{4} * s.lambda) {}
+
+  void start(const MotionBlock &block, int32_t mx, int32_t my) {
+    block_ = block;
+    m_x_ = mx;
+    m_y_ = my;
+    off_x_ = 4 * (kWindow / 2) - mx;
+    off_y_ = 4 * (kWindow / 2) - my;
+    // The block lies inside the target at whole-pixel offset d when d - lo is in [0, span] (as
+    // unsigned numbers; a target smaller than the block takes no offset).
+    const bool fits = block.w <= t_.width && block.h <= t_.height;
+    lo_x_ = fits ? 0u - static_cast<uint32_t>(block.x) : 1u << 31;
+    lo_y_ = fits ? 0u - static_cast<uint32_t>(block.y) : 1u << 31;
+    span_x_ = fits ? static_cast<uint32_t>(t_.width - block.w) : 0;
+    span_y_ = fits ? static_cast<uint32_t>(t_.height - block.h) : 0;
+    t_at_ = t_.data + block.y * t_.stride + block.x;
+    w_ = static_cast<uint32_t>(block.w);
+    h_ = static_cast<uint32_t>(block.h);
+    stamp_ += uint64_t{1} << 32;  // forgets the window's matches
+    seen_ = 0;
+    best_cost_ = UINT64_MAX;  // nothing evaluated: any vector becomes the best
+    around_known_ = false;
+  }
 
   bool in_reach(const MotionVec &v) const {
-    return iabs(v.x) <= 4 * s_.reach_x && iabs(v.y) <= 4 * s_.reach_y;
+    return static_cast<uint32_t>(v.x + reach_x_) <= static_cast<uint32_t>(2 * reach_x_) &&
+           static_cast<uint32_t>(v.y + reach_y_) <= static_cast<uint32_t>(2 * reach_y_);
   }
 
   // The match of v (cost16 without lambda), from the cache or computed and cached.
   uint32_t match(const MotionVec &v) {
-    const int slot = slot_of(v);
-    if (slot >= 0) {
-      const uint64_t bit = uint64_t{1} << (slot & 63);
-      if (known_[slot >> 6] & bit) return window_[slot];
+    const uint32_t dx = static_cast<uint32_t>((v.x + off_x_) >> 2), dy = static_cast<uint32_t>((v.y + off_y_) >> 2);
+    if ((dx | dy) < kWindow) {
+      uint64_t &e = window_[dy * kWindow + dx];
+      if (e >= stamp_) return static_cast<uint32_t>(e);
       const uint32_t m = compute(v);
-      known_[slot >> 6] |= bit;
-      window_[slot] = m;
+      e = stamp_ | m;
       append(v, m);
       return m;
     }
@@ -138,11 +165,11 @@ class BlockEval {
     return m;
   }
   void remember(const MotionVec &v, uint32_t m) {
-    const int slot = slot_of(v);
-    if (slot >= 0) {
-      if (known_[slot >> 6] >> (slot & 63) & 1) return;
-      known_[slot >> 6] |= uint64_t{1} << (slot & 63);
-      window_[slot] = m;
+    const uint32_t dx = static_cast<uint32_t>((v.x + off_x_) >> 2), dy = static_cast<uint32_t>((v.y + off_y_) >> 2);
+    if ((dx | dy) < kWindow) {
+      uint64_t &e = window_[dy * kWindow + dx];
+      if (e >= stamp_) return;
+      e = stamp_ | m;
     }
     append(v, m);
   }
@@ -151,20 +178,23 @@ class BlockEval {
   bool try_vec(const MotionVec &v) {
     const uint32_t m = match(v);
     last_match_ = m;
-    const uint64_t cost = m + lambda4_ * static_cast<uint32_t>(iabs(v.x - m_.x) + iabs(v.y - m_.y));
-    if (evaluated_ && !better(cost, v, best_cost_, best_)) return false;
-    evaluated_ = true;
-    best_ = v;
-    best_cost_ = cost;
-    best_match_ = m;
-    return true;
+    const uint64_t cost = m + lambda4_ * static_cast<uint32_t>(iabs(v.x - m_x_) + iabs(v.y - m_y_));
+    // better(), without a branch on the common outcome (as random as the picture); equal costs
+    // are rare.
+    bool take = cost < best_cost_;
+    if (cost == best_cost_) take = iabs(v.x) + iabs(v.y) < iabs(best_.x) + iabs(best_.y);
+    best_.x = take ? v.x : best_.x;
+    best_.y = take ? v.y : best_.y;
+    best_cost_ = take ? cost : best_cost_;
+    best_match_ = take ? m : best_match_;
+    return take;
   }
 
   // Every whole-pixel vector within +-range of the centre (and inside the reach).  The centre is
   // taken by value: it is often best_, which moves while the window is searched.
   void exhaustive(const MotionVec centre) {
-    for (int32_t dy = -s_.range_y; dy <= s_.range_y; ++dy) {
-      for (int32_t dx = -s_.range_x; dx <= s_.range_x; ++dx) {
+    for (int32_t dy = -range_y_; dy <= range_y_; ++dy) {
+      for (int32_t dx = -range_x_; dx <= range_x_; ++dx) {
         const MotionVec v{centre.x + 4 * dx, centre.y + 4 * dy};
         if (in_reach(v)) try_vec(v);
       }
@@ -172,35 +202,48 @@ class BlockEval {
   }
 
   // Walks downhill over the four whole-pixel neighbours while it stays within +-range of where it
-  // started.
+  // started (and inside the reach): the box [lo, hi] in x and y.
   void diamond() {
-    const MotionVec origin = best_;
-    const int32_t steps = s_.range_x + s_.range_y;
+    const int32_t lo_x = std::max(best_.x - 4 * range_x_, -reach_x_), hi_x = std::min(best_.x + 4 * range_x_, reach_x_);
+    const int32_t lo_y = std::max(best_.y - 4 * range_y_, -reach_y_), hi_y = std::min(best_.y + 4 * range_y_, reach_y_);
+    const int32_t steps = range_x_ + range_y_;
+    // The neighbour the walk came from (kStep[back]): the previous centre, which lost to the
+    // current one, so only its match is needed (back_match).
+    int back = -1;
+    uint32_t back_match = 0;
     for (int32_t i = 0; i < steps; ++i) {
       const MotionVec centre = best_;
-      bool moved = false;
+      const uint32_t centre_match = best_match_;
+      int last = -1;  // the last neighbour that became the best
       int tried = 0;
       for (int j = 0; j < 4; ++j) {
         const MotionVec v{centre.x + kStep[j][0], centre.y + kStep[j][1]};
-        if (iabs(v.x - origin.x) > 4 * s_.range_x || iabs(v.y - origin.y) > 4 * s_.range_y || !in_reach(v)) continue;
+        if (v.x < lo_x || v.x > hi_x || v.y < lo_y || v.y > hi_y) continue;
         ++tried;
-        if (try_vec(v)) moved = true;
-        around_to_[1 + j] = last_match_;
+        if (j == back) {
+          around_[1 + j] = back_match;
+          continue;
+        }
+        if (try_vec(v)) last = j;
+        around_[1 + j] = last_match_;
       }
-      if (!moved) {
+      if (last < 0) {
         // The centre stays best and all four neighbours were matched: around() has them.
         around_known_ = tried == 4;
         break;
       }
+      back = last ^ 1;  // kStep pairs opposite steps: 0/1, 2/3
+      back_match = centre_match;
     }
   }
 
   // The best among the vectors seen, weighed against another prediction.
   void reweigh(const MotionVec &predicted) {
-    m_ = predicted;
+    m_x_ = predicted.x;
+    m_y_ = predicted.y;
     around_known_ = false;
     const int n = seen_;
-    evaluated_ = false;
+    best_cost_ = UINT64_MAX;
     for (int i = 0; i < n; ++i) try_vec(unpack(seen_key_[i]));
   }
 
@@ -208,9 +251,7 @@ class BlockEval {
   void around(uint32_t out[5]) {
     out[0] = best_match_;
     if (around_known_) {
-      if (out != around_to_) {
-        for (int i = 1; i < 5; ++i) out[i] = around_to_[i];
-      }
+      for (int i = 1; i < 5; ++i) out[i] = around_[i];
       return;
     }
     for (int i = 0; i < 4; ++i) {
@@ -219,9 +260,6 @@ class BlockEval {
     }
   }
 
-  // diamond() leaves the matches around its last centre in out[1..4] (read them with around(out)).
-  void keep_around_in(uint32_t out[5]) { around_to_ = out; }
-
   const MotionVec &best() const { return best_; }
   uint32_t best_match() const { return best_match_; }
 
@@ -229,20 +267,32 @@ class BlockEval {
 
  private:
   const MotionKernels &k_;
-  const LevelSearch &s_;
-  const MotionBlock &block_;
-  MotionVec m_;
-  const uint64_t lambda4_ = uint64_t{4} * s_.lambda;
-  bool evaluated_ = false;
+  const MotionPlane t_;
+  const SadKernel sad_;
+  const int32_t reach_x_, reach_y_;  // quarter pixels
+  const int32_t range_x_, range_y_;  // whole pixels
+  const uint64_t lambda4_;
+  MotionBlock block_;
+  uint32_t lo_x_ = 0, lo_y_ = 0, span_x_ = 0, span_y_ = 0;
+  const uint8_t *t_at_ = nullptr;  // the target at the block's own place
+  uint32_t w_ = 0, h_ = 0;
+  int32_t m_x_ = 0, m_y_ = 0;  // the prediction
   MotionVec best_;
-  uint64_t best_cost_ = 0;
+  uint64_t best_cost_ = UINT64_MAX;  // (costs stay far below)
   uint32_t best_match_ = 0;
   uint32_t last_match_ = 0;      // of the last vector tried
-  bool around_known_ = false;    // around_to_[1..4]: the matches of best_'s four neighbours
+  bool around_known_ = false;    // around_[1..4]: the matches of best_'s four neighbours
   uint32_t around_[5];
-  uint32_t *around_to_ = around_;  // where diamond() leaves them
   uint32_t compute(const MotionVec &v) const {
-    return cost16_of_sad(block_, level_sad(k_, block_, s_.b, v));
+    const int32_t dx = v.x >> 2, dy = v.y >> 2;
+    uint32_t sad;
+    if (static_cast<uint32_t>(dx) - lo_x_ <= span_x_ && static_cast<uint32_t>(dy) - lo_y_ <= span_y_) {
+      sad = sad_(block_.a, block_.a_stride, t_at_ + dy * t_.stride + dx, t_.stride, w_, h_);
+    } else {
+      const MotionBlock b = block_;  // a copy: the evaluator's own fields stay out of the call's reach
+      sad = edge_sad(k_, b, t_, b.x + dx, b.y + dy);
+    }
+    return cost16_of_sad(block_.recip, sad);
   }
   void append(const MotionVec &v, uint32_t m) {
     if (seen_ < kSeen) {
@@ -257,15 +307,11 @@ class BlockEval {
   uint32_t seen_match_[kSeen];
   int seen_ = 0;
   // The matches of the whole-pixel vectors within -8..7 pixels of the first prediction, looked up
-  // directly (known_ marks the slots filled).
+  // directly: stamp (the block's number in the pass) << 32 | match.
   static constexpr int32_t kWindow = 16;
-  int slot_of(const MotionVec &v) const {
-    const int32_t dx = ((v.x - base_.x) >> 2) + kWindow / 2, dy = ((v.y - base_.y) >> 2) + kWindow / 2;
-    return (static_cast<uint32_t>(dx) < kWindow && static_cast<uint32_t>(dy) < kWindow) ? dy * kWindow + dx : -1;
-  }
-  MotionVec base_ = m_;
-  uint64_t known_[kWindow * kWindow / 64] = {};
-  uint32_t window_[kWindow * kWindow];
+  int32_t off_x_ = 0, off_y_ = 0;  // 4 * kWindow / 2 - the first prediction
+  uint64_t stamp_ = 0;  // the block's number in the pass << 32: earlier blocks' entries are below it
+  uint64_t window_[kWindow * kWindow] = {};
 };
 
 // No whole-pixel step from the best changes the match by more than kLooseMatch.
@@ -316,36 +362,79 @@ MotionVec global_vec(const LevelSearch &s, MotionVec *scratch) {
   return MotionVec{2 * gx, 2 * values[n / 2]};
 }
 
-// The candidates of pass 1, in ranking order: parent and its four neighbours, zero, global,
-// temporal, the other direction's vector negated (duplicates kept).
-void first_candidates(const LevelSearch &s, const ParentIndex &parents, int32_t col, int32_t row,
-                      bool has_global, const MotionVec &global, CandidateList *c) {
-  if (s.parent) {
-    // Whole pixels of the parent, doubled: whole here, and within the reach (each level's reach
-    // is at least twice its parent's).
-    const int32_t pc = parents.col[col], pr = parents.row[row];
-    const MotionVec p = parent_vec(s, pc, pr);
-    c->push(p);
-    const MotionVec beside[4] = {parent_vec(s, pc - 1, pr), parent_vec(s, pc + 1, pr), parent_vec(s, pc, pr - 1),
-                                 parent_vec(s, pc, pr + 1)};
-    for (const MotionVec &v : beside) {
-      if (v != p) c->push(v);  // the usual duplicate, dropped cheaply
+// The blocks of one row of a level: make_block's blocks with the cost scale worked out once a row.
+class RowBlocks {
+ public:
+  RowBlocks(const MotionPlane &src, const BlockGrid &g, int32_t row) : width_(src.width), bw_(g.bw) {
+    b_.y = row * g.bh;
+    b_.h = std::min(g.bh, src.height - b_.y);
+    b_.a_stride = src.stride;
+    row_a_ = src.data + b_.y * src.stride;
+    recip_ = recip_of(static_cast<uint32_t>(g.bw * b_.h));
+  }
+  const MotionBlock &at(int32_t col) {
+    b_.x = col * bw_;
+    b_.w = std::min(bw_, width_ - b_.x);
+    b_.a = row_a_ + b_.x;
+    b_.recip = b_.w == bw_ ? recip_ : recip_of(static_cast<uint32_t>(b_.w * b_.h));
+    return b_;
+  }
+
+ private:
+  MotionBlock b_;
+  int32_t width_, bw_;
+  const uint8_t *row_a_;
+  uint32_t recip_;
+};
+
+// The candidates of pass 1 of one row, in ranking order: parent and its four neighbours, zero,
+// global, temporal, the other direction's vector negated (duplicates kept: the evaluator caches).
+class FirstCandidates {
+ public:
+  FirstCandidates(const LevelSearch &s, const ParentIndex &parents, int32_t row, bool has_global,
+                  const MotionVec &global)
+      : s_(s), parents_(parents), row_(row), has_global_(has_global), global_(clip_to_reach(s, global)) {
+    if (!s.parent) return;
+    const int32_t pr = parents.row[row], last = s.parent_grid.rows - 1;
+    for (int i = 0; i < 3; ++i) prow_[i] = s.parent + clamp(pr - 1 + i, 0, last) * s.parent_grid.cols;
+  }
+  void run(BlockEval *eval, const MotionBlock &b, int32_t col) const {
+    if (s_.parent) {
+      // Whole pixels of the parent, doubled: whole here, and within the reach (each level's reach
+      // is at least twice its parent's).
+      const int32_t pc = parents_.col[col];
+      const int32_t left = std::max(pc - 1, 0), right = std::min(pc + 1, s_.parent_grid.cols - 1);
+      const MotionVec p = twice(prow_[1][pc]);
+      eval->try_vec(p);
+      const MotionVec beside[4] = {twice(prow_[1][left]), twice(prow_[1][right]), twice(prow_[0][pc]),
+                                   twice(prow_[2][pc])};
+      for (const MotionVec &v : beside) {
+        if (v != p) eval->try_vec(v);  // the usual duplicate, dropped cheaply
+      }
+    }
+    eval->try_vec(MotionVec{});
+    if (has_global_) eval->try_vec(global_);
+    if (s_.temporal) {
+      const MotionVec t = s_.temporal->at((b.x + b.w / 2) << s_.level, (b.y + b.h / 2) << s_.level);
+      // Level-0 quarter pixels to level-k quarter pixels, rounded to the nearest.
+      const int32_t half = s_.level ? 1 << (s_.level - 1) : 0;
+      eval->try_vec(clip_to_reach(s_, MotionVec{(t.x + half) >> s_.level, (t.y + half) >> s_.level}));
+    }
+    if (s_.opposite) {
+      const MotionVec &o = s_.opposite[row_ * s_.grid.cols + col];
+      eval->try_vec(clip_to_reach(s_, MotionVec{-o.x, -o.y}));
     }
   }
-  c->push(MotionVec{});
-  if (has_global) c->push(clip_to_reach(s, global));
-  if (s.temporal) {
-    const MotionBlock b = make_block(s.a, s.grid, col, row);
-    const MotionVec t = s.temporal->at((b.x + b.w / 2) << s.level, (b.y + b.h / 2) << s.level);
-    // Level-0 quarter pixels to level-k quarter pixels, rounded to the nearest.
-    const int32_t half = s.level ? 1 << (s.level - 1) : 0;
-    c->push(clip_to_reach(s, MotionVec{(t.x + half) >> s.level, (t.y + half) >> s.level}));
-  }
-  if (s.opposite) {
-    const MotionVec &o = s.opposite[row * s.grid.cols + col];
-    c->push(clip_to_reach(s, MotionVec{-o.x, -o.y}));
-  }
-}
+
+ private:
+  static MotionVec twice(const MotionVec &v) { return MotionVec{2 * v.x, 2 * v.y}; }
+  const LevelSearch &s_;
+  const ParentIndex &parents_;
+  const int32_t row_;
+  const bool has_global_;
+  const MotionVec global_;
+  const MotionVec *prow_[3] = {};
+};
 
 // Component-wise medians of the 3x3 neighbourhoods (edges repeated) of the blocks of one row,
 // kChunk columns from c0 at a time (entries beyond the grid are left undefined).  Level vectors
@@ -363,16 +452,26 @@ void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32
   // Lanes in steps of 16; those beyond the grid repeat its last column.
   const int32_t lanes = (std::min(kChunk, g.cols - c0) + 15) & ~15;
   int16_t line[2][3][kChunk + 2], p[2][9][kChunk];
+  // Entry i holds column c0 + i - 1: the first may lie left of the grid, the last few right of it.
+  const int32_t end = std::min(lanes + 2, g.cols - c0 + 1);
   for (int32_t dy = 0; dy < 3; ++dy) {
     const MotionVec *f = field + clamp(row + dy - 1, 0, g.rows - 1) * g.cols;
-    for (int32_t i = 0; i < lanes + 2; ++i) {
-      const MotionVec &v = f[clamp(c0 + i - 1, 0, g.cols - 1)];
-      line[0][dy][i] = static_cast<int16_t>(v.x);
-      line[1][dy][i] = static_cast<int16_t>(v.y);
+    const MotionVec &first = f[std::max(c0 - 1, 0)], &last = f[g.cols - 1];
+    line[0][dy][0] = static_cast<int16_t>(first.x);
+    line[1][dy][0] = static_cast<int16_t>(first.y);
+    for (int32_t i = 1; i < end; ++i) {
+      line[0][dy][i] = static_cast<int16_t>(f[c0 + i - 1].x);
+      line[1][dy][i] = static_cast<int16_t>(f[c0 + i - 1].y);
+    }
+    for (int32_t i = end; i < lanes + 2; ++i) {
+      line[0][dy][i] = static_cast<int16_t>(last.x);
+      line[1][dy][i] = static_cast<int16_t>(last.y);
     }
   }
   for (int c = 0; c < 2; ++c) {
-    for (int n = 0; n < 9; ++n) std::memcpy(p[c][n], line[c][n / 3] + n % 3, sizeof(int16_t) * static_cast<size_t>(lanes));
+    for (int n = 0; n < 9; ++n) {
+      for (int32_t i = 0; i < lanes; ++i) p[c][n][i] = line[c][n / 3][n % 3 + i];
+    }
     for (const auto &e : kExchange) {
       int16_t *__restrict lo = p[c][e[0]], *__restrict hi = p[c][e[1]];
       for (int32_t i = 0; i < lanes; ++i) {
@@ -391,8 +490,9 @@ void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32
 // the block keeps its own vector.
 bool keeps_own(const MotionKernels &k, const LevelSearch &s, const MotionBlock &block, const MotionVec &predicted,
                const uint32_t around[5], const MotionVec &own, const uint64_t *others, int n) {
+  const uint64_t lambda4 = uint64_t{4} * s.lambda;
   auto cost_of = [&](const MotionVec &v, uint32_t m) {
-    return m + uint64_t{4} * s.lambda * static_cast<uint32_t>(iabs(v.x - predicted.x) + iabs(v.y - predicted.y));
+    return m + lambda4 * static_cast<uint32_t>(iabs(v.x - predicted.x) + iabs(v.y - predicted.y));
   };
   MotionVec best = own;
   uint64_t best_cost = cost_of(own, around[0]);
@@ -436,22 +536,23 @@ void first_pass(const MotionKernels &k, const LevelSearch &s, const ParentIndex 
   const bool want_around = s.around || s.loose;
   uint32_t local[5];
   MedianChunk medians;
+  BlockEval eval(k, s);
   for (int32_t row = 0; row < g.rows; ++row) {
+    RowBlocks blocks(s.a, g, row);
+    const FirstCandidates candidates(s, parents, row, has_global, global);
     for (int32_t col = 0; col < g.cols; ++col) {
       const size_t i = static_cast<size_t>(row) * g.cols + col;
-      const MotionBlock block = make_block(s.a, g, col, row);
+      const MotionBlock &block = blocks.at(col);
       if (col % kChunk == 0) median_chunk(pass0, g, row, col, &medians);
-      BlockEval eval(k, s, block, medians.at(col));
-      CandidateList c;
-      first_candidates(s, parents, col, row, has_global, global, &c);
-      for (int j = 0; j < c.n; ++j) eval.try_vec(c[j]);
+      const int32_t c = col % kChunk;
+      eval.start(block, medians.v[0][c], medians.v[1][c]);
+      candidates.run(&eval, block, col);
       const bool wide = eval.best_match() > s.threshold * 1024u;
       uint32_t *a = s.around ? s.around + 5 * i : local;
       if (wide) {
         eval.exhaustive(eval.best());
         if (!s.parent) eval.exhaustive(MotionVec{});
       } else {
-        eval.keep_around_in(a);
         eval.diamond();
       }
       if (want_around) {
@@ -478,7 +579,9 @@ void second_pass(const MotionKernels &k, const LevelSearch &s, const MotionVec *
   const BlockGrid &g = s.grid;
   const bool has_global = s.parent && s.use_global;
   MedianChunk medians;
+  BlockEval eval(k, s);
   for (int32_t row = 0; row < g.rows; ++row) {
+    RowBlocks blocks(s.a, g, row);
     for (int32_t col = 0; col < g.cols; ++col) {
       const size_t i = static_cast<size_t>(row) * g.cols + col;
       if (col % kChunk == 0) median_chunk(pass1, g, row, col, &medians);
@@ -514,7 +617,7 @@ void second_pass(const MotionKernels &k, const LevelSearch &s, const MotionVec *
         out[i] = own;
         continue;
       }
-      const MotionBlock block = make_block(s.a, g, col, row);
+      const MotionBlock &block = blocks.at(col);
       const MotionVec predicted = loose ? global : medians.at(col);
       if (s.around && keeps_own(k, s, block, predicted, s.around + 5 * i, own, others, n)) {
         out[i] = own;
@@ -523,7 +626,7 @@ void second_pass(const MotionKernels &k, const LevelSearch &s, const MotionVec *
       CandidateList c;
       c.add(own);
       for (int j = 0; j < n; ++j) c.add(unpack(others[j]));
-      BlockEval eval(k, s, block, predicted);
+      eval.start(block, predicted.x, predicted.y);
       if (s.around) {  // pass 1's matches around its vector
         const uint32_t *a = s.around + 5 * i;
         eval.remember(own, a[0]);
@@ -533,7 +636,6 @@ void second_pass(const MotionKernels &k, const LevelSearch &s, const MotionVec *
       }
       for (int j = 0; j < c.n; ++j) eval.try_vec(c[j]);
       if (eval.best() != own) {
-        if (s.around) eval.keep_around_in(s.around + 5 * i);
         eval.diamond();
         if (s.around) eval.around(s.around + 5 * i);
       }
