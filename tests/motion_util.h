@@ -7,12 +7,24 @@
 #include <random>
 #include <vector>
 
+#include "analysis/motion_kernels.h"
 #include "framedsp/framedsp.h"
+#include "platform/cpu.h"
 #include "test_util.h"
 
 namespace motion_test {
 
 using framedsp_test::GuardedBuffer;
+
+// The scalar motion kernels, and those of SSE2 and of the best ISA of this machine.
+struct KernelsPerIsa {
+  framedsp::MotionKernels scalar, simd[2];
+  KernelsPerIsa() {
+    framedsp::motion_kernels_init(&scalar, 0);
+    framedsp::motion_kernels_init(&simd[0], framedsp::kCpuSSE2 & framedsp::cpu_flags());
+    framedsp::motion_kernels_init(&simd[1], framedsp::cpu_flags());
+  }
+};
 
 // A w x h plane of format 263 over `bytes` bytes at `data`.
 inline DSP_IMAGE plane(uint8_t *data, uint32_t w, uint32_t h, uint32_t stride, size_t bytes) {

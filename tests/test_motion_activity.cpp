@@ -9,15 +9,13 @@
 
 #include "analysis/motion_kernels.h"
 #include "platform/cpu.h"
+#include "motion_util.h"
 #include "test_util.h"
 
 namespace {
 
 TEST(MotionActivityKernel, EveryIsaMatchesTheScalarKernelAndTheSadDefinition) {
-  framedsp::MotionKernels c, simd[2];
-  framedsp::motion_kernels_init(&c, 0);
-  framedsp::motion_kernels_init(&simd[0], framedsp::kCpuSSE2 & framedsp::cpu_flags());
-  framedsp::motion_kernels_init(&simd[1], framedsp::cpu_flags());
+  const motion_test::KernelsPerIsa isa;
   std::mt19937 rng(framedsp_test::test_seed());
   constexpr int kStride = 160, kLines = 72;
   std::vector<uint8_t> pic(kStride * kLines);
@@ -30,23 +28,23 @@ TEST(MotionActivityKernel, EveryIsaMatchesTheScalarKernelAndTheSadDefinition) {
     const ptrdiff_t s = (rng() & 1) ? kStride : -kStride;
     const uint8_t *a = pic.data() + (s < 0 ? 70 * kStride : 0) + rng() % 16;
     uint32_t want[4], across[4], down[4];
-    c.activity4(a, s, w, h, sx, sy, want);
-    c.sad_q4(a, s, a + 1, s, w, h, 0, 0, sx, sy, across);
-    c.sad_q4(a, s, a + s, s, w, h, 0, 0, sx, sy, down);
+    isa.scalar.activity4(a, s, w, h, sx, sy, want);
+    isa.scalar.sad_q4(a, s, a + 1, s, w, h, 0, 0, sx, sy, across);
+    isa.scalar.sad_q4(a, s, a + s, s, w, h, 0, 0, sx, sy, down);
     for (int q = 0; q < 4; ++q) ASSERT_EQ(want[q], across[q] + down[q]) << w << "x" << h << " part " << q;
-    for (const framedsp::MotionKernels &k : simd) {
+    for (const framedsp::MotionKernels &k : isa.simd) {
       uint32_t got[4];
       k.activity4(a, s, w, h, sx, sy, got);
       for (int q = 0; q < 4; ++q) ASSERT_EQ(got[q], want[q]) << w << "x" << h << " split " << sx << "," << sy;
     }
     const uint32_t strip = 1 + rng() % 140, groups = (strip + 7) / 8;
     std::vector<uint32_t> top(groups), bottom(groups), top2(groups), bottom2(groups);
-    c.activity8(a, s, strip, h, sy, top.data(), bottom.data());
+    isa.scalar.activity8(a, s, strip, h, sy, top.data(), bottom.data());
     const uint32_t g = rng() % groups, gw = std::min(8u, strip - 8 * g);
-    c.activity4(a + 8 * g, s, gw, h, gw, sy, want);
+    isa.scalar.activity4(a + 8 * g, s, gw, h, gw, sy, want);
     ASSERT_EQ(top[g], want[0]) << "strip " << strip << " group " << g;
     ASSERT_EQ(bottom[g], want[2]) << "strip " << strip << " group " << g;
-    for (const framedsp::MotionKernels &k : simd) {
+    for (const framedsp::MotionKernels &k : isa.simd) {
       k.activity8(a, s, strip, h, sy, top2.data(), bottom2.data());
       ASSERT_EQ(top, top2) << "strip " << strip << "x" << h;
       ASSERT_EQ(bottom, bottom2) << "strip " << strip << "x" << h;

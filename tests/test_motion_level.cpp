@@ -8,15 +8,13 @@
 
 #include "analysis/motion_kernels.h"
 #include "platform/cpu.h"
+#include "motion_util.h"
 #include "test_util.h"
 
 namespace {
 
 TEST(MotionLevelKernels, SquareBlocksAndStrideZeroOnEveryIsa) {
-  framedsp::MotionKernels c, simd[2];
-  framedsp::motion_kernels_init(&c, 0);
-  framedsp::motion_kernels_init(&simd[0], framedsp::kCpuSSE2 & framedsp::cpu_flags());
-  framedsp::motion_kernels_init(&simd[1], framedsp::cpu_flags());
+  const motion_test::KernelsPerIsa isa;
   std::mt19937 rng(framedsp_test::test_seed());
   std::vector<uint8_t> a(64 * 64), b(64 * 64);
   for (int round = 0; round < 1000; ++round) {
@@ -26,11 +24,11 @@ TEST(MotionLevelKernels, SquareBlocksAndStrideZeroOnEveryIsa) {
     const ptrdiff_t sb = (rng() & 1) ? 64 : -64;
     const uint8_t *pb = b.data() + (sb < 0 ? 63 * 64 : 0);
     uint32_t lines = 0;
-    for (uint32_t y = 0; y < h; ++y) lines += c.sad(a.data() + 64 * y, 64, b.data(), 64, w, 1);
-    ASSERT_EQ(c.sad(a.data(), 64, b.data(), 0, w, h), lines) << w << "x" << h;
-    for (const framedsp::MotionKernels &s : simd) {
+    for (uint32_t y = 0; y < h; ++y) lines += isa.scalar.sad(a.data() + 64 * y, 64, b.data(), 64, w, 1);
+    ASSERT_EQ(isa.scalar.sad(a.data(), 64, b.data(), 0, w, h), lines) << w << "x" << h;
+    for (const framedsp::MotionKernels &s : isa.simd) {
       ASSERT_EQ(s.sad(a.data(), 64, b.data(), 0, w, h), lines) << w << "x" << h;
-      ASSERT_EQ(s.sad(a.data(), 64, pb, sb, w, h), c.sad(a.data(), 64, pb, sb, w, h)) << w << "x" << h;
+      ASSERT_EQ(s.sad(a.data(), 64, pb, sb, w, h), isa.scalar.sad(a.data(), 64, pb, sb, w, h)) << w << "x" << h;
     }
   }
 }

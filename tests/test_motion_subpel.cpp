@@ -20,10 +20,9 @@ using framedsp::MotionKernels;
 
 TEST(MotionSubpelKernels, EveryIsaMatchesTheScalarKernels) {
   if (!(framedsp::simd_twins_built() & framedsp::cpu_flags())) GTEST_SKIP() << "no SIMD motion kernels";
-  MotionKernels c, simd[2];
-  framedsp::motion_kernels_init(&c, 0);
-  framedsp::motion_kernels_init(&simd[0], framedsp::kCpuSSE2 & framedsp::cpu_flags());
-  framedsp::motion_kernels_init(&simd[1], framedsp::cpu_flags());
+  const motion_test::KernelsPerIsa isa;
+  const auto &c = isa.scalar;
+  const auto &simd = isa.simd;
   std::mt19937 rng(framedsp_test::test_seed());
   constexpr int kStride = 160, kLines = 80;
   std::vector<uint8_t> pic[3], want(kStride), got(kStride);
