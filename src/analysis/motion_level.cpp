@@ -487,44 +487,31 @@ void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32
 // Pass 2's ranking of a block's candidates: its own vector `own`, then those of `others` (the
 // neighbours' vectors that differ from it, duplicates kept, and the global vector), with pass 1's
 // matches around `own` (`around`, see LevelSearch) and a SAD for any other vector.  True when
-// the block keeps its own vector.
+// the block keeps its own vector: once another vector ranks above it, `own` cannot come back, so
+// the block keeps it when none of the others beats it alone.
 bool keeps_own(const MotionKernels &k, const LevelSearch &s, const MotionBlock &block, const MotionVec &predicted,
                const uint32_t around[5], const MotionVec &own, const uint64_t *others, int n) {
   const uint64_t lambda4 = uint64_t{4} * s.lambda;
-  auto cost_of = [&](const MotionVec &v, uint32_t m) {
-    return m + lambda4 * static_cast<uint32_t>(iabs(v.x - predicted.x) + iabs(v.y - predicted.y));
+  auto lambda_of = [&](const MotionVec &v) {
+    return lambda4 * static_cast<uint32_t>(iabs(v.x - predicted.x) + iabs(v.y - predicted.y));
   };
-  MotionVec best = own;
-  uint64_t best_cost = cost_of(own, around[0]);
-  uint64_t sad_key[10];
-  uint32_t sad_match[10];
-  int sads = 0;
+  const uint64_t own_cost = around[0] + lambda_of(own);
   for (int j = 0; j < n; ++j) {
     const MotionVec v = unpack(others[j]);
+    const uint64_t lambda = lambda_of(v);
+    if (lambda > own_cost) continue;  // loses whatever its match
     const int32_t dx = v.x - own.x, dy = v.y - own.y;
     int step = -1;
     if (dy == 0 && (dx == -4 || dx == 4)) step = dx < 0 ? 0 : 1;
     if (dx == 0 && (dy == -4 || dy == 4)) step = dy < 0 ? 2 : 3;
-    uint32_t m;
     // Every candidate lies within the reach, so a neighbour of `own` among them has its match.
-    if (step >= 0 && around[1 + step] != UINT32_MAX) {
-      m = around[1 + step];
-    } else {
-      int at = 0;
-      while (at < sads && sad_key[at] != others[j]) ++at;
-      if (at == sads) {
-        sad_key[sads] = others[j];
-        sad_match[sads++] = cost16_of_sad(block, level_sad(k, block, s.b, v));
-      }
-      m = sad_match[at];
-    }
-    const uint64_t cost = cost_of(v, m);
-    if (better(cost, v, best_cost, best)) {
-      best = v;
-      best_cost = cost;
-    }
+    // (A duplicate of an earlier candidate that lost loses again: its SAD is simply repeated.)
+    const uint32_t m = step >= 0 && around[1 + step] != UINT32_MAX
+                           ? around[1 + step]
+                           : cost16_of_sad(block, level_sad(k, block, s.b, v));
+    if (better(m + lambda, v, own_cost, own)) return false;
   }
-  return best == own;
+  return true;
 }
 
 // Pass 1: each block's candidates, then an exhaustive window or a diamond, judged against the
