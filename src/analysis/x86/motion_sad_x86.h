@@ -578,6 +578,29 @@ inline void six_store(const Wide v[6], uint8_t *out) {
 }
 #endif
 
+#if defined(__AVX2__)
+// Along a line the tap pairs are adjacent bytes, so plain loads feed pmaddubsw without unpacking:
+// 16-bit lane k of the loads at p - 2, p, p + 2 weighs the taps of output 2k, those at p - 1,
+// p + 1, p + 3 the taps of output 2k + 1.  Pack and one shuffle interleave the two halves.
+inline Wide six_pairs(const uint8_t *p) {
+  const Wide w01 = _mm256_set1_epi16(static_cast<short>(0xFB01)), w23 = _mm256_set1_epi16(static_cast<short>(0x1414));
+  const Wide w45 = _mm256_set1_epi16(static_cast<short>(0x01FB));
+  const Wide v = _mm256_add_epi16(_mm256_add_epi16(_mm256_maddubs_epi16(wload(p - 2), w01),
+                                                   _mm256_maddubs_epi16(wload(p), w23)),
+                                  _mm256_maddubs_epi16(wload(p + 2), w45));
+  return _mm256_mulhrs_epi16(v, _mm256_set1_epi16(1 << 10));
+}
+void half_h_x86(const uint8_t *p, uint8_t *out, size_t n) {
+  const Wide order = _mm256_setr_epi8(0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15, 0, 8, 1, 9, 2, 10, 3,
+                                      11, 4, 12, 5, 13, 6, 14, 7, 15);
+  size_t i = 0;
+  for (; i + kWide <= n; i += kWide) {
+    const Wide v = _mm256_packus_epi16(six_pairs(p + i), six_pairs(p + i + 1));
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + i), _mm256_shuffle_epi8(v, order));
+  }
+  if (i < n) half_h_c(p + i, out + i, n - i);
+}
+#else
 void half_h_x86(const uint8_t *p, uint8_t *out, size_t n) {
   size_t i = 0;
   for (; i + kWide <= n; i += kWide) {
@@ -587,6 +610,7 @@ void half_h_x86(const uint8_t *p, uint8_t *out, size_t n) {
   }
   if (i < n) half_h_c(p + i, out + i, n - i);
 }
+#endif
 
 void half_v_x86(const uint8_t *const r[6], uint8_t *out, size_t n) {
   size_t i = 0;
