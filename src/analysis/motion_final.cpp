@@ -474,21 +474,6 @@ struct Out {
   uint8_t *entries;
 };
 
-// The entry of a final block at x, y (w x h) with vector v and match (cost16).
-void write_block(const FinalStage &f, int32_t x, int32_t y, int32_t w, int32_t h, const MotionVec &v, uint32_t match,
-                 uint16_t fl, uint8_t *to) {
-  const uint32_t c64 = (match + 8) >> 4;
-  // Outside: the first sample column left of 0 or the last (rounded up for a fractional
-  // position) right of the last column; rows alike.
-  const int32_t qx = 4 * x + v.x, qy = 4 * y + v.y;
-  const bool out = (qx < 0) | (qy < 0) | (((qx + 3) >> 2) + w > f.b.width) | (((qy + 3) >> 2) + h > f.b.height);
-  fl = static_cast<uint16_t>(fl | (c64 > f.scene_threshold ? DSP_MV_BAD : 0u) | (out ? DSP_MV_OUTSIDE : 0u));
-  // Vectors lie within the reach, at most 8191 pixels: quarter pixels fit 16 bits.
-  const DSP_MOTION_VECTOR e{static_cast<int16_t>(v.x), static_cast<int16_t>(v.y),
-                            static_cast<uint16_t>(std::min<uint32_t>(c64, 0xFFFF)), fl};
-  std::memcpy(to, &e, sizeof e);
-}
-
 // The vectors of a search block's eight neighbours (in a fixed order, each once) more than half a
 // pixel from its own and within the reach: the other motions its final blocks may follow.
 int other_motions(const FinalStage &f, const MotionVec *search, int32_t sc, int32_t sr, MotionVec out[8]) {
@@ -657,8 +642,9 @@ void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *sea
       }
       const bool exhaustive = f.exhaustive && f.exhaustive[sr * sg.cols + sc];
       const uint16_t fl = static_cast<uint16_t>((flat(k, f.a, block) ? DSP_MV_FLAT : 0u) | (exhaustive ? DSP_MV_REFINED : 0u));
-      write_block(f, block.x, block.y, block.w, block.h, eval.best().v, eval.best().match, fl,
-                  out.entries + sizeof(DSP_MOTION_VECTOR) * (static_cast<size_t>(row) * g.cols + col));
+      const MotionVec &v = eval.best().v;
+      const uint32_t match = eval.best().match;
+      write_row(f, &v.x, &v.y, &match, &fl, row, col, 1, out.entries);
     }
   }
 }
