@@ -196,14 +196,29 @@ bool make_plan(const DSP_MOTION_VECTORS_PARAMS &rec, Plan *p) {
   return true;
 }
 
-// One direction: every level from the coarsest down, then the final blocks.
+// The backward search shares the forward one's coarse levels: its parent field at level 0 is the
+// forward field of level 1 negated (a motion seen from A to B at a coarse scale is its opposite
+// from B to A), so it searches level 0 alone.  The fine level keeps its own search, since blocks
+// of B do not sit where blocks of A moved to.
+void negate_coarse(const Plan &p, Work &w) {
+  const int32_t n = p.grids[1].count();
+  for (int32_t i = 0; i < n; ++i) w.bwd[1][i] = MotionVec{-w.fwd[1][i].x, -w.fwd[1][i].y};
+}
+
+// One direction: every level from the coarsest down (the backward one from level 0, see
+// negate_coarse), then the final blocks.
 // The final blocks are written straight into the direction's entries of the field (the prior
 // field, which may be the same buffer, is read only by the level searches before that).
 void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const TemporalSource *temporal,
               uint8_t *entries) {
   const MotionPlane *src = d == 0 ? p.geo.a : p.geo.b, *dst = d == 0 ? p.geo.b : p.geo.a;
   MotionVec **out = d == 0 ? w.fwd : w.bwd;
-  for (int32_t lv = static_cast<int32_t>(p.levels) - 1; lv >= 0; --lv) {
+  int32_t top = static_cast<int32_t>(p.levels) - 1;
+  if (d == 1 && top > 0) {
+    negate_coarse(p, w);
+    top = 0;
+  }
+  for (int32_t lv = top; lv >= 0; --lv) {
     LevelSearch s;
     s.a = src[lv];
     s.b = dst[lv];
