@@ -75,7 +75,7 @@ void calm_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t
 void parts_at(const MotionKernels &k, const FinalStage &f, const MotionBlock &b, const MotionVec &v, uint32_t sx,
               uint32_t sy, uint32_t out[4]) {
   if ((v.x | v.y) & 3) {
-    block_sad_sub4(k, b, *f.half, v.x, v.y, sx, sy, out);
+    block_sad_sub4(k, b, f.b, v.x, v.y, sx, sy, out);
   } else {
     block_sad_q4(k, b, f.b, v.x, v.y, sx, sy, out);
   }
@@ -290,17 +290,18 @@ MotionVec median_of(int32_t *xs, int32_t *ys, int32_t n) {
 }
 
 // The half-pixel planes as a ring reads them: position (x, y) on the grid of half pixels lies in
-// plane ((y & 1) << 1) | (x & 1).
+// plane ((y & 1) << 1) | (x & 1), in the slot of its line (planes 1..3 may be windows).
 struct RingPlanes {
   const uint8_t *data[4];
   ptrdiff_t stride[4];
+  int32_t mask[4];
   explicit RingPlanes(const HalfPlanes &half) {
-    for (int i = 0; i < 4; ++i) data[i] = half.p[i].data, stride[i] = half.p[i].stride;
+    for (int i = 0; i < 4; ++i) data[i] = half.p[i].data, stride[i] = half.p[i].stride, mask[i] = i ? half.mask : -1;
   }
   const uint8_t *at(int32_t x, int32_t y, ptrdiff_t *s) const {
     const int i = ((y & 1) << 1) | (x & 1);
     *s = stride[i];
-    return data[i] + (y >> 1) * stride[i] + (x >> 1);
+    return data[i] + ((y >> 1) & mask[i]) * stride[i] + (x >> 1);
   }
 };
 
@@ -404,7 +405,6 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     xs[placed] = f.refined[i].x;
     ys[placed++] = f.refined[i].y;
   }
-  if (f.half_maker) f.half_maker->through(f.b.height);  // settle() and the split stage read them all
   if (!f.use_global || (!f.loose && !f.flat) || placed == n || placed == 0) return false;
   *global = median_of(xs, ys, placed);
   for (int32_t i = 0; i < n; ++i) {
@@ -544,13 +544,51 @@ Shape shape_of(const FinalStage &f, int32_t sc, int32_t sr) {
 
 // Search block (sc, sr), the chunk's block j: its own vector for every part, or where a neighbour
 // may move otherwise (not calm), the best of its own and the neighbours' for each part.
+// Whether the split stage has the sums of search block i at its own vector from refinement or
+// settling.
+bool parts_known(const FinalStage &f, const MotionVec *search, size_t i) {
+  return f.subpel && f.parts[i].known && f.parts[i].v == search[i];
+}
+
+// The sums at their own vectors of the chunk's blocks that lack them and whose vector is
+// fractional, a run of neighbours with the same vector at a time (their half-pixel samples made
+// once): made[j] says which.
+void own_sums(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sr, int32_t c0,
+              int32_t n, const Shape &inner, uint32_t (*sums)[4], uint8_t *made) {
+  const BlockGrid &sg = f.search_grid;
+  const size_t row = static_cast<size_t>(sr) * sg.cols;
+  const int32_t per_run = std::max<int32_t>(1, static_cast<int32_t>(kSadMaxSide) / sg.bw);
+  for (int32_t j = 0; j < n;) {
+    const size_t i = row + c0 + j;
+    const MotionVec v = search[i];
+    made[j] = 0;
+    // The last column (a partial block, another split) goes alone.
+    if (parts_known(f, search, i) || ((v.x | v.y) & 3) == 0 || c0 + j + 1 == sg.cols) {
+      ++j;
+      continue;
+    }
+    int32_t len = 1;
+    while (len < per_run && j + len < n && c0 + j + len + 1 < sg.cols && search[i + len] == v &&
+           !parts_known(f, search, i + len)) {
+      ++len;
+    }
+    MotionBlock run = make_block(f.a, sg, c0 + j, sr);
+    run.w = len * sg.bw;
+    block_sad_sub4_run(k, run, len, sg.bw, f.b, v.x, v.y, inner.sx, inner.sy, sums + j);
+    for (int32_t t = 0; t < len; ++t) made[j + t] = 1;
+    j += len;
+  }
+}
+
 void split_block(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sc, int32_t sr,
-                 const Shape &shape, bool calm, int32_t nx, int32_t j, PartChunk *out) {
+                 const Shape &shape, bool calm, int32_t nx, int32_t j, const uint32_t *made_sums, PartChunk *out) {
   const size_t i = static_cast<size_t>(sr) * f.search_grid.cols + sc;
   const MotionVec own = search[i];
   uint32_t sums[4], m[4];
   const BlockParts &own_parts = f.parts[i];
-  if (f.subpel && own_parts.known && own_parts.v == own) {
+  if (made_sums) {
+    std::copy(made_sums, made_sums + 4, sums);
+  } else if (parts_known(f, search, i)) {
     std::copy(own_parts.sum, own_parts.sum + 4, sums);
   } else {
     parts_at(k, f, make_block(f.a, f.search_grid, sc, sr), own, shape.sx, shape.sy, sums);
@@ -600,16 +638,19 @@ void write_row(const FinalStage &f, const int32_t *vx, const int32_t *vy, const 
 void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t nx, int32_t ny,
                   const Out &out) {
   const BlockGrid &sg = f.search_grid;
-  uint8_t calm[kChunk];
+  uint8_t calm[kChunk], made[kChunk];
+  uint32_t sums[kChunk][4];
   PartChunk chunk;
   for (int32_t sr = 0; sr < sg.rows; ++sr) {
     const Shape inner = shape_of(f, 0, sr), edge = shape_of(f, sg.cols - 1, sr);
     for (int32_t c0 = 0; c0 < sg.cols; c0 += kChunk) {
       const int32_t n = std::min(kChunk, sg.cols - c0);
       if (f.split) calm_chunk(search, sg, sr, c0, kSplitApart, calm);
+      own_sums(k, f, search, sr, c0, n, inner, sums, made);
       for (int32_t j = 0; j < n; ++j) {
         const int32_t sc = c0 + j;
-        split_block(k, f, search, sc, sr, sc + 1 < sg.cols ? inner : edge, !f.split || calm[j], nx, j, &chunk);
+        split_block(k, f, search, sc, sr, sc + 1 < sg.cols ? inner : edge, !f.split || calm[j], nx, j,
+                    made[j] ? sums[j] : nullptr, &chunk);
       }
       const int32_t f0 = c0 * nx, count = std::min((c0 + n) * nx, f.grid.cols) - f0;
       for (int32_t qr = 0; qr < ny && sr * ny + qr < f.grid.rows; ++qr) {

@@ -138,6 +138,14 @@ uint8_t *carve(uint8_t *base, size_t *at, size_t bytes) {
   return base ? base + start : nullptr;
 }
 
+// The half-pixel planes live in a window of lines: refining a row of search blocks reads them
+// within the reach above and below it, while the lines are made a row of blocks ahead (and three
+// more of one plane for another).  Runs of a search block's height and one more line are read.
+int32_t half_window(const Plan &p) {
+  return HalfPlanes::window(p.geo.a[0].height, p.grids[0].bh + 2 * p.reach_y[0] + 7);
+}
+int32_t half_run(const Plan &p) { return p.grids[0].bh + 1; }
+
 // Lays the work memory out; with base null only measures it.
 size_t layout(const Plan &p, uint8_t *base, Work *w) {
   size_t at = 0, largest = 0;
@@ -153,7 +161,10 @@ size_t layout(const Plan &p, uint8_t *base, Work *w) {
   w->around = reinterpret_cast<uint32_t *>(carve(base, &at, largest * 5 * 4));
   w->parts = reinterpret_cast<BlockParts *>(carve(base, &at, static_cast<size_t>(p.grids[0].count()) * sizeof(BlockParts)));
   w->flat = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
-  if (p.subpel) w->half = carve(base, &at, HalfPlanes::bytes(p.geo.a[0].width, p.geo.a[0].height));
+  if (p.subpel) {
+    const int32_t window = half_window(p), run = half_run(p);
+    w->half = carve(base, &at, HalfPlanes::bytes(p.geo.a[0].width, p.geo.a[0].height, window, run));
+  }
   for (int d = 0; d < 2; ++d) w->exhaustive[d] = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
   return at;
 }
@@ -245,7 +256,7 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   f.a = src[0];
   f.b = dst[0];
   HalfPlanes half;
-  HalfPlaneMaker maker(k, dst[0], w.half, &half);
+  HalfPlaneMaker maker(k, dst[0], w.half, &half, half_window(p), half_run(p));
   if (p.subpel) {
     f.half = &half;
     f.half_maker = &maker;
