@@ -115,11 +115,15 @@ inline uint32_t level_sad(const MotionKernels &k, const MotionBlock &b, const Mo
 class BlockEval {
  public:
   BlockEval(const MotionKernels &k, const LevelSearch &s)
-      : k_(k), t_(s.b), sad_(k.sad), reach_x_(4 * s.reach_x), reach_y_(4 * s.reach_y), range_x_(s.range_x),
-        range_y_(s.range_y), lambda4_(uint64_t{4} * s.lambda) {}
+      : k_(k), t_(s.b), sad_(k.sad), sad16_(k.sad16), reach_x_(4 * s.reach_x), reach_y_(4 * s.reach_y),
+        range_x_(s.range_x), range_y_(s.range_y), lambda4_(uint64_t{4} * s.lambda) {}
 
   void start(const MotionBlock &block, int32_t mx, int32_t my) {
     block_ = block;
+    packed_ = block.w == 16 && block.h == 16;
+    if (packed_) {
+      for (int j = 0; j < 16; ++j) std::memcpy(own_ + 16 * j, block.a + j * block.a_stride, 16);
+    }
     m_x_ = mx;
     m_y_ = my;
     off_x_ = 4 * (kWindow / 2) - mx;
@@ -269,10 +273,13 @@ class BlockEval {
   const MotionKernels &k_;
   const MotionPlane t_;
   const SadKernel sad_;
+  const Sad16Kernel sad16_;
   const int32_t reach_x_, reach_y_;  // quarter pixels
   const int32_t range_x_, range_y_;  // whole pixels
   const uint64_t lambda4_;
   MotionBlock block_;
+  bool packed_ = false;  // a 16 x 16 block, matched from its copy own_
+  alignas(32) uint8_t own_[16 * 16];
   uint32_t lo_x_ = 0, lo_y_ = 0, span_x_ = 0, span_y_ = 0;
   const uint8_t *t_at_ = nullptr;  // the target at the block's own place
   uint32_t w_ = 0, h_ = 0;
@@ -287,7 +294,8 @@ class BlockEval {
     const int32_t dx = v.x >> 2, dy = v.y >> 2;
     uint32_t sad;
     if (static_cast<uint32_t>(dx) - lo_x_ <= span_x_ && static_cast<uint32_t>(dy) - lo_y_ <= span_y_) {
-      sad = sad_(block_.a, block_.a_stride, t_at_ + dy * t_.stride + dx, t_.stride, w_, h_);
+      const uint8_t *at = t_at_ + dy * t_.stride + dx;
+      sad = packed_ ? sad16_(own_, at, t_.stride) : sad_(block_.a, block_.a_stride, at, t_.stride, w_, h_);
     } else {
       const MotionBlock b = block_;  // a copy: the evaluator's own fields stay out of the call's reach
       sad = edge_sad(k_, b, t_, b.x + dx, b.y + dy);
