@@ -120,7 +120,9 @@ class BlockEval {
 
   void start(const MotionBlock &block, int32_t mx, int32_t my) {
     block_ = block;
-    packed_ = block.w == 16 && block.h == 16;
+    // Both sides 16 (sides are at least 1).  Not two comparisons: the compiler would join them
+    // into one load of both sides, which just were stored one at a time and would stall it.
+    packed_ = (block.w | block.h) == 16;
     if (packed_) {
       for (int j = 0; j < 16; ++j) std::memcpy(own_ + 16 * j, block.a + j * block.a_stride, 16);
     }
