@@ -448,20 +448,23 @@ class FirstCandidates {
 
 // Component-wise medians of the 3x3 neighbourhoods (edges repeated) of the blocks of one row,
 // kChunk columns from c0 at a time (entries beyond the grid are left undefined).  Level vectors
-// are whole pixels within the reach (at most 4 * 8191 quarter pixels), so they fit 16 bits; each
-// exchange of the network runs over the whole chunk, which the compiler takes 8 or 16 at a time.
+// are whole pixels within the reach (at most 4 * 8191 quarter pixels), so they fit 16 bits.  The
+// median of nine is med3(the largest of the three column minima, the median of the column
+// medians, the smallest of the column maxima); neighbouring outputs share their columns, so each
+// column is sorted once.  Every step runs over the whole chunk, which the compiler takes 8 or 16
+// at a time.
 constexpr int32_t kChunk = 64;
 struct MedianChunk {
   int16_t v[2][kChunk];
   MotionVec at(int32_t col) const { return MotionVec{v[0][col % kChunk], v[1][col % kChunk]}; }
 };
+inline int16_t min16(int16_t a, int16_t b) { return a < b ? a : b; }
+inline int16_t max16(int16_t a, int16_t b) { return a < b ? b : a; }
+inline int16_t med3(int16_t a, int16_t b, int16_t c) { return max16(min16(a, b), min16(max16(a, b), c)); }
 void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, MedianChunk *out) {
-  static constexpr uint8_t kExchange[19][2] = {{1, 2}, {4, 5}, {7, 8}, {0, 1}, {3, 4}, {6, 7}, {1, 2},
-                                               {4, 5}, {7, 8}, {0, 3}, {5, 8}, {4, 7}, {3, 6}, {1, 4},
-                                               {2, 5}, {4, 7}, {4, 2}, {6, 4}, {4, 2}};
   // Lanes in steps of 16; those beyond the grid repeat its last column.
   const int32_t lanes = (std::min(kChunk, g.cols - c0) + 15) & ~15;
-  int16_t line[2][3][kChunk + 2], p[2][9][kChunk];
+  int16_t line[2][3][kChunk + 2];
   // Entry i holds column c0 + i - 1: the first may lie left of the grid, the last few right of it.
   const int32_t end = std::min(lanes + 2, g.cols - c0 + 1);
   for (int32_t dy = 0; dy < 3; ++dy) {
@@ -479,18 +482,20 @@ void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32
     }
   }
   for (int c = 0; c < 2; ++c) {
-    for (int n = 0; n < 9; ++n) {
-      for (int32_t i = 0; i < lanes; ++i) p[c][n][i] = line[c][n / 3][n % 3 + i];
+    int16_t lo[kChunk + 2], mid[kChunk + 2], hi[kChunk + 2];
+    const int16_t *__restrict up = line[c][0], *__restrict at = line[c][1], *__restrict down = line[c][2];
+    for (int32_t i = 0; i < lanes + 2; ++i) {
+      const int16_t a = min16(up[i], at[i]), b = max16(up[i], at[i]);
+      lo[i] = min16(a, down[i]);
+      hi[i] = max16(b, down[i]);
+      mid[i] = max16(a, min16(b, down[i]));
     }
-    for (const auto &e : kExchange) {
-      int16_t *__restrict lo = p[c][e[0]], *__restrict hi = p[c][e[1]];
-      for (int32_t i = 0; i < lanes; ++i) {
-        const int16_t a = lo[i], b = hi[i];
-        lo[i] = a < b ? a : b;
-        hi[i] = a < b ? b : a;
-      }
+    int16_t *__restrict v = out->v[c];
+    for (int32_t i = 0; i < lanes; ++i) {
+      const int16_t most_lo = max16(max16(lo[i], lo[i + 1]), lo[i + 2]);
+      const int16_t least_hi = min16(min16(hi[i], hi[i + 1]), hi[i + 2]);
+      v[i] = med3(most_lo, med3(mid[i], mid[i + 1], mid[i + 2]), least_hi);
     }
-    std::memcpy(out->v[c], p[c][4], sizeof(int16_t) * static_cast<size_t>(lanes));
   }
 }
 
