@@ -409,30 +409,35 @@ class FirstCandidates {
     for (int i = 0; i < 3; ++i) prow_[i] = s.parent + clamp(pr - 1 + i, 0, last) * s.parent_grid.cols;
   }
   void run(BlockEval *eval, const MotionBlock &b, int32_t col) const {
+    // Candidates equal to the parent's vector are dropped cheaply: theirs is a known match that
+    // ranks the same (no vector equals the stand-in without a parent).
+    MotionVec p{INT32_MIN, INT32_MIN};
     if (s_.parent) {
       // Whole pixels of the parent, doubled: whole here, and within the reach (each level's reach
       // is at least twice its parent's).
       const int32_t pc = parents_.col[col];
       const int32_t left = std::max(pc - 1, 0), right = std::min(pc + 1, s_.parent_grid.cols - 1);
-      const MotionVec p = twice(prow_[1][pc]);
+      p = twice(prow_[1][pc]);
       eval->try_vec(p);
       const MotionVec beside[4] = {twice(prow_[1][left]), twice(prow_[1][right]), twice(prow_[0][pc]),
                                    twice(prow_[2][pc])};
       for (const MotionVec &v : beside) {
-        if (v != p) eval->try_vec(v);  // the usual duplicate, dropped cheaply
+        if (v != p) eval->try_vec(v);
       }
     }
-    eval->try_vec(MotionVec{});
-    if (has_global_) eval->try_vec(global_);
+    if (p != MotionVec{}) eval->try_vec(MotionVec{});
+    if (has_global_ && global_ != p) eval->try_vec(global_);
     if (s_.temporal) {
       const MotionVec t = s_.temporal->at((b.x + b.w / 2) << s_.level, (b.y + b.h / 2) << s_.level);
       // Level-0 quarter pixels to level-k quarter pixels, rounded to the nearest.
       const int32_t half = s_.level ? 1 << (s_.level - 1) : 0;
-      eval->try_vec(clip_to_reach(s_, MotionVec{(t.x + half) >> s_.level, (t.y + half) >> s_.level}));
+      const MotionVec v = clip_to_reach(s_, MotionVec{(t.x + half) >> s_.level, (t.y + half) >> s_.level});
+      if (v != p) eval->try_vec(v);
     }
     if (s_.opposite) {
       const MotionVec &o = s_.opposite[row_ * s_.grid.cols + col];
-      eval->try_vec(clip_to_reach(s_, MotionVec{-o.x, -o.y}));
+      const MotionVec v = clip_to_reach(s_, MotionVec{-o.x, -o.y});
+      if (v != p) eval->try_vec(v);
     }
   }
 
