@@ -516,14 +516,16 @@ bool keeps_own(const MotionKernels &k, const LevelSearch &s, const MotionBlock &
     return lambda4 * static_cast<uint32_t>(iabs(v.x - predicted.x) + iabs(v.y - predicted.y));
   };
   const uint64_t own_cost = around[0] + lambda_of(own);
+  // The whole-pixel step from `own` (kStep's order) by the offset's place in its 3 x 3 around.
+  static constexpr int8_t kStepAt[9] = {-1, 2, -1, 0, -1, 1, -1, 3, -1};
   for (int j = 0; j < n; ++j) {
+    // A duplicate of the candidate before loses again (others lose as soon as they are seen).
+    if (j > 0 && others[j] == others[j - 1]) continue;
     const MotionVec v = unpack(others[j]);
     const uint64_t lambda = lambda_of(v);
     if (lambda > own_cost) continue;  // loses whatever its match
-    const int32_t dx = v.x - own.x, dy = v.y - own.y;
-    int step = -1;
-    if (dy == 0 && (dx == -4 || dx == 4)) step = dx < 0 ? 0 : 1;
-    if (dx == 0 && (dy == -4 || dy == 4)) step = dy < 0 ? 2 : 3;
+    const uint32_t cx = static_cast<uint32_t>(v.x - own.x + 4), cy = static_cast<uint32_t>(v.y - own.y + 4);
+    const int step = cx <= 8 && cy <= 8 ? kStepAt[cx / 4 + 3 * (cy / 4)] : -1;
     // Every candidate lies within the reach, so a neighbour of `own` among them has its match.
     // (A duplicate of an earlier candidate that lost loses again: its SAD is simply repeated.)
     const uint32_t m = step >= 0 && around[1 + step] != UINT32_MAX
