@@ -13,6 +13,8 @@ uint32_t sad_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t
   return sum;
 }
 
+uint32_t sad16_c(const uint8_t *a, const uint8_t *b, ptrdiff_t b_stride) { return sad_c(a, 16, b, b_stride, 16, 16); }
+
 uint32_t sad_avg_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
                    const uint8_t *c, ptrdiff_t c_stride, uint32_t w, uint32_t h) {
   uint32_t sum = 0;
@@ -139,6 +141,7 @@ void activity8_c(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uin
 
 void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
   table->sad = sad_c;
+  table->sad16 = sad16_c;
   table->sad_avg = sad_avg_c;
   table->avg_line = avg_line_c;
   table->sad_q = sad_q_c;

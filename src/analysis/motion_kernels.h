@@ -1,5 +1,7 @@
 // Block-matching kernels of the motion search (and of the conversion that follows its field):
 //   sad      sum |a - b| over a w x h block
+//   sad16    sad of a 16 x 16 block whose lines lie 16 bytes apart in a 32-byte aligned buffer (a
+//            block copied once and matched at many places)
 //   sad_avg  sum |a - ((b + c + 1) >> 1)|: a block against the rounded-up average of two others
 //            (quarter-pixel samples between two half-pixel planes)
 //   avg_line out[i] = (a[i] + b[i] + 1) >> 1 over n bytes
@@ -44,6 +46,7 @@ constexpr uint32_t kSadMaxSide = 64;
 
 using SadKernel = uint32_t (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b,
                                ptrdiff_t b_stride, uint32_t w, uint32_t h);
+using Sad16Kernel = uint32_t (*)(const uint8_t *a, const uint8_t *b, ptrdiff_t b_stride);
 using SadAvgKernel = uint32_t (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b,
                                   ptrdiff_t b_stride, const uint8_t *c, ptrdiff_t c_stride,
                                   uint32_t w, uint32_t h);
@@ -67,6 +70,7 @@ using Activity8Kernel = void (*)(const uint8_t *a, ptrdiff_t stride, uint32_t w,
 
 struct MotionKernels {
   SadKernel sad;
+  Sad16Kernel sad16;
   SadAvgKernel sad_avg;
   AvgLineKernel avg_line;
   SadQKernel sad_q;
@@ -81,6 +85,7 @@ struct MotionKernels {
 
 uint32_t sad_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
                uint32_t w, uint32_t h);
+uint32_t sad16_c(const uint8_t *a, const uint8_t *b, ptrdiff_t b_stride);
 uint32_t sad_avg_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
                    const uint8_t *c, ptrdiff_t c_stride, uint32_t w, uint32_t h);
 void avg_line_c(const uint8_t *a, const uint8_t *b, uint8_t *out, size_t n);

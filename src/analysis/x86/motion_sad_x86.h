@@ -117,18 +117,40 @@ inline uint32_t sad_block(const uint8_t *a, ptrdiff_t as, B b, uint32_t w, uint3
 inline __m256i lines2(const uint8_t *p, ptrdiff_t s) {
   return _mm256_inserti128_si256(_mm256_castsi128_si256(load16(p)), load16(p + s), 1);
 }
-inline uint32_t sad16x16(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs) {
-  __m256i d[8];
-  for (int i = 0; i < 8; ++i) d[i] = _mm256_sad_epu8(lines2(a + 2 * i * as, as), lines2(b + 2 * i * bs, bs));
+inline uint32_t sum_tree(__m256i d[8]) {
   for (int n = 4; n > 0; n /= 2) {
     for (int i = 0; i < n; ++i) d[i] = _mm256_add_epi64(d[i], d[i + n]);
   }
   return hsum(_mm_add_epi64(_mm256_castsi256_si128(d[0]), _mm256_extracti128_si256(d[0], 1)));
 }
+inline uint32_t sad16x16(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs) {
+  __m256i d[8];
+  for (int i = 0; i < 8; ++i) d[i] = _mm256_sad_epu8(lines2(a + 2 * i * as, as), lines2(b + 2 * i * bs, bs));
+  return sum_tree(d);
+}
+// A packed block: each aligned 32 bytes are two of its lines, as lines2 pairs them.
+uint32_t sad16_x86(const uint8_t *a, const uint8_t *b, ptrdiff_t bs) {
+  __m256i d[8];
+  for (int i = 0; i < 8; ++i) {
+    const __m256i pair = _mm256_load_si256(reinterpret_cast<const __m256i *>(a + 32 * i));
+    d[i] = _mm256_sad_epu8(pair, lines2(b + 2 * i * bs, bs));
+  }
+  return sum_tree(d);
+}
 #else
 inline uint32_t sad16x16(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs) {
   __m128i d[16];
   for (int i = 0; i < 16; ++i) d[i] = _mm_sad_epu8(load16(a + i * as), load16(b + i * bs));
+  for (int n = 8; n > 0; n /= 2) {
+    for (int i = 0; i < n; ++i) d[i] = _mm_add_epi64(d[i], d[i + n]);
+  }
+  return hsum(d[0]);
+}
+uint32_t sad16_x86(const uint8_t *a, const uint8_t *b, ptrdiff_t bs) {
+  __m128i d[16];
+  for (int i = 0; i < 16; ++i) {
+    d[i] = _mm_sad_epu8(_mm_load_si128(reinterpret_cast<const __m128i *>(a + 16 * i)), load16(b + i * bs));
+  }
   for (int n = 8; n > 0; n /= 2) {
     for (int i = 0; i < n; ++i) d[i] = _mm_add_epi64(d[i], d[i + n]);
   }
@@ -627,6 +649,7 @@ void half_v_x86(const uint8_t *const r[6], uint8_t *out, size_t n) {
 
 inline void fill_table(MotionKernels *table) {
   table->sad = sad_x86;
+  table->sad16 = sad16_x86;
   table->sad_avg = sad_avg_x86;
   table->avg_line = avg_line_x86;
   table->sad_q = sad_q_x86;
