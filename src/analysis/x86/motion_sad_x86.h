@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "analysis/motion_kernels.h"
+#include "analysis/motion_ring.h"
 
 namespace framedsp {
 namespace motion_x86 {
@@ -535,6 +536,10 @@ void sad_ring_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], con
   }
 }
 
+void ring_refine_x86(const RingPlanes &planes, const RingBlock &b, RingBest *out) {
+  refine_rings([](auto... args) { sad_ring_x86(args...); }, planes, b, out);
+}
+
 // The six-tap half-pixel filter: (p0 + p5) - 5 (p1 + p4) + 20 (p2 + p3) lies in -2550..10710, so
 // 16-bit lanes are exact; packus clamps to 0..255.  With AVX2 pmaddubsw weighs the sample pairs
 // (p0, p1), (p2, p3), (p4, p5) (each pair sum within -1275..10200, no saturation).
@@ -633,6 +638,7 @@ inline void fill_table(MotionKernels *table) {
   table->sad_q4 = sad_q4_x86;
   table->sad_avg4 = sad_avg4_x86;
   table->sad_ring = sad_ring_x86;
+  table->ring_refine = ring_refine_x86;
   table->half_h = half_h_x86;
   table->half_v = half_v_x86;
 }

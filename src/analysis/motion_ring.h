@@ -1,0 +1,90 @@
+// ring_refine (see motion_kernels.h) written once over an ISA's sad_ring: each ISA's table entry
+// instantiates it with its own ring sums, so that a block's two rings take one call through the
+// table and the sums' dispatch folds into it.  The unnamed namespace keeps every instantiation in
+// the includer's object file (compiled for its ISA).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "analysis/motion_kernels.h"
+
+namespace framedsp {
+namespace {
+namespace ring_detail {
+
+inline int32_t iabs(int32_t v) { return v < 0 ? -v : v; }
+
+// The ring's candidates in sad_ring's order: offsets in steps.
+constexpr int8_t kDx[8] = {-1, 0, 1, -1, 1, -1, 0, 1};
+constexpr int8_t kDy[8] = {-1, -1, -1, 0, 0, 1, 1, 1};
+
+// Half-pixel position (x, y) of the planes, and its plane's stride.
+inline const uint8_t *at(const RingPlanes &planes, int32_t x, int32_t y, ptrdiff_t *s) {
+  const int i = ((y & 1) << 1) | (x & 1);
+  *s = planes.stride[i];
+  return planes.data[i] + (y >> 1) * planes.stride[i] + (x >> 1);
+}
+
+inline uint32_t match_of(uint32_t recip, const uint32_t sum[4]) {
+  // A SAD stays below 2^20 and recip <= 2^26: the product needs 64 bits.
+  return static_cast<uint32_t>((uint64_t{sum[0] + sum[1] + sum[2] + sum[3]} * recip + (1u << 15)) >> 16);
+}
+
+// The winner of a ring of `step` around (cx, cy), whose own match is `own`: lower match, then
+// shorter vector (L1), then the earlier candidate, the centre first; -1 when the centre holds.
+// One key a candidate and no branches (a ring's ranking is unpredictable): lengths stay below
+// 2^17, orders below 2^4.
+inline int ring_winner(const uint32_t sum[9][4], uint32_t recip, int32_t cx, int32_t cy, int32_t step, uint32_t own,
+                       uint32_t *match) {
+  auto key = [](uint64_t m, int32_t x, int32_t y, uint32_t order) {
+    return (m << 21) | (static_cast<uint64_t>(iabs(x) + iabs(y)) << 4) | order;
+  };
+  uint64_t top = key(own, cx, cy, 0);
+  for (int i = 0; i < 8; ++i) {
+    const uint64_t kv = key(match_of(recip, sum[i]), cx + kDx[i] * step, cy + kDy[i] * step, static_cast<uint32_t>(i + 1));
+    top = kv < top ? kv : top;
+  }
+  *match = static_cast<uint32_t>(top >> 21);
+  return static_cast<int>(top & 15) - 1;
+}
+
+}  // namespace ring_detail
+
+// `Ring` calls the ISA's sad_ring with its arguments.
+template <class Ring>
+inline void refine_rings(const Ring &ring, const RingPlanes &planes, const RingBlock &b, RingBest *out) {
+  using namespace ring_detail;
+  // Each ring's sums apart, so that the best is copied once (whole lines of sums, as written).
+  uint32_t half[9][4], quarter[9][4];
+  // Half pixels around the whole-pixel vector: the samples around its position (X, Y) lie in
+  // plane 3 at (X - 1, Y - 1), plane 2 at (X, Y - 1), plane 1 at (X - 1, Y) and plane 0 at (X, Y).
+  const int32_t px = b.x + (b.vx >> 2), py = b.y + (b.vy >> 2);
+  {
+    const ptrdiff_t qs[4] = {planes.stride[3], planes.stride[2], planes.stride[1], planes.stride[0]};
+    const uint8_t *const q[4] = {planes.data[3] + (py - 1) * qs[0] + (px - 1), planes.data[2] + (py - 1) * qs[1] + px,
+                                 planes.data[1] + py * qs[2] + (px - 1), planes.data[0] + py * qs[3] + px};
+    ring(b.a, b.a_stride, q, qs, 0u, b.w, b.h, b.sx, b.sy, half);
+  }
+  uint32_t match = match_of(b.recip, half[8]), won_match;
+  int won = ring_winner(half, b.recip, b.vx, b.vy, 2, match, &won_match);
+  int32_t cx = b.vx, cy = b.vy;
+  const uint32_t *best = half[8];
+  if (won >= 0) cx += 2 * kDx[won], cy += 2 * kDy[won], match = won_match, best = half[won];
+  // Quarter pixels around the best: the centre on the grid of half pixels, q[i] the upper-left,
+  // upper, left and centre samples; corners from the samples beside them when the centre's
+  // coordinates are both whole or both half.
+  const int32_t hx = 2 * b.x + (cx >> 1), hy = 2 * b.y + (cy >> 1);
+  ptrdiff_t qs[4];
+  const uint8_t *const q[4] = {at(planes, hx - 1, hy - 1, &qs[0]), at(planes, hx, hy - 1, &qs[1]),
+                               at(planes, hx - 1, hy, &qs[2]), at(planes, hx, hy, &qs[3])};
+  ring(b.a, b.a_stride, q, qs, ((hx ^ hy) & 1) ? 2u : 1u, b.w, b.h, b.sx, b.sy, quarter);
+  won = ring_winner(quarter, b.recip, cx, cy, 1, match, &won_match);
+  if (won >= 0) cx += kDx[won], cy += kDy[won], best = quarter[won];
+  out->vx = cx, out->vy = cy;
+  std::memcpy(out->sum, best, sizeof out->sum);
+}
+
+}  // namespace
+}  // namespace framedsp
