@@ -102,7 +102,7 @@ void sad_ring_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4],
 }
 
 void ring_refine_c(const RingPlanes &planes, const RingBlock &b, RingBest *out) {
-  refine_rings([](auto... args) { sad_ring_c(args...); }, planes, b, out);
+  refine_rings([](auto... args) { sad_ring_c(args...); }, ring_detail::ring_winner_c, planes, b, out);
 }
 
 namespace {

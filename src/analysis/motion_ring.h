@@ -36,7 +36,7 @@ inline uint32_t match_of(uint32_t recip, const uint32_t sum[4]) {
 // shorter vector (L1), then the earlier candidate, the centre first; -1 when the centre holds.
 // One key a candidate and no branches (a ring's ranking is unpredictable): lengths stay below
 // 2^17, orders below 2^4.
-inline int ring_winner(const uint32_t sum[9][4], uint32_t recip, int32_t cx, int32_t cy, int32_t step, uint32_t own,
+inline int ring_winner_c(const uint32_t sum[9][4], uint32_t recip, int32_t cx, int32_t cy, int32_t step, uint32_t own,
                        uint32_t *match) {
   auto key = [](uint64_t m, int32_t x, int32_t y, uint32_t order) {
     return (m << 21) | (static_cast<uint64_t>(iabs(x) + iabs(y)) << 4) | order;
@@ -52,9 +52,10 @@ inline int ring_winner(const uint32_t sum[9][4], uint32_t recip, int32_t cx, int
 
 }  // namespace ring_detail
 
-// `Ring` calls the ISA's sad_ring with its arguments.
-template <class Ring>
-inline void refine_rings(const Ring &ring, const RingPlanes &planes, const RingBlock &b, RingBest *out) {
+// `Ring` calls the ISA's sad_ring with its arguments, `Winner` ranks as ring_winner does.
+template <class Ring, class Winner>
+inline void refine_rings(const Ring &ring, const Winner &ring_winner, const RingPlanes &planes, const RingBlock &b,
+                         RingBest *out) {
   using namespace ring_detail;
   // Each ring's sums apart, so that the best is copied once (whole lines of sums, as written).
   uint32_t half[9][4], quarter[9][4];
