@@ -295,6 +295,43 @@ RingPlanes ring_planes(const HalfPlanes &half) {
   return planes;
 }
 
+// Blocks for ring_refine, taken two at a time (their rings interleave); each result goes to the
+// block's refined vector and sums, and to the list of refined vectors.
+class RingBatch {
+ public:
+  RingBatch(const MotionKernels &k, const FinalStage &f, int32_t *xs, int32_t *ys, int32_t *placed)
+      : k_(k), f_(f), planes_(ring_planes(f.half ? *f.half : HalfPlanes{})), xs_(xs), ys_(ys), placed_(placed) {}
+  void add(const RingBlock &b, int32_t i, bool cut) {
+    block_[n_] = b, index_[n_] = i, cut_[n_++] = cut;
+    if (n_ == 2) flush();
+  }
+  void flush() {
+    if (n_ == 0) return;
+    RingBest best[2];
+    k_.ring_refine(planes_, block_, static_cast<uint32_t>(n_), best);
+    for (int j = 0; j < n_; ++j) {
+      // Member by member: whole-record copies would load across the kernel's narrower stores.
+      BlockParts &p = f_.parts[index_[j]];
+      MotionVec &v = f_.refined[index_[j]];
+      xs_[*placed_] = v.x = p.v.x = best[j].vx;
+      ys_[(*placed_)++] = v.y = p.v.y = best[j].vy;
+      std::memcpy(p.sum, best[j].sum, sizeof p.sum);
+      p.known = !cut_[j];
+    }
+    n_ = 0;
+  }
+
+ private:
+  const MotionKernels &k_;
+  const FinalStage &f_;
+  const RingPlanes planes_;
+  int32_t *xs_, *ys_, *placed_;
+  RingBlock block_[2];
+  int32_t index_[2];
+  bool cut_[2];
+  int n_ = 0;
+};
+
 // Sub-pixel refinement: the best of the half-pixel ring around each vector, then of the
 // quarter-pixel ring around that.
 // Loose blocks take the median of the others' refined vectors (*global; false when there is none).
@@ -302,7 +339,7 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
   const BlockGrid &sg = f.search_grid;
   const int32_t n = sg.count();
   int32_t *xs = reinterpret_cast<int32_t *>(f.settled), *ys = xs + n, placed = 0;
-  const RingPlanes planes = ring_planes(f.half ? *f.half : HalfPlanes{});
+  RingBatch batch(k, f, xs, ys, &placed);
   int32_t made = -1;  // the planes' lines made so far: [0, made]
   for (int32_t i = 0; i < n; ++i) {
     const MotionVec own = f.search[i];
@@ -332,16 +369,9 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     if ((cut || all_inside(f.b, whole, lo, hi)) && iabs(own.x) + 3 <= 4 * f.reach_x &&
         iabs(own.y) + 3 <= 4 * f.reach_y) {
       if (cut) sx = static_cast<uint32_t>(b.w), sy = static_cast<uint32_t>(b.h);
-      const RingBlock rb{b.a, b.a_stride, b.x, b.y, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h),
-                         sx, sy, b.recip, own.x, own.y};
-      RingBest best;
-      k.ring_refine(planes, rb, &best);
-      // Member by member: whole-record copies would load across the kernel's narrower stores.
-      BlockParts &p = f.parts[i];
-      f.refined[i].x = p.v.x = best.vx;
-      f.refined[i].y = p.v.y = best.vy;
-      std::memcpy(p.sum, best.sum, sizeof p.sum);
-      p.known = !cut;
+      batch.add(RingBlock{b.a, b.a_stride, b.x, b.y, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h), sx, sy,
+                          b.recip, own.x, own.y},
+                i, cut);
     } else {
       FinalEval eval(k, f, b, own, 0, cut ? static_cast<uint32_t>(b.w) : sx, cut ? static_cast<uint32_t>(b.h) : sy);
       eval.consider(own);  // pure match: a smoothness term would pull to `own`
@@ -350,10 +380,11 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
       f.refined[i] = eval.best().v;
       f.parts[i] = eval.best_parts();
       f.parts[i].known = !cut;
+      xs[placed] = f.refined[i].x;
+      ys[placed++] = f.refined[i].y;
     }
-    xs[placed] = f.refined[i].x;
-    ys[placed++] = f.refined[i].y;
   }
+  batch.flush();
   if (f.half_maker) f.half_maker->through(f.b.height);  // settle() and the split stage read them all
   if (!f.use_global || (!f.loose && !f.flat) || placed == n || placed == 0) return false;
   *global = median_of(xs, ys, placed);

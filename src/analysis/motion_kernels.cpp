@@ -101,8 +101,10 @@ void sad_ring_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4],
   if (mode == 0) sad_avg4_c(a, a_stride, q[3], qs[3], q[3], qs[3], w, h, sx, sy, out[8]);
 }
 
-void ring_refine_c(const RingPlanes &planes, const RingBlock &b, RingBest *out) {
-  refine_rings([](auto... args) { sad_ring_c(args...); }, ring_detail::ring_winner_c, planes, b, out);
+void ring_refine_c(const RingPlanes &planes, const RingBlock *b, uint32_t n, RingBest *out) {
+  for (uint32_t j = 0; j < n; ++j) {
+    refine_rings<1>([](auto... args) { sad_ring_c(args...); }, ring_detail::ring_winner_c, planes, b + j, out + j);
+  }
 }
 
 namespace {

@@ -27,7 +27,8 @@
 //            vector itself; each ring's best by match ((SAD * recip + 2^15) >> 16), then shorter
 //            vector (L1), then the earlier candidate, the centre before the ring.  Gives the best
 //            vector and its sums in sad_ring's four parts.  Reads each plane w + 2 columns and
-//            h + 2 lines from a pixel before and above the block moved by the vector.
+//            h + 2 lines from a pixel before and above the block moved by the vector.  Takes n
+//            blocks at once (each alone; two interleave their work).
 //   half_h   the half-pixel samples of a line: out[i] = clip((p[i-2] - 5 p[i-1] + 20 p[i]
 //            + 20 p[i+1] - 5 p[i+2] + p[i+3] + 16) >> 5) for i in [0, n), reading p[-2, n + 3).
 //   half_v   the same across six lines: out[i] from r[0][i] .. r[5][i] (r[2] and r[3] the two
@@ -83,7 +84,7 @@ struct RingBest {
   int32_t vx, vy;
   uint32_t sum[4];
 };
-using RingRefineKernel = void (*)(const RingPlanes &planes, const RingBlock &b, RingBest *out);
+using RingRefineKernel = void (*)(const RingPlanes &planes, const RingBlock *b, uint32_t n, RingBest *out);
 using HalfLineKernel = void (*)(const uint8_t *p, uint8_t *out, size_t n);
 using HalfColumnKernel = void (*)(const uint8_t *const r[6], uint8_t *out, size_t n);
 using Activity4Kernel = void (*)(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy,
@@ -124,7 +125,7 @@ void sad_ring_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4],
 // The two samples sad_ring averages for candidate i (the same twice in mode 0), and their strides.
 void ring_pair(const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode, int i, const uint8_t **b,
                ptrdiff_t *bs, const uint8_t **c, ptrdiff_t *cs);
-void ring_refine_c(const RingPlanes &planes, const RingBlock &b, RingBest *out);
+void ring_refine_c(const RingPlanes &planes, const RingBlock *b, uint32_t n, RingBest *out);
 void half_h_c(const uint8_t *p, uint8_t *out, size_t n);
 void half_v_c(const uint8_t *const r[6], uint8_t *out, size_t n);
 void activity4_c(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy,

@@ -52,39 +52,45 @@ inline int ring_winner_c(const uint32_t sum[9][4], uint32_t recip, int32_t cx, i
 
 }  // namespace ring_detail
 
-// `Ring` calls the ISA's sad_ring with its arguments, `Winner` ranks as ring_winner does.
-template <class Ring, class Winner>
-inline void refine_rings(const Ring &ring, const Winner &ring_winner, const RingPlanes &planes, const RingBlock &b,
+// `Ring` calls the ISA's sad_ring with its arguments, `Winner` ranks as ring_winner does.  The
+// half-pixel rings of all N blocks come first: each block's quarter-pixel ring waits on the ranking
+// of its half-pixel one, which thus runs beside the next block's sums.
+template <int N, class Ring, class Winner>
+inline void refine_rings(const Ring &ring, const Winner &ring_winner, const RingPlanes &planes, const RingBlock *blocks,
                          RingBest *out) {
   using namespace ring_detail;
   // Each ring's sums apart, so that the best is copied once (whole lines of sums, as written).
-  uint32_t half[9][4], quarter[9][4];
-  // Half pixels around the whole-pixel vector: the samples around its position (X, Y) lie in
-  // plane 3 at (X - 1, Y - 1), plane 2 at (X, Y - 1), plane 1 at (X - 1, Y) and plane 0 at (X, Y).
-  const int32_t px = b.x + (b.vx >> 2), py = b.y + (b.vy >> 2);
-  {
+  uint32_t half[N][9][4], quarter[N][9][4];
+  for (int j = 0; j < N; ++j) {
+    // Half pixels around the whole-pixel vector: the samples around its position (X, Y) lie in
+    // plane 3 at (X - 1, Y - 1), plane 2 at (X, Y - 1), plane 1 at (X - 1, Y), plane 0 at (X, Y).
+    const RingBlock &b = blocks[j];
+    const int32_t px = b.x + (b.vx >> 2), py = b.y + (b.vy >> 2);
     const ptrdiff_t qs[4] = {planes.stride[3], planes.stride[2], planes.stride[1], planes.stride[0]};
     const uint8_t *const q[4] = {planes.data[3] + (py - 1) * qs[0] + (px - 1), planes.data[2] + (py - 1) * qs[1] + px,
                                  planes.data[1] + py * qs[2] + (px - 1), planes.data[0] + py * qs[3] + px};
-    ring(b.a, b.a_stride, q, qs, 0u, b.w, b.h, b.sx, b.sy, half);
+    ring(b.a, b.a_stride, q, qs, 0u, b.w, b.h, b.sx, b.sy, half[j]);
   }
-  uint32_t match = match_of(b.recip, half[8]), won_match;
-  int won = ring_winner(half, b.recip, b.vx, b.vy, 2, match, &won_match);
-  int32_t cx = b.vx, cy = b.vy;
-  const uint32_t *best = half[8];
-  if (won >= 0) cx += 2 * kDx[won], cy += 2 * kDy[won], match = won_match, best = half[won];
-  // Quarter pixels around the best: the centre on the grid of half pixels, q[i] the upper-left,
-  // upper, left and centre samples; corners from the samples beside them when the centre's
-  // coordinates are both whole or both half.
-  const int32_t hx = 2 * b.x + (cx >> 1), hy = 2 * b.y + (cy >> 1);
-  ptrdiff_t qs[4];
-  const uint8_t *const q[4] = {at(planes, hx - 1, hy - 1, &qs[0]), at(planes, hx, hy - 1, &qs[1]),
-                               at(planes, hx - 1, hy, &qs[2]), at(planes, hx, hy, &qs[3])};
-  ring(b.a, b.a_stride, q, qs, ((hx ^ hy) & 1) ? 2u : 1u, b.w, b.h, b.sx, b.sy, quarter);
-  won = ring_winner(quarter, b.recip, cx, cy, 1, match, &won_match);
-  if (won >= 0) cx += kDx[won], cy += kDy[won], best = quarter[won];
-  out->vx = cx, out->vy = cy;
-  std::memcpy(out->sum, best, sizeof out->sum);
+  for (int j = 0; j < N; ++j) {
+    const RingBlock &b = blocks[j];
+    uint32_t match = match_of(b.recip, half[j][8]), won_match;
+    int won = ring_winner(half[j], b.recip, b.vx, b.vy, 2, match, &won_match);
+    int32_t cx = b.vx, cy = b.vy;
+    const uint32_t *best = half[j][8];
+    if (won >= 0) cx += 2 * kDx[won], cy += 2 * kDy[won], match = won_match, best = half[j][won];
+    // Quarter pixels around the best: the centre on the grid of half pixels, q[i] the upper-left,
+    // upper, left and centre samples; corners from the samples beside them when the centre's
+    // coordinates are both whole or both half.
+    const int32_t hx = 2 * b.x + (cx >> 1), hy = 2 * b.y + (cy >> 1);
+    ptrdiff_t qs[4];
+    const uint8_t *const q[4] = {at(planes, hx - 1, hy - 1, &qs[0]), at(planes, hx, hy - 1, &qs[1]),
+                                 at(planes, hx - 1, hy, &qs[2]), at(planes, hx, hy, &qs[3])};
+    ring(b.a, b.a_stride, q, qs, ((hx ^ hy) & 1) ? 2u : 1u, b.w, b.h, b.sx, b.sy, quarter[j]);
+    won = ring_winner(quarter[j], b.recip, cx, cy, 1, match, &won_match);
+    if (won >= 0) cx += kDx[won], cy += kDy[won], best = quarter[j][won];
+    out[j].vx = cx, out[j].vy = cy;
+    std::memcpy(out[j].sum, best, sizeof out[j].sum);
+  }
 }
 
 }  // namespace

@@ -587,8 +587,10 @@ inline int ring_winner_x86(const uint32_t sum[9][4], uint32_t recip, int32_t cx,
 }
 #endif
 
-void ring_refine_x86(const RingPlanes &planes, const RingBlock &b, RingBest *out) {
-  refine_rings([](auto... args) { sad_ring_x86(args...); }, ring_winner_x86, planes, b, out);
+void ring_refine_x86(const RingPlanes &planes, const RingBlock *b, uint32_t n, RingBest *out) {
+  auto ring = [](auto... args) { sad_ring_x86(args...); };
+  if (n == 2) return refine_rings<2>(ring, ring_winner_x86, planes, b, out);
+  for (uint32_t j = 0; j < n; ++j) refine_rings<1>(ring, ring_winner_x86, planes, b + j, out + j);
 }
 
 // The six-tap half-pixel filter: (p0 + p5) - 5 (p1 + p4) + 20 (p2 + p3) lies in -2550..10710, so
