@@ -43,7 +43,8 @@ inline int ring_winner_c(const uint32_t sum[9][4], uint32_t recip, int32_t cx, i
   };
   uint64_t top = key(own, cx, cy, 0);
   for (int i = 0; i < 8; ++i) {
-    const uint64_t kv = key(match_of(recip, sum[i]), cx + kDx[i] * step, cy + kDy[i] * step, static_cast<uint32_t>(i + 1));
+    const uint64_t kv =
+        key(match_of(recip, sum[i]), cx + kDx[i] * step, cy + kDy[i] * step, static_cast<uint32_t>(i + 1));
     top = kv < top ? kv : top;
   }
   *match = static_cast<uint32_t>(top >> 21);
