@@ -55,7 +55,15 @@ inline int ring_winner_x86(const uint32_t sum[9][4], uint32_t recip, int32_t cx,
 #endif
 
 void ring_refine_x86(const RingPlanes &planes, const RingBlock *b, uint32_t n, RingBest *out) {
-  auto ring = [](auto... args) { sad_ring_x86(args...); };
+  // sad_ring_x86 with the 16-wide dispatch where the rings are made, so that the half-pixel
+  // ring's mode is known there.
+  auto ring = [](const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode,
+                 uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t sums[9][4]) {
+    if (w != 16 || (sx != 8 && sx != 16)) return sad_ring_x86(a, as, q, qs, mode, w, h, sx, sy, sums);
+    if (mode == 0) return ring16<0>(a, as, q, qs, h, sy, sx == 16, sums);
+    if (mode == 1) return ring16<1>(a, as, q, qs, h, sy, sx == 16, sums);
+    ring16<2>(a, as, q, qs, h, sy, sx == 16, sums);
+  };
   if (n == 2) return refine_rings<2>(ring, ring_winner_x86, planes, b, out);
   for (uint32_t j = 0; j < n; ++j) refine_rings<1>(ring, ring_winner_x86, planes, b + j, out + j);
 }
