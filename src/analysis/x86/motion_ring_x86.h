@@ -42,7 +42,8 @@ inline int ring_winner_x86(const uint32_t sum[9][4], uint32_t recip, int32_t cx,
   key = _mm256_min_epu32(key, _mm256_permute2x128_si256(key, key, 1));
   key = _mm256_min_epu32(key, _mm256_shuffle_epi32(key, _MM_SHUFFLE(1, 0, 3, 2)));
   key = _mm256_min_epu32(key, _mm256_shuffle_epi32(key, _MM_SHUFFLE(2, 3, 0, 1)));
-  const uint32_t ring = static_cast<uint32_t>(_mm256_cvtsi256_si32(key)), held = (own << 8) | (4u << 4);
+  const uint32_t ring = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm256_castsi256_si128(key)));
+  const uint32_t held = (own << 8) | (4u << 4);
   const uint32_t top = ring < held ? ring : held;
   *match = top >> 8;
   return static_cast<int>(top & 15) - 1;
