@@ -53,9 +53,9 @@ inline int ring_winner_c(const uint32_t sum[9][4], uint32_t recip, int32_t cx, i
 
 }  // namespace ring_detail
 
-// `Ring` calls the ISA's sad_ring with its arguments, `Winner` ranks as ring_winner does.  The
-// half-pixel rings of all N blocks come first: each block's quarter-pixel ring waits on the ranking
-// of its half-pixel one, which thus runs beside the next block's sums.
+// `Ring` calls the ISA's sad_ring with its arguments, `Winner` ranks as ring_winner does.  Each
+// step runs over all N blocks before the next: a block's quarter-pixel ring waits on the ranking
+// of its half-pixel one, which thus runs beside the other blocks' sums.
 template <int N, class Ring, class Winner>
 inline void refine_rings(const Ring &ring, const Winner &ring_winner, const RingPlanes &planes, const RingBlock *blocks,
                          RingBest *out) {
@@ -72,25 +72,35 @@ inline void refine_rings(const Ring &ring, const Winner &ring_winner, const Ring
                                  planes.data[1] + py * qs[2] + (px - 1), planes.data[0] + py * qs[3] + px};
     ring(b.a, b.a_stride, q, qs, 0u, b.w, b.h, b.sx, b.sy, half[j]);
   }
+  // The best of each half-pixel ring and where the quarter-pixel ring around it reads: the
+  // centre on the grid of half pixels, q[i] the upper-left, upper, left and centre samples;
+  // corners from the samples beside them when the centre's coordinates are both whole or both half.
+  int32_t cx[N], cy[N];
+  uint32_t match[N], mode[N];
+  const uint32_t *best[N];
+  const uint8_t *q[N][4];
+  ptrdiff_t qs[N][4];
   for (int j = 0; j < N; ++j) {
     const RingBlock &b = blocks[j];
-    uint32_t match = match_of(b.recip, half[j][8]), won_match;
-    int won = ring_winner(half[j], b.recip, b.vx, b.vy, 2, match, &won_match);
-    int32_t cx = b.vx, cy = b.vy;
-    const uint32_t *best = half[j][8];
-    if (won >= 0) cx += 2 * kDx[won], cy += 2 * kDy[won], match = won_match, best = half[j][won];
-    // Quarter pixels around the best: the centre on the grid of half pixels, q[i] the upper-left,
-    // upper, left and centre samples; corners from the samples beside them when the centre's
-    // coordinates are both whole or both half.
-    const int32_t hx = 2 * b.x + (cx >> 1), hy = 2 * b.y + (cy >> 1);
-    ptrdiff_t qs[4];
-    const uint8_t *const q[4] = {at(planes, hx - 1, hy - 1, &qs[0]), at(planes, hx, hy - 1, &qs[1]),
-                                 at(planes, hx - 1, hy, &qs[2]), at(planes, hx, hy, &qs[3])};
-    ring(b.a, b.a_stride, q, qs, ((hx ^ hy) & 1) ? 2u : 1u, b.w, b.h, b.sx, b.sy, quarter[j]);
-    won = ring_winner(quarter[j], b.recip, cx, cy, 1, match, &won_match);
-    if (won >= 0) cx += kDx[won], cy += kDy[won], best = quarter[j][won];
-    out[j].vx = cx, out[j].vy = cy;
-    std::memcpy(out[j].sum, best, sizeof out[j].sum);
+    uint32_t won_match;
+    const int won = ring_winner(half[j], b.recip, b.vx, b.vy, 2, match[j] = match_of(b.recip, half[j][8]), &won_match);
+    cx[j] = b.vx, cy[j] = b.vy, best[j] = half[j][8];
+    if (won >= 0) cx[j] += 2 * kDx[won], cy[j] += 2 * kDy[won], match[j] = won_match, best[j] = half[j][won];
+    const int32_t hx = 2 * b.x + (cx[j] >> 1), hy = 2 * b.y + (cy[j] >> 1);
+    q[j][0] = at(planes, hx - 1, hy - 1, &qs[j][0]), q[j][1] = at(planes, hx, hy - 1, &qs[j][1]);
+    q[j][2] = at(planes, hx - 1, hy, &qs[j][2]), q[j][3] = at(planes, hx, hy, &qs[j][3]);
+    mode[j] = ((hx ^ hy) & 1) ? 2u : 1u;
+  }
+  for (int j = 0; j < N; ++j) {
+    const RingBlock &b = blocks[j];
+    ring(b.a, b.a_stride, q[j], qs[j], mode[j], b.w, b.h, b.sx, b.sy, quarter[j]);
+  }
+  for (int j = 0; j < N; ++j) {
+    uint32_t won_match;
+    const int won = ring_winner(quarter[j], blocks[j].recip, cx[j], cy[j], 1, match[j], &won_match);
+    if (won >= 0) cx[j] += kDx[won], cy[j] += kDy[won], best[j] = quarter[j][won];
+    out[j].vx = cx[j], out[j].vy = cy[j];
+    std::memcpy(out[j].sum, best[j], sizeof out[j].sum);
   }
 }
 
