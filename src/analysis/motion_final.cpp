@@ -289,66 +289,50 @@ MotionVec median_of(int32_t *xs, int32_t *ys, int32_t n) {
   return MotionVec{xs[n / 2], ys[n / 2]};
 }
 
-// The half-pixel planes as a ring reads them: position (x, y) on the grid of half pixels lies in
-// plane ((y & 1) << 1) | (x & 1), in the slot of its line (planes 1..3 may be windows).
-struct RingPlanes {
-  const uint8_t *data[4];
-  ptrdiff_t stride[4];
-  int32_t mask[4];
-  explicit RingPlanes(const HalfPlanes &half) {
-    for (int i = 0; i < 4; ++i) data[i] = half.p[i].data, stride[i] = half.p[i].stride, mask[i] = i ? half.mask : -1;
+RingPlanes ring_planes(const HalfPlanes &half) {
+  RingPlanes planes;
+  for (int i = 0; i < 4; ++i) {
+    planes.data[i] = half.p[i].data, planes.stride[i] = half.p[i].stride, planes.mask[i] = i ? half.mask : -1;
   }
-  const uint8_t *at(int32_t x, int32_t y, ptrdiff_t *s) const {
-    const int i = ((y & 1) << 1) | (x & 1);
-    *s = stride[i];
-    return data[i] + ((y >> 1) & mask[i]) * stride[i] + (x >> 1);
-  }
-};
-
-// The ring's candidates in sad_ring's order: offsets in steps.
-constexpr int8_t kRingDx[8] = {-1, 0, 1, -1, 1, -1, 0, 1};
-constexpr int8_t kRingDy[8] = {-1, -1, -1, 0, 0, 1, 1, 1};
-
-// The ring of `step` around best->v when all of its reads lie inside the planes: the order and
-// ranking of ring(), the eight matches from one sad_ring call.  The half-pixel ring (step 2) lies
-// around a whole-pixel vector and brings its match: best and parts start from it.
-void ring_inside(const MotionKernels &k, const RingPlanes &planes, const MotionBlock &b, uint32_t sx, uint32_t sy,
-                 int32_t step, Best *best, BlockParts *parts) {
-  const MotionVec c = best->v;
-  // The centre on the grid of half pixels; q[i] the upper-left, upper, left and centre samples.
-  const int32_t hx = 2 * b.x + (c.x >> 1), hy = 2 * b.y + (c.y >> 1);
-  ptrdiff_t qs[4];
-  const uint8_t *const q[4] = {planes.at(hx - 1, hy - 1, &qs[0]), planes.at(hx, hy - 1, &qs[1]),
-                               planes.at(hx - 1, hy, &qs[2]), planes.at(hx, hy, &qs[3])};
-  // Half pixels around a whole-pixel centre; quarter pixels around any centre (corners from the
-  // samples beside them when the centre's coordinates are both whole or both half).
-  const uint32_t mode = step == 2 ? 0u : ((hx ^ hy) & 1) ? 2u : 1u;
-  uint32_t sum[9][4];
-  k.sad_ring(b.a, b.a_stride, q, qs, mode, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h), sx, sy, sum);
-  auto total = [&](int i) { return sum[i][0] + sum[i][1] + sum[i][2] + sum[i][3]; };
-  if (step == 2) {
-    const uint32_t match = cost16_of_sad(b, total(8));
-    *best = Best{c, match, match, true};
-    *parts = BlockParts{c, {sum[8][0], sum[8][1], sum[8][2], sum[8][3]}, parts->known};
-  }
-  // better() as one key without branches (the ranking of a ring is unpredictable): match, then
-  // length, then order, the incumbent first.  Lengths stay below 2^17, orders below 2^4.
-  auto key = [](uint64_t match, int32_t x, int32_t y, uint32_t order) {
-    return (match << 21) | (static_cast<uint64_t>(iabs(x) + iabs(y)) << 4) | order;
-  };
-  uint64_t top = key(best->cost, c.x, c.y, 0);
-  for (int i = 0; i < 8; ++i) {
-    const uint64_t kv = key(cost16_of_sad(b, total(i)), c.x + kRingDx[i] * step, c.y + kRingDy[i] * step,
-                            static_cast<uint32_t>(i + 1));
-    top = kv < top ? kv : top;
-  }
-  const int won = static_cast<int>(top & 15) - 1;
-  if (won < 0) return;
-  const MotionVec v{c.x + kRingDx[won] * step, c.y + kRingDy[won] * step};
-  const uint32_t match = static_cast<uint32_t>(top >> 21);
-  *best = Best{v, match, match, true};
-  *parts = BlockParts{v, {sum[won][0], sum[won][1], sum[won][2], sum[won][3]}, parts->known};
+  return planes;
 }
+
+// Blocks for ring_refine, taken two at a time (their rings interleave); each result goes to the
+// block's refined vector and sums, and to the list of refined vectors.
+class RingBatch {
+ public:
+  RingBatch(const MotionKernels &k, const FinalStage &f, int32_t *xs, int32_t *ys, int32_t *placed)
+      : k_(k), f_(f), planes_(ring_planes(f.half ? *f.half : HalfPlanes{})), xs_(xs), ys_(ys), placed_(placed) {}
+  void add(const RingBlock &b, int32_t i, bool cut) {
+    block_[n_] = b, index_[n_] = i, cut_[n_++] = cut;
+    if (n_ == 2) flush();
+  }
+  void flush() {
+    if (n_ == 0) return;
+    RingBest best[2];
+    k_.ring_refine(planes_, block_, static_cast<uint32_t>(n_), best);
+    for (int j = 0; j < n_; ++j) {
+      // Member by member: whole-record copies would load across the kernel's narrower stores.
+      BlockParts &p = f_.parts[index_[j]];
+      MotionVec &v = f_.refined[index_[j]];
+      xs_[*placed_] = v.x = p.v.x = best[j].vx;
+      ys_[(*placed_)++] = v.y = p.v.y = best[j].vy;
+      std::memcpy(p.sum, best[j].sum, sizeof p.sum);
+      p.known = !cut_[j];
+    }
+    n_ = 0;
+  }
+
+ private:
+  const MotionKernels &k_;
+  const FinalStage &f_;
+  const RingPlanes planes_;
+  int32_t *xs_, *ys_, *placed_;
+  RingBlock block_[2];
+  int32_t index_[2];
+  bool cut_[2];
+  int n_ = 0;
+};
 
 // Sub-pixel refinement: the best of the half-pixel ring around each vector, then of the
 // quarter-pixel ring around that.
@@ -357,8 +341,9 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
   const BlockGrid &sg = f.search_grid;
   const int32_t n = sg.count();
   int32_t *xs = reinterpret_cast<int32_t *>(f.settled), *ys = xs + n, placed = 0;
-  const RingPlanes planes(f.half ? *f.half : HalfPlanes{});
+  RingBatch batch(k, f, xs, ys, &placed);
   int32_t made = -1;  // the planes' lines made so far: [0, made]
+  int32_t row_y = 0;
   for (int32_t i = 0; i < n; ++i) {
     const MotionVec own = f.search[i];
     const bool follows = f.use_global && follows_global(f, i);
@@ -372,6 +357,10 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     const MotionBlock whole = make_block(f.a, sg, i % sg.cols, i / sg.cols);
     // The lowest plane line its matches read (unclamped; a clamped read means all of them).
     const int32_t need = whole.y + whole.h + (own.y >> 2) + 2;
+    if (whole.y != row_y) {
+      batch.flush();  // a batch stays within a row: the planes' window holds a row's reads
+      row_y = whole.y;
+    }
     if (f.half_maker && need > made) {
       // The planes follow a row of blocks ahead, so that the rows are read while in the cache.
       made = std::max(need, whole.y + sg.bh + 2);
@@ -387,12 +376,9 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     if ((cut || all_inside(f.b, whole, lo, hi)) && iabs(own.x) + 3 <= 4 * f.reach_x &&
         iabs(own.y) + 3 <= 4 * f.reach_y) {
       if (cut) sx = static_cast<uint32_t>(b.w), sy = static_cast<uint32_t>(b.h);
-      BlockParts p{own, {}, !cut};
-      Best best{own, 0, 0, true};
-      ring_inside(k, planes, b, sx, sy, 2, &best, &p);
-      ring_inside(k, planes, b, sx, sy, 1, &best, &p);
-      f.refined[i] = best.v;
-      f.parts[i] = p;
+      batch.add(RingBlock{b.a, b.a_stride, b.x, b.y, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h), sx, sy,
+                          b.recip, own.x, own.y},
+                i, cut);
     } else {
       FinalEval eval(k, f, b, own, 0, cut ? static_cast<uint32_t>(b.w) : sx, cut ? static_cast<uint32_t>(b.h) : sy);
       eval.consider(own);  // pure match: a smoothness term would pull to `own`
@@ -401,10 +387,11 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
       f.refined[i] = eval.best().v;
       f.parts[i] = eval.best_parts();
       f.parts[i].known = !cut;
+      xs[placed] = f.refined[i].x;
+      ys[placed++] = f.refined[i].y;
     }
-    xs[placed] = f.refined[i].x;
-    ys[placed++] = f.refined[i].y;
   }
+  batch.flush();
   if (!f.use_global || (!f.loose && !f.flat) || placed == n || placed == 0) return false;
   *global = median_of(xs, ys, placed);
   for (int32_t i = 0; i < n; ++i) {

@@ -1,5 +1,7 @@
 #include "analysis/motion_kernels.h"
 
+#include "analysis/motion_ring.h"
+
 #include "platform/cpu.h"
 
 namespace framedsp {
@@ -101,6 +103,12 @@ void sad_ring_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4],
   if (mode == 0) sad_avg4_c(a, a_stride, q[3], qs[3], q[3], qs[3], w, h, sx, sy, out[8]);
 }
 
+void ring_refine_c(const RingPlanes &planes, const RingBlock *b, uint32_t n, RingBest *out) {
+  for (uint32_t j = 0; j < n; ++j) {
+    refine_rings<1>([](auto... args) { sad_ring_c(args...); }, ring_detail::ring_winner_c, planes, b + j, out + j);
+  }
+}
+
 namespace {
 uint8_t six_tap(int p0, int p1, int p2, int p3, int p4, int p5) {
   const int v = (p0 - 5 * p1 + 20 * p2 + 20 * p3 - 5 * p4 + p5 + 16) >> 5;  // -2550..10710 before the shift
@@ -148,6 +156,7 @@ void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
   table->sad_q4 = sad_q4_c;
   table->sad_avg4 = sad_avg4_c;
   table->sad_ring = sad_ring_c;
+  table->ring_refine = ring_refine_c;
   table->half_h = half_h_c;
   table->half_v = half_v_c;
   table->activity4 = activity4_c;

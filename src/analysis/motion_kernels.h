@@ -24,6 +24,13 @@
 //            N), mode 2 that of C and the corner.  out[8]: in mode 0 the sums of C alone (the
 //            centre's own match), in modes 1 and 2 zeros.  Reads w + 1 columns and h + 1 lines from
 //            q[0], h + 1 lines from q[1] and w + 1 columns from q[2].
+//   ring_refine a block's quarter-pixel vector from its whole-pixel one: sad_ring's half-pixel ring
+//            around the vector, then the quarter-pixel ring around the best of that ring and the
+//            vector itself; each ring's best by match ((SAD * recip + 2^15) >> 16), then shorter
+//            vector (L1), then the earlier candidate, the centre before the ring.  Gives the best
+//            vector and its sums in sad_ring's four parts.  Reads each plane w + 2 columns and
+//            h + 2 lines from a pixel before and above the block moved by the vector.  Takes n
+//            blocks at once (each alone; two interleave their work).
 //   half_h   the half-pixel samples of a line: out[i] = clip((p[i-2] - 5 p[i-1] + 20 p[i]
 //            + 20 p[i+1] - 5 p[i+2] + p[i+3] + 16) >> 5) for i in [0, n), reading p[-2, n + 3).
 //   half_v   the same across six lines: out[i] from r[0][i] .. r[5][i] (r[2] and r[3] the two
@@ -61,6 +68,28 @@ using SadAvg4Kernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8
                                uint32_t sy, uint32_t out[4]);
 using SadRingKernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4], const ptrdiff_t qs[4],
                                uint32_t mode, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[9][4]);
+// The half-pixel planes as ring_refine reads them: position (x, y) on the grid of half pixels
+// (2x + 1 lies halfway between x and x + 1) lies in plane ((y & 1) << 1) | (x & 1), in line
+// (y >> 1) & mask of its memory (planes kept as a window of lines; -1: whole planes).
+struct RingPlanes {
+  const uint8_t *data[4];
+  ptrdiff_t stride[4];
+  int32_t mask[4] = {-1, -1, -1, -1};
+};
+// A block of ring_refine: its samples and place, its sums' split (as sad_ring's), the cost scale
+// and its whole-pixel vector (quarter pixels, multiples of 4).
+struct RingBlock {
+  const uint8_t *a;
+  ptrdiff_t a_stride;
+  int32_t x, y;
+  uint32_t w, h, sx, sy, recip;
+  int32_t vx, vy;
+};
+struct RingBest {
+  int32_t vx, vy;
+  uint32_t sum[4];
+};
+using RingRefineKernel = void (*)(const RingPlanes &planes, const RingBlock *b, uint32_t n, RingBest *out);
 using HalfLineKernel = void (*)(const uint8_t *p, uint8_t *out, size_t n);
 using HalfColumnKernel = void (*)(const uint8_t *const r[6], uint8_t *out, size_t n);
 using Activity4Kernel = void (*)(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy,
@@ -77,6 +106,7 @@ struct MotionKernels {
   SadQ4Kernel sad_q4;
   SadAvg4Kernel sad_avg4;
   SadRingKernel sad_ring;
+  RingRefineKernel ring_refine;
   HalfLineKernel half_h;
   HalfColumnKernel half_v;
   Activity4Kernel activity4;
@@ -102,6 +132,7 @@ void sad_ring_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4],
 // The two samples sad_ring averages for candidate i (the same twice in mode 0), and their strides.
 void ring_pair(const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode, int i, const uint8_t **b,
                ptrdiff_t *bs, const uint8_t **c, ptrdiff_t *cs);
+void ring_refine_c(const RingPlanes &planes, const RingBlock *b, uint32_t n, RingBest *out);
 void half_h_c(const uint8_t *p, uint8_t *out, size_t n);
 void half_v_c(const uint8_t *const r[6], uint8_t *out, size_t n);
 void activity4_c(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy,
