@@ -108,7 +108,9 @@ bool prior_source(const void *prior, const BlockGrid &grid, int32_t width, int32
 
 namespace {
 
-// Everything one call estimates, carved from one block of work memory.
+// Everything one call estimates, carved from one block of work memory.  The level searches'
+// `around` and level 0's `parts` are never live at once (the final stage follows a direction's
+// level searches), so they share their memory; so do the directions' exhaustive bytes.
 struct Work {
   MotionVec *fwd[kSearchLevels] = {}, *bwd[kSearchLevels] = {};
   MotionVec *scratch0 = nullptr, *scratch1 = nullptr;
@@ -117,7 +119,7 @@ struct Work {
   BlockParts *parts = nullptr;  // level 0
   uint8_t *flat = nullptr;      // level 0
   uint8_t *half = nullptr;      // the target's half-pixel planes (sub-pixel vectors only)
-  uint8_t *exhaustive[2] = {};
+  uint8_t *exhaustive = nullptr;  // level 0, the direction being estimated
 };
 
 struct Plan {
@@ -151,22 +153,26 @@ size_t layout(const Plan &p, uint8_t *base, Work *w) {
   size_t at = 0, largest = 0;
   for (uint32_t k = 0; k < p.levels; ++k) largest = std::max(largest, static_cast<size_t>(p.grids[k].count()));
   auto vecs = [&](size_t n) { return reinterpret_cast<MotionVec *>(carve(base, &at, n * sizeof(MotionVec))); };
+  // The backward search reads levels 0 and 1 alone (see negate_coarse).
   for (uint32_t k = 0; k < p.levels; ++k) {
     w->fwd[k] = vecs(static_cast<size_t>(p.grids[k].count()));
-    w->bwd[k] = vecs(static_cast<size_t>(p.grids[k].count()));
+    w->bwd[k] = k < 2 ? vecs(static_cast<size_t>(p.grids[k].count())) : nullptr;
   }
   w->scratch0 = vecs(largest);
   w->scratch1 = vecs(largest);
   w->loose = carve(base, &at, largest);
-  w->around = reinterpret_cast<uint32_t *>(carve(base, &at, largest * 5 * 4));
-  w->parts = reinterpret_cast<BlockParts *>(carve(base, &at, static_cast<size_t>(p.grids[0].count()) * sizeof(BlockParts)));
   w->flat = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
+  w->exhaustive = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
   if (p.subpel) {
     const int32_t window = half_window(p), run = half_run(p);
     w->half = carve(base, &at, HalfPlanes::bytes(p.geo.a[0].width, p.geo.a[0].height, window, run));
   }
-  for (int d = 0; d < 2; ++d) w->exhaustive[d] = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
-  return at;
+  const size_t shared = at;
+  w->around = reinterpret_cast<uint32_t *>(carve(base, &at, largest * 5 * 4));
+  const size_t end = at;
+  at = shared;
+  w->parts = reinterpret_cast<BlockParts *>(carve(base, &at, static_cast<size_t>(p.grids[0].count()) * sizeof(BlockParts)));
+  return std::max(at, end);
 }
 
 bool make_plan(const DSP_MOTION_VECTORS_PARAMS &rec, Plan *p) {
@@ -250,7 +256,7 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
     s.temporal = temporal;
     s.loose = w.loose;
     s.around = w.around;
-    search_level(k, s, w.scratch0, w.scratch1, out[lv], lv == 0 ? w.exhaustive[d] : nullptr);
+    search_level(k, s, w.scratch0, w.scratch1, out[lv], lv == 0 ? w.exhaustive : nullptr);
   }
   FinalStage f;
   f.a = src[0];
@@ -263,7 +269,7 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   }
   f.search_grid = p.grids[0];
   f.search = out[0];
-  f.exhaustive = w.exhaustive[d];
+  f.exhaustive = w.exhaustive;
   f.grid = p.final_grid;
   f.reach_x = p.reach_x[0];
   f.reach_y = p.reach_y[0];
