@@ -1,5 +1,8 @@
 #include "analysis/motion_kernels.h"
 
+#include <cstdlib>
+#include <cstring>
+
 #include "analysis/motion_ring.h"
 
 #include "platform/cpu.h"
@@ -147,6 +150,21 @@ void activity8_c(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uin
   }
 }
 
+void consistency_c(uint8_t *e, const uint8_t *other, uint32_t n, const ConsistencyRow &r) {
+  for (uint32_t j = 0; j < n; ++j, e += 8) {
+    int16_t v[4], o[2];
+    std::memcpy(v, e, sizeof v);
+    const uint32_t tx = static_cast<uint32_t>((r.cx + static_cast<int32_t>(j) * r.step + v[0]) >> 2);
+    const uint32_t ty = static_cast<uint32_t>((r.cy + v[1]) >> 2);
+    if (tx >= r.width || ty >= r.height) continue;
+    std::memcpy(o, other + 8 * (size_t{(ty * r.per_row) >> 20} * r.cols + ((tx * r.per_col) >> 20)), sizeof o);
+    if (std::abs(v[0] + o[0]) > r.limit || std::abs(v[1] + o[1]) > r.limit) {
+      const uint16_t flags = static_cast<uint16_t>(static_cast<uint16_t>(v[3]) | r.flag);
+      std::memcpy(e + 6, &flags, sizeof flags);
+    }
+  }
+}
+
 void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
   table->sad = sad_c;
   table->sad16 = sad16_c;
@@ -161,6 +179,7 @@ void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
   table->half_v = half_v_c;
   table->activity4 = activity4_c;
   table->activity8 = activity8_c;
+  table->consistency = consistency_c;
 #if defined(FRAMEDSP_HAVE_X86)
   if (cpu_flags & kCpuSSE2) motion_kernels_init_sse2(table);
   if (cpu_flags & kCpuAVX2) motion_kernels_init_avx2(table);

@@ -39,6 +39,13 @@
 //            |a[x] - a[x + 1]| + |a[x] - a[x + stride]| (reads w + 1 columns and h + 1 lines).
 //   activity8 the same sums for each 8-column group of a strip w wide (any width): top[i] over the
 //            columns [8i, 8i + 8) of lines [0, sy), bottom[i] of lines [sy, h) (1 <= sy <= h).
+//   consistency n vector entries of a row of blocks (8 bytes each: x, y, cost, flags, int16 in
+//            memory order): where the entry's destination, its block centre (r.cx + j * r.step,
+//            r.cy, quarter pixels plus 2) moved by its vector and taken to whole pixels (>> 2), lies
+//            inside the r.width x r.height picture, the other field's entry of the block there
+//            (column tx * r.per_col >> 20, row ty * r.per_row >> 20, products in 32 unsigned bits,
+//            r.cols a row) is read; when its vector plus the entry's exceeds r.limit in x or y,
+//            r.flag is set in the entry's flags.  Nothing else is written.
 // Blocks are 1..64 samples wide and 1..64 lines high; strides may be negative (bottom-up
 // pictures) or 0 (one line read for every line: a picture's edge line repeated).  Sums are exact integers, so every ISA gives the same value whatever its order.
 // The table is filled with the scalar kernels, then overridden by what the CPU flags allow.
@@ -96,6 +103,13 @@ using Activity4Kernel = void (*)(const uint8_t *a, ptrdiff_t stride, uint32_t w,
                                  uint32_t out[4]);
 using Activity8Kernel = void (*)(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sy,
                                  uint32_t *top, uint32_t *bottom);
+struct ConsistencyRow {
+  int32_t cx, step, cy;
+  uint32_t width, height, per_col, per_row, cols;
+  int32_t limit;
+  uint16_t flag;
+};
+using ConsistencyKernel = void (*)(uint8_t *e, const uint8_t *other, uint32_t n, const ConsistencyRow &r);
 
 struct MotionKernels {
   SadKernel sad;
@@ -111,6 +125,7 @@ struct MotionKernels {
   HalfColumnKernel half_v;
   Activity4Kernel activity4;
   Activity8Kernel activity8;
+  ConsistencyKernel consistency;
 };
 
 uint32_t sad_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *b, ptrdiff_t b_stride,
@@ -139,6 +154,7 @@ void activity4_c(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uin
                  uint32_t out[4]);
 void activity8_c(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sy, uint32_t *top,
                  uint32_t *bottom);
+void consistency_c(uint8_t *e, const uint8_t *other, uint32_t n, const ConsistencyRow &r);
 
 // Scalar kernels, then whatever `cpu_flags` (CpuFlags bits) allows on this build.
 void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags);

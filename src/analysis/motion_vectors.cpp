@@ -291,36 +291,30 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
 constexpr int32_t kConsistency = 4;
 
 // Flags DSP_MV_INCONSISTENT in `entries` where the other direction's vector at a block's
-// destination is not the negated vector within one pixel in x and y.
-void mark_inconsistent(const BlockGrid &g, int32_t width, int32_t height, uint8_t *entries,
+// destination is not the negated vector within one pixel in x and y.  Destinations outside the
+// picture are not checked.
+void mark_inconsistent(const MotionKernels &k, const BlockGrid &g, int32_t width, int32_t height, uint8_t *entries,
                        const uint8_t *other) {
-  // n / d for 0 <= n < 2^16 and d in 8..32 as (n * (2^32 / d + 1)) >> 32: the product's excess,
-  // below n / 2^32 < 1 / d, never reaches the next multiple (sides are at most 16384).
-  const uint64_t per_col = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bw) + 1;
-  const uint64_t per_row = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bh) + 1;
-  auto over = [](int32_t n, uint64_t inverse) { return static_cast<size_t>((static_cast<uint64_t>(n) * inverse) >> 32); };
-  constexpr size_t kEntry = sizeof(DSP_MOTION_VECTOR);
-  // The grid in locals: the entries' bytes may alias anything.
-  const int32_t bw = g.bw, bh = g.bh, cols = g.cols, rows = g.rows;
-  for (int32_t row = 0; row < rows; ++row) {
-    // Block centres in quarter pixels, plus 2: the destination rounds to the nearest pixel.
-    const int32_t cy = 4 * (row * bh + std::min(bh, height - row * bh) / 2) + 2;
-    uint8_t *e = entries + kEntry * static_cast<size_t>(row) * cols;
-    for (int32_t col = 0; col < cols; ++col, e += kEntry) {
-      int16_t v[4];  // x, y, cost, flags
-      std::memcpy(v, e, sizeof v);
-      const int32_t cx = 4 * (col * bw + std::min(bw, width - col * bw) / 2) + 2;
-      const int32_t tx = (cx + v[0]) >> 2, ty = (cy + v[1]) >> 2;
-      const bool inside = static_cast<uint32_t>(tx) < static_cast<uint32_t>(width) &&
-                          static_cast<uint32_t>(ty) < static_cast<uint32_t>(height);
-      // Outside the picture the block is not checked; it reads the first entry instead.
-      const size_t at = inside ? over(ty, per_row) * static_cast<size_t>(cols) + over(tx, per_col) : 0;
-      int16_t o[2];
-      std::memcpy(o, other + kEntry * at, sizeof o);
-      const bool apart = std::abs(v[0] + o[0]) > kConsistency || std::abs(v[1] + o[1]) > kConsistency;
-      const uint16_t fl = static_cast<uint16_t>(static_cast<uint16_t>(v[3]) | (inside && apart ? DSP_MV_INCONSISTENT : 0u));
-      std::memcpy(e + offsetof(DSP_MOTION_VECTOR, usFlags), &fl, sizeof fl);
-    }
+  // n / d for 0 <= n < 2^14 and d in 8..32 as (n * (2^20 / d + 1)) >> 20: the product's excess,
+  // below n / 2^20 < 1 / d, never reaches the next multiple, and the product fits 32 bits.
+  ConsistencyRow r;
+  r.step = 4 * g.bw;
+  r.width = static_cast<uint32_t>(width), r.height = static_cast<uint32_t>(height);
+  r.per_col = (1u << 20) / static_cast<uint32_t>(g.bw) + 1;
+  r.per_row = (1u << 20) / static_cast<uint32_t>(g.bh) + 1;
+  r.cols = static_cast<uint32_t>(g.cols);
+  r.limit = kConsistency;
+  r.flag = DSP_MV_INCONSISTENT;
+  const int32_t last = g.cols - 1;
+  for (int32_t row = 0; row < g.rows; ++row) {
+    // Block centres in quarter pixels, plus 2: the destination rounds to the nearest pixel.  Every
+    // column but the last (maybe partial) is a whole block.
+    r.cy = 4 * (row * g.bh + std::min(g.bh, height - row * g.bh) / 2) + 2;
+    uint8_t *line = entries + sizeof(DSP_MOTION_VECTOR) * static_cast<size_t>(row) * g.cols;
+    r.cx = 4 * (g.bw / 2) + 2;
+    k.consistency(line, other, static_cast<uint32_t>(last), r);
+    r.cx = 4 * (last * g.bw + std::min(g.bw, width - last * g.bw) / 2) + 2;
+    k.consistency(line + sizeof(DSP_MOTION_VECTOR) * last, other, 1, r);
   }
 }
 
@@ -379,8 +373,8 @@ HRESULT create_motion_vectors(void *params) {
   if (plan.both) {
     estimate(kernels, plan, work, 1, has_prior && prior[1].entries ? &prior[1] : nullptr, entries[1]);
     const MotionPlane &l0 = plan.geo.a[0];
-    mark_inconsistent(plan.final_grid, l0.width, l0.height, entries[0], entries[1]);
-    mark_inconsistent(plan.final_grid, l0.width, l0.height, entries[1], entries[0]);
+    mark_inconsistent(kernels, plan.final_grid, l0.width, l0.height, entries[0], entries[1]);
+    mark_inconsistent(kernels, plan.final_grid, l0.width, l0.height, entries[1], entries[0]);
   }
   write_header(plan, field);
   return kOk;
