@@ -33,34 +33,34 @@ constexpr int32_t kChunk = 64;
 void calm_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, int32_t limit,
                 uint8_t calm[kChunk]) {
   const int32_t n = std::min(kChunk, g.cols - c0), lanes = (n + 7) & ~7;
-  // Per component: the line's vectors from column c0 - 1 on, the edge columns repeated (a repeated
-  // vector is the block's own or a neighbour's), and the least and greatest of the three lines.
-  int16_t own[2][kChunk + 2], lo[2][kChunk + 2], hi[2][kChunk + 2];
+  // Per line and component: the line's vectors from column c0 - 1 on, the edge columns repeated
+  // (a repeated vector is the block's own or a neighbour's); then the least and greatest of the
+  // three lines.
+  int16_t v[3][2][kChunk + 2], lo[2][kChunk + 2], hi[2][kChunk + 2];
   for (int32_t dy = -1; dy <= 1; ++dy) {
     const MotionVec *f = field + static_cast<ptrdiff_t>(std::min(std::max(row + dy, 0), g.rows - 1)) * g.cols + c0;
-    int16_t v[2][kChunk + 2];
+    int16_t(*l)[kChunk + 2] = v[dy + 1];
     for (int32_t j = 0; j < n; ++j) {
-      v[0][j + 1] = static_cast<int16_t>(f[j].x);
-      v[1][j + 1] = static_cast<int16_t>(f[j].y);
+      l[0][j + 1] = static_cast<int16_t>(f[j].x);
+      l[1][j + 1] = static_cast<int16_t>(f[j].y);
     }
     const MotionVec &first = c0 > 0 ? f[-1] : f[0];
-    v[0][0] = static_cast<int16_t>(first.x), v[1][0] = static_cast<int16_t>(first.y);
-    for (int32_t j = n + 1; j < lanes + 2; ++j) {
-      const MotionVec &last = c0 + n < g.cols ? f[n] : f[n - 1];
-      v[0][j] = static_cast<int16_t>(last.x), v[1][j] = static_cast<int16_t>(last.y);
-    }
-    for (int c = 0; c < 2; ++c) {
-      for (int32_t j = 0; j < lanes + 2; ++j) {
-        lo[c][j] = dy < 0 ? v[c][j] : std::min(lo[c][j], v[c][j]);
-        hi[c][j] = dy < 0 ? v[c][j] : std::max(hi[c][j], v[c][j]);
-        if (dy == 0) own[c][j] = v[c][j];
-      }
+    l[0][0] = static_cast<int16_t>(first.x), l[1][0] = static_cast<int16_t>(first.y);
+    const MotionVec &last = c0 + n < g.cols ? f[n] : f[n - 1];
+    for (int32_t j = n + 1; j < lanes + 2; ++j) l[0][j] = static_cast<int16_t>(last.x), l[1][j] = static_cast<int16_t>(last.y);
+  }
+  for (int c = 0; c < 2; ++c) {
+    const int16_t *u = v[0][c], *m = v[1][c], *d = v[2][c];
+    for (int32_t j = 0; j < lanes + 2; ++j) {
+      const int16_t l01 = u[j] < m[j] ? u[j] : m[j], h01 = u[j] > m[j] ? u[j] : m[j];
+      lo[c][j] = l01 < d[j] ? l01 : d[j];
+      hi[c][j] = h01 > d[j] ? h01 : d[j];
     }
   }
   const uint16_t lim = static_cast<uint16_t>(limit);
   uint8_t near[2][kChunk];
   for (int c = 0; c < 2; ++c) {
-    const int16_t *l = lo[c], *h = hi[c], *o = own[c] + 1;
+    const int16_t *l = lo[c], *h = hi[c], *o = v[1][c] + 1;
     for (int32_t j = 0; j < lanes; ++j) {
       const int16_t l01 = l[j] < l[j + 1] ? l[j] : l[j + 1], h01 = h[j] > h[j + 1] ? h[j] : h[j + 1];
       const int16_t least = l01 < l[j + 2] ? l01 : l[j + 2], most = h01 > h[j + 2] ? h01 : h[j + 2];
