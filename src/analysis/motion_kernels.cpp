@@ -154,7 +154,8 @@ void consistency_c(uint8_t *e, const uint8_t *other, uint32_t n, const Consisten
   for (uint32_t j = 0; j < n; ++j, e += 8) {
     int16_t v[4], o[2];
     std::memcpy(v, e, sizeof v);
-    const uint32_t tx = static_cast<uint32_t>((r.cx + static_cast<int32_t>(j) * r.step + v[0]) >> 2);
+    const int32_t cx = j + 1 == n ? r.last : r.cx + static_cast<int32_t>(j) * r.step;
+    const uint32_t tx = static_cast<uint32_t>((cx + v[0]) >> 2);
     const uint32_t ty = static_cast<uint32_t>((r.cy + v[1]) >> 2);
     if (tx >= r.width || ty >= r.height) continue;
     std::memcpy(o, other + 8 * (size_t{(ty * r.per_row) >> 20} * r.cols + ((tx * r.per_col) >> 20)), sizeof o);

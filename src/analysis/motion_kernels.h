@@ -41,7 +41,7 @@
 //            columns [8i, 8i + 8) of lines [0, sy), bottom[i] of lines [sy, h) (1 <= sy <= h).
 //   consistency n vector entries of a row of blocks (8 bytes each: x, y, cost, flags, int16 in
 //            memory order): where the entry's destination, its block centre (r.cx + j * r.step,
-//            r.cy, quarter pixels plus 2) moved by its vector and taken to whole pixels (>> 2), lies
+//            but r.last for entry n - 1; r.cy; quarter pixels plus 2) moved by its vector and taken to whole pixels (>> 2), lies
 //            inside the r.width x r.height picture, the other field's entry of the block there
 //            (column tx * r.per_col >> 20, row ty * r.per_row >> 20, products in 32 unsigned bits,
 //            r.cols a row) is read; when its vector plus the entry's exceeds r.limit in x or y,
@@ -104,7 +104,7 @@ using Activity4Kernel = void (*)(const uint8_t *a, ptrdiff_t stride, uint32_t w,
 using Activity8Kernel = void (*)(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sy,
                                  uint32_t *top, uint32_t *bottom);
 struct ConsistencyRow {
-  int32_t cx, step, cy;
+  int32_t cx, step, last, cy;
   uint32_t width, height, per_col, per_row, cols;
   int32_t limit;
   uint16_t flag;

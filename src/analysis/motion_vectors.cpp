@@ -305,16 +305,15 @@ void mark_inconsistent(const MotionKernels &k, const BlockGrid &g, int32_t width
   r.cols = static_cast<uint32_t>(g.cols);
   r.limit = kConsistency;
   r.flag = DSP_MV_INCONSISTENT;
+  // Block centres in quarter pixels, plus 2: the destination rounds to the nearest pixel.  Every
+  // column but the last (maybe partial) is a whole block.
   const int32_t last = g.cols - 1;
+  r.cx = 4 * (g.bw / 2) + 2;
+  r.last = 4 * (last * g.bw + std::min(g.bw, width - last * g.bw) / 2) + 2;
   for (int32_t row = 0; row < g.rows; ++row) {
-    // Block centres in quarter pixels, plus 2: the destination rounds to the nearest pixel.  Every
-    // column but the last (maybe partial) is a whole block.
     r.cy = 4 * (row * g.bh + std::min(g.bh, height - row * g.bh) / 2) + 2;
-    uint8_t *line = entries + sizeof(DSP_MOTION_VECTOR) * static_cast<size_t>(row) * g.cols;
-    r.cx = 4 * (g.bw / 2) + 2;
-    k.consistency(line, other, static_cast<uint32_t>(last), r);
-    r.cx = 4 * (last * g.bw + std::min(g.bw, width - last * g.bw) / 2) + 2;
-    k.consistency(line + sizeof(DSP_MOTION_VECTOR) * last, other, 1, r);
+    k.consistency(entries + sizeof(DSP_MOTION_VECTOR) * static_cast<size_t>(row) * g.cols, other,
+                  static_cast<uint32_t>(g.cols), r);
   }
 }
 

@@ -23,16 +23,19 @@ void consistency_avx2(uint8_t *e, const uint8_t *other, uint32_t n, const Consis
   const __m256i pick = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
   const __m256i first = _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3), second = _mm256_setr_epi32(4, 4, 5, 5, 6, 6, 7, 7);
   const __m256i flag = _mm256_set1_epi64x(static_cast<int64_t>(r.flag) << 48);
-  __m256i cx = _mm256_add_epi32(_mm256_set1_epi32(r.cx), _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), step));
+  const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), eight = _mm256_set1_epi32(8);
+  const __m256i last = _mm256_set1_epi32(r.last), last_lane = _mm256_set1_epi32(static_cast<int32_t>(n) - 1);
+  __m256i cx = _mm256_add_epi32(_mm256_set1_epi32(r.cx), _mm256_mullo_epi32(lane, step)), at_lane = lane;
   const __m256i step8 = _mm256_slli_epi32(step, 3);
   uint32_t j = 0;
-  for (; j + 8 <= n; j += 8, e += 64, cx = _mm256_add_epi32(cx, step8)) {
+  for (; j + 8 <= n; j += 8, e += 64, cx = _mm256_add_epi32(cx, step8), at_lane = _mm256_add_epi32(at_lane, eight)) {
     __m256i lo = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(e));
     __m256i hi = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(e + 32));
     const __m256i xy = _mm256_permute2x128_si256(_mm256_permutevar8x32_epi32(lo, pick),
                                                  _mm256_permutevar8x32_epi32(hi, pick), 0x20);
     const __m256i x = _mm256_srai_epi32(_mm256_slli_epi32(xy, 16), 16), y = _mm256_srai_epi32(xy, 16);
-    const __m256i tx = _mm256_srai_epi32(_mm256_add_epi32(cx, x), 2), ty = _mm256_srai_epi32(_mm256_add_epi32(cy, y), 2);
+    const __m256i centre = _mm256_blendv_epi8(cx, last, _mm256_cmpeq_epi32(at_lane, last_lane));
+    const __m256i tx = _mm256_srai_epi32(_mm256_add_epi32(centre, x), 2), ty = _mm256_srai_epi32(_mm256_add_epi32(cy, y), 2);
     const __m256i inside = _mm256_and_si256(
         _mm256_and_si256(_mm256_cmpgt_epi32(width, tx), _mm256_cmpgt_epi32(tx, none)),
         _mm256_and_si256(_mm256_cmpgt_epi32(height, ty), _mm256_cmpgt_epi32(ty, none)));
