@@ -32,43 +32,40 @@ bool apart(const MotionVec &a, const MotionVec &b, int32_t limit) {
 constexpr int32_t kChunk = 64;
 void calm_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, int32_t limit,
                 uint8_t calm[kChunk]) {
-  const int32_t n = std::min(kChunk, g.cols - c0), lanes = (n + 7) & ~7;
-  // Per line and component: the line's vectors from column c0 - 1 on, the edge columns repeated
-  // (a repeated vector is the block's own or a neighbour's); then the least and greatest of the
-  // three lines.
-  int16_t v[3][2][kChunk + 2], lo[2][kChunk + 2], hi[2][kChunk + 2];
+  const int32_t n = std::min(kChunk, g.cols - c0), lanes = (n + 7) & ~7, words = 2 * (lanes + 2);
+  // Per line: the line's vectors from column c0 - 1 on (x and y in turn), the edge columns
+  // repeated (a repeated vector is the block's own or a neighbour's); then the least and greatest
+  // of the three lines.
+  constexpr int32_t kWords = 2 * (kChunk + 2);
+  int16_t v[3][kWords], lo[kWords], hi[kWords];
   for (int32_t dy = -1; dy <= 1; ++dy) {
     const MotionVec *f = field + static_cast<ptrdiff_t>(std::min(std::max(row + dy, 0), g.rows - 1)) * g.cols + c0;
-    int16_t(*l)[kChunk + 2] = v[dy + 1];
+    int16_t *l = v[dy + 1];
     for (int32_t j = 0; j < n; ++j) {
-      l[0][j + 1] = static_cast<int16_t>(f[j].x);
-      l[1][j + 1] = static_cast<int16_t>(f[j].y);
+      l[2 * j + 2] = static_cast<int16_t>(f[j].x);
+      l[2 * j + 3] = static_cast<int16_t>(f[j].y);
     }
     const MotionVec &first = c0 > 0 ? f[-1] : f[0];
-    l[0][0] = static_cast<int16_t>(first.x), l[1][0] = static_cast<int16_t>(first.y);
+    l[0] = static_cast<int16_t>(first.x), l[1] = static_cast<int16_t>(first.y);
     const MotionVec &last = c0 + n < g.cols ? f[n] : f[n - 1];
-    for (int32_t j = n + 1; j < lanes + 2; ++j) l[0][j] = static_cast<int16_t>(last.x), l[1][j] = static_cast<int16_t>(last.y);
+    for (int32_t j = n + 1; j < lanes + 2; ++j) l[2 * j] = static_cast<int16_t>(last.x), l[2 * j + 1] = static_cast<int16_t>(last.y);
   }
-  for (int c = 0; c < 2; ++c) {
-    const int16_t *u = v[0][c], *m = v[1][c], *d = v[2][c];
-    for (int32_t j = 0; j < lanes + 2; ++j) {
-      const int16_t l01 = u[j] < m[j] ? u[j] : m[j], h01 = u[j] > m[j] ? u[j] : m[j];
-      lo[c][j] = l01 < d[j] ? l01 : d[j];
-      hi[c][j] = h01 > d[j] ? h01 : d[j];
-    }
+  for (int32_t k = 0; k < words; ++k) {
+    const int16_t u = v[0][k], m = v[1][k], d = v[2][k];
+    const int16_t l01 = u < m ? u : m, h01 = u > m ? u : m;
+    lo[k] = l01 < d ? l01 : d;
+    hi[k] = h01 > d ? h01 : d;
   }
   const uint16_t lim = static_cast<uint16_t>(limit);
-  uint8_t near[2][kChunk];
-  for (int c = 0; c < 2; ++c) {
-    const int16_t *l = lo[c], *h = hi[c], *o = v[1][c] + 1;
-    for (int32_t j = 0; j < lanes; ++j) {
-      const int16_t l01 = l[j] < l[j + 1] ? l[j] : l[j + 1], h01 = h[j] > h[j + 1] ? h[j] : h[j + 1];
-      const int16_t least = l01 < l[j + 2] ? l01 : l[j + 2], most = h01 > h[j + 2] ? h01 : h[j + 2];
-      const uint16_t above = static_cast<uint16_t>(most - o[j]), below = static_cast<uint16_t>(o[j] - least);
-      near[c][j] = static_cast<uint8_t>((above <= lim) & (below <= lim));
-    }
+  uint8_t near[2 * kChunk];
+  const int16_t *o = v[1] + 2;
+  for (int32_t k = 0; k < 2 * lanes; ++k) {
+    const int16_t l01 = lo[k] < lo[k + 2] ? lo[k] : lo[k + 2], h01 = hi[k] > hi[k + 2] ? hi[k] : hi[k + 2];
+    const int16_t least = l01 < lo[k + 4] ? l01 : lo[k + 4], most = h01 > hi[k + 4] ? h01 : hi[k + 4];
+    const uint16_t above = static_cast<uint16_t>(most - o[k]), below = static_cast<uint16_t>(o[k] - least);
+    near[k] = static_cast<uint8_t>((above <= lim) & (below <= lim));
   }
-  for (int32_t j = 0; j < lanes; ++j) calm[j] = near[0][j] & near[1][j];
+  for (int32_t j = 0; j < lanes; ++j) calm[j] = near[2 * j] & near[2 * j + 1];
 }
 
 // The block's match at v in the four parts of sad_q4.
