@@ -2,6 +2,7 @@
 // only when cpu_flags() has AVX2.
 #include "analysis/x86/motion_activity_x86.h"
 #include "analysis/x86/motion_sad_x86.h"
+#include "analysis/x86/motion_sub_x86.h"
 
 namespace framedsp {
 
@@ -9,6 +10,7 @@ void motion_kernels_init_avx2(MotionKernels *table) {
   motion_x86::fill_table(table);
   table->activity4 = motion_x86::activity4_x86;
   table->activity8 = motion_x86::activity8_x86;
+  table->sad_sub16 = motion_x86::sad_sub16_x86;
 }
 
 }  // namespace framedsp
