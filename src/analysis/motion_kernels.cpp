@@ -117,7 +117,28 @@ uint8_t six_tap(int p0, int p1, int p2, int p3, int p4, int p5) {
   const int v = (p0 - 5 * p1 + 20 * p2 + 20 * p3 - 5 * p4 + p5 + 16) >> 5;  // -2550..10710 before the shift
   return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
 }
+// Sample (0, 0) of half-pixel plane `kind` at picture sample f.
+int sub_sample(const uint8_t *f, ptrdiff_t fs, uint32_t kind) {
+  if (kind == 0) return f[0];
+  if (kind == 1) return six_tap(f[-2], f[-1], f[0], f[1], f[2], f[3]);
+  const uint32_t across = kind == 3 ? 1 : 0;
+  int r[6];
+  for (int t = 0; t < 6; ++t) r[t] = sub_sample(f + (t - 2) * fs, fs, across);
+  return six_tap(r[0], r[1], r[2], r[3], r[4], r[5]);
+}
 }  // namespace
+
+void sad_sub16_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const f[2], ptrdiff_t fs, uint32_t kinds,
+                 uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[4]) {
+  out[0] = out[1] = out[2] = out[3] = 0;
+  for (uint32_t y = 0; y < h; ++y, a += a_stride) {
+    const ptrdiff_t line = static_cast<ptrdiff_t>(y) * fs;
+    for (uint32_t x = 0; x < 16; ++x) {
+      const int m = (sub_sample(f[0] + line + x, fs, kinds & 3) + sub_sample(f[1] + line + x, fs, kinds >> 2) + 1) >> 1;
+      out[(y >= sy ? 2 : 0) + (x >= sx ? 1 : 0)] += static_cast<uint32_t>(a[x] > m ? a[x] - m : m - a[x]);
+    }
+  }
+}
 
 void half_h_c(const uint8_t *p, uint8_t *out, size_t n) {
   for (size_t i = 0; i < n; ++i, ++p) out[i] = six_tap(p[-2], p[-1], p[0], p[1], p[2], p[3]);
@@ -176,6 +197,7 @@ void motion_kernels_init(MotionKernels *table, uint32_t cpu_flags) {
   table->sad_avg4 = sad_avg4_c;
   table->sad_ring = sad_ring_c;
   table->ring_refine = ring_refine_c;
+  table->sad_sub16 = sad_sub16_c;
   table->half_h = half_h_c;
   table->half_v = half_v_c;
   table->activity4 = activity4_c;

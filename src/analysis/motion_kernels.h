@@ -31,6 +31,11 @@
 //            vector and its sums in sad_ring's four parts.  Reads each plane w + 2 columns and
 //            h + 2 lines from a pixel before and above the block moved by the vector.  Takes n
 //            blocks at once (each alone; two interleave their work).
+//   sad_sub16 sad_avg4 of a 16-wide block (split after sx = 8 or 16 columns) against the samples
+//            of two half-pixel planes of a picture, made as it goes: source i is plane
+//            (kinds >> 2i) & 3 (0 the picture, 1 half_h of its lines, 2 half_v across them, 3
+//            half_v across plane 1's lines) with sample (0, 0) at f[i], stride fs.  No clamping:
+//            planes 1 and 3 read columns -2 .. 18, planes 2 and 3 lines -2 .. h + 2 around f[i].
 //   half_h   the half-pixel samples of a line: out[i] = clip((p[i-2] - 5 p[i-1] + 20 p[i]
 //            + 20 p[i+1] - 5 p[i+2] + p[i+3] + 16) >> 5) for i in [0, n), reading p[-2, n + 3).
 //   half_v   the same across six lines: out[i] from r[0][i] .. r[5][i] (r[2] and r[3] the two
@@ -97,6 +102,8 @@ struct RingBest {
   uint32_t sum[4];
 };
 using RingRefineKernel = void (*)(const RingPlanes &planes, const RingBlock *b, uint32_t n, RingBest *out);
+using SadSub16Kernel = void (*)(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const f[2], ptrdiff_t fs,
+                                uint32_t kinds, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[4]);
 using HalfLineKernel = void (*)(const uint8_t *p, uint8_t *out, size_t n);
 using HalfColumnKernel = void (*)(const uint8_t *const r[6], uint8_t *out, size_t n);
 using Activity4Kernel = void (*)(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy,
@@ -121,6 +128,7 @@ struct MotionKernels {
   SadAvg4Kernel sad_avg4;
   SadRingKernel sad_ring;
   RingRefineKernel ring_refine;
+  SadSub16Kernel sad_sub16;
   HalfLineKernel half_h;
   HalfColumnKernel half_v;
   Activity4Kernel activity4;
@@ -148,6 +156,8 @@ void sad_ring_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const q[4],
 void ring_pair(const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode, int i, const uint8_t **b,
                ptrdiff_t *bs, const uint8_t **c, ptrdiff_t *cs);
 void ring_refine_c(const RingPlanes &planes, const RingBlock *b, uint32_t n, RingBest *out);
+void sad_sub16_c(const uint8_t *a, ptrdiff_t a_stride, const uint8_t *const f[2], ptrdiff_t fs, uint32_t kinds,
+                 uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[4]);
 void half_h_c(const uint8_t *p, uint8_t *out, size_t n);
 void half_v_c(const uint8_t *const r[6], uint8_t *out, size_t n);
 void activity4_c(const uint8_t *a, ptrdiff_t stride, uint32_t w, uint32_t h, uint32_t sx, uint32_t sy,

@@ -244,10 +244,33 @@ SubSource sub_source(const MotionBlock &block, int32_t qx, int32_t qy) {
   return SubSource{{((y0 & 1) << 1) | (x0 & 1), ((y1 & 1) << 1) | (x1 & 1)}, {x0 >> 1, x1 >> 1}, {y0 >> 1, y1 >> 1}};
 }
 
+namespace {
+
+// Every picture sample the w x h samples of both sources derive from lies inside the picture.
+bool sub_reads_inside(const MotionPlane &pic, const SubSource &src, int32_t w, int32_t h) {
+  for (int i = 0; i < 2; ++i) {
+    const bool across = src.plane[i] & 1, down = src.plane[i] & 2;  // two samples before, three after
+    if (!inside(pic, src.x[i] - (across ? 2 : 0), src.y[i] - (down ? 2 : 0), w + (across ? 5 : 0), h + (down ? 5 : 0))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
 void block_sad_sub4_run(const MotionKernels &k, const MotionBlock &run, int32_t blocks, int32_t bw,
                         const MotionPlane &target, int32_t qx, int32_t qy, uint32_t sx, uint32_t sy,
                         uint32_t (*out)[4]) {
   const SubSource src = sub_source(run, qx, qy);
+  if (bw == 16 && run.w == 16 * blocks && (sx == 8 || sx == 16) && sub_reads_inside(target, src, run.w, run.h)) {
+    const uint8_t *f[2] = {at(target, src.x[0], src.y[0]), at(target, src.x[1], src.y[1])};
+    const uint32_t kinds = static_cast<uint32_t>(src.plane[0] | (src.plane[1] << 2)), h = static_cast<uint32_t>(run.h);
+    for (int32_t b = 0; b < blocks; ++b, f[0] += 16, f[1] += 16) {
+      k.sad_sub16(run.a + 16 * b, run.a_stride, f, target.stride, kinds, h, sx, sy, out[b]);
+    }
+    return;
+  }
   alignas(16) uint8_t made[2][kPatchBytes];
   const uint8_t *p[2];
   ptrdiff_t ps[2];
