@@ -1447,7 +1447,9 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter
  * Each level is read as the top-down picture of its region (bottom-up images through their
  * orientation); eInterlace, eBufferType and eColorSpace are not read.
  *
- * The search, per direction (forward A -> B, then backward B -> A), from level ulLevels - 1 down:
+ * The search runs forward (A -> B) from level ulLevels - 1 down to level 0, then backward (B -> A)
+ * at level 0 alone: the two directions share the coarse levels, the backward search taking the
+ * forward field of level 1 negated as its parent field (with ulLevels 1 it has none).  Per level:
  *   - Every search block of a level gets candidates: the parent level's vector (doubled) at the
  *     block's centre and at the parent's four neighbours, zero, the global vector (component
  *     median of the parent field, unless DSP_MOTION_NO_GLOBAL), the prior field's vector at the

@@ -32,50 +32,47 @@ bool apart(const MotionVec &a, const MotionVec &b, int32_t limit) {
 constexpr int32_t kChunk = 64;
 void calm_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, int32_t limit,
                 uint8_t calm[kChunk]) {
-  const int32_t n = std::min(kChunk, g.cols - c0), lanes = (n + 7) & ~7;
-  // Per component: the line's vectors from column c0 - 1 on, the edge columns repeated (a repeated
-  // vector is the block's own or a neighbour's), and the least and greatest of the three lines.
-  int16_t own[2][kChunk + 2], lo[2][kChunk + 2], hi[2][kChunk + 2];
+  const int32_t n = std::min(kChunk, g.cols - c0), lanes = (n + 7) & ~7, words = 2 * (lanes + 2);
+  // Per line: the line's vectors from column c0 - 1 on (x and y in turn), the edge columns
+  // repeated (a repeated vector is the block's own or a neighbour's); then the least and greatest
+  // of the three lines.
+  constexpr int32_t kWords = 2 * (kChunk + 2);
+  int16_t v[3][kWords], lo[kWords], hi[kWords];
   for (int32_t dy = -1; dy <= 1; ++dy) {
     const MotionVec *f = field + static_cast<ptrdiff_t>(std::min(std::max(row + dy, 0), g.rows - 1)) * g.cols + c0;
-    int16_t v[2][kChunk + 2];
+    int16_t *l = v[dy + 1];
     for (int32_t j = 0; j < n; ++j) {
-      v[0][j + 1] = static_cast<int16_t>(f[j].x);
-      v[1][j + 1] = static_cast<int16_t>(f[j].y);
+      l[2 * j + 2] = static_cast<int16_t>(f[j].x);
+      l[2 * j + 3] = static_cast<int16_t>(f[j].y);
     }
     const MotionVec &first = c0 > 0 ? f[-1] : f[0];
-    v[0][0] = static_cast<int16_t>(first.x), v[1][0] = static_cast<int16_t>(first.y);
-    for (int32_t j = n + 1; j < lanes + 2; ++j) {
-      const MotionVec &last = c0 + n < g.cols ? f[n] : f[n - 1];
-      v[0][j] = static_cast<int16_t>(last.x), v[1][j] = static_cast<int16_t>(last.y);
-    }
-    for (int c = 0; c < 2; ++c) {
-      for (int32_t j = 0; j < lanes + 2; ++j) {
-        lo[c][j] = dy < 0 ? v[c][j] : std::min(lo[c][j], v[c][j]);
-        hi[c][j] = dy < 0 ? v[c][j] : std::max(hi[c][j], v[c][j]);
-        if (dy == 0) own[c][j] = v[c][j];
-      }
-    }
+    l[0] = static_cast<int16_t>(first.x), l[1] = static_cast<int16_t>(first.y);
+    const MotionVec &last = c0 + n < g.cols ? f[n] : f[n - 1];
+    for (int32_t j = n + 1; j < lanes + 2; ++j) l[2 * j] = static_cast<int16_t>(last.x), l[2 * j + 1] = static_cast<int16_t>(last.y);
+  }
+  for (int32_t k = 0; k < words; ++k) {
+    const int16_t u = v[0][k], m = v[1][k], d = v[2][k];
+    const int16_t l01 = u < m ? u : m, h01 = u > m ? u : m;
+    lo[k] = l01 < d ? l01 : d;
+    hi[k] = h01 > d ? h01 : d;
   }
   const uint16_t lim = static_cast<uint16_t>(limit);
-  uint8_t near[2][kChunk];
-  for (int c = 0; c < 2; ++c) {
-    const int16_t *l = lo[c], *h = hi[c], *o = own[c] + 1;
-    for (int32_t j = 0; j < lanes; ++j) {
-      const int16_t l01 = l[j] < l[j + 1] ? l[j] : l[j + 1], h01 = h[j] > h[j + 1] ? h[j] : h[j + 1];
-      const int16_t least = l01 < l[j + 2] ? l01 : l[j + 2], most = h01 > h[j + 2] ? h01 : h[j + 2];
-      const uint16_t above = static_cast<uint16_t>(most - o[j]), below = static_cast<uint16_t>(o[j] - least);
-      near[c][j] = static_cast<uint8_t>((above <= lim) & (below <= lim));
-    }
+  uint8_t near[2 * kChunk];
+  const int16_t *o = v[1] + 2;
+  for (int32_t k = 0; k < 2 * lanes; ++k) {
+    const int16_t l01 = lo[k] < lo[k + 2] ? lo[k] : lo[k + 2], h01 = hi[k] > hi[k + 2] ? hi[k] : hi[k + 2];
+    const int16_t least = l01 < lo[k + 4] ? l01 : lo[k + 4], most = h01 > hi[k + 4] ? h01 : hi[k + 4];
+    const uint16_t above = static_cast<uint16_t>(most - o[k]), below = static_cast<uint16_t>(o[k] - least);
+    near[k] = static_cast<uint8_t>((above <= lim) & (below <= lim));
   }
-  for (int32_t j = 0; j < lanes; ++j) calm[j] = near[0][j] & near[1][j];
+  for (int32_t j = 0; j < lanes; ++j) calm[j] = near[2 * j] & near[2 * j + 1];
 }
 
 // The block's match at v in the four parts of sad_q4.
 void parts_at(const MotionKernels &k, const FinalStage &f, const MotionBlock &b, const MotionVec &v, uint32_t sx,
               uint32_t sy, uint32_t out[4]) {
   if ((v.x | v.y) & 3) {
-    block_sad_sub4(k, b, *f.half, v.x, v.y, sx, sy, out);
+    block_sad_sub4(k, b, f.b, v.x, v.y, sx, sy, out);
   } else {
     block_sad_q4(k, b, f.b, v.x, v.y, sx, sy, out);
   }
@@ -289,65 +286,50 @@ MotionVec median_of(int32_t *xs, int32_t *ys, int32_t n) {
   return MotionVec{xs[n / 2], ys[n / 2]};
 }
 
-// The half-pixel planes as a ring reads them: position (x, y) on the grid of half pixels lies in
-// plane ((y & 1) << 1) | (x & 1).
-struct RingPlanes {
-  const uint8_t *data[4];
-  ptrdiff_t stride[4];
-  explicit RingPlanes(const HalfPlanes &half) {
-    for (int i = 0; i < 4; ++i) data[i] = half.p[i].data, stride[i] = half.p[i].stride;
+RingPlanes ring_planes(const HalfPlanes &half) {
+  RingPlanes planes;
+  for (int i = 0; i < 4; ++i) {
+    planes.data[i] = half.p[i].data, planes.stride[i] = half.p[i].stride, planes.mask[i] = i ? half.mask : -1;
   }
-  const uint8_t *at(int32_t x, int32_t y, ptrdiff_t *s) const {
-    const int i = ((y & 1) << 1) | (x & 1);
-    *s = stride[i];
-    return data[i] + (y >> 1) * stride[i] + (x >> 1);
-  }
-};
-
-// The ring's candidates in sad_ring's order: offsets in steps.
-constexpr int8_t kRingDx[8] = {-1, 0, 1, -1, 1, -1, 0, 1};
-constexpr int8_t kRingDy[8] = {-1, -1, -1, 0, 0, 1, 1, 1};
-
-// The ring of `step` around best->v when all of its reads lie inside the planes: the order and
-// ranking of ring(), the eight matches from one sad_ring call.  The half-pixel ring (step 2) lies
-// around a whole-pixel vector and brings its match: best and parts start from it.
-void ring_inside(const MotionKernels &k, const RingPlanes &planes, const MotionBlock &b, uint32_t sx, uint32_t sy,
-                 int32_t step, Best *best, BlockParts *parts) {
-  const MotionVec c = best->v;
-  // The centre on the grid of half pixels; q[i] the upper-left, upper, left and centre samples.
-  const int32_t hx = 2 * b.x + (c.x >> 1), hy = 2 * b.y + (c.y >> 1);
-  ptrdiff_t qs[4];
-  const uint8_t *const q[4] = {planes.at(hx - 1, hy - 1, &qs[0]), planes.at(hx, hy - 1, &qs[1]),
-                               planes.at(hx - 1, hy, &qs[2]), planes.at(hx, hy, &qs[3])};
-  // Half pixels around a whole-pixel centre; quarter pixels around any centre (corners from the
-  // samples beside them when the centre's coordinates are both whole or both half).
-  const uint32_t mode = step == 2 ? 0u : ((hx ^ hy) & 1) ? 2u : 1u;
-  uint32_t sum[9][4];
-  k.sad_ring(b.a, b.a_stride, q, qs, mode, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h), sx, sy, sum);
-  auto total = [&](int i) { return sum[i][0] + sum[i][1] + sum[i][2] + sum[i][3]; };
-  if (step == 2) {
-    const uint32_t match = cost16_of_sad(b, total(8));
-    *best = Best{c, match, match, true};
-    *parts = BlockParts{c, {sum[8][0], sum[8][1], sum[8][2], sum[8][3]}, parts->known};
-  }
-  // better() as one key without branches (the ranking of a ring is unpredictable): match, then
-  // length, then order, the incumbent first.  Lengths stay below 2^17, orders below 2^4.
-  auto key = [](uint64_t match, int32_t x, int32_t y, uint32_t order) {
-    return (match << 21) | (static_cast<uint64_t>(iabs(x) + iabs(y)) << 4) | order;
-  };
-  uint64_t top = key(best->cost, c.x, c.y, 0);
-  for (int i = 0; i < 8; ++i) {
-    const uint64_t kv = key(cost16_of_sad(b, total(i)), c.x + kRingDx[i] * step, c.y + kRingDy[i] * step,
-                            static_cast<uint32_t>(i + 1));
-    top = kv < top ? kv : top;
-  }
-  const int won = static_cast<int>(top & 15) - 1;
-  if (won < 0) return;
-  const MotionVec v{c.x + kRingDx[won] * step, c.y + kRingDy[won] * step};
-  const uint32_t match = static_cast<uint32_t>(top >> 21);
-  *best = Best{v, match, match, true};
-  *parts = BlockParts{v, {sum[won][0], sum[won][1], sum[won][2], sum[won][3]}, parts->known};
+  return planes;
 }
+
+// Blocks for ring_refine, taken two at a time (their rings interleave); each result goes to the
+// block's refined vector and sums, and to the list of refined vectors.
+class RingBatch {
+ public:
+  RingBatch(const MotionKernels &k, const FinalStage &f, int32_t *xs, int32_t *ys, int32_t *placed)
+      : k_(k), f_(f), planes_(ring_planes(f.half ? *f.half : HalfPlanes{})), xs_(xs), ys_(ys), placed_(placed) {}
+  void add(const RingBlock &b, int32_t i, bool cut) {
+    block_[n_] = b, index_[n_] = i, cut_[n_++] = cut;
+    if (n_ == 2) flush();
+  }
+  void flush() {
+    if (n_ == 0) return;
+    RingBest best[2];
+    k_.ring_refine(planes_, block_, static_cast<uint32_t>(n_), best);
+    for (int j = 0; j < n_; ++j) {
+      // Member by member: whole-record copies would load across the kernel's narrower stores.
+      BlockParts &p = f_.parts[index_[j]];
+      MotionVec &v = f_.refined[index_[j]];
+      xs_[*placed_] = v.x = p.v.x = best[j].vx;
+      ys_[(*placed_)++] = v.y = p.v.y = best[j].vy;
+      std::memcpy(p.sum, best[j].sum, sizeof p.sum);
+      p.known = !cut_[j];
+    }
+    n_ = 0;
+  }
+
+ private:
+  const MotionKernels &k_;
+  const FinalStage &f_;
+  const RingPlanes planes_;
+  int32_t *xs_, *ys_, *placed_;
+  RingBlock block_[2];
+  int32_t index_[2];
+  bool cut_[2];
+  int n_ = 0;
+};
 
 // Sub-pixel refinement: the best of the half-pixel ring around each vector, then of the
 // quarter-pixel ring around that.
@@ -356,8 +338,9 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
   const BlockGrid &sg = f.search_grid;
   const int32_t n = sg.count();
   int32_t *xs = reinterpret_cast<int32_t *>(f.settled), *ys = xs + n, placed = 0;
-  const RingPlanes planes(f.half ? *f.half : HalfPlanes{});
+  RingBatch batch(k, f, xs, ys, &placed);
   int32_t made = -1;  // the planes' lines made so far: [0, made]
+  int32_t row_y = 0;
   for (int32_t i = 0; i < n; ++i) {
     const MotionVec own = f.search[i];
     const bool follows = f.use_global && follows_global(f, i);
@@ -371,6 +354,10 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     const MotionBlock whole = make_block(f.a, sg, i % sg.cols, i / sg.cols);
     // The lowest plane line its matches read (unclamped; a clamped read means all of them).
     const int32_t need = whole.y + whole.h + (own.y >> 2) + 2;
+    if (whole.y != row_y) {
+      batch.flush();  // a batch stays within a row: the planes' window holds a row's reads
+      row_y = whole.y;
+    }
     if (f.half_maker && need > made) {
       // The planes follow a row of blocks ahead, so that the rows are read while in the cache.
       made = std::max(need, whole.y + sg.bh + 2);
@@ -386,12 +373,9 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     if ((cut || all_inside(f.b, whole, lo, hi)) && iabs(own.x) + 3 <= 4 * f.reach_x &&
         iabs(own.y) + 3 <= 4 * f.reach_y) {
       if (cut) sx = static_cast<uint32_t>(b.w), sy = static_cast<uint32_t>(b.h);
-      BlockParts p{own, {}, !cut};
-      Best best{own, 0, 0, true};
-      ring_inside(k, planes, b, sx, sy, 2, &best, &p);
-      ring_inside(k, planes, b, sx, sy, 1, &best, &p);
-      f.refined[i] = best.v;
-      f.parts[i] = p;
+      batch.add(RingBlock{b.a, b.a_stride, b.x, b.y, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h), sx, sy,
+                          b.recip, own.x, own.y},
+                i, cut);
     } else {
       FinalEval eval(k, f, b, own, 0, cut ? static_cast<uint32_t>(b.w) : sx, cut ? static_cast<uint32_t>(b.h) : sy);
       eval.consider(own);  // pure match: a smoothness term would pull to `own`
@@ -400,11 +384,11 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
       f.refined[i] = eval.best().v;
       f.parts[i] = eval.best_parts();
       f.parts[i].known = !cut;
+      xs[placed] = f.refined[i].x;
+      ys[placed++] = f.refined[i].y;
     }
-    xs[placed] = f.refined[i].x;
-    ys[placed++] = f.refined[i].y;
   }
-  if (f.half_maker) f.half_maker->through(f.b.height);  // settle() and the split stage read them all
+  batch.flush();
   if (!f.use_global || (!f.loose && !f.flat) || placed == n || placed == 0) return false;
   *global = median_of(xs, ys, placed);
   for (int32_t i = 0; i < n; ++i) {
@@ -544,13 +528,51 @@ Shape shape_of(const FinalStage &f, int32_t sc, int32_t sr) {
 
 // Search block (sc, sr), the chunk's block j: its own vector for every part, or where a neighbour
 // may move otherwise (not calm), the best of its own and the neighbours' for each part.
+// Whether the split stage has the sums of search block i at its own vector from refinement or
+// settling.
+bool parts_known(const FinalStage &f, const MotionVec *search, size_t i) {
+  return f.subpel && f.parts[i].known && f.parts[i].v == search[i];
+}
+
+// The sums at their own vectors of the chunk's blocks that lack them and whose vector is
+// fractional, a run of neighbours with the same vector at a time (their half-pixel samples made
+// once): made[j] says which.
+void own_sums(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sr, int32_t c0,
+              int32_t n, const Shape &inner, uint32_t (*sums)[4], uint8_t *made) {
+  const BlockGrid &sg = f.search_grid;
+  const size_t row = static_cast<size_t>(sr) * sg.cols;
+  const int32_t per_run = std::max<int32_t>(1, static_cast<int32_t>(kSadMaxSide) / sg.bw);
+  for (int32_t j = 0; j < n;) {
+    const size_t i = row + c0 + j;
+    const MotionVec v = search[i];
+    made[j] = 0;
+    // The last column (a partial block, another split) goes alone.
+    if (parts_known(f, search, i) || ((v.x | v.y) & 3) == 0 || c0 + j + 1 == sg.cols) {
+      ++j;
+      continue;
+    }
+    int32_t len = 1;
+    while (len < per_run && j + len < n && c0 + j + len + 1 < sg.cols && search[i + len] == v &&
+           !parts_known(f, search, i + len)) {
+      ++len;
+    }
+    MotionBlock run = make_block(f.a, sg, c0 + j, sr);
+    run.w = len * sg.bw;
+    block_sad_sub4_run(k, run, len, sg.bw, f.b, v.x, v.y, inner.sx, inner.sy, sums + j);
+    for (int32_t t = 0; t < len; ++t) made[j + t] = 1;
+    j += len;
+  }
+}
+
 void split_block(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sc, int32_t sr,
-                 const Shape &shape, bool calm, int32_t nx, int32_t j, PartChunk *out) {
+                 const Shape &shape, bool calm, int32_t nx, int32_t j, const uint32_t *made_sums, PartChunk *out) {
   const size_t i = static_cast<size_t>(sr) * f.search_grid.cols + sc;
   const MotionVec own = search[i];
   uint32_t sums[4], m[4];
   const BlockParts &own_parts = f.parts[i];
-  if (f.subpel && own_parts.known && own_parts.v == own) {
+  if (made_sums) {
+    std::copy(made_sums, made_sums + 4, sums);
+  } else if (parts_known(f, search, i)) {
     std::copy(own_parts.sum, own_parts.sum + 4, sums);
   } else {
     parts_at(k, f, make_block(f.a, f.search_grid, sc, sr), own, shape.sx, shape.sy, sums);
@@ -600,16 +622,19 @@ void write_row(const FinalStage &f, const int32_t *vx, const int32_t *vy, const 
 void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t nx, int32_t ny,
                   const Out &out) {
   const BlockGrid &sg = f.search_grid;
-  uint8_t calm[kChunk];
+  uint8_t calm[kChunk], made[kChunk];
+  uint32_t sums[kChunk][4];
   PartChunk chunk;
   for (int32_t sr = 0; sr < sg.rows; ++sr) {
     const Shape inner = shape_of(f, 0, sr), edge = shape_of(f, sg.cols - 1, sr);
     for (int32_t c0 = 0; c0 < sg.cols; c0 += kChunk) {
       const int32_t n = std::min(kChunk, sg.cols - c0);
       if (f.split) calm_chunk(search, sg, sr, c0, kSplitApart, calm);
+      own_sums(k, f, search, sr, c0, n, inner, sums, made);
       for (int32_t j = 0; j < n; ++j) {
         const int32_t sc = c0 + j;
-        split_block(k, f, search, sc, sr, sc + 1 < sg.cols ? inner : edge, !f.split || calm[j], nx, j, &chunk);
+        split_block(k, f, search, sc, sr, sc + 1 < sg.cols ? inner : edge, !f.split || calm[j], nx, j,
+                    made[j] ? sums[j] : nullptr, &chunk);
       }
       const int32_t f0 = c0 * nx, count = std::min((c0 + n) * nx, f.grid.cols) - f0;
       for (int32_t qr = 0; qr < ny && sr * ny + qr < f.grid.rows; ++qr) {

@@ -115,11 +115,17 @@ inline uint32_t level_sad(const MotionKernels &k, const MotionBlock &b, const Mo
 class BlockEval {
  public:
   BlockEval(const MotionKernels &k, const LevelSearch &s)
-      : k_(k), t_(s.b), sad_(k.sad), reach_x_(4 * s.reach_x), reach_y_(4 * s.reach_y), range_x_(s.range_x),
-        range_y_(s.range_y), lambda4_(uint64_t{4} * s.lambda) {}
+      : k_(k), t_(s.b), sad_(k.sad), sad16_(k.sad16), reach_x_(4 * s.reach_x), reach_y_(4 * s.reach_y),
+        range_x_(s.range_x), range_y_(s.range_y), lambda4_(uint64_t{4} * s.lambda) {}
 
   void start(const MotionBlock &block, int32_t mx, int32_t my) {
     block_ = block;
+    // Both sides 16 (sides are at least 1).  Not two comparisons: the compiler would join them
+    // into one load of both sides, which just were stored one at a time and would stall it.
+    packed_ = (block.w | block.h) == 16;
+    if (packed_) {
+      for (int j = 0; j < 16; ++j) std::memcpy(own_ + 16 * j, block.a + j * block.a_stride, 16);
+    }
     m_x_ = mx;
     m_y_ = my;
     off_x_ = 4 * (kWindow / 2) - mx;
@@ -269,10 +275,13 @@ class BlockEval {
   const MotionKernels &k_;
   const MotionPlane t_;
   const SadKernel sad_;
+  const Sad16Kernel sad16_;
   const int32_t reach_x_, reach_y_;  // quarter pixels
   const int32_t range_x_, range_y_;  // whole pixels
   const uint64_t lambda4_;
   MotionBlock block_;
+  bool packed_ = false;  // a 16 x 16 block, matched from its copy own_
+  alignas(32) uint8_t own_[16 * 16];
   uint32_t lo_x_ = 0, lo_y_ = 0, span_x_ = 0, span_y_ = 0;
   const uint8_t *t_at_ = nullptr;  // the target at the block's own place
   uint32_t w_ = 0, h_ = 0;
@@ -287,7 +296,8 @@ class BlockEval {
     const int32_t dx = v.x >> 2, dy = v.y >> 2;
     uint32_t sad;
     if (static_cast<uint32_t>(dx) - lo_x_ <= span_x_ && static_cast<uint32_t>(dy) - lo_y_ <= span_y_) {
-      sad = sad_(block_.a, block_.a_stride, t_at_ + dy * t_.stride + dx, t_.stride, w_, h_);
+      const uint8_t *at = t_at_ + dy * t_.stride + dx;
+      sad = packed_ ? sad16_(own_, at, t_.stride) : sad_(block_.a, block_.a_stride, at, t_.stride, w_, h_);
     } else {
       const MotionBlock b = block_;  // a copy: the evaluator's own fields stay out of the call's reach
       sad = edge_sad(k_, b, t_, b.x + dx, b.y + dy);
@@ -399,30 +409,35 @@ class FirstCandidates {
     for (int i = 0; i < 3; ++i) prow_[i] = s.parent + clamp(pr - 1 + i, 0, last) * s.parent_grid.cols;
   }
   void run(BlockEval *eval, const MotionBlock &b, int32_t col) const {
+    // Candidates equal to the parent's vector are dropped cheaply: theirs is a known match that
+    // ranks the same (no vector equals the stand-in without a parent).
+    MotionVec p{INT32_MIN, INT32_MIN};
     if (s_.parent) {
       // Whole pixels of the parent, doubled: whole here, and within the reach (each level's reach
       // is at least twice its parent's).
       const int32_t pc = parents_.col[col];
       const int32_t left = std::max(pc - 1, 0), right = std::min(pc + 1, s_.parent_grid.cols - 1);
-      const MotionVec p = twice(prow_[1][pc]);
+      p = twice(prow_[1][pc]);
       eval->try_vec(p);
       const MotionVec beside[4] = {twice(prow_[1][left]), twice(prow_[1][right]), twice(prow_[0][pc]),
                                    twice(prow_[2][pc])};
       for (const MotionVec &v : beside) {
-        if (v != p) eval->try_vec(v);  // the usual duplicate, dropped cheaply
+        if (v != p) eval->try_vec(v);
       }
     }
-    eval->try_vec(MotionVec{});
-    if (has_global_) eval->try_vec(global_);
+    if (p != MotionVec{}) eval->try_vec(MotionVec{});
+    if (has_global_ && global_ != p) eval->try_vec(global_);
     if (s_.temporal) {
       const MotionVec t = s_.temporal->at((b.x + b.w / 2) << s_.level, (b.y + b.h / 2) << s_.level);
       // Level-0 quarter pixels to level-k quarter pixels, rounded to the nearest.
       const int32_t half = s_.level ? 1 << (s_.level - 1) : 0;
-      eval->try_vec(clip_to_reach(s_, MotionVec{(t.x + half) >> s_.level, (t.y + half) >> s_.level}));
+      const MotionVec v = clip_to_reach(s_, MotionVec{(t.x + half) >> s_.level, (t.y + half) >> s_.level});
+      if (v != p) eval->try_vec(v);
     }
     if (s_.opposite) {
       const MotionVec &o = s_.opposite[row_ * s_.grid.cols + col];
-      eval->try_vec(clip_to_reach(s_, MotionVec{-o.x, -o.y}));
+      const MotionVec v = clip_to_reach(s_, MotionVec{-o.x, -o.y});
+      if (v != p) eval->try_vec(v);
     }
   }
 
@@ -438,20 +453,23 @@ class FirstCandidates {
 
 // Component-wise medians of the 3x3 neighbourhoods (edges repeated) of the blocks of one row,
 // kChunk columns from c0 at a time (entries beyond the grid are left undefined).  Level vectors
-// are whole pixels within the reach (at most 4 * 8191 quarter pixels), so they fit 16 bits; each
-// exchange of the network runs over the whole chunk, which the compiler takes 8 or 16 at a time.
+// are whole pixels within the reach (at most 4 * 8191 quarter pixels), so they fit 16 bits.  The
+// median of nine is med3(the largest of the three column minima, the median of the column
+// medians, the smallest of the column maxima); neighbouring outputs share their columns, so each
+// column is sorted once.  Every step runs over the whole chunk, which the compiler takes 8 or 16
+// at a time.
 constexpr int32_t kChunk = 64;
 struct MedianChunk {
   int16_t v[2][kChunk];
   MotionVec at(int32_t col) const { return MotionVec{v[0][col % kChunk], v[1][col % kChunk]}; }
 };
+inline int16_t min16(int16_t a, int16_t b) { return a < b ? a : b; }
+inline int16_t max16(int16_t a, int16_t b) { return a < b ? b : a; }
+inline int16_t med3(int16_t a, int16_t b, int16_t c) { return max16(min16(a, b), min16(max16(a, b), c)); }
 void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, MedianChunk *out) {
-  static constexpr uint8_t kExchange[19][2] = {{1, 2}, {4, 5}, {7, 8}, {0, 1}, {3, 4}, {6, 7}, {1, 2},
-                                               {4, 5}, {7, 8}, {0, 3}, {5, 8}, {4, 7}, {3, 6}, {1, 4},
-                                               {2, 5}, {4, 7}, {4, 2}, {6, 4}, {4, 2}};
   // Lanes in steps of 16; those beyond the grid repeat its last column.
   const int32_t lanes = (std::min(kChunk, g.cols - c0) + 15) & ~15;
-  int16_t line[2][3][kChunk + 2], p[2][9][kChunk];
+  int16_t line[2][3][kChunk + 2];
   // Entry i holds column c0 + i - 1: the first may lie left of the grid, the last few right of it.
   const int32_t end = std::min(lanes + 2, g.cols - c0 + 1);
   for (int32_t dy = 0; dy < 3; ++dy) {
@@ -469,18 +487,20 @@ void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32
     }
   }
   for (int c = 0; c < 2; ++c) {
-    for (int n = 0; n < 9; ++n) {
-      for (int32_t i = 0; i < lanes; ++i) p[c][n][i] = line[c][n / 3][n % 3 + i];
+    int16_t lo[kChunk + 2], mid[kChunk + 2], hi[kChunk + 2];
+    const int16_t *__restrict up = line[c][0], *__restrict at = line[c][1], *__restrict down = line[c][2];
+    for (int32_t i = 0; i < lanes + 2; ++i) {
+      const int16_t a = min16(up[i], at[i]), b = max16(up[i], at[i]);
+      lo[i] = min16(a, down[i]);
+      hi[i] = max16(b, down[i]);
+      mid[i] = max16(a, min16(b, down[i]));
     }
-    for (const auto &e : kExchange) {
-      int16_t *__restrict lo = p[c][e[0]], *__restrict hi = p[c][e[1]];
-      for (int32_t i = 0; i < lanes; ++i) {
-        const int16_t a = lo[i], b = hi[i];
-        lo[i] = a < b ? a : b;
-        hi[i] = a < b ? b : a;
-      }
+    int16_t *__restrict v = out->v[c];
+    for (int32_t i = 0; i < lanes; ++i) {
+      const int16_t most_lo = max16(max16(lo[i], lo[i + 1]), lo[i + 2]);
+      const int16_t least_hi = min16(min16(hi[i], hi[i + 1]), hi[i + 2]);
+      v[i] = med3(most_lo, med3(mid[i], mid[i + 1], mid[i + 2]), least_hi);
     }
-    std::memcpy(out->v[c], p[c][4], sizeof(int16_t) * static_cast<size_t>(lanes));
   }
 }
 
@@ -496,14 +516,16 @@ bool keeps_own(const MotionKernels &k, const LevelSearch &s, const MotionBlock &
     return lambda4 * static_cast<uint32_t>(iabs(v.x - predicted.x) + iabs(v.y - predicted.y));
   };
   const uint64_t own_cost = around[0] + lambda_of(own);
+  // The whole-pixel step from `own` (kStep's order) by the offset's place in its 3 x 3 around.
+  static constexpr int8_t kStepAt[9] = {-1, 2, -1, 0, -1, 1, -1, 3, -1};
   for (int j = 0; j < n; ++j) {
+    // A duplicate of the candidate before loses again (others lose as soon as they are seen).
+    if (j > 0 && others[j] == others[j - 1]) continue;
     const MotionVec v = unpack(others[j]);
     const uint64_t lambda = lambda_of(v);
     if (lambda > own_cost) continue;  // loses whatever its match
-    const int32_t dx = v.x - own.x, dy = v.y - own.y;
-    int step = -1;
-    if (dy == 0 && (dx == -4 || dx == 4)) step = dx < 0 ? 0 : 1;
-    if (dx == 0 && (dy == -4 || dy == 4)) step = dy < 0 ? 2 : 3;
+    const uint32_t cx = static_cast<uint32_t>(v.x - own.x + 4), cy = static_cast<uint32_t>(v.y - own.y + 4);
+    const int step = cx <= 8 && cy <= 8 ? kStepAt[cx / 4 + 3 * (cy / 4)] : -1;
     // Every candidate lies within the reach, so a neighbour of `own` among them has its match.
     // (A duplicate of an earlier candidate that lost loses again: its SAD is simply repeated.)
     const uint32_t m = step >= 0 && around[1 + step] != UINT32_MAX

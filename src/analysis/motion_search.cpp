@@ -90,49 +90,145 @@ void padded_line(const MotionPlane &picture, int32_t y, uint8_t *out) {
   out[w + 2] = out[w + 3] = out[w + 4] = row[w - 1];
 }
 
-// half_v over the six lines of `source` around y (lines y - 2 .. y + 3, clamped).
-void half_column(const MotionKernels &k, const MotionPlane &source, int32_t y, uint8_t *out) {
-  const uint8_t *r[6];
-  for (int32_t i = 0; i < 6; ++i) r[i] = at(source, 0, clamp(y - 2 + i, 0, source.height - 1));
-  k.half_v(r, out, static_cast<size_t>(source.width));
-}
-
 }  // namespace
 
-size_t HalfPlanes::bytes(int32_t width, int32_t height) {
-  return 3 * static_cast<size_t>(plane_stride(width)) * static_cast<size_t>(height) + plane_stride(width + 5);
+int32_t HalfPlanes::window(int32_t height, int32_t span) {
+  int32_t slots = 1;
+  while (slots < span) slots *= 2;
+  return slots < height ? slots : 0;
 }
 
-HalfPlaneMaker::HalfPlaneMaker(const MotionKernels &k, const MotionPlane &picture, uint8_t *memory, HalfPlanes *out)
-    : k_(k), out_(out) {
+size_t HalfPlanes::bytes(int32_t width, int32_t height, int32_t window, int32_t run) {
+  const size_t lines = window ? static_cast<size_t>(window + run) : static_cast<size_t>(height);
+  return 3 * static_cast<size_t>(plane_stride(width)) * lines + plane_stride(width + 5);
+}
+
+HalfPlaneMaker::HalfPlaneMaker(const MotionKernels &k, const MotionPlane &picture, uint8_t *memory, HalfPlanes *out,
+                               int32_t window, int32_t run)
+    : k_(k), out_(out), window_(window), run_(window ? run : 0) {
   out->p[0] = picture;
+  out->mask = window ? window - 1 : -1;
   if (!memory) return;  // no sub-pixel planes wanted
   const ptrdiff_t stride = plane_stride(picture.width);
-  const size_t plane = static_cast<size_t>(stride) * static_cast<size_t>(picture.height);
+  const size_t plane = static_cast<size_t>(stride) * static_cast<size_t>(window ? window + run_ : picture.height);
   for (int i = 1; i < 4; ++i) out->p[i] = MotionPlane{memory + (i - 1) * plane, stride, picture.width, picture.height};
   line_ = memory + 3 * plane;
 }
 
+uint8_t *HalfPlaneMaker::slot(int i, int32_t y) const {
+  return const_cast<uint8_t *>(out_->p[i].data) + (y & out_->mask) * out_->p[i].stride;
+}
+
+void HalfPlaneMaker::keep(int i, int32_t y) const {
+  const int32_t s = y & out_->mask;
+  if (s < run_) std::memcpy(slot(i, y) + window_ * out_->p[i].stride, slot(i, y), static_cast<size_t>(out_->p[i].width));
+}
+
 void HalfPlaneMaker::through(int32_t line) {
   const MotionPlane &picture = out_->p[0];
-  const int32_t last = std::min(line, picture.height - 1);
-  const ptrdiff_t stride = out_->p[1].stride;
-  uint8_t *across = const_cast<uint8_t *>(out_->p[1].data), *down = const_cast<uint8_t *>(out_->p[2].data);
-  uint8_t *both = const_cast<uint8_t *>(out_->p[3].data);
+  const int32_t last = std::min(line, picture.height - 1), height = picture.height;
+  const size_t width = static_cast<size_t>(picture.width);
   // Line y of p[3] filters lines y - 2 .. y + 3 of p[1]: it follows three lines behind, while
   // they are still in the cache.
-  for (; across_ <= std::min(last + 3, picture.height - 1); ++across_) {
+  auto both = [&](int32_t y) {
+    const uint8_t *r[6];
+    for (int32_t i = 0; i < 6; ++i) r[i] = slot(1, clamp(y - 2 + i, 0, height - 1));
+    k_.half_v(r, slot(3, y), width);
+    keep(3, y);
+  };
+  for (; across_ <= std::min(last + 3, height - 1); ++across_) {
     const int32_t y = across_;
     padded_line(picture, y, line_);
-    k_.half_h(line_ + 2, across + y * stride, static_cast<size_t>(picture.width));
-    half_column(k_, picture, y, down + y * stride);
-    for (; both_ <= std::min(y - 3, last); ++both_) half_column(k_, out_->p[1], both_, both + both_ * stride);
+    k_.half_h(line_ + 2, slot(1, y), width);
+    keep(1, y);
+    const uint8_t *r[6];
+    for (int32_t i = 0; i < 6; ++i) r[i] = at(picture, 0, clamp(y - 2 + i, 0, height - 1));
+    k_.half_v(r, slot(2, y), width);
+    keep(2, y);
+    for (; both_ <= std::min(y - 3, last); ++both_) both(both_);
   }
-  for (; both_ <= last; ++both_) half_column(k_, out_->p[1], both_, both + both_ * stride);
+  for (; both_ <= last; ++both_) both(both_);
 }
 
 void make_half_planes(const MotionKernels &k, const MotionPlane &picture, uint8_t *memory, HalfPlanes *out) {
   HalfPlaneMaker(k, picture, memory, out).through(picture.height - 1);
+}
+
+namespace {
+
+// n bytes from src to dst: 16-byte pieces, the last one overlapping (short runs byte by byte).
+inline void copy_run(uint8_t *dst, const uint8_t *src, int32_t n) {
+  if (n < 16) {
+    for (int32_t i = 0; i < n; ++i) dst[i] = src[i];
+    return;
+  }
+  int32_t i = 0;
+  for (; i + 16 <= n; i += 16) std::memcpy(dst + i, src + i, 16);
+  if (i < n) std::memcpy(dst + n - 16, src + n - 16, 16);
+}
+
+// Samples [x, x + w) of picture line y, line and columns clamped to the picture (edges repeated).
+void clamped_run(const MotionPlane &p, int32_t y, int32_t x, int32_t w, uint8_t *out) {
+  const uint8_t *row = at(p, 0, clamp(y, 0, p.height - 1));
+  const int32_t lead = clamp(-x, 0, w), tail = clamp(p.width - x, lead, w);
+  if (lead == 0 && tail == w) {
+    copy_run(out, row + x, w);
+    return;
+  }
+  if (lead > 0) std::memset(out, row[0], static_cast<size_t>(lead));
+  if (tail > lead) std::memcpy(out + lead, row + x + lead, static_cast<size_t>(tail - lead));
+  if (w > tail) std::memset(out + tail, row[p.width - 1], static_cast<size_t>(w - tail));
+}
+
+// The filters take whole steps of their widest kernels (kSubPatchBytes has room for the samples
+// past the end that this computes and does not use).
+size_t whole_steps(int32_t n) { return static_cast<size_t>((n + kSubStep - 1) & ~(kSubStep - 1)); }
+constexpr size_t kPatchBytes = kSubPatchBytes;
+
+// Lines [y, y + n) of half plane `plane` at columns [x, x + w), all inside the plane, into out
+// (kPatchBytes) with stride s (>= w + 5; the columns beyond w are scratch).  The picture lines the
+// filters read are laid one after another s apart, so that one kernel call filters all of them.
+void half_core(const MotionKernels &k, const MotionPlane &pic, int plane, int32_t x, int32_t y, int32_t w, int32_t n,
+               ptrdiff_t s, uint8_t *out) {
+  alignas(16) uint8_t lines[kPatchBytes], across[kPatchBytes];
+  const uint8_t *r[6];
+  const size_t count = whole_steps(static_cast<int32_t>((n - 1) * s + w));
+  if (plane == 2) {
+    for (int32_t t = 0; t < n + 5; ++t) clamped_run(pic, y - 2 + t, x, w, lines + t * s);
+    for (int i = 0; i < 6; ++i) r[i] = lines + i * s;
+    k.half_v(r, out, count);
+    return;
+  }
+  // Planes 1 and 3 filter across picture lines: two samples before each column and three after.
+  const int32_t m = plane == 1 ? n : n + 5, first = plane == 1 ? y : y - 2;
+  for (int32_t t = 0; t < m; ++t) clamped_run(pic, first + t, x - 2, w + 5, lines + t * s);
+  if (plane == 1) {
+    k.half_h(lines + 2, out, count);
+    return;
+  }
+  k.half_h(lines + 2, across, whole_steps(static_cast<int32_t>((m - 1) * s + w)));
+  for (int i = 0; i < 6; ++i) r[i] = across + i * s;
+  k.half_v(r, out, count);
+}
+
+}  // namespace
+
+void half_patch(const MotionKernels &k, const MotionPlane &picture, int plane, int32_t x, int32_t y, int32_t w,
+                int32_t h, uint8_t *out, ptrdiff_t *stride) {
+  // The part of the patch inside the plane (at least one sample of it, its nearest edge).
+  const int32_t x0 = clamp(x, 0, picture.width - 1), x1 = clamp(x + w - 1, 0, picture.width - 1) + 1;
+  const int32_t y0 = clamp(y, 0, picture.height - 1), y1 = clamp(y + h - 1, 0, picture.height - 1) + 1;
+  const ptrdiff_t s = (x1 - x0 + 5 + 7) & ~7;
+  if (x0 == x && y0 == y && x1 == x + w && y1 == y + h) {
+    half_core(k, picture, plane, x, y, w, h, s, out);
+    *stride = s;
+    return;
+  }
+  alignas(16) uint8_t core[kPatchBytes];
+  half_core(k, picture, plane, x0, y0, x1 - x0, y1 - y0, s, core);
+  const MotionPlane inside{core, s, x1 - x0, y1 - y0};
+  for (int32_t j = 0; j < h; ++j) clamped_run(inside, y + j - y0, x - x0, w, out + j * kSubStride);
+  *stride = kSubStride;
 }
 
 SubSource sub_source(const MotionBlock &block, int32_t qx, int32_t qy) {
@@ -148,25 +244,54 @@ SubSource sub_source(const MotionBlock &block, int32_t qx, int32_t qy) {
   return SubSource{{((y0 & 1) << 1) | (x0 & 1), ((y1 & 1) << 1) | (x1 & 1)}, {x0 >> 1, x1 >> 1}, {y0 >> 1, y1 >> 1}};
 }
 
-void block_sad_sub4(const MotionKernels &k, const MotionBlock &block, const HalfPlanes &planes, int32_t qx,
-                    int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]) {
-  const SubSource src = sub_source(block, qx, qy);
-  const uint32_t w = static_cast<uint32_t>(block.w), h = static_cast<uint32_t>(block.h);
-  alignas(16) uint8_t fetched[2][kFetchStride * kSadMaxSide];
+namespace {
+
+// Every picture sample the w x h samples of both sources derive from lies inside the picture.
+bool sub_reads_inside(const MotionPlane &pic, const SubSource &src, int32_t w, int32_t h) {
+  for (int i = 0; i < 2; ++i) {
+    const bool across = src.plane[i] & 1, down = src.plane[i] & 2;  // two samples before, three after
+    if (!inside(pic, src.x[i] - (across ? 2 : 0), src.y[i] - (down ? 2 : 0), w + (across ? 5 : 0), h + (down ? 5 : 0))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+void block_sad_sub4_run(const MotionKernels &k, const MotionBlock &run, int32_t blocks, int32_t bw,
+                        const MotionPlane &target, int32_t qx, int32_t qy, uint32_t sx, uint32_t sy,
+                        uint32_t (*out)[4]) {
+  const SubSource src = sub_source(run, qx, qy);
+  if (bw == 16 && run.w == 16 * blocks && (sx == 8 || sx == 16) && sub_reads_inside(target, src, run.w, run.h)) {
+    const uint8_t *f[2] = {at(target, src.x[0], src.y[0]), at(target, src.x[1], src.y[1])};
+    const uint32_t kinds = static_cast<uint32_t>(src.plane[0] | (src.plane[1] << 2)), h = static_cast<uint32_t>(run.h);
+    for (int32_t b = 0; b < blocks; ++b, f[0] += 16, f[1] += 16) {
+      k.sad_sub16(run.a + 16 * b, run.a_stride, f, target.stride, kinds, h, sx, sy, out[b]);
+    }
+    return;
+  }
+  alignas(16) uint8_t made[2][kPatchBytes];
   const uint8_t *p[2];
   ptrdiff_t ps[2];
   for (int i = 0; i < 2; ++i) {
-    const MotionPlane &plane = planes.p[src.plane[i]];
     if (i == 1 && src.plane[1] == src.plane[0] && src.x[1] == src.x[0] && src.y[1] == src.y[0]) {
       p[1] = p[0], ps[1] = ps[0];
-    } else if (inside(plane, src.x[i], src.y[i], block.w, block.h)) {
-      p[i] = at(plane, src.x[i], src.y[i]), ps[i] = plane.stride;
+    } else if (src.plane[i] != 0) {
+      half_patch(k, target, src.plane[i], src.x[i], src.y[i], run.w, run.h, made[i], &ps[i]);
+      p[i] = made[i];
+    } else if (inside(target, src.x[i], src.y[i], run.w, run.h)) {
+      p[i] = at(target, src.x[i], src.y[i]), ps[i] = target.stride;
     } else {
-      fetch_clamped(plane, src.x[i], src.y[i], block.w, block.h, fetched[i]);
-      p[i] = fetched[i], ps[i] = kFetchStride;
+      fetch_clamped(target, src.x[i], src.y[i], run.w, run.h, made[i]);
+      p[i] = made[i], ps[i] = kFetchStride;
     }
   }
-  k.sad_avg4(block.a, block.a_stride, p[0], ps[0], p[1], ps[1], w, h, sx, sy, out);
+  const uint32_t h = static_cast<uint32_t>(run.h);
+  for (int32_t b = 0; b < blocks; ++b) {
+    const int32_t x = b * bw, w = std::min(bw, run.w - x);
+    k.sad_avg4(run.a + x, run.a_stride, p[0] + x, ps[0], p[1] + x, ps[1], static_cast<uint32_t>(w), h, sx, sy, out[b]);
+  }
 }
 
 MotionVec TemporalSource::at(int32_t x, int32_t y) const {

@@ -92,37 +92,71 @@ void block_sad_q4(const MotionKernels &k, const MotionBlock &block, const Motion
 // six-tap half_h / half_v of motion_kernels.h; p[3] filters p[1]'s lines).  Samples outside the
 // picture repeat its edge samples.  Each plane holds width x height samples; beyond them a plane
 // repeats its own edge samples.
+//
+// Planes 1..3 may be kept as a window over the picture's lines: line y then lies in slot
+// y & mask of a plane's memory, and slots [0, run) are repeated after the last slot, so that a
+// run of up to `run` + 1 lines from any slot is contiguous.  mask -1: whole planes, line y in
+// slot y.
 struct HalfPlanes {
   MotionPlane p[4];
-  static size_t bytes(int32_t width, int32_t height);  // of the memory make_half_planes needs
+  int32_t mask = -1;
+  // Slots of a window for reads `span` lines apart at most (a power of two), or 0 when whole
+  // planes take no more memory.
+  static int32_t window(int32_t height, int32_t span);
+  // Memory of the planes of a width x height picture: whole (window 0) or a window of that many
+  // slots for runs of up to `run` lines.
+  static size_t bytes(int32_t width, int32_t height, int32_t window = 0, int32_t run = 0);
 };
 void make_half_planes(const MotionKernels &k, const MotionPlane &picture, uint8_t *memory, HalfPlanes *out);
 
 // make_half_planes line by line as they are needed, so that a pass over the picture's blocks reads
 // lines just made (still in the cache).  The constructor sets out's planes (their lines unmade).
+// With a window, making line y overwrites line y - window: readers keep within the window behind
+// the last line made (and its three lines of p[1] made ahead for p[3]).
 class HalfPlaneMaker {
  public:
-  HalfPlaneMaker(const MotionKernels &k, const MotionPlane &picture, uint8_t *memory, HalfPlanes *out);
+  HalfPlaneMaker(const MotionKernels &k, const MotionPlane &picture, uint8_t *memory, HalfPlanes *out,
+                 int32_t window = 0, int32_t run = 0);
   // Makes lines [0, line] of every plane (all of them when line is beyond the last).
   void through(int32_t line);
 
  private:
+  uint8_t *slot(int i, int32_t y) const;
+  void keep(int i, int32_t y) const;  // repeats a line of the window's first slots after its last
   const MotionKernels &k_;
   HalfPlanes *out_;
   uint8_t *line_ = nullptr;  // one padded picture line
+  int32_t window_ = 0, run_ = 0;
   int32_t across_ = 0, both_ = 0;  // lines made: of p[1] and p[2], of p[3]
 };
 
-// The block's match at quarter-pixel vector (qx, qy) against the half-pixel planes, in the four
-// parts of sad_q4 (split after sx columns and sy lines).  Whole and half pixels are samples of a
-// plane; the other quarter pixels the rounded-up average of the two nearest half-pixel samples
-// (the two on the same line or column; on a diagonal, the sample halfway between columns on the
-// nearest line and the one halfway between lines on the nearest column).
-void block_sad_sub4(const MotionKernels &k, const MotionBlock &block, const HalfPlanes &planes, int32_t qx,
-                    int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]);
+// w x h samples (w, h <= kSadMaxSide) of half-pixel plane `plane` (1..3) of `picture` from
+// (x, y), made from the picture alone: the samples a HalfPlanes plane holds there, those outside
+// it repeating its edge samples.  Written with stride *stride (chosen here, at most kSubStride)
+// into kSubPatchBytes of out.
+constexpr ptrdiff_t kSubStride = kSadMaxSide + 16;
+constexpr ptrdiff_t kSubStep = 32;
+constexpr size_t kSubPatchBytes = (kSadMaxSide + 5) * kSubStride + 2 * kSubStep;
+void half_patch(const MotionKernels &k, const MotionPlane &picture, int plane, int32_t x, int32_t y, int32_t w,
+                int32_t h, uint8_t *out, ptrdiff_t *stride);
 
-// Where block_sad_sub4 reads the samples of (qx, qy): planes[plane[i]] at (x[i], y[i]), i = 0, 1
-// (the same twice for whole and half pixels).
+// The block's match at quarter-pixel vector (qx, qy) against `target` and its half-pixel samples
+// (made for the block alone), in the four parts of sad_q4 (split after sx columns and sy lines).
+// Whole and half pixels are samples of a plane; the other quarter pixels the rounded-up average
+// of the two nearest half-pixel samples (the two on the same line or column; on a diagonal, the
+// sample halfway between columns on the nearest line and the one halfway between lines on the
+// nearest column).  The _run form takes `blocks` blocks side by side at the same vector (bw
+// wide, the last one what is left of run.w; run.w at most kSadMaxSide), each split alike.
+void block_sad_sub4_run(const MotionKernels &k, const MotionBlock &run, int32_t blocks, int32_t bw,
+                        const MotionPlane &target, int32_t qx, int32_t qy, uint32_t sx, uint32_t sy,
+                        uint32_t (*out)[4]);
+inline void block_sad_sub4(const MotionKernels &k, const MotionBlock &block, const MotionPlane &target, int32_t qx,
+                           int32_t qy, uint32_t sx, uint32_t sy, uint32_t out[4]) {
+  block_sad_sub4_run(k, block, 1, block.w, target, qx, qy, sx, sy, reinterpret_cast<uint32_t(*)[4]>(out));
+}
+
+// Where block_sad_sub4 reads the samples of (qx, qy): plane[i] at (x[i], y[i]), i = 0, 1 (the
+// same twice for whole and half pixels).
 struct SubSource {
   int plane[2];
   int32_t x[2], y[2];

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
 
 #include "analysis/motion_search.h"
@@ -108,7 +107,9 @@ bool prior_source(const void *prior, const BlockGrid &grid, int32_t width, int32
 
 namespace {
 
-// Everything one call estimates, carved from one block of work memory.
+// Everything one call estimates, carved from one block of work memory.  The level searches'
+// `around` and level 0's `parts` are never live at once (the final stage follows a direction's
+// level searches), so they share their memory; so do the directions' exhaustive bytes.
 struct Work {
   MotionVec *fwd[kSearchLevels] = {}, *bwd[kSearchLevels] = {};
   MotionVec *scratch0 = nullptr, *scratch1 = nullptr;
@@ -117,7 +118,7 @@ struct Work {
   BlockParts *parts = nullptr;  // level 0
   uint8_t *flat = nullptr;      // level 0
   uint8_t *half = nullptr;      // the target's half-pixel planes (sub-pixel vectors only)
-  uint8_t *exhaustive[2] = {};
+  uint8_t *exhaustive = nullptr;  // level 0, the direction being estimated
 };
 
 struct Plan {
@@ -138,24 +139,39 @@ uint8_t *carve(uint8_t *base, size_t *at, size_t bytes) {
   return base ? base + start : nullptr;
 }
 
+// The half-pixel planes live in a window of lines: refining a row of search blocks reads them
+// within the reach above and below it, while the lines are made a row of blocks ahead (and three
+// more of one plane for another).  Runs of a search block's height and one more line are read.
+int32_t half_window(const Plan &p) {
+  return HalfPlanes::window(p.geo.a[0].height, p.grids[0].bh + 2 * p.reach_y[0] + 7);
+}
+int32_t half_run(const Plan &p) { return p.grids[0].bh + 1; }
+
 // Lays the work memory out; with base null only measures it.
 size_t layout(const Plan &p, uint8_t *base, Work *w) {
   size_t at = 0, largest = 0;
   for (uint32_t k = 0; k < p.levels; ++k) largest = std::max(largest, static_cast<size_t>(p.grids[k].count()));
   auto vecs = [&](size_t n) { return reinterpret_cast<MotionVec *>(carve(base, &at, n * sizeof(MotionVec))); };
+  // The backward search reads levels 0 and 1 alone (see negate_coarse).
   for (uint32_t k = 0; k < p.levels; ++k) {
     w->fwd[k] = vecs(static_cast<size_t>(p.grids[k].count()));
-    w->bwd[k] = vecs(static_cast<size_t>(p.grids[k].count()));
+    w->bwd[k] = k < 2 ? vecs(static_cast<size_t>(p.grids[k].count())) : nullptr;
   }
   w->scratch0 = vecs(largest);
   w->scratch1 = vecs(largest);
   w->loose = carve(base, &at, largest);
-  w->around = reinterpret_cast<uint32_t *>(carve(base, &at, largest * 5 * 4));
-  w->parts = reinterpret_cast<BlockParts *>(carve(base, &at, static_cast<size_t>(p.grids[0].count()) * sizeof(BlockParts)));
   w->flat = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
-  if (p.subpel) w->half = carve(base, &at, HalfPlanes::bytes(p.geo.a[0].width, p.geo.a[0].height));
-  for (int d = 0; d < 2; ++d) w->exhaustive[d] = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
-  return at;
+  w->exhaustive = carve(base, &at, static_cast<size_t>(p.grids[0].count()));
+  if (p.subpel) {
+    const int32_t window = half_window(p), run = half_run(p);
+    w->half = carve(base, &at, HalfPlanes::bytes(p.geo.a[0].width, p.geo.a[0].height, window, run));
+  }
+  const size_t shared = at;
+  w->around = reinterpret_cast<uint32_t *>(carve(base, &at, largest * 5 * 4));
+  const size_t end = at;
+  at = shared;
+  w->parts = reinterpret_cast<BlockParts *>(carve(base, &at, static_cast<size_t>(p.grids[0].count()) * sizeof(BlockParts)));
+  return std::max(at, end);
 }
 
 bool make_plan(const DSP_MOTION_VECTORS_PARAMS &rec, Plan *p) {
@@ -196,14 +212,29 @@ bool make_plan(const DSP_MOTION_VECTORS_PARAMS &rec, Plan *p) {
   return true;
 }
 
-// One direction: every level from the coarsest down, then the final blocks.
+// The backward search shares the forward one's coarse levels: its parent field at level 0 is the
+// forward field of level 1 negated (a motion seen from A to B at a coarse scale is its opposite
+// from B to A), so it searches level 0 alone.  The fine level keeps its own search, since blocks
+// of B do not sit where blocks of A moved to.
+void negate_coarse(const Plan &p, Work &w) {
+  const int32_t n = p.grids[1].count();
+  for (int32_t i = 0; i < n; ++i) w.bwd[1][i] = MotionVec{-w.fwd[1][i].x, -w.fwd[1][i].y};
+}
+
+// One direction: every level from the coarsest down (the backward one from level 0, see
+// negate_coarse), then the final blocks.
 // The final blocks are written straight into the direction's entries of the field (the prior
 // field, which may be the same buffer, is read only by the level searches before that).
 void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const TemporalSource *temporal,
               uint8_t *entries) {
   const MotionPlane *src = d == 0 ? p.geo.a : p.geo.b, *dst = d == 0 ? p.geo.b : p.geo.a;
   MotionVec **out = d == 0 ? w.fwd : w.bwd;
-  for (int32_t lv = static_cast<int32_t>(p.levels) - 1; lv >= 0; --lv) {
+  int32_t top = static_cast<int32_t>(p.levels) - 1;
+  if (d == 1 && top > 0) {
+    negate_coarse(p, w);
+    top = 0;
+  }
+  for (int32_t lv = top; lv >= 0; --lv) {
     LevelSearch s;
     s.a = src[lv];
     s.b = dst[lv];
@@ -224,20 +255,20 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
     s.temporal = temporal;
     s.loose = w.loose;
     s.around = w.around;
-    search_level(k, s, w.scratch0, w.scratch1, out[lv], lv == 0 ? w.exhaustive[d] : nullptr);
+    search_level(k, s, w.scratch0, w.scratch1, out[lv], lv == 0 ? w.exhaustive : nullptr);
   }
   FinalStage f;
   f.a = src[0];
   f.b = dst[0];
   HalfPlanes half;
-  HalfPlaneMaker maker(k, dst[0], w.half, &half);
+  HalfPlaneMaker maker(k, dst[0], w.half, &half, half_window(p), half_run(p));
   if (p.subpel) {
     f.half = &half;
     f.half_maker = &maker;
   }
   f.search_grid = p.grids[0];
   f.search = out[0];
-  f.exhaustive = w.exhaustive[d];
+  f.exhaustive = w.exhaustive;
   f.grid = p.final_grid;
   f.reach_x = p.reach_x[0];
   f.reach_y = p.reach_y[0];
@@ -259,36 +290,29 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
 constexpr int32_t kConsistency = 4;
 
 // Flags DSP_MV_INCONSISTENT in `entries` where the other direction's vector at a block's
-// destination is not the negated vector within one pixel in x and y.
-void mark_inconsistent(const BlockGrid &g, int32_t width, int32_t height, uint8_t *entries,
+// destination is not the negated vector within one pixel in x and y.  Destinations outside the
+// picture are not checked.
+void mark_inconsistent(const MotionKernels &k, const BlockGrid &g, int32_t width, int32_t height, uint8_t *entries,
                        const uint8_t *other) {
-  // n / d for 0 <= n < 2^16 and d in 8..32 as (n * (2^32 / d + 1)) >> 32: the product's excess,
-  // below n / 2^32 < 1 / d, never reaches the next multiple (sides are at most 16384).
-  const uint64_t per_col = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bw) + 1;
-  const uint64_t per_row = (uint64_t{1} << 32) / static_cast<uint32_t>(g.bh) + 1;
-  auto over = [](int32_t n, uint64_t inverse) { return static_cast<size_t>((static_cast<uint64_t>(n) * inverse) >> 32); };
-  constexpr size_t kEntry = sizeof(DSP_MOTION_VECTOR);
-  // The grid in locals: the entries' bytes may alias anything.
-  const int32_t bw = g.bw, bh = g.bh, cols = g.cols, rows = g.rows;
-  for (int32_t row = 0; row < rows; ++row) {
-    // Block centres in quarter pixels, plus 2: the destination rounds to the nearest pixel.
-    const int32_t cy = 4 * (row * bh + std::min(bh, height - row * bh) / 2) + 2;
-    uint8_t *e = entries + kEntry * static_cast<size_t>(row) * cols;
-    for (int32_t col = 0; col < cols; ++col, e += kEntry) {
-      int16_t v[4];  // x, y, cost, flags
-      std::memcpy(v, e, sizeof v);
-      const int32_t cx = 4 * (col * bw + std::min(bw, width - col * bw) / 2) + 2;
-      const int32_t tx = (cx + v[0]) >> 2, ty = (cy + v[1]) >> 2;
-      const bool inside = static_cast<uint32_t>(tx) < static_cast<uint32_t>(width) &&
-                          static_cast<uint32_t>(ty) < static_cast<uint32_t>(height);
-      // Outside the picture the block is not checked; it reads the first entry instead.
-      const size_t at = inside ? over(ty, per_row) * static_cast<size_t>(cols) + over(tx, per_col) : 0;
-      int16_t o[2];
-      std::memcpy(o, other + kEntry * at, sizeof o);
-      const bool apart = std::abs(v[0] + o[0]) > kConsistency || std::abs(v[1] + o[1]) > kConsistency;
-      const uint16_t fl = static_cast<uint16_t>(static_cast<uint16_t>(v[3]) | (inside && apart ? DSP_MV_INCONSISTENT : 0u));
-      std::memcpy(e + offsetof(DSP_MOTION_VECTOR, usFlags), &fl, sizeof fl);
-    }
+  // n / d for 0 <= n < 2^14 and d in 8..32 as (n * (2^20 / d + 1)) >> 20: the product's excess,
+  // below n / 2^20 < 1 / d, never reaches the next multiple, and the product fits 32 bits.
+  ConsistencyRow r;
+  r.step = 4 * g.bw;
+  r.width = static_cast<uint32_t>(width), r.height = static_cast<uint32_t>(height);
+  r.per_col = (1u << 20) / static_cast<uint32_t>(g.bw) + 1;
+  r.per_row = (1u << 20) / static_cast<uint32_t>(g.bh) + 1;
+  r.cols = static_cast<uint32_t>(g.cols);
+  r.limit = kConsistency;
+  r.flag = DSP_MV_INCONSISTENT;
+  // Block centres in quarter pixels, plus 2: the destination rounds to the nearest pixel.  Every
+  // column but the last (maybe partial) is a whole block.
+  const int32_t last = g.cols - 1;
+  r.cx = 4 * (g.bw / 2) + 2;
+  r.last = 4 * (last * g.bw + std::min(g.bw, width - last * g.bw) / 2) + 2;
+  for (int32_t row = 0; row < g.rows; ++row) {
+    r.cy = 4 * (row * g.bh + std::min(g.bh, height - row * g.bh) / 2) + 2;
+    k.consistency(entries + sizeof(DSP_MOTION_VECTOR) * static_cast<size_t>(row) * g.cols, other,
+                  static_cast<uint32_t>(g.cols), r);
   }
 }
 
@@ -347,8 +371,8 @@ HRESULT create_motion_vectors(void *params) {
   if (plan.both) {
     estimate(kernels, plan, work, 1, has_prior && prior[1].entries ? &prior[1] : nullptr, entries[1]);
     const MotionPlane &l0 = plan.geo.a[0];
-    mark_inconsistent(plan.final_grid, l0.width, l0.height, entries[0], entries[1]);
-    mark_inconsistent(plan.final_grid, l0.width, l0.height, entries[1], entries[0]);
+    mark_inconsistent(kernels, plan.final_grid, l0.width, l0.height, entries[0], entries[1]);
+    mark_inconsistent(kernels, plan.final_grid, l0.width, l0.height, entries[1], entries[0]);
   }
   write_header(plan, field);
   return kOk;

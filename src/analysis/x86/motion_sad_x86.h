@@ -117,18 +117,40 @@ inline uint32_t sad_block(const uint8_t *a, ptrdiff_t as, B b, uint32_t w, uint3
 inline __m256i lines2(const uint8_t *p, ptrdiff_t s) {
   return _mm256_inserti128_si256(_mm256_castsi128_si256(load16(p)), load16(p + s), 1);
 }
-inline uint32_t sad16x16(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs) {
-  __m256i d[8];
-  for (int i = 0; i < 8; ++i) d[i] = _mm256_sad_epu8(lines2(a + 2 * i * as, as), lines2(b + 2 * i * bs, bs));
+inline uint32_t sum_tree(__m256i d[8]) {
   for (int n = 4; n > 0; n /= 2) {
     for (int i = 0; i < n; ++i) d[i] = _mm256_add_epi64(d[i], d[i + n]);
   }
   return hsum(_mm_add_epi64(_mm256_castsi256_si128(d[0]), _mm256_extracti128_si256(d[0], 1)));
 }
+inline uint32_t sad16x16(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs) {
+  __m256i d[8];
+  for (int i = 0; i < 8; ++i) d[i] = _mm256_sad_epu8(lines2(a + 2 * i * as, as), lines2(b + 2 * i * bs, bs));
+  return sum_tree(d);
+}
+// A packed block: each aligned 32 bytes are two of its lines, as lines2 pairs them.
+uint32_t sad16_x86(const uint8_t *a, const uint8_t *b, ptrdiff_t bs) {
+  __m256i d[8];
+  for (int i = 0; i < 8; ++i) {
+    const __m256i pair = _mm256_load_si256(reinterpret_cast<const __m256i *>(a + 32 * i));
+    d[i] = _mm256_sad_epu8(pair, lines2(b + 2 * i * bs, bs));
+  }
+  return sum_tree(d);
+}
 #else
 inline uint32_t sad16x16(const uint8_t *a, ptrdiff_t as, const uint8_t *b, ptrdiff_t bs) {
   __m128i d[16];
   for (int i = 0; i < 16; ++i) d[i] = _mm_sad_epu8(load16(a + i * as), load16(b + i * bs));
+  for (int n = 8; n > 0; n /= 2) {
+    for (int i = 0; i < n; ++i) d[i] = _mm_add_epi64(d[i], d[i + n]);
+  }
+  return hsum(d[0]);
+}
+uint32_t sad16_x86(const uint8_t *a, const uint8_t *b, ptrdiff_t bs) {
+  __m128i d[16];
+  for (int i = 0; i < 16; ++i) {
+    d[i] = _mm_sad_epu8(_mm_load_si128(reinterpret_cast<const __m128i *>(a + 16 * i)), load16(b + i * bs));
+  }
   for (int n = 8; n > 0; n /= 2) {
     for (int i = 0; i < n; ++i) d[i] = _mm_add_epi64(d[i], d[i + n]);
   }
@@ -442,73 +464,90 @@ inline void ring_lines16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[
 }
 
 #if defined(__AVX2__)
-// ring_lines16 with two candidates a vector (the first in the lower lane, the second in the upper)
-// against the block's line in both lanes: as many psadbw as with two lines a vector, but fewer
-// inserts and no shifts, and a line's (SW, SE) pair is the next line's (NW, NE).
+// The ring of a 16-wide block with two candidates a vector (the first in the lower lane, the
+// second in the upper) against the block's line in both lanes: as many psadbw as with two lines a
+// vector, but fewer inserts and no shifts, and a line's (SW, SE) pair is the next line's (NW, NE).
+// One pass over the block, the lines above sy and the others summed apart.
 inline __m256i both_lanes(const uint8_t *p) { return _mm256_broadcastsi128_si256(load16(p)); }
 inline __m256i lanes(const uint8_t *lo, const uint8_t *hi) {
   return _mm256_inserti128_si256(_mm256_castsi128_si256(load16(lo)), load16(hi), 1);
 }
-inline void lane_halves(__m256i acc, uint32_t *first, uint32_t *second) {
-  halves(_mm256_castsi256_si128(acc), first);
-  halves(_mm256_extracti128_si256(acc, 1), second);
+// Sums of the lines above sy (top) and of the others (bottom), per half: each 64-bit lane's lower
+// 32 bits hold one (below 2^17).  Gives {top left, top right, bottom left, bottom right} in each
+// 128-bit lane, or with `join` the halves added: {top, 0, bottom, 0}.
+inline __m256i quads(__m256i top, __m256i bottom, bool join) {
+  __m256i v = _mm256_castps_si256(
+      _mm256_shuffle_ps(_mm256_castsi256_ps(top), _mm256_castsi256_ps(bottom), _MM_SHUFFLE(2, 0, 2, 0)));
+  if (join) v = _mm256_and_si256(_mm256_add_epi32(v, _mm256_srli_epi64(v, 32)), _mm256_set1_epi64x(0xFFFFFFFF));
+  return v;
+}
+inline void store_lanes(__m256i v, uint32_t *first, uint32_t *second) {
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(first), _mm256_castsi256_si128(v));
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(second), _mm256_extracti128_si256(v, 1));
 }
 
 template <int Mode>
-inline void ring_lines16_avx2(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4],
-                              uint32_t y, uint32_t end, uint32_t out[9][4], int part) {
-  const ptrdiff_t ks = qs[0], vs = qs[1], hs = qs[2], cs = qs[3], line = static_cast<ptrdiff_t>(y);
-  const uint8_t *k = q[0] + line * ks, *v = q[1] + line * vs, *hz = q[2] + line * hs, *c = q[3] + line * cs;
-  a += line * as;
-  // Pairs (NW, NE), (N, S), (W, E), (SW, SE).
-  __m256i acc0 = _mm256_setzero_si256(), acc1 = acc0, acc2 = acc0, acc3 = acc0;
-  __m128i own = _mm_setzero_si128();  // C alone (mode 0)
-  __m256i upper = Mode == 1 ? acc0 : lanes(k, k + 1);
-  for (; y < end; ++y, a += as, k += ks, v += vs, hz += hs, c += cs) {
-    const __m256i av = both_lanes(a), we = lanes(hz, hz + 1);
-    __m256i corners_n, ns, sides, corners_s;
-    if (Mode == 0) {
-      corners_n = upper, corners_s = lanes(k + ks, k + ks + 1), ns = lanes(v, v + vs), sides = we;
-      upper = corners_s;
-      own = _mm_add_epi64(own, _mm_sad_epu8(_mm256_castsi256_si128(av), load16(c)));
-    } else {
-      const __m256i centre = both_lanes(c), n = both_lanes(v), s = both_lanes(v + vs);
-      ns = _mm256_avg_epu8(centre, _mm256_blend_epi32(n, s, 0xF0));
-      sides = _mm256_avg_epu8(centre, we);
-      if (Mode == 1) {
-        corners_n = _mm256_avg_epu8(we, n), corners_s = _mm256_avg_epu8(we, s);
+inline void ring16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t h,
+                   uint32_t sy, bool join, uint32_t out[9][4]) {
+  const ptrdiff_t ks = qs[0], vs = qs[1], hs = qs[2], cs = qs[3];
+  const uint8_t *k = q[0], *v = q[1], *hz = q[2], *c = q[3];
+  // Per part: pairs (NW, NE), (N, S), (W, E), (SW, SE) and C alone (mode 0).
+  struct Sums {
+    __m256i pair[4] = {_mm256_setzero_si256(), _mm256_setzero_si256(), _mm256_setzero_si256(), _mm256_setzero_si256()};
+    __m128i own = _mm_setzero_si128();
+  } top, bottom;
+  __m256i upper = Mode == 1 ? _mm256_setzero_si256() : lanes(k, k + 1);
+  uint32_t y = 0;
+  auto lines = [&](uint32_t end, Sums &s) {
+    __m256i acc0 = s.pair[0], acc1 = s.pair[1], acc2 = s.pair[2], acc3 = s.pair[3];
+    __m128i own = s.own;
+    for (; y < end; ++y, a += as, k += ks, v += vs, hz += hs, c += cs) {
+      const __m256i av = both_lanes(a), we = lanes(hz, hz + 1);
+      __m256i corners_n, ns, sides, corners_s;
+      if (Mode == 0) {
+        corners_n = upper, corners_s = lanes(k + ks, k + ks + 1), ns = lanes(v, v + vs), sides = we;
+        upper = corners_s;
+        own = _mm_add_epi64(own, _mm_sad_epu8(_mm256_castsi256_si128(av), load16(c)));
       } else {
-        const __m256i lower = lanes(k + ks, k + ks + 1);
-        corners_n = _mm256_avg_epu8(centre, upper), corners_s = _mm256_avg_epu8(centre, lower);
-        upper = lower;
+        const __m256i centre = both_lanes(c), n = both_lanes(v), s = both_lanes(v + vs);
+        ns = _mm256_avg_epu8(centre, _mm256_blend_epi32(n, s, 0xF0));
+        sides = _mm256_avg_epu8(centre, we);
+        if (Mode == 1) {
+          corners_n = _mm256_avg_epu8(we, n), corners_s = _mm256_avg_epu8(we, s);
+        } else {
+          const __m256i lower = lanes(k + ks, k + ks + 1);
+          corners_n = _mm256_avg_epu8(centre, upper), corners_s = _mm256_avg_epu8(centre, lower);
+          upper = lower;
+        }
       }
+      acc0 = _mm256_add_epi64(acc0, _mm256_sad_epu8(av, corners_n));
+      acc1 = _mm256_add_epi64(acc1, _mm256_sad_epu8(av, ns));
+      acc2 = _mm256_add_epi64(acc2, _mm256_sad_epu8(av, sides));
+      acc3 = _mm256_add_epi64(acc3, _mm256_sad_epu8(av, corners_s));
     }
-    acc0 = _mm256_add_epi64(acc0, _mm256_sad_epu8(av, corners_n));
-    acc1 = _mm256_add_epi64(acc1, _mm256_sad_epu8(av, ns));
-    acc2 = _mm256_add_epi64(acc2, _mm256_sad_epu8(av, sides));
-    acc3 = _mm256_add_epi64(acc3, _mm256_sad_epu8(av, corners_s));
-  }
-  const int p = 2 * part;
-  lane_halves(acc0, out[0] + p, out[2] + p);
-  lane_halves(acc1, out[1] + p, out[6] + p);
-  lane_halves(acc2, out[3] + p, out[4] + p);
-  lane_halves(acc3, out[5] + p, out[7] + p);
-  halves(own, out[8] + p);
+    s.pair[0] = acc0, s.pair[1] = acc1, s.pair[2] = acc2, s.pair[3] = acc3, s.own = own;
+  };
+  lines(sy < h ? sy : h, top);
+  lines(h, bottom);
+  store_lanes(quads(top.pair[0], bottom.pair[0], join), out[0], out[2]);
+  store_lanes(quads(top.pair[1], bottom.pair[1], join), out[1], out[6]);
+  store_lanes(quads(top.pair[2], bottom.pair[2], join), out[3], out[4]);
+  store_lanes(quads(top.pair[3], bottom.pair[3], join), out[5], out[7]);
+  const __m256i centre = quads(_mm256_castsi128_si256(top.own), _mm256_castsi128_si256(bottom.own), join);
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(out[8]), _mm256_castsi256_si128(centre));
 }
-#endif
-
+#else
 template <int Mode>
 inline void ring16(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t h, uint32_t sy,
-                   uint32_t out[9][4]) {
+                   bool join, uint32_t out[9][4]) {
   const uint32_t top = sy < h ? sy : h;
-#if defined(__AVX2__)
-  ring_lines16_avx2<Mode>(a, as, q, qs, 0, top, out, 0);
-  ring_lines16_avx2<Mode>(a, as, q, qs, top, h, out, 1);
-#else
   ring_lines16<Mode>(a, as, q, qs, 0, top, out, 0);
   ring_lines16<Mode>(a, as, q, qs, top, h, out, 1);
-#endif
+  if (join) {
+    for (int i = 0; i < 9; ++i) join_columns(out[i]);
+  }
 }
+#endif
 
 void sad_ring_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], const ptrdiff_t qs[4], uint32_t mode,
                   uint32_t w, uint32_t h, uint32_t sx, uint32_t sy, uint32_t out[9][4]) {
@@ -523,15 +562,13 @@ void sad_ring_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *const q[4], con
     if (mode == 0) sad_avg4_x86(a, as, q[3], qs[3], q[3], qs[3], w, h, sx, sy, out[8]);
     return;
   }
+  const bool join = sx == 16;
   if (mode == 0) {
-    ring16<0>(a, as, q, qs, h, sy, out);
+    ring16<0>(a, as, q, qs, h, sy, join, out);
   } else if (mode == 1) {
-    ring16<1>(a, as, q, qs, h, sy, out);
+    ring16<1>(a, as, q, qs, h, sy, join, out);
   } else {
-    ring16<2>(a, as, q, qs, h, sy, out);
-  }
-  if (sx == 16) {
-    for (int i = 0; i < 9; ++i) join_columns(out[i]);
+    ring16<2>(a, as, q, qs, h, sy, join, out);
   }
 }
 
@@ -627,6 +664,7 @@ void half_v_x86(const uint8_t *const r[6], uint8_t *out, size_t n) {
 
 inline void fill_table(MotionKernels *table) {
   table->sad = sad_x86;
+  table->sad16 = sad16_x86;
   table->sad_avg = sad_avg_x86;
   table->avg_line = avg_line_x86;
   table->sad_q = sad_q_x86;

@@ -1,0 +1,119 @@
+// sad_sub16 on x86 (see motion_kernels.h), written once for SSE2 and AVX2 like motion_sad_x86.h: the
+// unnamed namespace keeps each ISA's copy in its includer's object file.  Each source makes one
+// 16-sample line of its plane at a time in registers, straight from the picture; plane 2 and 3
+// keep the six lines their filter spans and step them down a line.
+#pragma once
+
+#include <immintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "analysis/motion_kernels.h"
+#include "analysis/x86/motion_sad_x86.h"
+
+namespace framedsp {
+namespace motion_x86 {
+namespace {
+
+// The six-tap filter on 16 samples (taps as in six_store).  With AVX2 the SSSE3 pmaddubsw weighs
+// tap pairs; otherwise 16-bit products.
+#if defined(__AVX2__)
+inline __m128i taps16(__m128i p01, __m128i p23, __m128i p45) {
+  const __m128i w01 = _mm_set1_epi16(static_cast<short>(0xFB01)), w23 = _mm_set1_epi16(static_cast<short>(0x1414));
+  const __m128i w45 = _mm_set1_epi16(static_cast<short>(0x01FB));
+  const __m128i v = _mm_add_epi16(_mm_add_epi16(_mm_maddubs_epi16(p01, w01), _mm_maddubs_epi16(p23, w23)),
+                                  _mm_maddubs_epi16(p45, w45));
+  return _mm_mulhrs_epi16(v, _mm_set1_epi16(1 << 10));
+}
+// Along a line the loads at p - 2, p, p + 2 hold the tap pairs of the even outputs, those one
+// further of the odd ones.
+inline __m128i across16(const uint8_t *p) {
+  const __m128i order = _mm_setr_epi8(0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15);
+  const __m128i even = taps16(load16(p - 2), load16(p), load16(p + 2));
+  const __m128i odd = taps16(load16(p - 1), load16(p + 1), load16(p + 3));
+  return _mm_shuffle_epi8(_mm_packus_epi16(even, odd), order);
+}
+inline __m128i down16(const __m128i l[6]) {
+  const __m128i lo = taps16(_mm_unpacklo_epi8(l[0], l[1]), _mm_unpacklo_epi8(l[2], l[3]), _mm_unpacklo_epi8(l[4], l[5]));
+  const __m128i hi = taps16(_mm_unpackhi_epi8(l[0], l[1]), _mm_unpackhi_epi8(l[2], l[3]), _mm_unpackhi_epi8(l[4], l[5]));
+  return _mm_packus_epi16(lo, hi);
+}
+#else
+inline __m128i taps16(const __m128i v[6], bool high) {
+  const __m128i z = _mm_setzero_si128();
+  __m128i w[6];
+  for (int i = 0; i < 6; ++i) w[i] = high ? _mm_unpackhi_epi8(v[i], z) : _mm_unpacklo_epi8(v[i], z);
+  const __m128i outer = _mm_add_epi16(w[0], w[5]), mid = _mm_add_epi16(w[1], w[4]), inner = _mm_add_epi16(w[2], w[3]);
+  const __m128i s = _mm_add_epi16(_mm_sub_epi16(outer, _mm_mullo_epi16(mid, _mm_set1_epi16(5))),
+                                  _mm_mullo_epi16(inner, _mm_set1_epi16(20)));
+  return _mm_srai_epi16(_mm_add_epi16(s, _mm_set1_epi16(16)), 5);
+}
+inline __m128i down16(const __m128i l[6]) { return _mm_packus_epi16(taps16(l, false), taps16(l, true)); }
+inline __m128i across16(const uint8_t *p) {
+  const __m128i v[6] = {load16(p - 2), load16(p - 1), load16(p), load16(p + 1), load16(p + 2), load16(p + 3)};
+  return down16(v);
+}
+#endif
+
+// The lines of one source, from line 0 on: next() gives 16 samples and steps down.
+template <int Kind>
+struct SubLines {
+  const uint8_t *p;
+  ptrdiff_t s;
+  __m128i l[6];
+  static __m128i line(const uint8_t *q) { return Kind == 3 ? across16(q) : load16(q); }
+  SubLines(const uint8_t *f, ptrdiff_t fs) : p(f), s(fs) {
+    if (Kind < 2) return;
+    for (int i = 1; i < 6; ++i) l[i] = line(f + (i - 3) * fs);
+    p = f + 3 * fs;
+  }
+  __m128i next() {
+    if (Kind < 2) {
+      const __m128i v = Kind == 1 ? across16(p) : load16(p);
+      p += s;
+      return v;
+    }
+    for (int i = 0; i < 5; ++i) l[i] = l[i + 1];
+    l[5] = line(p);
+    p += s;
+    return down16(l);
+  }
+};
+
+template <int K0, int K1>
+void sub16(const uint8_t *a, ptrdiff_t as, const uint8_t *const f[2], ptrdiff_t fs, uint32_t h, uint32_t sy,
+           uint32_t out[4]) {
+  SubLines<K0> b(f[0], fs);
+  SubLines<K1> c(f[1], fs);
+  const uint32_t top = sy < h ? sy : h;
+  for (int part = 0; part < 2; ++part) {
+    __m128i acc = _mm_setzero_si128();
+    for (uint32_t y = part ? top : 0, end = part ? h : top; y < end; ++y, a += as) {
+      acc = _mm_add_epi64(acc, _mm_sad_epu8(load16(a), _mm_avg_epu8(b.next(), c.next())));
+    }
+    halves(acc, out + 2 * part);
+  }
+}
+
+// The average is symmetric: the sources are taken in the order of their kinds.
+void sad_sub16_x86(const uint8_t *a, ptrdiff_t as, const uint8_t *const f[2], ptrdiff_t fs, uint32_t kinds, uint32_t h,
+                   uint32_t sx, uint32_t sy, uint32_t out[4]) {
+  uint32_t k0 = kinds & 3, k1 = (kinds >> 2) & 3;
+  const uint8_t *g[2] = {f[0], f[1]};
+  if (k0 > k1) {
+    const uint32_t t = k0;
+    k0 = k1, k1 = t;
+    g[0] = f[1], g[1] = f[0];
+  }
+  using Fn = void (*)(const uint8_t *, ptrdiff_t, const uint8_t *const[2], ptrdiff_t, uint32_t, uint32_t, uint32_t *);
+  static constexpr Fn kPairs[10] = {sub16<0, 0>, sub16<0, 1>, sub16<0, 2>, sub16<0, 3>, sub16<1, 1>,
+                                    sub16<1, 2>, sub16<1, 3>, sub16<2, 2>, sub16<2, 3>, sub16<3, 3>};
+  static constexpr int kFirst[4] = {0, 4, 7, 9};  // index of (k0, k0)
+  kPairs[kFirst[k0] + k1 - k0](a, as, g, fs, h, sy, out);
+  if (sx == 16) join_columns(out);
+}
+
+}  // namespace
+}  // namespace motion_x86
+}  // namespace framedsp
