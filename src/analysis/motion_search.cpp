@@ -6,7 +6,7 @@
 namespace framedsp {
 namespace {
 
-constexpr int32_t kFetchStride = static_cast<int32_t>(kSadMaxSide) + 16;
+constexpr int32_t kFetchStride = static_cast<int32_t>(kSubStride);  // fetched blocks and patches alike
 
 int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : (v > hi ? hi : v); }
 
@@ -14,20 +14,36 @@ bool inside(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h) {
   return x >= 0 && y >= 0 && x + w <= p.width && y + h <= p.height;
 }
 
-// The w x h block at (x, y) of a plane, samples outside it repeating the nearest edge sample.
-void fetch_clamped(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h, uint8_t *out) {
-  // Columns [0, lead) repeat the first sample, [lead, tail) are the plane's, [tail, w) repeat the
-  // last one (a block wholly beyond an edge has lead = tail there).
-  const int32_t lead = clamp(-x, 0, w), tail = clamp(p.width - x, lead, w);
-  for (int32_t j = 0; j < h; ++j, out += kFetchStride) {
-    const uint8_t *row = p.data + clamp(y + j, 0, p.height - 1) * p.stride;
-    if (lead > 0) std::memset(out, row[0], static_cast<size_t>(lead));
-    if (tail > lead) std::memcpy(out + lead, row + x + lead, static_cast<size_t>(tail - lead));
-    if (w > tail) std::memset(out + tail, row[p.width - 1], static_cast<size_t>(w - tail));
+const uint8_t *at(const MotionPlane &p, int32_t x, int32_t y) { return p.data + y * p.stride + x; }
+
+// n bytes from src to dst: 16-byte pieces, the last one overlapping (short runs byte by byte).
+inline void copy_run(uint8_t *dst, const uint8_t *src, int32_t n) {
+  if (n < 16) {
+    for (int32_t i = 0; i < n; ++i) dst[i] = src[i];
+    return;
   }
+  int32_t i = 0;
+  for (; i + 16 <= n; i += 16) std::memcpy(dst + i, src + i, 16);
+  if (i < n) std::memcpy(dst + n - 16, src + n - 16, 16);
 }
 
-const uint8_t *at(const MotionPlane &p, int32_t x, int32_t y) { return p.data + y * p.stride + x; }
+// Samples [x, x + w) of picture line y, line and columns clamped to the picture (edges repeated).
+void clamped_run(const MotionPlane &p, int32_t y, int32_t x, int32_t w, uint8_t *out) {
+  const uint8_t *row = at(p, 0, clamp(y, 0, p.height - 1));
+  const int32_t lead = clamp(-x, 0, w), tail = clamp(p.width - x, lead, w);
+  if (lead == 0 && tail == w) {
+    copy_run(out, row + x, w);
+    return;
+  }
+  if (lead > 0) std::memset(out, row[0], static_cast<size_t>(lead));
+  if (tail > lead) std::memcpy(out + lead, row + x + lead, static_cast<size_t>(tail - lead));
+  if (w > tail) std::memset(out + tail, row[p.width - 1], static_cast<size_t>(w - tail));
+}
+
+// The w x h block at (x, y) of a plane, samples outside it repeating the nearest edge sample.
+void fetch_clamped(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h, uint8_t *out) {
+  for (int32_t j = 0; j < h; ++j) clamped_run(p, y + j, x, w, out + j * kFetchStride);
+}
 
 }  // namespace
 
@@ -156,41 +172,16 @@ void make_half_planes(const MotionKernels &k, const MotionPlane &picture, uint8_
 
 namespace {
 
-// n bytes from src to dst: 16-byte pieces, the last one overlapping (short runs byte by byte).
-inline void copy_run(uint8_t *dst, const uint8_t *src, int32_t n) {
-  if (n < 16) {
-    for (int32_t i = 0; i < n; ++i) dst[i] = src[i];
-    return;
-  }
-  int32_t i = 0;
-  for (; i + 16 <= n; i += 16) std::memcpy(dst + i, src + i, 16);
-  if (i < n) std::memcpy(dst + n - 16, src + n - 16, 16);
-}
-
-// Samples [x, x + w) of picture line y, line and columns clamped to the picture (edges repeated).
-void clamped_run(const MotionPlane &p, int32_t y, int32_t x, int32_t w, uint8_t *out) {
-  const uint8_t *row = at(p, 0, clamp(y, 0, p.height - 1));
-  const int32_t lead = clamp(-x, 0, w), tail = clamp(p.width - x, lead, w);
-  if (lead == 0 && tail == w) {
-    copy_run(out, row + x, w);
-    return;
-  }
-  if (lead > 0) std::memset(out, row[0], static_cast<size_t>(lead));
-  if (tail > lead) std::memcpy(out + lead, row + x + lead, static_cast<size_t>(tail - lead));
-  if (w > tail) std::memset(out + tail, row[p.width - 1], static_cast<size_t>(w - tail));
-}
-
 // The filters take whole steps of their widest kernels (kSubPatchBytes has room for the samples
 // past the end that this computes and does not use).
 size_t whole_steps(int32_t n) { return static_cast<size_t>((n + kSubStep - 1) & ~(kSubStep - 1)); }
-constexpr size_t kPatchBytes = kSubPatchBytes;
 
 // Lines [y, y + n) of half plane `plane` at columns [x, x + w), all inside the plane, into out
-// (kPatchBytes) with stride s (>= w + 5; the columns beyond w are scratch).  The picture lines the
+// (kSubPatchBytes) with stride s (>= w + 5; the columns beyond w are scratch).  The picture lines the
 // filters read are laid one after another s apart, so that one kernel call filters all of them.
 void half_core(const MotionKernels &k, const MotionPlane &pic, int plane, int32_t x, int32_t y, int32_t w, int32_t n,
                ptrdiff_t s, uint8_t *out) {
-  alignas(16) uint8_t lines[kPatchBytes], across[kPatchBytes];
+  alignas(16) uint8_t lines[kSubPatchBytes], across[kSubPatchBytes];
   const uint8_t *r[6];
   const size_t count = whole_steps(static_cast<int32_t>((n - 1) * s + w));
   if (plane == 2) {
@@ -224,7 +215,7 @@ void half_patch(const MotionKernels &k, const MotionPlane &picture, int plane, i
     *stride = s;
     return;
   }
-  alignas(16) uint8_t core[kPatchBytes];
+  alignas(16) uint8_t core[kSubPatchBytes];
   half_core(k, picture, plane, x0, y0, x1 - x0, y1 - y0, s, core);
   const MotionPlane inside{core, s, x1 - x0, y1 - y0};
   for (int32_t j = 0; j < h; ++j) clamped_run(inside, y + j - y0, x - x0, w, out + j * kSubStride);
@@ -271,7 +262,7 @@ void block_sad_sub4_run(const MotionKernels &k, const MotionBlock &run, int32_t 
     }
     return;
   }
-  alignas(16) uint8_t made[2][kPatchBytes];
+  alignas(16) uint8_t made[2][kSubPatchBytes];
   const uint8_t *p[2];
   ptrdiff_t ps[2];
   for (int i = 0; i < 2; ++i) {
