@@ -1468,6 +1468,10 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter
  *     from its vector has no detail to place it (a loose block): below the coarsest level it is
  *     weighed against the global vector instead of its neighbours' median, and the global vector
  *     is among its candidates, so flat areas follow the picture's motion rather than stay put.
+ *   - At level 0 (below a coarser level, with the global vector and sub-pixel vectors), search
+ *     blocks whose final blocks nest in them and are all DSP_MV_FLAT are not searched: they
+ *     take the level's global vector in both passes (their neighbours weigh it), and the
+ *     refinement gives them the global sub-pixel vector below like every loose block.
  *   - Level 0: each search block's vector is refined to quarter pixels by its match alone (no
  *     smoothness term): the best of it and its eight neighbours half a pixel away, then the best
  *     of that one and its eight neighbours a quarter pixel away.  Fractional vectors are matched

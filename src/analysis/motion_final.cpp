@@ -209,10 +209,6 @@ void split_of(const FinalStage &f, const MotionBlock &b, uint32_t *sx, uint32_t 
   *sy = static_cast<uint32_t>(nested ? std::min(f.grid.bh, b.h) : b.h);
 }
 
-// Bit q of a search block's flat byte: its final block q (of the 2x2 it holds) is flat; kAllFlat:
-// every final block it holds is.
-constexpr uint8_t kAllFlat = 0x10;
-
 // Columns the strip activity kernel takes at once: a multiple of 8 and 16, the widths of search
 // blocks that hold 8-wide final blocks.
 constexpr int32_t kStrip = 1024;
@@ -676,9 +672,10 @@ void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *sea
 
 }  // namespace
 
-void mark_flat(const MotionKernels &k, const FinalStage &f) {
+bool mark_flat(const MotionKernels &k, const FinalStage &f) {
   const int32_t nx = nesting(f.search_grid.bw, f.grid.bw), ny = nesting(f.search_grid.bh, f.grid.bh);
   if (nx && ny) mark_flat(k, f, nx, ny);
+  return nx && ny;
 }
 
 void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries) {

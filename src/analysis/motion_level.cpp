@@ -546,13 +546,21 @@ void first_pass(const MotionKernels &k, const LevelSearch &s, const ParentIndex 
   uint32_t local[5];
   MedianChunk medians;
   BlockEval eval(k, s);
+  const uint8_t *flat = has_global ? s.flat : nullptr;
+  const MotionVec follow = clip_to_reach(s, global);
   for (int32_t row = 0; row < g.rows; ++row) {
     RowBlocks blocks(s.a, g, row);
     const FirstCandidates candidates(s, parents, row, has_global, global);
     for (int32_t col = 0; col < g.cols; ++col) {
       const size_t i = static_cast<size_t>(row) * g.cols + col;
-      const MotionBlock &block = blocks.at(col);
       if (col % kChunk == 0) median_chunk(pass0, g, row, col, &medians);
+      if (flat && (flat[i] & kAllFlat)) {
+        pass1[i] = follow;
+        if (s.loose) s.loose[i] = 1;
+        if (exhaustive) exhaustive[i] = 0;
+        continue;
+      }
+      const MotionBlock &block = blocks.at(col);
       const int32_t c = col % kChunk;
       eval.start(block, medians.v[0][c], medians.v[1][c]);
       candidates.run(&eval, block, col);
@@ -587,6 +595,7 @@ void second_pass(const MotionKernels &k, const LevelSearch &s, const MotionVec *
                  MotionVec *out) {
   const BlockGrid &g = s.grid;
   const bool has_global = s.parent && s.use_global;
+  const uint8_t *flat = has_global ? s.flat : nullptr;
   MedianChunk medians;
   BlockEval eval(k, s);
   for (int32_t row = 0; row < g.rows; ++row) {
@@ -595,6 +604,10 @@ void second_pass(const MotionKernels &k, const LevelSearch &s, const MotionVec *
       const size_t i = static_cast<size_t>(row) * g.cols + col;
       if (col % kChunk == 0) median_chunk(pass1, g, row, col, &medians);
       const MotionVec own = pass1[i];
+      if (flat && (flat[i] & kAllFlat)) {
+        out[i] = own;
+        continue;
+      }
       const bool loose = s.loose && s.loose[i] && has_global;
       // The candidates that differ from `own` (a duplicate's evaluation changes nothing).
       const uint64_t own_key = pack(own);

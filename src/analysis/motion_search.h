@@ -192,6 +192,10 @@ struct LevelSearch {
   // beyond the reach).
   uint8_t *loose = nullptr;
   uint32_t *around = nullptr;
+  // Level 0 with a global vector: mark_flat's bytes, or null.  Blocks whose final blocks are all
+  // flat (kAllFlat) are not searched: the refinement gives them the global sub-pixel vector
+  // whatever they find, so both passes give them the level's global vector, loose.
+  const uint8_t *flat = nullptr;
 };
 
 // Mean absolute difference (cost16 units) below which a whole-pixel step is no evidence.
@@ -247,10 +251,12 @@ struct FinalStage {
   BlockParts *parts = nullptr;          // search_grid.count() of scratch: each settled vector's
   uint8_t *flat = nullptr;              // search_grid.count() bytes of scratch
 };
-// Fills f.flat where the final blocks nest in the search blocks (other grids need none).  It reads
-// the source picture alone: run it before the half-pixel planes, while the level search's reads of
-// the source are still in the caches.
-void mark_flat(const MotionKernels &k, const FinalStage &f);
+// Bit q of a search block's flat byte: its final block q (of the 2x2 it holds) is flat; kAllFlat:
+// every final block it holds is.
+constexpr uint8_t kAllFlat = 0x10;
+// Fills f.flat where the final blocks nest in the search blocks (other grids need none; false
+// then).  It reads the source picture alone, and f.a, f.search_grid, f.grid and f.flat.
+bool mark_flat(const MotionKernels &k, const FinalStage &f);
 // After mark_flat, writes the direction's grid.count() DSP_MOTION_VECTOR entries (any alignment):
 // vector, cost (SAD per 64 pixels, saturated to 16 bits) and flags.
 void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries);

@@ -234,6 +234,14 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
     negate_coarse(p, w);
     top = 0;
   }
+  FinalStage f;
+  f.a = src[0];
+  f.b = dst[0];
+  f.search_grid = p.grids[0];
+  f.grid = p.final_grid;
+  f.flat = w.flat;
+  // Flat blocks follow the global sub-pixel vector, which only the refinement gives.
+  const bool flat = mark_flat(k, f);
   for (int32_t lv = top; lv >= 0; --lv) {
     LevelSearch s;
     s.a = src[lv];
@@ -255,21 +263,17 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
     s.temporal = temporal;
     s.loose = w.loose;
     s.around = w.around;
+    if (lv == 0 && flat && p.subpel) s.flat = w.flat;
     search_level(k, s, w.scratch0, w.scratch1, out[lv], lv == 0 ? w.exhaustive : nullptr);
   }
-  FinalStage f;
-  f.a = src[0];
-  f.b = dst[0];
   HalfPlanes half;
   HalfPlaneMaker maker(k, dst[0], w.half, &half, half_window(p), half_run(p));
   if (p.subpel) {
     f.half = &half;
     f.half_maker = &maker;
   }
-  f.search_grid = p.grids[0];
   f.search = out[0];
   f.exhaustive = w.exhaustive;
-  f.grid = p.final_grid;
   f.reach_x = p.reach_x[0];
   f.reach_y = p.reach_y[0];
   f.lambda = p.lambda;
@@ -281,8 +285,6 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   f.refined = w.scratch0;
   f.settled = w.scratch1;
   f.parts = w.parts;
-  f.flat = w.flat;
-  mark_flat(k, f);
   final_stage(k, f, entries);
 }
 
