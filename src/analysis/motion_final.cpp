@@ -399,12 +399,18 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
 // along one direction.
 void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global, bool has_global) {
   const BlockGrid &sg = f.search_grid;
+  static_assert(kChunk == kMedianChunk, "calm flags and medians share their chunks");
   uint8_t calm[kChunk];
+  MedianChunk medians;
+  bool have_medians = false;  // made for a chunk's first block that is not calm
   for (int32_t row = 0; row < sg.rows; ++row) {
     for (int32_t col = 0; col < sg.cols; ++col) {
       const size_t i = static_cast<size_t>(row) * sg.cols + col;
       const MotionVec own = f.refined[i];
-      if (col % kChunk == 0) calm_chunk(f.refined, sg, row, col, kSettleApart, calm);
+      if (col % kChunk == 0) {
+        calm_chunk(f.refined, sg, row, col, kSettleApart, calm);
+        have_medians = false;
+      }
       if (calm[col % kChunk]) {
         f.settled[i] = own;
         continue;
@@ -436,7 +442,11 @@ void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global
       uint32_t sx, sy;
       split_of(f, block, &sx, &sy);
       if (cut) sx = static_cast<uint32_t>(block.w), sy = static_cast<uint32_t>(block.h);
-      FinalEval eval(k, f, block, follows ? global : median9(f.refined, sg, col, row), f.lambda, sx, sy);
+      if (!follows && !have_medians) {
+        median_chunk(f.refined, sg, row, col - col % kChunk, &medians);
+        have_medians = true;
+      }
+      FinalEval eval(k, f, block, follows ? global : medians.at(col), f.lambda, sx, sy);
       if (f.parts[i].known && !cut) {
         eval.take(f.parts[i]);
       } else {

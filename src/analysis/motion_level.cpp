@@ -451,58 +451,7 @@ class FirstCandidates {
   const MotionVec *prow_[3] = {};
 };
 
-// Component-wise medians of the 3x3 neighbourhoods (edges repeated) of the blocks of one row,
-// kChunk columns from c0 at a time (entries beyond the grid are left undefined).  Level vectors
-// are whole pixels within the reach (at most 4 * 8191 quarter pixels), so they fit 16 bits.  The
-// median of nine is med3(the largest of the three column minima, the median of the column
-// medians, the smallest of the column maxima); neighbouring outputs share their columns, so each
-// column is sorted once.  Every step runs over the whole chunk, which the compiler takes 8 or 16
-// at a time.
-constexpr int32_t kChunk = 64;
-struct MedianChunk {
-  int16_t v[2][kChunk];
-  MotionVec at(int32_t col) const { return MotionVec{v[0][col % kChunk], v[1][col % kChunk]}; }
-};
-inline int16_t min16(int16_t a, int16_t b) { return a < b ? a : b; }
-inline int16_t max16(int16_t a, int16_t b) { return a < b ? b : a; }
-inline int16_t med3(int16_t a, int16_t b, int16_t c) { return max16(min16(a, b), min16(max16(a, b), c)); }
-void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, MedianChunk *out) {
-  // Lanes in steps of 16; those beyond the grid repeat its last column.
-  const int32_t lanes = (std::min(kChunk, g.cols - c0) + 15) & ~15;
-  int16_t line[2][3][kChunk + 2];
-  // Entry i holds column c0 + i - 1: the first may lie left of the grid, the last few right of it.
-  const int32_t end = std::min(lanes + 2, g.cols - c0 + 1);
-  for (int32_t dy = 0; dy < 3; ++dy) {
-    const MotionVec *f = field + clamp(row + dy - 1, 0, g.rows - 1) * g.cols;
-    const MotionVec &first = f[std::max(c0 - 1, 0)], &last = f[g.cols - 1];
-    line[0][dy][0] = static_cast<int16_t>(first.x);
-    line[1][dy][0] = static_cast<int16_t>(first.y);
-    for (int32_t i = 1; i < end; ++i) {
-      line[0][dy][i] = static_cast<int16_t>(f[c0 + i - 1].x);
-      line[1][dy][i] = static_cast<int16_t>(f[c0 + i - 1].y);
-    }
-    for (int32_t i = end; i < lanes + 2; ++i) {
-      line[0][dy][i] = static_cast<int16_t>(last.x);
-      line[1][dy][i] = static_cast<int16_t>(last.y);
-    }
-  }
-  for (int c = 0; c < 2; ++c) {
-    int16_t lo[kChunk + 2], mid[kChunk + 2], hi[kChunk + 2];
-    const int16_t *__restrict up = line[c][0], *__restrict at = line[c][1], *__restrict down = line[c][2];
-    for (int32_t i = 0; i < lanes + 2; ++i) {
-      const int16_t a = min16(up[i], at[i]), b = max16(up[i], at[i]);
-      lo[i] = min16(a, down[i]);
-      hi[i] = max16(b, down[i]);
-      mid[i] = max16(a, min16(b, down[i]));
-    }
-    int16_t *__restrict v = out->v[c];
-    for (int32_t i = 0; i < lanes; ++i) {
-      const int16_t most_lo = max16(max16(lo[i], lo[i + 1]), lo[i + 2]);
-      const int16_t least_hi = min16(min16(hi[i], hi[i + 1]), hi[i + 2]);
-      v[i] = med3(most_lo, med3(mid[i], mid[i + 1], mid[i + 2]), least_hi);
-    }
-  }
-}
+constexpr int32_t kChunk = kMedianChunk;
 
 // Pass 2's ranking of a block's candidates: its own vector `own`, then those of `others` (the
 // neighbours' vectors that differ from it, duplicates kept, and the global vector), with pass 1's

@@ -207,8 +207,19 @@ constexpr uint32_t kLooseMatch = 1024;
 void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scratch0,
                   MotionVec *scratch1, MotionVec *out, uint8_t *exhaustive);
 
-// Component-wise median of the 3x3 vectors around (col, row), edges repeated.
-MotionVec median9(const MotionVec *field, const BlockGrid &grid, int32_t col, int32_t row);
+constexpr int32_t kMedianChunk = 64;
+// Component-wise medians of the 3x3 neighbourhoods (edges repeated) of the blocks of one row,
+// kMedianChunk columns from c0 at a time (entries beyond the grid are left undefined).  Vectors
+// lie within the reach (at most 4 * 8191 quarter pixels), so they fit 16 bits.  The
+// median of nine is med3(the largest of the three column minima, the median of the column
+// medians, the smallest of the column maxima); neighbouring outputs share their columns, so each
+// column is sorted once.  Every step runs over the whole chunk, which the compiler takes 8 or 16
+// at a time.
+struct MedianChunk {
+  int16_t v[2][kMedianChunk];
+  MotionVec at(int32_t col) const { return MotionVec{v[0][col % kMedianChunk], v[1][col % kMedianChunk]}; }
+};
+void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, MedianChunk *out);
 
 // Ranks two evaluated candidates: lower cost, then shorter vector (L1), then the earlier one.
 inline bool better(uint64_t cost, const MotionVec &v, uint64_t best_cost, const MotionVec &best) {
