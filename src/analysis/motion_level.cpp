@@ -339,9 +339,9 @@ MotionVec clip_to_reach(const LevelSearch &s, MotionVec v) {
 
 // Level k + 1's vector at a parent block, scaled to level k.
 MotionVec parent_vec(const LevelSearch &s, int32_t pcol, int32_t prow) {
-  const MotionVec &p = s.parent[clamp(prow, 0, s.parent_grid.rows - 1) * s.parent_grid.cols +
-                                clamp(pcol, 0, s.parent_grid.cols - 1)];
-  return MotionVec{2 * p.x, 2 * p.y};
+  const int32_t i = clamp(prow, 0, s.parent_grid.rows - 1) * s.parent_grid.cols + clamp(pcol, 0, s.parent_grid.cols - 1);
+  if (s.start) return s.start[i];
+  return MotionVec{2 * s.parent[i].x, 2 * s.parent[i].y};
 }
 
 // The parent blocks under the centres of a level's columns and rows (at most 16384 / 8 each).
@@ -403,18 +403,20 @@ class FirstCandidates {
  public:
   FirstCandidates(const LevelSearch &s, const ParentIndex &parents, int32_t row, bool has_global,
                   const MotionVec &global)
-      : s_(s), parents_(parents), row_(row), has_global_(has_global), global_(clip_to_reach(s, global)) {
+      : s_(s), parents_(parents), row_(row), has_global_(has_global), global_(clip_to_reach(s, global)),
+        scale_(s.start ? 1 : 2) {
     if (!s.parent) return;
     const int32_t pr = parents.row[row], last = s.parent_grid.rows - 1;
-    for (int i = 0; i < 3; ++i) prow_[i] = s.parent + clamp(pr - 1 + i, 0, last) * s.parent_grid.cols;
+    const MotionVec *from = s.start ? s.start : s.parent;
+    for (int i = 0; i < 3; ++i) prow_[i] = from + clamp(pr - 1 + i, 0, last) * s.parent_grid.cols;
   }
   void run(BlockEval *eval, const MotionBlock &b, int32_t col) const {
     // Candidates equal to the parent's vector are dropped cheaply: theirs is a known match that
     // ranks the same (no vector equals the stand-in without a parent).
     MotionVec p{INT32_MIN, INT32_MIN};
     if (s_.parent) {
-      // Whole pixels of the parent, doubled: whole here, and within the reach (each level's reach
-      // is at least twice its parent's).
+      // Whole pixels of the parent, doubled (or the starts made from them): whole here, and within
+      // the reach (each level's reach is at least twice its parent's).
       const int32_t pc = parents_.col[col];
       const int32_t left = std::max(pc - 1, 0), right = std::min(pc + 1, s_.parent_grid.cols - 1);
       p = twice(prow_[1][pc]);
@@ -442,12 +444,13 @@ class FirstCandidates {
   }
 
  private:
-  static MotionVec twice(const MotionVec &v) { return MotionVec{2 * v.x, 2 * v.y}; }
+  MotionVec twice(const MotionVec &v) const { return MotionVec{scale_ * v.x, scale_ * v.y}; }
   const LevelSearch &s_;
   const ParentIndex &parents_;
   const int32_t row_;
   const bool has_global_;
   const MotionVec global_;
+  const int32_t scale_;  // 2 from the parent's vectors, 1 from the starts
   const MotionVec *prow_[3] = {};
 };
 
@@ -615,7 +618,27 @@ void second_pass(const MotionKernels &k, const LevelSearch &s, const MotionVec *
   }
 }
 
+// The side, -1, 0 or 1 pixel of the level below, that the matches m (at the vector), lo and hi (a
+// pixel before and after it) lean to: a parabola through them is lowest (lo - hi) / (2 c) pixels
+// of this level away, c = lo + hi - 2 m, which is (lo - hi) / c pixels below; from half a pixel
+// on, the start moves.
+int32_t lean(uint32_t m, uint32_t lo, uint32_t hi) {
+  if (lo == UINT32_MAX || hi == UINT32_MAX) return 0;
+  const int64_t c = int64_t{lo} + hi - 2 * int64_t{m}, d = int64_t{lo} - hi;
+  if (c <= 0 || 2 * (d < 0 ? -d : d) < c) return 0;
+  return d > 0 ? 1 : -1;
+}
+
 }  // namespace
+
+void level_starts(const MotionVec *field, const uint32_t *around, int32_t n, int32_t reach_x, int32_t reach_y,
+                  MotionVec *out) {
+  for (int32_t i = 0; i < n; ++i) {
+    const uint32_t *a = around + 5 * i;
+    out[i] = MotionVec{clamp(2 * field[i].x + 4 * lean(a[0], a[1], a[2]), -4 * reach_x, 4 * reach_x),
+                       clamp(2 * field[i].y + 4 * lean(a[0], a[3], a[4]), -4 * reach_y, 4 * reach_y)};
+  }
+}
 
 void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scratch0,
                   MotionVec *scratch1, MotionVec *out, uint8_t *exhaustive) {

@@ -180,6 +180,9 @@ struct LevelSearch {
   uint32_t threshold = 8;            // mean absolute difference that calls the exhaustive search
   uint32_t lambda = 0;
   const MotionVec *parent = nullptr;  // level k + 1's vectors, or null at the coarsest level
+  // Optional, per parent block: where this level's search starts from it (this level's quarter
+  // pixels, whole pixels within the reach; see level_starts); null: twice the parent's vector.
+  const MotionVec *start = nullptr;
   BlockGrid parent_grid;
   bool use_global = true;
   const MotionVec *opposite = nullptr;  // the other direction at this level (candidates negated)
@@ -200,6 +203,13 @@ struct LevelSearch {
 
 // Mean absolute difference (cost16 units) below which a whole-pixel step is no evidence.
 constexpr uint32_t kLooseMatch = 1024;
+
+// Where the search of the level below starts from each of n blocks of a searched level (`field`,
+// `around` as the search left them): twice the block's vector, moved a pixel of the level below
+// toward the side the block's matches around it lean to, clipped to (reach_x, reach_y) pixels of
+// the level below.
+void level_starts(const MotionVec *field, const uint32_t *around, int32_t n, int32_t reach_x, int32_t reach_y,
+                  MotionVec *out);
 
 // Two passes over the level's blocks.  scratch0 and scratch1 hold grid.count() vectors each;
 // `out` receives the level's vectors; exhaustive (optional) one byte a block, 1 where pass 1 ran

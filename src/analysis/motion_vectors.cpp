@@ -115,6 +115,7 @@ struct Work {
   MotionVec *scratch0 = nullptr, *scratch1 = nullptr;
   uint8_t *loose = nullptr;   // the level being searched
   uint32_t *around = nullptr;  // the level being searched
+  MotionVec *start = nullptr;  // level 0's starts from level 1 (level_starts), both directions
   BlockParts *parts = nullptr;  // level 0
   uint8_t *flat = nullptr;      // level 0
   uint8_t *half = nullptr;      // the target's half-pixel planes (sub-pixel vectors only)
@@ -157,6 +158,7 @@ size_t layout(const Plan &p, uint8_t *base, Work *w) {
     w->fwd[k] = vecs(static_cast<size_t>(p.grids[k].count()));
     w->bwd[k] = k < 2 ? vecs(static_cast<size_t>(p.grids[k].count())) : nullptr;
   }
+  if (p.levels > 1) w->start = vecs(static_cast<size_t>(p.grids[1].count()));
   w->scratch0 = vecs(largest);
   w->scratch1 = vecs(largest);
   w->loose = carve(base, &at, largest);
@@ -218,7 +220,10 @@ bool make_plan(const DSP_MOTION_VECTORS_PARAMS &rec, Plan *p) {
 // of B do not sit where blocks of A moved to.
 void negate_coarse(const Plan &p, Work &w) {
   const int32_t n = p.grids[1].count();
-  for (int32_t i = 0; i < n; ++i) w.bwd[1][i] = MotionVec{-w.fwd[1][i].x, -w.fwd[1][i].y};
+  for (int32_t i = 0; i < n; ++i) {
+    w.bwd[1][i] = MotionVec{-w.fwd[1][i].x, -w.fwd[1][i].y};
+    w.start[i] = MotionVec{-w.start[i].x, -w.start[i].y};
+  }
 }
 
 // One direction: every level from the coarsest down (the backward one from level 0, see
@@ -264,7 +269,10 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
     s.loose = w.loose;
     s.around = w.around;
     if (lv == 0 && flat && p.subpel) s.flat = w.flat;
+    if (lv == 0 && s.parent) s.start = w.start;
     search_level(k, s, w.scratch0, w.scratch1, out[lv], lv == 0 ? w.exhaustive : nullptr);
+    // Level 0 starts where level 1's matches say the motion lies (a pixel of level 0 matters there).
+    if (lv == 1) level_starts(out[1], w.around, p.grids[1].count(), p.reach_x[0], p.reach_y[0], w.start);
   }
   HalfPlanes half;
   HalfPlaneMaker maker(k, dst[0], w.half, &half, half_window(p), half_run(p));
