@@ -269,10 +269,10 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
     s.loose = w.loose;
     s.around = w.around;
     if (lv == 0 && flat && p.subpel) s.flat = w.flat;
-    if (lv == 0 && s.parent) s.start = w.start;
+    if (s.parent) s.start = w.start;
     search_level(k, s, w.scratch0, w.scratch1, out[lv], lv == 0 ? w.exhaustive : nullptr);
-    // Level 0 starts where level 1's matches say the motion lies (a pixel of level 0 matters there).
-    if (lv == 1) level_starts(out[1], w.around, p.grids[1].count(), p.reach_x[0], p.reach_y[0], w.start);
+    // The level below starts where this level's matches say the motion lies.
+    if (lv > 0) level_starts(out[lv], w.around, p.grids[lv].count(), p.reach_x[lv - 1], p.reach_y[lv - 1], w.start);
   }
   HalfPlanes half;
   HalfPlaneMaker maker(k, dst[0], w.half, &half, half_window(p), half_run(p));
