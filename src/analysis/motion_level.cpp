@@ -363,13 +363,15 @@ struct ParentIndex {
 // Component-wise median of the parent field, scaled to this level.
 MotionVec global_vec(const LevelSearch &s, MotionVec *scratch) {
   const int32_t n = s.parent_grid.count();
+  const MotionVec *from = s.start ? s.start : s.parent;
+  const int32_t scale = s.start ? 1 : 2;
   int32_t *values = reinterpret_cast<int32_t *>(scratch);
-  for (int32_t i = 0; i < n; ++i) values[i] = s.parent[i].x;
+  for (int32_t i = 0; i < n; ++i) values[i] = from[i].x;
   std::nth_element(values, values + n / 2, values + n);
   const int32_t gx = values[n / 2];
-  for (int32_t i = 0; i < n; ++i) values[i] = s.parent[i].y;
+  for (int32_t i = 0; i < n; ++i) values[i] = from[i].y;
   std::nth_element(values, values + n / 2, values + n);
-  return MotionVec{2 * gx, 2 * values[n / 2]};
+  return MotionVec{scale * gx, scale * values[n / 2]};
 }
 
 // The blocks of one row of a level: make_block's blocks with the cost scale worked out once a row.
