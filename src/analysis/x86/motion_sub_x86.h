@@ -1,7 +1,7 @@
 // sad_sub16 on x86 (see motion_kernels.h), written once for SSE2 and AVX2 like motion_sad_x86.h: the
 // unnamed namespace keeps each ISA's copy in its includer's object file.  Each source makes one
-// 16-sample line of its plane at a time in registers, straight from the picture; plane 2 and 3
-// keep the six lines their filter spans and step them down a line.
+// 16-sample line of its plane at a time in registers (with AVX2 two lines, one a lane), straight
+// from the picture; plane 2 and 3 keep the lines their filter spans and step them down.
 #pragma once
 
 #include <immintrin.h>
@@ -82,8 +82,8 @@ struct SubLines {
 };
 
 template <int K0, int K1>
-void sub16(const uint8_t *a, ptrdiff_t as, const uint8_t *const f[2], ptrdiff_t fs, uint32_t h, uint32_t sy,
-           uint32_t out[4]) {
+void sub16_lines(const uint8_t *a, ptrdiff_t as, const uint8_t *const f[2], ptrdiff_t fs, uint32_t h, uint32_t sy,
+                 uint32_t out[4]) {
   SubLines<K0> b(f[0], fs);
   SubLines<K1> c(f[1], fs);
   const uint32_t top = sy < h ? sy : h;
@@ -94,6 +94,116 @@ void sub16(const uint8_t *a, ptrdiff_t as, const uint8_t *const f[2], ptrdiff_t 
     }
     halves(acc, out + 2 * part);
   }
+}
+
+#if defined(__AVX2__)
+// Two lines a register: line j in the lower lane, j + 1 in the upper.
+inline __m256i taps32(__m256i p01, __m256i p23, __m256i p45) {
+  const __m256i w01 = _mm256_set1_epi16(static_cast<short>(0xFB01)), w23 = _mm256_set1_epi16(static_cast<short>(0x1414));
+  const __m256i w45 = _mm256_set1_epi16(static_cast<short>(0x01FB));
+  const __m256i v = _mm256_add_epi16(
+      _mm256_add_epi16(_mm256_maddubs_epi16(p01, w01), _mm256_maddubs_epi16(p23, w23)), _mm256_maddubs_epi16(p45, w45));
+  return _mm256_mulhrs_epi16(v, _mm256_set1_epi16(1 << 10));
+}
+inline __m256i across32(const uint8_t *p, ptrdiff_t s) {
+  const __m256i order = _mm256_setr_epi8(0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15,  //
+                                         0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15);
+  const __m256i even = taps32(lines2(p - 2, s), lines2(p, s), lines2(p + 2, s));
+  const __m256i odd = taps32(lines2(p - 1, s), lines2(p + 1, s), lines2(p + 3, s));
+  return _mm256_shuffle_epi8(_mm256_packus_epi16(even, odd), order);
+}
+// l[i] holds lines i and i + 1 of a window: the six-tap filter down lines 0..5 and 1..6.
+inline __m256i down32(const __m256i l[6]) {
+  const __m256i lo = taps32(_mm256_unpacklo_epi8(l[0], l[1]), _mm256_unpacklo_epi8(l[2], l[3]),
+                            _mm256_unpacklo_epi8(l[4], l[5]));
+  const __m256i hi = taps32(_mm256_unpackhi_epi8(l[0], l[1]), _mm256_unpackhi_epi8(l[2], l[3]),
+                            _mm256_unpackhi_epi8(l[4], l[5]));
+  return _mm256_packus_epi16(lo, hi);
+}
+// The upper lane of a and the lower of b.
+inline __m256i straddle(__m256i a, __m256i b) { return _mm256_permute2x128_si256(a, b, 0x21); }
+
+// The lines of one source two at a time, from lines 0 and 1 on.  Planes 2 and 3 keep the window
+// of seven lines as pairs w[i] = (i - 2, i - 1): the odd-started pairs are made (loaded or filtered
+// across), the even-started ones joined from their neighbours, so that no line beyond h + 2 is read.
+template <int Kind>
+struct SubPairs {
+  const uint8_t *p;
+  ptrdiff_t s;
+  __m256i w[6];
+  static __m256i pair(const uint8_t *q, ptrdiff_t s) { return Kind == 3 ? across32(q, s) : lines2(q, s); }
+  SubPairs(const uint8_t *f, ptrdiff_t fs) : p(f), s(fs) {
+    if (Kind < 2) return;
+    w[1] = pair(f - fs, fs);
+    w[0] = _mm256_inserti128_si256(_mm256_castsi128_si256(SubLines<Kind>::line(f - 2 * fs)), _mm256_castsi256_si128(w[1]), 1);
+    w[3] = pair(f + fs, fs);
+    w[2] = straddle(w[1], w[3]);
+    p = f + 3 * fs;
+  }
+  __m256i next() {
+    if (Kind < 2) {
+      const __m256i v = Kind == 1 ? across32(p, s) : lines2(p, s);
+      p += 2 * s;
+      return v;
+    }
+    w[5] = pair(p, s);
+    w[4] = straddle(w[3], w[5]);
+    p += 2 * s;
+    const __m256i v = down32(w);
+    for (int i = 0; i < 4; ++i) w[i] = w[i + 2];
+    return v;
+  }
+};
+
+// Pairs of lines; a pair across the split after sy lines gives each part its own lane, and an odd
+// last line is made alone.
+template <int K0, int K1>
+void sub16_pairs(const uint8_t *a, ptrdiff_t as, const uint8_t *const f[2], ptrdiff_t fs, uint32_t h, uint32_t sy,
+                 uint32_t out[4]) {
+  SubPairs<K0> b(f[0], fs);
+  SubPairs<K1> c(f[1], fs);
+  const uint32_t top = sy < h ? sy : h, pairs = h / 2;
+  __m256i acc[2] = {_mm256_setzero_si256(), _mm256_setzero_si256()};
+  auto sad = [&] {
+    const __m256i d = _mm256_sad_epu8(lines2(a, as), _mm256_avg_epu8(b.next(), c.next()));
+    a += 2 * as;
+    return d;
+  };
+  uint32_t i = 0;
+  for (; i < top / 2; ++i) acc[0] = _mm256_add_epi64(acc[0], sad());
+  if (top % 2 && top < h) {
+    const __m256i d = sad();
+    acc[0] = _mm256_add_epi64(acc[0], _mm256_blend_epi32(d, _mm256_setzero_si256(), 0xF0));
+    acc[1] = _mm256_add_epi64(acc[1], _mm256_blend_epi32(d, _mm256_setzero_si256(), 0x0F));
+    ++i;
+  }
+  for (; i < pairs; ++i) acc[1] = _mm256_add_epi64(acc[1], sad());
+  __m128i sum[2];
+  for (int part = 0; part < 2; ++part) {
+    sum[part] = _mm_add_epi64(_mm256_castsi256_si128(acc[part]), _mm256_extracti128_si256(acc[part], 1));
+  }
+  if (h % 2) {
+    const ptrdiff_t last = static_cast<ptrdiff_t>(h - 1) * fs;
+    SubLines<K0> lb(f[0] + last, fs);
+    SubLines<K1> lc(f[1] + last, fs);
+    sum[top < h] = _mm_add_epi64(sum[top < h], _mm_sad_epu8(load16(a), _mm_avg_epu8(lb.next(), lc.next())));
+  }
+  halves(sum[0], out);
+  halves(sum[1], out + 2);
+}
+#endif
+
+// Planes made two lines at a time pay off once one source is filtered.
+template <int K0, int K1>
+void sub16(const uint8_t *a, ptrdiff_t as, const uint8_t *const f[2], ptrdiff_t fs, uint32_t h, uint32_t sy,
+           uint32_t out[4]) {
+#if defined(__AVX2__)
+  if constexpr (K1 > 0) {
+    sub16_pairs<K0, K1>(a, as, f, fs, h, sy, out);
+    return;
+  }
+#endif
+  sub16_lines<K0, K1>(a, as, f, fs, h, sy, out);
 }
 
 // The average is symmetric: the sources are taken in the order of their kinds.
