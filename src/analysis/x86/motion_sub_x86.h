@@ -108,8 +108,11 @@ inline __m256i taps32(__m256i p01, __m256i p23, __m256i p45) {
 inline __m256i across32(const uint8_t *p, ptrdiff_t s) {
   const __m256i order = _mm256_setr_epi8(0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15,  //
                                          0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15);
-  const __m256i even = taps32(lines2(p - 2, s), lines2(p, s), lines2(p + 2, s));
-  const __m256i odd = taps32(lines2(p - 1, s), lines2(p + 1, s), lines2(p + 3, s));
+  // Two loads span columns -2 .. 18; the views between them are shifted out of the pair (loads
+  // are the scarcer resource here).  tail holds columns 14 .. 18, so no column past 18 is read.
+  const __m256i l = lines2(p - 2, s), r = lines2(p + 3, s), tail = _mm256_srli_si256(r, 11);
+  const __m256i even = taps32(l, _mm256_alignr_epi8(tail, l, 2), _mm256_alignr_epi8(tail, l, 4));
+  const __m256i odd = taps32(_mm256_alignr_epi8(tail, l, 1), _mm256_alignr_epi8(tail, l, 3), r);
   return _mm256_shuffle_epi8(_mm256_packus_epi16(even, odd), order);
 }
 // l[i] holds lines i and i + 1 of a window: the six-tap filter down lines 0..5 and 1..6.
