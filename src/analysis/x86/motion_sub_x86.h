@@ -156,6 +156,13 @@ struct SubPairs {
     for (int i = 0; i < 4; ++i) w[i] = w[i + 2];
     return v;
   }
+  // The line after the last pair, alone (the window's lower lanes hold its lines -2 .. 1).
+  __m128i last() const {
+    if (Kind < 2) return Kind == 1 ? across16(p) : load16(p);
+    const __m128i l[6] = {_mm256_castsi256_si128(w[0]), _mm256_castsi256_si128(w[1]), _mm256_castsi256_si128(w[2]),
+                          _mm256_castsi256_si128(w[3]), _mm256_extracti128_si256(w[3], 1), SubLines<Kind>::line(p)};
+    return down16(l);
+  }
 };
 
 // Pairs of lines; a pair across the split after sy lines gives each part its own lane, and an odd
@@ -185,12 +192,7 @@ void sub16_pairs(const uint8_t *a, ptrdiff_t as, const uint8_t *const f[2], ptrd
   for (int part = 0; part < 2; ++part) {
     sum[part] = _mm_add_epi64(_mm256_castsi256_si128(acc[part]), _mm256_extracti128_si256(acc[part], 1));
   }
-  if (h % 2) {
-    const ptrdiff_t last = static_cast<ptrdiff_t>(h - 1) * fs;
-    SubLines<K0> lb(f[0] + last, fs);
-    SubLines<K1> lc(f[1] + last, fs);
-    sum[top < h] = _mm_add_epi64(sum[top < h], _mm_sad_epu8(load16(a), _mm_avg_epu8(lb.next(), lc.next())));
-  }
+  if (h % 2) sum[top < h] = _mm_add_epi64(sum[top < h], _mm_sad_epu8(load16(a), _mm_avg_epu8(b.last(), c.last())));
   halves(sum[0], out);
   halves(sum[1], out + 2);
 }
