@@ -115,32 +115,27 @@ inline __m256i across32(const uint8_t *p, ptrdiff_t s) {
   const __m256i odd = taps32(_mm256_alignr_epi8(tail, l, 1), _mm256_alignr_epi8(tail, l, 3), r);
   return _mm256_shuffle_epi8(_mm256_packus_epi16(even, odd), order);
 }
-// l[i] holds lines i and i + 1 of a window: the six-tap filter down lines 0..5 and 1..6.
-inline __m256i down32(const __m256i l[6]) {
-  const __m256i lo = taps32(_mm256_unpacklo_epi8(l[0], l[1]), _mm256_unpacklo_epi8(l[2], l[3]),
-                            _mm256_unpacklo_epi8(l[4], l[5]));
-  const __m256i hi = taps32(_mm256_unpackhi_epi8(l[0], l[1]), _mm256_unpackhi_epi8(l[2], l[3]),
-                            _mm256_unpackhi_epi8(l[4], l[5]));
-  return _mm256_packus_epi16(lo, hi);
-}
 // The upper lane of a and the lower of b.
 inline __m256i straddle(__m256i a, __m256i b) { return _mm256_permute2x128_si256(a, b, 0x21); }
 
 // The lines of one source two at a time, from lines 0 and 1 on.  Planes 2 and 3 keep the window
-// of seven lines as pairs w[i] = (i - 2, i - 1): the odd-started pairs are made (loaded or filtered
-// across), the even-started ones joined from their neighbours, so that no line beyond h + 2 is read.
+// of seven lines as pairs (i - 2, i - 1), i = 0..5: the odd-started pairs are made (loaded or
+// filtered across), the even-started ones joined from their neighbours, so that no line beyond
+// h + 2 is read.  The window is held as the byte interleaves of pairs 0 and 1, 2 and 3, 4 and 5
+// (low and high 8 columns), the taps' operands: two steps down, the first two are the last two.
 template <int Kind>
 struct SubPairs {
   const uint8_t *p;
   ptrdiff_t s;
-  __m256i w[6];
+  __m256i lo[3], hi[3], odd;  // odd: pair 3 before a step, the one the next straddles from
   static __m256i pair(const uint8_t *q, ptrdiff_t s) { return Kind == 3 ? across32(q, s) : lines2(q, s); }
+  void push(int i, __m256i a, __m256i b) { lo[i] = _mm256_unpacklo_epi8(a, b), hi[i] = _mm256_unpackhi_epi8(a, b); }
   SubPairs(const uint8_t *f, ptrdiff_t fs) : p(f), s(fs) {
     if (Kind < 2) return;
-    w[1] = pair(f - fs, fs);
-    w[0] = _mm256_inserti128_si256(_mm256_castsi128_si256(SubLines<Kind>::line(f - 2 * fs)), _mm256_castsi256_si128(w[1]), 1);
-    w[3] = pair(f + fs, fs);
-    w[2] = straddle(w[1], w[3]);
+    const __m256i w1 = pair(f - fs, fs);
+    odd = pair(f + fs, fs);
+    push(0, _mm256_inserti128_si256(_mm256_castsi128_si256(SubLines<Kind>::line(f - 2 * fs)), _mm256_castsi256_si128(w1), 1), w1);
+    push(1, straddle(w1, odd), odd);
     p = f + 3 * fs;
   }
   __m256i next() {
@@ -149,19 +144,22 @@ struct SubPairs {
       p += 2 * s;
       return v;
     }
-    w[5] = pair(p, s);
-    w[4] = straddle(w[3], w[5]);
+    const __m256i w5 = pair(p, s);
+    push(2, straddle(odd, w5), w5);
+    odd = w5;
     p += 2 * s;
-    const __m256i v = down32(w);
-    for (int i = 0; i < 4; ++i) w[i] = w[i + 2];
+    const __m256i v = _mm256_packus_epi16(taps32(lo[0], lo[1], lo[2]), taps32(hi[0], hi[1], hi[2]));
+    lo[0] = lo[1], hi[0] = hi[1], lo[1] = lo[2], hi[1] = hi[2];
     return v;
   }
-  // The line after the last pair, alone (the window's lower lanes hold its lines -2 .. 1).
+  // The line after the last pair, alone: the lower lanes of the window's first two interleaves
+  // are its lines -2 .. 1.
   __m128i last() const {
     if (Kind < 2) return Kind == 1 ? across16(p) : load16(p);
-    const __m128i l[6] = {_mm256_castsi256_si128(w[0]), _mm256_castsi256_si128(w[1]), _mm256_castsi256_si128(w[2]),
-                          _mm256_castsi256_si128(w[3]), _mm256_extracti128_si256(w[3], 1), SubLines<Kind>::line(p)};
-    return down16(l);
+    const __m128i l2 = _mm256_extracti128_si256(odd, 1), l3 = SubLines<Kind>::line(p);
+    return _mm_packus_epi16(
+        taps16(_mm256_castsi256_si128(lo[0]), _mm256_castsi256_si128(lo[1]), _mm_unpacklo_epi8(l2, l3)),
+        taps16(_mm256_castsi256_si128(hi[0]), _mm256_castsi256_si128(hi[1]), _mm_unpackhi_epi8(l2, l3)));
   }
 };
 
