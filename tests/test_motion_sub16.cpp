@@ -61,7 +61,8 @@ TEST(MotionSub16, ReadsEndAtTheReachOfTheFilters) {
         framedsp::sad_sub16_c(src, 16, f, stride, kinds, h, 8, (h + 1) / 2, want);
         for (const framedsp::MotionKernels *k : {&isa.simd[0], &isa.simd[1]}) {
           k->sad_sub16(src, 16, f, stride, kinds, h, 8, (h + 1) / 2, got);
-          ASSERT_EQ(std::vector<uint32_t>(got, got + 4), std::vector<uint32_t>(want, want + 4)) << kinds << " h " << h;
+          ASSERT_EQ(std::vector<uint32_t>(got, got + 4), std::vector<uint32_t>(want, want + 4))
+              << "kinds " << kinds << " h " << h;
         }
       }
     }

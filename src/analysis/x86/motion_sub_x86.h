@@ -99,8 +99,8 @@ void sub16_lines(const uint8_t *a, ptrdiff_t as, const uint8_t *const f[2], ptrd
 #if defined(__AVX2__)
 // Two lines a register: line j in the lower lane, j + 1 in the upper.
 inline __m256i taps32(__m256i p01, __m256i p23, __m256i p45) {
-  const __m256i w01 = _mm256_set1_epi16(static_cast<short>(0xFB01)), w23 = _mm256_set1_epi16(static_cast<short>(0x1414));
-  const __m256i w45 = _mm256_set1_epi16(static_cast<short>(0x01FB));
+  const __m256i w01 = _mm256_set1_epi16(static_cast<short>(0xFB01));
+  const __m256i w23 = _mm256_set1_epi16(static_cast<short>(0x1414)), w45 = _mm256_set1_epi16(static_cast<short>(0x01FB));
   const __m256i v = _mm256_add_epi16(
       _mm256_add_epi16(_mm256_maddubs_epi16(p01, w01), _mm256_maddubs_epi16(p23, w23)), _mm256_maddubs_epi16(p45, w45));
   return _mm256_mulhrs_epi16(v, _mm256_set1_epi16(1 << 10));
@@ -134,7 +134,8 @@ struct SubPairs {
     if (Kind < 2) return;
     const __m256i w1 = pair(f - fs, fs);
     odd = pair(f + fs, fs);
-    push(0, _mm256_inserti128_si256(_mm256_castsi128_si256(SubLines<Kind>::line(f - 2 * fs)), _mm256_castsi256_si128(w1), 1), w1);
+    const __m128i first = SubLines<Kind>::line(f - 2 * fs);
+    push(0, _mm256_inserti128_si256(_mm256_castsi128_si256(first), _mm256_castsi256_si128(w1), 1), w1);
     push(1, straddle(w1, odd), odd);
     p = f + 3 * fs;
   }
