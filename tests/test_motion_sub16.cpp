@@ -41,3 +41,30 @@ TEST(MotionSub16, EveryIsaEqualsTheAverageOfWholePlanes) {
     }
   }
 }
+
+// Sources whose farthest reads (column 18 of line h + 2, or of line -2 bottom-up) end the
+// buffer, a protected page after it: every ISA reads no further than its reach.
+TEST(MotionSub16, ReadsEndAtTheReachOfTheFilters) {
+  const motion_test::KernelsPerIsa isa;
+  std::mt19937 rng(framedsp_test::test_seed());
+  constexpr int32_t kW = 21;
+  uint8_t src[16 * 17];
+  for (uint8_t &v : src) v = static_cast<uint8_t>(rng());
+  for (uint32_t h : {1u, 2u, 7u, 16u, 17u}) {
+    framedsp_test::GuardedBuffer pic(kW * (h + 5), 0);
+    framedsp_test::fill_random(pic.data(), pic.size(), rng);
+    for (const ptrdiff_t stride : {ptrdiff_t{kW}, ptrdiff_t{-kW}}) {
+      const uint8_t *line0 = pic.data() + (stride > 0 ? 2 : h + 2) * kW + 2;
+      const uint8_t *f[2] = {line0, line0};
+      for (uint32_t kinds = 0; kinds < 16; ++kinds) {
+        uint32_t want[4], got[4];
+        framedsp::sad_sub16_c(src, 16, f, stride, kinds, h, 8, (h + 1) / 2, want);
+        for (const framedsp::MotionKernels *k : {&isa.simd[0], &isa.simd[1]}) {
+          k->sad_sub16(src, 16, f, stride, kinds, h, 8, (h + 1) / 2, got);
+          ASSERT_EQ(std::vector<uint32_t>(got, got + 4), std::vector<uint32_t>(want, want + 4))
+              << "kinds " << kinds << " h " << h;
+        }
+      }
+    }
+  }
+}

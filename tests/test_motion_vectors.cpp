@@ -270,13 +270,13 @@ TEST(MotionVectors, FlatAreasFollowTheGlobalMotion) {
 TEST(MotionVectors, ExhaustiveWindowsPlaceBlocksAsWell) {
   // Threshold 1 sends most blocks of the texture through the exhaustive window, 255 none.
   auto threshold = [](uint32_t t) { return [t](DSP_MOTION_VECTORS_PARAMS &p) { for (uint32_t &v : p.ulLevelThreshold) v = t; }; };
-  const Field wide = translate(256, 160, -4.75, 1.25, 8, threshold(1)), narrow = translate(256, 160, -4.75, 1.25, 8, threshold(255));
+  const Field wide = translate(256, 160, -4.5, 1.5, 8, threshold(1)), narrow = translate(256, 160, -4.5, 1.5, 8, threshold(255));
   auto refined = [](const Field &f) {
     return std::count_if(f.e.begin(), f.e.end(), [](const DSP_MOTION_VECTOR &v) { return v.usFlags & DSP_MV_REFINED; });
   };
   EXPECT_GE(refined(wide), static_cast<long>(wide.e.size() * 2 / 3));
   EXPECT_EQ(refined(narrow), 0);
-  for (int dir = 0; dir < 2; ++dir) EXPECT_GE(wide.share(dir, -19, 5), 0.98) << "direction " << dir;
+  for (int dir = 0; dir < 2; ++dir) EXPECT_GE(wide.share(dir, -18, 6), 0.98) << "direction " << dir;
 }
 
 TEST(MotionVectors, OddSizesGivePartialEdgeBlocks) {

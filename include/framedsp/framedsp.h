@@ -1451,11 +1451,14 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter
  * at level 0 alone: the two directions share the coarse levels, the backward search taking the
  * forward field of level 1 negated as its parent field (with ulLevels 1 it has none).  Per level:
  *   - Every search block of a level gets candidates: the parent level's vector (doubled) at the
- *     block's centre and at the parent's four neighbours, zero, the global vector (component
- *     median of the parent field, unless DSP_MOTION_NO_GLOBAL), the prior field's vector at the
- *     block's centre (pPriorField, when its header has the same size and blocks; scaled to the
- *     level), and for the backward field the forward vector of the same block negated.  All are
- *     whole pixels of the level and clipped to the reach.
+ *     block's centre and at the parent's four neighbours (each doubled vector moves a pixel
+ *     along x and y toward the side a parabola through the parent's matches at its vector and a
+ *     pixel either side puts the motion, when that is at least half a pixel of this level away;
+ *     pass 1 takes its medians m, below, from these as well), zero, the global vector
+ *     (component median of the parent field so doubled and moved, unless DSP_MOTION_NO_GLOBAL),
+ *     the prior field's vector at the block's centre (pPriorField, when its header has the same
+ *     size and blocks; scaled to the level), and for the backward field the forward vector of
+ *     the same block negated.  All are whole pixels of the level and clipped to the reach.
  *   - Cost = SAD x 64 / n (n the block's pixels) + lambda x |v - m| (pixels of the level, L1),
  *     with m the component median of the 3x3 blocks around it in the previous pass.  Ties go to
  *     the shorter vector, then to the earlier candidate.
@@ -1468,6 +1471,10 @@ FRAMEDSP_API DSP_HRESULT FRAMEDSP_CALL DspFrameRateConvert(DSP_HANDLE hConverter
  *     from its vector has no detail to place it (a loose block): below the coarsest level it is
  *     weighed against the global vector instead of its neighbours' median, and the global vector
  *     is among its candidates, so flat areas follow the picture's motion rather than stay put.
+ *   - At level 0 (below a coarser level, with the global vector and sub-pixel vectors), search
+ *     blocks whose final blocks nest in them and are all DSP_MV_FLAT are not searched: they
+ *     take the level's global vector in both passes (their neighbours weigh it), and the
+ *     refinement gives them the global sub-pixel vector below like every loose block.
  *   - Level 0: each search block's vector is refined to quarter pixels by its match alone (no
  *     smoothness term): the best of it and its eight neighbours half a pixel away, then the best
  *     of that one and its eight neighbours a quarter pixel away.  Fractional vectors are matched

@@ -209,10 +209,6 @@ void split_of(const FinalStage &f, const MotionBlock &b, uint32_t *sx, uint32_t 
   *sy = static_cast<uint32_t>(nested ? std::min(f.grid.bh, b.h) : b.h);
 }
 
-// Bit q of a search block's flat byte: its final block q (of the 2x2 it holds) is flat; kAllFlat:
-// every final block it holds is.
-constexpr uint8_t kAllFlat = 0x10;
-
 // Columns the strip activity kernel takes at once: a multiple of 8 and 16, the widths of search
 // blocks that hold 8-wide final blocks.
 constexpr int32_t kStrip = 1024;
@@ -403,12 +399,18 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
 // along one direction.
 void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global, bool has_global) {
   const BlockGrid &sg = f.search_grid;
+  static_assert(kChunk == kMedianChunk, "calm flags and medians share their chunks");
   uint8_t calm[kChunk];
+  MedianChunk medians;
+  bool have_medians = false;  // made for a chunk's first block that is not calm
   for (int32_t row = 0; row < sg.rows; ++row) {
     for (int32_t col = 0; col < sg.cols; ++col) {
       const size_t i = static_cast<size_t>(row) * sg.cols + col;
       const MotionVec own = f.refined[i];
-      if (col % kChunk == 0) calm_chunk(f.refined, sg, row, col, kSettleApart, calm);
+      if (col % kChunk == 0) {
+        calm_chunk(f.refined, sg, row, col, kSettleApart, calm);
+        have_medians = false;
+      }
       if (calm[col % kChunk]) {
         f.settled[i] = own;
         continue;
@@ -440,7 +442,11 @@ void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global
       uint32_t sx, sy;
       split_of(f, block, &sx, &sy);
       if (cut) sx = static_cast<uint32_t>(block.w), sy = static_cast<uint32_t>(block.h);
-      FinalEval eval(k, f, block, follows ? global : median9(f.refined, sg, col, row), f.lambda, sx, sy);
+      if (!follows && !have_medians) {
+        median_chunk(f.refined, sg, row, col - col % kChunk, &medians);
+        have_medians = true;
+      }
+      FinalEval eval(k, f, block, follows ? global : medians.at(col), f.lambda, sx, sy);
       if (f.parts[i].known && !cut) {
         eval.take(f.parts[i]);
       } else {
@@ -676,9 +682,10 @@ void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *sea
 
 }  // namespace
 
-void mark_flat(const MotionKernels &k, const FinalStage &f) {
+bool mark_flat(const MotionKernels &k, const FinalStage &f) {
   const int32_t nx = nesting(f.search_grid.bw, f.grid.bw), ny = nesting(f.search_grid.bh, f.grid.bh);
   if (nx && ny) mark_flat(k, f, nx, ny);
+  return nx && ny;
 }
 
 void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries) {

@@ -339,9 +339,9 @@ MotionVec clip_to_reach(const LevelSearch &s, MotionVec v) {
 
 // Level k + 1's vector at a parent block, scaled to level k.
 MotionVec parent_vec(const LevelSearch &s, int32_t pcol, int32_t prow) {
-  const MotionVec &p = s.parent[clamp(prow, 0, s.parent_grid.rows - 1) * s.parent_grid.cols +
-                                clamp(pcol, 0, s.parent_grid.cols - 1)];
-  return MotionVec{2 * p.x, 2 * p.y};
+  const int32_t i = clamp(prow, 0, s.parent_grid.rows - 1) * s.parent_grid.cols + clamp(pcol, 0, s.parent_grid.cols - 1);
+  if (s.start) return s.start[i];
+  return MotionVec{2 * s.parent[i].x, 2 * s.parent[i].y};
 }
 
 // The parent blocks under the centres of a level's columns and rows (at most 16384 / 8 each).
@@ -363,13 +363,15 @@ struct ParentIndex {
 // Component-wise median of the parent field, scaled to this level.
 MotionVec global_vec(const LevelSearch &s, MotionVec *scratch) {
   const int32_t n = s.parent_grid.count();
+  const MotionVec *from = s.start ? s.start : s.parent;
+  const int32_t scale = s.start ? 1 : 2;
   int32_t *values = reinterpret_cast<int32_t *>(scratch);
-  for (int32_t i = 0; i < n; ++i) values[i] = s.parent[i].x;
+  for (int32_t i = 0; i < n; ++i) values[i] = from[i].x;
   std::nth_element(values, values + n / 2, values + n);
   const int32_t gx = values[n / 2];
-  for (int32_t i = 0; i < n; ++i) values[i] = s.parent[i].y;
+  for (int32_t i = 0; i < n; ++i) values[i] = from[i].y;
   std::nth_element(values, values + n / 2, values + n);
-  return MotionVec{2 * gx, 2 * values[n / 2]};
+  return MotionVec{scale * gx, scale * values[n / 2]};
 }
 
 // The blocks of one row of a level: make_block's blocks with the cost scale worked out once a row.
@@ -403,18 +405,20 @@ class FirstCandidates {
  public:
   FirstCandidates(const LevelSearch &s, const ParentIndex &parents, int32_t row, bool has_global,
                   const MotionVec &global)
-      : s_(s), parents_(parents), row_(row), has_global_(has_global), global_(clip_to_reach(s, global)) {
+      : s_(s), parents_(parents), row_(row), has_global_(has_global), global_(clip_to_reach(s, global)),
+        scale_(s.start ? 1 : 2) {
     if (!s.parent) return;
     const int32_t pr = parents.row[row], last = s.parent_grid.rows - 1;
-    for (int i = 0; i < 3; ++i) prow_[i] = s.parent + clamp(pr - 1 + i, 0, last) * s.parent_grid.cols;
+    const MotionVec *from = s.start ? s.start : s.parent;
+    for (int i = 0; i < 3; ++i) prow_[i] = from + clamp(pr - 1 + i, 0, last) * s.parent_grid.cols;
   }
   void run(BlockEval *eval, const MotionBlock &b, int32_t col) const {
     // Candidates equal to the parent's vector are dropped cheaply: theirs is a known match that
     // ranks the same (no vector equals the stand-in without a parent).
     MotionVec p{INT32_MIN, INT32_MIN};
     if (s_.parent) {
-      // Whole pixels of the parent, doubled: whole here, and within the reach (each level's reach
-      // is at least twice its parent's).
+      // Whole pixels of the parent, doubled (or the starts made from them): whole here, and within
+      // the reach (each level's reach is at least twice its parent's).
       const int32_t pc = parents_.col[col];
       const int32_t left = std::max(pc - 1, 0), right = std::min(pc + 1, s_.parent_grid.cols - 1);
       p = twice(prow_[1][pc]);
@@ -442,67 +446,17 @@ class FirstCandidates {
   }
 
  private:
-  static MotionVec twice(const MotionVec &v) { return MotionVec{2 * v.x, 2 * v.y}; }
+  MotionVec twice(const MotionVec &v) const { return MotionVec{scale_ * v.x, scale_ * v.y}; }
   const LevelSearch &s_;
   const ParentIndex &parents_;
   const int32_t row_;
   const bool has_global_;
   const MotionVec global_;
+  const int32_t scale_;  // 2 from the parent's vectors, 1 from the starts
   const MotionVec *prow_[3] = {};
 };
 
-// Component-wise medians of the 3x3 neighbourhoods (edges repeated) of the blocks of one row,
-// kChunk columns from c0 at a time (entries beyond the grid are left undefined).  Level vectors
-// are whole pixels within the reach (at most 4 * 8191 quarter pixels), so they fit 16 bits.  The
-// median of nine is med3(the largest of the three column minima, the median of the column
-// medians, the smallest of the column maxima); neighbouring outputs share their columns, so each
-// column is sorted once.  Every step runs over the whole chunk, which the compiler takes 8 or 16
-// at a time.
-constexpr int32_t kChunk = 64;
-struct MedianChunk {
-  int16_t v[2][kChunk];
-  MotionVec at(int32_t col) const { return MotionVec{v[0][col % kChunk], v[1][col % kChunk]}; }
-};
-inline int16_t min16(int16_t a, int16_t b) { return a < b ? a : b; }
-inline int16_t max16(int16_t a, int16_t b) { return a < b ? b : a; }
-inline int16_t med3(int16_t a, int16_t b, int16_t c) { return max16(min16(a, b), min16(max16(a, b), c)); }
-void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, MedianChunk *out) {
-  // Lanes in steps of 16; those beyond the grid repeat its last column.
-  const int32_t lanes = (std::min(kChunk, g.cols - c0) + 15) & ~15;
-  int16_t line[2][3][kChunk + 2];
-  // Entry i holds column c0 + i - 1: the first may lie left of the grid, the last few right of it.
-  const int32_t end = std::min(lanes + 2, g.cols - c0 + 1);
-  for (int32_t dy = 0; dy < 3; ++dy) {
-    const MotionVec *f = field + clamp(row + dy - 1, 0, g.rows - 1) * g.cols;
-    const MotionVec &first = f[std::max(c0 - 1, 0)], &last = f[g.cols - 1];
-    line[0][dy][0] = static_cast<int16_t>(first.x);
-    line[1][dy][0] = static_cast<int16_t>(first.y);
-    for (int32_t i = 1; i < end; ++i) {
-      line[0][dy][i] = static_cast<int16_t>(f[c0 + i - 1].x);
-      line[1][dy][i] = static_cast<int16_t>(f[c0 + i - 1].y);
-    }
-    for (int32_t i = end; i < lanes + 2; ++i) {
-      line[0][dy][i] = static_cast<int16_t>(last.x);
-      line[1][dy][i] = static_cast<int16_t>(last.y);
-    }
-  }
-  for (int c = 0; c < 2; ++c) {
-    int16_t lo[kChunk + 2], mid[kChunk + 2], hi[kChunk + 2];
-    const int16_t *__restrict up = line[c][0], *__restrict at = line[c][1], *__restrict down = line[c][2];
-    for (int32_t i = 0; i < lanes + 2; ++i) {
-      const int16_t a = min16(up[i], at[i]), b = max16(up[i], at[i]);
-      lo[i] = min16(a, down[i]);
-      hi[i] = max16(b, down[i]);
-      mid[i] = max16(a, min16(b, down[i]));
-    }
-    int16_t *__restrict v = out->v[c];
-    for (int32_t i = 0; i < lanes; ++i) {
-      const int16_t most_lo = max16(max16(lo[i], lo[i + 1]), lo[i + 2]);
-      const int16_t least_hi = min16(min16(hi[i], hi[i + 1]), hi[i + 2]);
-      v[i] = med3(most_lo, med3(mid[i], mid[i + 1], mid[i + 2]), least_hi);
-    }
-  }
-}
+constexpr int32_t kChunk = kMedianChunk;
 
 // Pass 2's ranking of a block's candidates: its own vector `own`, then those of `others` (the
 // neighbours' vectors that differ from it, duplicates kept, and the global vector), with pass 1's
@@ -546,13 +500,21 @@ void first_pass(const MotionKernels &k, const LevelSearch &s, const ParentIndex 
   uint32_t local[5];
   MedianChunk medians;
   BlockEval eval(k, s);
+  const uint8_t *flat = has_global ? s.flat : nullptr;
+  const MotionVec follow = clip_to_reach(s, global);
   for (int32_t row = 0; row < g.rows; ++row) {
     RowBlocks blocks(s.a, g, row);
     const FirstCandidates candidates(s, parents, row, has_global, global);
     for (int32_t col = 0; col < g.cols; ++col) {
       const size_t i = static_cast<size_t>(row) * g.cols + col;
-      const MotionBlock &block = blocks.at(col);
       if (col % kChunk == 0) median_chunk(pass0, g, row, col, &medians);
+      if (flat && (flat[i] & kAllFlat)) {
+        pass1[i] = follow;
+        if (s.loose) s.loose[i] = 1;
+        if (exhaustive) exhaustive[i] = 0;
+        continue;
+      }
+      const MotionBlock &block = blocks.at(col);
       const int32_t c = col % kChunk;
       eval.start(block, medians.v[0][c], medians.v[1][c]);
       candidates.run(&eval, block, col);
@@ -587,6 +549,7 @@ void second_pass(const MotionKernels &k, const LevelSearch &s, const MotionVec *
                  MotionVec *out) {
   const BlockGrid &g = s.grid;
   const bool has_global = s.parent && s.use_global;
+  const uint8_t *flat = has_global ? s.flat : nullptr;
   MedianChunk medians;
   BlockEval eval(k, s);
   for (int32_t row = 0; row < g.rows; ++row) {
@@ -595,6 +558,10 @@ void second_pass(const MotionKernels &k, const LevelSearch &s, const MotionVec *
       const size_t i = static_cast<size_t>(row) * g.cols + col;
       if (col % kChunk == 0) median_chunk(pass1, g, row, col, &medians);
       const MotionVec own = pass1[i];
+      if (flat && (flat[i] & kAllFlat)) {
+        out[i] = own;
+        continue;
+      }
       const bool loose = s.loose && s.loose[i] && has_global;
       // The candidates that differ from `own` (a duplicate's evaluation changes nothing).
       const uint64_t own_key = pack(own);
@@ -653,7 +620,27 @@ void second_pass(const MotionKernels &k, const LevelSearch &s, const MotionVec *
   }
 }
 
+// The side, -1, 0 or 1 pixel of the level below, that the matches m (at the vector), lo and hi (a
+// pixel before and after it) lean to: a parabola through them is lowest (lo - hi) / (2 c) pixels
+// of this level away, c = lo + hi - 2 m, which is (lo - hi) / c pixels below; from half a pixel
+// on, the start moves.
+int32_t lean(uint32_t m, uint32_t lo, uint32_t hi) {
+  if (lo == UINT32_MAX || hi == UINT32_MAX) return 0;
+  const int64_t c = int64_t{lo} + hi - 2 * int64_t{m}, d = int64_t{lo} - hi;
+  if (c <= 0 || 2 * (d < 0 ? -d : d) < c) return 0;
+  return d > 0 ? 1 : -1;
+}
+
 }  // namespace
+
+void level_starts(const MotionVec *field, const uint32_t *around, int32_t n, int32_t reach_x, int32_t reach_y,
+                  MotionVec *out) {
+  for (int32_t i = 0; i < n; ++i) {
+    const uint32_t *a = around + 5 * i;
+    out[i] = MotionVec{clamp(2 * field[i].x + 4 * lean(a[0], a[1], a[2]), -4 * reach_x, 4 * reach_x),
+                       clamp(2 * field[i].y + 4 * lean(a[0], a[3], a[4]), -4 * reach_y, 4 * reach_y)};
+  }
+}
 
 void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scratch0,
                   MotionVec *scratch1, MotionVec *out, uint8_t *exhaustive) {

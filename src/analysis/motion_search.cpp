@@ -294,37 +294,48 @@ MotionVec TemporalSource::at(int32_t x, int32_t y) const {
 
 namespace {
 
-// Median of nine by the classic 19-exchange network.
-int32_t median_of_9(int32_t *p) {
-  auto sort2 = [](int32_t &a, int32_t &b) {  // branch-free: the order of a field is random
-    const int32_t lo = std::min(a, b), hi = std::max(a, b);
-    a = lo;
-    b = hi;
-  };
-  sort2(p[1], p[2]), sort2(p[4], p[5]), sort2(p[7], p[8]), sort2(p[0], p[1]), sort2(p[3], p[4]);
-  sort2(p[6], p[7]), sort2(p[1], p[2]), sort2(p[4], p[5]), sort2(p[7], p[8]), sort2(p[0], p[3]);
-  sort2(p[5], p[8]), sort2(p[4], p[7]), sort2(p[3], p[6]), sort2(p[1], p[4]), sort2(p[2], p[5]);
-  sort2(p[4], p[7]), sort2(p[4], p[2]), sort2(p[6], p[4]), sort2(p[4], p[2]);
-  return p[4];
-}
+inline int16_t min16(int16_t a, int16_t b) { return a < b ? a : b; }
+inline int16_t max16(int16_t a, int16_t b) { return a < b ? b : a; }
+inline int16_t med3(int16_t a, int16_t b, int16_t c) { return max16(min16(a, b), min16(max16(a, b), c)); }
 
 }  // namespace
 
-MotionVec median9(const MotionVec *field, const BlockGrid &grid, int32_t col, int32_t row) {
-  int32_t xs[9], ys[9];
-  int n = 0;
-  bool same = true;
-  for (int32_t dy = -1; dy <= 1; ++dy) {
-    const int32_t r = clamp(row + dy, 0, grid.rows - 1);
-    for (int32_t dx = -1; dx <= 1; ++dx, ++n) {
-      const MotionVec &v = field[r * grid.cols + clamp(col + dx, 0, grid.cols - 1)];
-      xs[n] = v.x;
-      ys[n] = v.y;
-      same = same && v == field[row * grid.cols + col];
+void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, MedianChunk *out) {
+  // Lanes in steps of 16; those beyond the grid repeat its last column.
+  const int32_t lanes = (std::min(kMedianChunk, g.cols - c0) + 15) & ~15;
+  int16_t line[2][3][kMedianChunk + 2];
+  // Entry i holds column c0 + i - 1: the first may lie left of the grid, the last few right of it.
+  const int32_t end = std::min(lanes + 2, g.cols - c0 + 1);
+  for (int32_t dy = 0; dy < 3; ++dy) {
+    const MotionVec *f = field + clamp(row + dy - 1, 0, g.rows - 1) * g.cols;
+    const MotionVec &first = f[std::max(c0 - 1, 0)], &last = f[g.cols - 1];
+    line[0][dy][0] = static_cast<int16_t>(first.x);
+    line[1][dy][0] = static_cast<int16_t>(first.y);
+    for (int32_t i = 1; i < end; ++i) {
+      line[0][dy][i] = static_cast<int16_t>(f[c0 + i - 1].x);
+      line[1][dy][i] = static_cast<int16_t>(f[c0 + i - 1].y);
+    }
+    for (int32_t i = end; i < lanes + 2; ++i) {
+      line[0][dy][i] = static_cast<int16_t>(last.x);
+      line[1][dy][i] = static_cast<int16_t>(last.y);
     }
   }
-  if (same) return MotionVec{xs[0], ys[0]};
-  return MotionVec{median_of_9(xs), median_of_9(ys)};
+  for (int c = 0; c < 2; ++c) {
+    int16_t lo[kMedianChunk + 2], mid[kMedianChunk + 2], hi[kMedianChunk + 2];
+    const int16_t *__restrict up = line[c][0], *__restrict at = line[c][1], *__restrict down = line[c][2];
+    for (int32_t i = 0; i < lanes + 2; ++i) {
+      const int16_t a = min16(up[i], at[i]), b = max16(up[i], at[i]);
+      lo[i] = min16(a, down[i]);
+      hi[i] = max16(b, down[i]);
+      mid[i] = max16(a, min16(b, down[i]));
+    }
+    int16_t *__restrict v = out->v[c];
+    for (int32_t i = 0; i < lanes; ++i) {
+      const int16_t most_lo = max16(max16(lo[i], lo[i + 1]), lo[i + 2]);
+      const int16_t least_hi = min16(min16(hi[i], hi[i + 1]), hi[i + 2]);
+      v[i] = med3(most_lo, med3(mid[i], mid[i + 1], mid[i + 2]), least_hi);
+    }
+  }
 }
 
 }  // namespace framedsp

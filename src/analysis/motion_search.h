@@ -180,6 +180,9 @@ struct LevelSearch {
   uint32_t threshold = 8;            // mean absolute difference that calls the exhaustive search
   uint32_t lambda = 0;
   const MotionVec *parent = nullptr;  // level k + 1's vectors, or null at the coarsest level
+  // Optional, per parent block: where this level's search starts from it (this level's quarter
+  // pixels, whole pixels within the reach; see level_starts); null: twice the parent's vector.
+  const MotionVec *start = nullptr;
   BlockGrid parent_grid;
   bool use_global = true;
   const MotionVec *opposite = nullptr;  // the other direction at this level (candidates negated)
@@ -192,10 +195,21 @@ struct LevelSearch {
   // beyond the reach).
   uint8_t *loose = nullptr;
   uint32_t *around = nullptr;
+  // Level 0 with a global vector: mark_flat's bytes, or null.  Blocks whose final blocks are all
+  // flat (kAllFlat) are not searched: the refinement gives them the global sub-pixel vector
+  // whatever they find, so both passes give them the level's global vector, loose.
+  const uint8_t *flat = nullptr;
 };
 
 // Mean absolute difference (cost16 units) below which a whole-pixel step is no evidence.
 constexpr uint32_t kLooseMatch = 1024;
+
+// Where the search of the level below starts from each of n blocks of a searched level (`field`,
+// `around` as the search left them): twice the block's vector, moved a pixel of the level below
+// toward the side the block's matches around it lean to, clipped to (reach_x, reach_y) pixels of
+// the level below.
+void level_starts(const MotionVec *field, const uint32_t *around, int32_t n, int32_t reach_x, int32_t reach_y,
+                  MotionVec *out);
 
 // Two passes over the level's blocks.  scratch0 and scratch1 hold grid.count() vectors each;
 // `out` receives the level's vectors; exhaustive (optional) one byte a block, 1 where pass 1 ran
@@ -203,8 +217,19 @@ constexpr uint32_t kLooseMatch = 1024;
 void search_level(const MotionKernels &k, const LevelSearch &s, MotionVec *scratch0,
                   MotionVec *scratch1, MotionVec *out, uint8_t *exhaustive);
 
-// Component-wise median of the 3x3 vectors around (col, row), edges repeated.
-MotionVec median9(const MotionVec *field, const BlockGrid &grid, int32_t col, int32_t row);
+constexpr int32_t kMedianChunk = 64;
+// Component-wise medians of the 3x3 neighbourhoods (edges repeated) of the blocks of one row,
+// kMedianChunk columns from c0 at a time (entries beyond the grid are left undefined).  Vectors
+// lie within the reach (at most 4 * 8191 quarter pixels), so they fit 16 bits.  The
+// median of nine is med3(the largest of the three column minima, the median of the column
+// medians, the smallest of the column maxima); neighbouring outputs share their columns, so each
+// column is sorted once.  Every step runs over the whole chunk, which the compiler takes 8 or 16
+// at a time.
+struct MedianChunk {
+  int16_t v[2][kMedianChunk];
+  MotionVec at(int32_t col) const { return MotionVec{v[0][col % kMedianChunk], v[1][col % kMedianChunk]}; }
+};
+void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, MedianChunk *out);
 
 // Ranks two evaluated candidates: lower cost, then shorter vector (L1), then the earlier one.
 inline bool better(uint64_t cost, const MotionVec &v, uint64_t best_cost, const MotionVec &best) {
@@ -247,10 +272,12 @@ struct FinalStage {
   BlockParts *parts = nullptr;          // search_grid.count() of scratch: each settled vector's
   uint8_t *flat = nullptr;              // search_grid.count() bytes of scratch
 };
-// Fills f.flat where the final blocks nest in the search blocks (other grids need none).  It reads
-// the source picture alone: run it before the half-pixel planes, while the level search's reads of
-// the source are still in the caches.
-void mark_flat(const MotionKernels &k, const FinalStage &f);
+// Bit q of a search block's flat byte: its final block q (of the 2x2 it holds) is flat; kAllFlat:
+// every final block it holds is.
+constexpr uint8_t kAllFlat = 0x10;
+// Fills f.flat where the final blocks nest in the search blocks (other grids need none; false
+// then).  It reads the source picture alone, and f.a, f.search_grid, f.grid and f.flat.
+bool mark_flat(const MotionKernels &k, const FinalStage &f);
 // After mark_flat, writes the direction's grid.count() DSP_MOTION_VECTOR entries (any alignment):
 // vector, cost (SAD per 64 pixels, saturated to 16 bits) and flags.
 void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries);

@@ -115,6 +115,7 @@ struct Work {
   MotionVec *scratch0 = nullptr, *scratch1 = nullptr;
   uint8_t *loose = nullptr;   // the level being searched
   uint32_t *around = nullptr;  // the level being searched
+  MotionVec *start = nullptr;  // level 0's starts from level 1 (level_starts), both directions
   BlockParts *parts = nullptr;  // level 0
   uint8_t *flat = nullptr;      // level 0
   uint8_t *half = nullptr;      // the target's half-pixel planes (sub-pixel vectors only)
@@ -157,6 +158,7 @@ size_t layout(const Plan &p, uint8_t *base, Work *w) {
     w->fwd[k] = vecs(static_cast<size_t>(p.grids[k].count()));
     w->bwd[k] = k < 2 ? vecs(static_cast<size_t>(p.grids[k].count())) : nullptr;
   }
+  if (p.levels > 1) w->start = vecs(static_cast<size_t>(p.grids[1].count()));
   w->scratch0 = vecs(largest);
   w->scratch1 = vecs(largest);
   w->loose = carve(base, &at, largest);
@@ -218,7 +220,10 @@ bool make_plan(const DSP_MOTION_VECTORS_PARAMS &rec, Plan *p) {
 // of B do not sit where blocks of A moved to.
 void negate_coarse(const Plan &p, Work &w) {
   const int32_t n = p.grids[1].count();
-  for (int32_t i = 0; i < n; ++i) w.bwd[1][i] = MotionVec{-w.fwd[1][i].x, -w.fwd[1][i].y};
+  for (int32_t i = 0; i < n; ++i) {
+    w.bwd[1][i] = MotionVec{-w.fwd[1][i].x, -w.fwd[1][i].y};
+    w.start[i] = MotionVec{-w.start[i].x, -w.start[i].y};
+  }
 }
 
 // One direction: every level from the coarsest down (the backward one from level 0, see
@@ -234,6 +239,14 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
     negate_coarse(p, w);
     top = 0;
   }
+  FinalStage f;
+  f.a = src[0];
+  f.b = dst[0];
+  f.search_grid = p.grids[0];
+  f.grid = p.final_grid;
+  f.flat = w.flat;
+  // Flat blocks follow the global sub-pixel vector, which only the refinement gives.
+  const bool flat = mark_flat(k, f);
   for (int32_t lv = top; lv >= 0; --lv) {
     LevelSearch s;
     s.a = src[lv];
@@ -255,21 +268,20 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
     s.temporal = temporal;
     s.loose = w.loose;
     s.around = w.around;
+    if (lv == 0 && flat && p.subpel) s.flat = w.flat;
+    if (s.parent) s.start = w.start;
     search_level(k, s, w.scratch0, w.scratch1, out[lv], lv == 0 ? w.exhaustive : nullptr);
+    // The level below starts where this level's matches say the motion lies.
+    if (lv > 0) level_starts(out[lv], w.around, p.grids[lv].count(), p.reach_x[lv - 1], p.reach_y[lv - 1], w.start);
   }
-  FinalStage f;
-  f.a = src[0];
-  f.b = dst[0];
   HalfPlanes half;
   HalfPlaneMaker maker(k, dst[0], w.half, &half, half_window(p), half_run(p));
   if (p.subpel) {
     f.half = &half;
     f.half_maker = &maker;
   }
-  f.search_grid = p.grids[0];
   f.search = out[0];
   f.exhaustive = w.exhaustive;
-  f.grid = p.final_grid;
   f.reach_x = p.reach_x[0];
   f.reach_y = p.reach_y[0];
   f.lambda = p.lambda;
@@ -281,8 +293,6 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   f.refined = w.scratch0;
   f.settled = w.scratch1;
   f.parts = w.parts;
-  f.flat = w.flat;
-  mark_flat(k, f);
   final_stage(k, f, entries);
 }
 
