@@ -337,7 +337,7 @@ MotionVec clip_to_reach(const LevelSearch &s, MotionVec v) {
                    clamp(whole(v.y), -4 * s.reach_y, 4 * s.reach_y)};
 }
 
-// Level k + 1's vector at a parent block, scaled to level k.
+// Level k + 1's vector at a parent block, scaled to level k (its start when the level has them).
 MotionVec parent_vec(const LevelSearch &s, int32_t pcol, int32_t prow) {
   const int32_t i = clamp(prow, 0, s.parent_grid.rows - 1) * s.parent_grid.cols + clamp(pcol, 0, s.parent_grid.cols - 1);
   if (s.start) return s.start[i];
@@ -421,10 +421,10 @@ class FirstCandidates {
       // the reach (each level's reach is at least twice its parent's).
       const int32_t pc = parents_.col[col];
       const int32_t left = std::max(pc - 1, 0), right = std::min(pc + 1, s_.parent_grid.cols - 1);
-      p = twice(prow_[1][pc]);
+      p = scaled(prow_[1][pc]);
       eval->try_vec(p);
-      const MotionVec beside[4] = {twice(prow_[1][left]), twice(prow_[1][right]), twice(prow_[0][pc]),
-                                   twice(prow_[2][pc])};
+      const MotionVec beside[4] = {scaled(prow_[1][left]), scaled(prow_[1][right]), scaled(prow_[0][pc]),
+                                   scaled(prow_[2][pc])};
       for (const MotionVec &v : beside) {
         if (v != p) eval->try_vec(v);
       }
@@ -446,7 +446,7 @@ class FirstCandidates {
   }
 
  private:
-  MotionVec twice(const MotionVec &v) const { return MotionVec{scale_ * v.x, scale_ * v.y}; }
+  MotionVec scaled(const MotionVec &v) const { return MotionVec{scale_ * v.x, scale_ * v.y}; }
   const LevelSearch &s_;
   const ParentIndex &parents_;
   const int32_t row_;
