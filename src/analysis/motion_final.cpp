@@ -532,8 +532,6 @@ Shape shape_of(const FinalStage &f, int32_t sc, int32_t sr) {
   return s;
 }
 
-// Search block (sc, sr), the chunk's block j: its own vector for every part, or where a neighbour
-// may move otherwise (not calm), the best of its own and the neighbours' for each part.
 // Whether the split stage has the sums of search block i at its own vector from refinement or
 // settling.
 bool parts_known(const FinalStage &f, const MotionVec *search, size_t i) {
@@ -570,6 +568,8 @@ void own_sums(const MotionKernels &k, const FinalStage &f, const MotionVec *sear
   }
 }
 
+// Search block (sc, sr), the chunk's block j: its own vector for every part, or where a neighbour
+// may move otherwise (not calm), the best of its own and the neighbours' for each part.
 void split_block(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sc, int32_t sr,
                  const Shape &shape, bool calm, int32_t nx, int32_t j, const uint32_t *made_sums, PartChunk *out) {
   const size_t i = static_cast<size_t>(sr) * f.search_grid.cols + sc;

@@ -47,26 +47,10 @@ struct CandidateList {
 // Level blocks are at most this wide and high (the search settings' bound).
 constexpr int32_t kLevelBlockMax = 32;
 
-// n (0..kLevelBlockMax) bytes by a few fixed-size moves: two overlapping ones from 4 bytes up.
-void copy_short(uint8_t *dst, const uint8_t *src, int32_t n) {
-  if (n >= 16) {
-    std::memcpy(dst, src, 16);
-    std::memcpy(dst + n - 16, src + n - 16, 16);
-  } else if (n >= 8) {
-    std::memcpy(dst, src, 8);
-    std::memcpy(dst + n - 8, src + n - 8, 8);
-  } else if (n >= 4) {
-    std::memcpy(dst, src, 4);
-    std::memcpy(dst + n - 4, src + n - 4, 4);
-  } else {
-    for (int32_t i = 0; i < n; ++i) dst[i] = src[i];
-  }
-}
-
 // block_sad for a vector that reaches over an edge of the target, the same sum.  Lines beyond the
 // top or bottom edge read the edge line: with the columns inside, each run of lines is one kernel
-// call (the edge lines with stride 0); otherwise the block is gathered line by line with the edge
-// samples repeated.
+// call (the edge lines with stride 0); otherwise the block is fetched with the edge samples
+// repeated.
 #if defined(__GNUC__)
 __attribute__((noinline))  // the rare path, kept out of the search's loops
 #endif
@@ -88,16 +72,9 @@ uint32_t edge_sad(const MotionKernels &k, const MotionBlock &b, const MotionPlan
     }
     return sum;
   }
-  constexpr int32_t kStride = 3 * kLevelBlockMax;  // room for the edge fills past the block
-  alignas(16) uint8_t fetched[kStride * kLevelBlockMax];
-  for (int32_t j = 0; j < b.h; ++j) {
-    const uint8_t *row = j < top ? t.data : j < bottom ? t.data + (y + j) * t.stride : last;
-    uint8_t *out = fetched + j * kStride;
-    std::memset(out, row[0], kLevelBlockMax);
-    if (tail > lead) copy_short(out + lead, row + x + lead, tail - lead);
-    std::memset(out + tail, row[t.width - 1], kLevelBlockMax);
-  }
-  return k.sad(b.a, b.a_stride, fetched, kStride, w, static_cast<uint32_t>(b.h));
+  alignas(16) uint8_t fetched[kFetchStride * kLevelBlockMax];
+  fetch_clamped(t, x, y, b.w, b.h, fetched);
+  return k.sad(b.a, b.a_stride, fetched, kFetchStride, w, static_cast<uint32_t>(b.h));
 }
 
 // block_sad at whole-pixel vector v.
@@ -337,11 +314,9 @@ MotionVec clip_to_reach(const LevelSearch &s, MotionVec v) {
                    clamp(whole(v.y), -4 * s.reach_y, 4 * s.reach_y)};
 }
 
-// Level k + 1's vector at a parent block, scaled to level k (its start when the level has them).
+// The start a parent block gives this level.
 MotionVec parent_vec(const LevelSearch &s, int32_t pcol, int32_t prow) {
-  const int32_t i = clamp(prow, 0, s.parent_grid.rows - 1) * s.parent_grid.cols + clamp(pcol, 0, s.parent_grid.cols - 1);
-  if (s.start) return s.start[i];
-  return MotionVec{2 * s.parent[i].x, 2 * s.parent[i].y};
+  return s.parent[clamp(prow, 0, s.parent_grid.rows - 1) * s.parent_grid.cols + clamp(pcol, 0, s.parent_grid.cols - 1)];
 }
 
 // The parent blocks under the centres of a level's columns and rows (at most 16384 / 8 each).
@@ -360,18 +335,16 @@ struct ParentIndex {
   }
 };
 
-// Component-wise median of the parent field, scaled to this level.
+// Component-wise median of the parent blocks' starts.
 MotionVec global_vec(const LevelSearch &s, MotionVec *scratch) {
   const int32_t n = s.parent_grid.count();
-  const MotionVec *from = s.start ? s.start : s.parent;
-  const int32_t scale = s.start ? 1 : 2;
   int32_t *values = reinterpret_cast<int32_t *>(scratch);
-  for (int32_t i = 0; i < n; ++i) values[i] = from[i].x;
+  for (int32_t i = 0; i < n; ++i) values[i] = s.parent[i].x;
   std::nth_element(values, values + n / 2, values + n);
   const int32_t gx = values[n / 2];
-  for (int32_t i = 0; i < n; ++i) values[i] = from[i].y;
+  for (int32_t i = 0; i < n; ++i) values[i] = s.parent[i].y;
   std::nth_element(values, values + n / 2, values + n);
-  return MotionVec{scale * gx, scale * values[n / 2]};
+  return MotionVec{gx, values[n / 2]};
 }
 
 // The blocks of one row of a level: make_block's blocks with the cost scale worked out once a row.
@@ -405,26 +378,22 @@ class FirstCandidates {
  public:
   FirstCandidates(const LevelSearch &s, const ParentIndex &parents, int32_t row, bool has_global,
                   const MotionVec &global)
-      : s_(s), parents_(parents), row_(row), has_global_(has_global), global_(clip_to_reach(s, global)),
-        scale_(s.start ? 1 : 2) {
+      : s_(s), parents_(parents), row_(row), has_global_(has_global), global_(clip_to_reach(s, global)) {
     if (!s.parent) return;
     const int32_t pr = parents.row[row], last = s.parent_grid.rows - 1;
-    const MotionVec *from = s.start ? s.start : s.parent;
-    for (int i = 0; i < 3; ++i) prow_[i] = from + clamp(pr - 1 + i, 0, last) * s.parent_grid.cols;
+    for (int i = 0; i < 3; ++i) prow_[i] = s.parent + clamp(pr - 1 + i, 0, last) * s.parent_grid.cols;
   }
   void run(BlockEval *eval, const MotionBlock &b, int32_t col) const {
     // Candidates equal to the parent's vector are dropped cheaply: theirs is a known match that
     // ranks the same (no vector equals the stand-in without a parent).
     MotionVec p{INT32_MIN, INT32_MIN};
     if (s_.parent) {
-      // Whole pixels of the parent, doubled (or the starts made from them): whole here, and within
-      // the reach (each level's reach is at least twice its parent's).
+      // The starts of the parent and of its four neighbours: whole pixels within the reach.
       const int32_t pc = parents_.col[col];
       const int32_t left = std::max(pc - 1, 0), right = std::min(pc + 1, s_.parent_grid.cols - 1);
-      p = scaled(prow_[1][pc]);
+      p = prow_[1][pc];
       eval->try_vec(p);
-      const MotionVec beside[4] = {scaled(prow_[1][left]), scaled(prow_[1][right]), scaled(prow_[0][pc]),
-                                   scaled(prow_[2][pc])};
+      const MotionVec beside[4] = {prow_[1][left], prow_[1][right], prow_[0][pc], prow_[2][pc]};
       for (const MotionVec &v : beside) {
         if (v != p) eval->try_vec(v);
       }
@@ -446,13 +415,11 @@ class FirstCandidates {
   }
 
  private:
-  MotionVec scaled(const MotionVec &v) const { return MotionVec{scale_ * v.x, scale_ * v.y}; }
   const LevelSearch &s_;
   const ParentIndex &parents_;
   const int32_t row_;
   const bool has_global_;
   const MotionVec global_;
-  const int32_t scale_;  // 2 from the parent's vectors, 1 from the starts
   const MotionVec *prow_[3] = {};
 };
 

@@ -6,8 +6,6 @@
 namespace framedsp {
 namespace {
 
-constexpr int32_t kFetchStride = static_cast<int32_t>(kSubStride);  // fetched blocks and patches alike
-
 int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : (v > hi ? hi : v); }
 
 bool inside(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h) {
@@ -40,12 +38,11 @@ void clamped_run(const MotionPlane &p, int32_t y, int32_t x, int32_t w, uint8_t 
   if (w > tail) std::memset(out + tail, row[p.width - 1], static_cast<size_t>(w - tail));
 }
 
-// The w x h block at (x, y) of a plane, samples outside it repeating the nearest edge sample.
+}  // namespace
+
 void fetch_clamped(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h, uint8_t *out) {
   for (int32_t j = 0; j < h; ++j) clamped_run(p, y + j, x, w, out + j * kFetchStride);
 }
-
-}  // namespace
 
 BlockGrid make_grid(int32_t width, int32_t height, int32_t bw, int32_t bh) {
   BlockGrid g;

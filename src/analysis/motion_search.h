@@ -137,6 +137,11 @@ class HalfPlaneMaker {
 constexpr ptrdiff_t kSubStride = kSadMaxSide + 16;
 constexpr ptrdiff_t kSubStep = 32;
 constexpr size_t kSubPatchBytes = (kSadMaxSide + 5) * kSubStride + 2 * kSubStep;
+
+// The w x h block (w <= kSadMaxSide) at (x, y) of a plane into out with stride kFetchStride,
+// samples outside the plane repeating its nearest edge sample.
+constexpr ptrdiff_t kFetchStride = kSubStride;  // fetched blocks and patches alike
+void fetch_clamped(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h, uint8_t *out);
 void half_patch(const MotionKernels &k, const MotionPlane &picture, int plane, int32_t x, int32_t y, int32_t w,
                 int32_t h, uint8_t *out, ptrdiff_t *stride);
 
@@ -179,10 +184,10 @@ struct LevelSearch {
   int32_t reach_x = 1, reach_y = 1;  // level pixels: no vector leaves this box
   uint32_t threshold = 8;            // mean absolute difference that calls the exhaustive search
   uint32_t lambda = 0;
-  const MotionVec *parent = nullptr;  // level k + 1's vectors, or null at the coarsest level
-  // Optional, per parent block: where this level's search starts from it (this level's quarter
-  // pixels, whole pixels within the reach; see level_starts); null: twice the parent's vector.
-  const MotionVec *start = nullptr;
+  // Per block of level k + 1, where this level's search starts from it (level_starts: its vector
+  // doubled and moved toward its matches; this level's quarter pixels, whole pixels within the
+  // reach), or null at the coarsest level.
+  const MotionVec *parent = nullptr;
   BlockGrid parent_grid;
   bool use_global = true;
   const MotionVec *opposite = nullptr;  // the other direction at this level (candidates negated)

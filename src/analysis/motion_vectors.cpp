@@ -115,7 +115,9 @@ struct Work {
   MotionVec *scratch0 = nullptr, *scratch1 = nullptr;
   uint8_t *loose = nullptr;   // the level being searched
   uint32_t *around = nullptr;  // the level being searched
-  MotionVec *start = nullptr;  // level 0's starts from level 1 (level_starts), both directions
+  // The next level's parent starts (level_starts), made from the level just searched; level 0's
+  // stay for the backward search (negated).
+  MotionVec *start = nullptr;
   BlockParts *parts = nullptr;  // level 0
   uint8_t *flat = nullptr;      // level 0
   uint8_t *half = nullptr;      // the target's half-pixel planes (sub-pixel vectors only)
@@ -153,11 +155,9 @@ size_t layout(const Plan &p, uint8_t *base, Work *w) {
   size_t at = 0, largest = 0;
   for (uint32_t k = 0; k < p.levels; ++k) largest = std::max(largest, static_cast<size_t>(p.grids[k].count()));
   auto vecs = [&](size_t n) { return reinterpret_cast<MotionVec *>(carve(base, &at, n * sizeof(MotionVec))); };
-  // The backward search reads levels 0 and 1 alone (see negate_coarse).
-  for (uint32_t k = 0; k < p.levels; ++k) {
-    w->fwd[k] = vecs(static_cast<size_t>(p.grids[k].count()));
-    w->bwd[k] = k < 2 ? vecs(static_cast<size_t>(p.grids[k].count())) : nullptr;
-  }
+  // The backward search has level 0 alone (see negate_coarse).
+  for (uint32_t k = 0; k < p.levels; ++k) w->fwd[k] = vecs(static_cast<size_t>(p.grids[k].count()));
+  w->bwd[0] = vecs(static_cast<size_t>(p.grids[0].count()));
   if (p.levels > 1) w->start = vecs(static_cast<size_t>(p.grids[1].count()));
   w->scratch0 = vecs(largest);
   w->scratch1 = vecs(largest);
@@ -214,16 +214,13 @@ bool make_plan(const DSP_MOTION_VECTORS_PARAMS &rec, Plan *p) {
   return true;
 }
 
-// The backward search shares the forward one's coarse levels: its parent field at level 0 is the
-// forward field of level 1 negated (a motion seen from A to B at a coarse scale is its opposite
-// from B to A), so it searches level 0 alone.  The fine level keeps its own search, since blocks
-// of B do not sit where blocks of A moved to.
+// The backward search shares the forward one's coarse levels: its parent starts at level 0 are
+// the forward ones negated (a motion seen from A to B at a coarse scale is its opposite from B to
+// A), so it searches level 0 alone.  The fine level keeps its own search, since blocks of B do
+// not sit where blocks of A moved to.
 void negate_coarse(const Plan &p, Work &w) {
   const int32_t n = p.grids[1].count();
-  for (int32_t i = 0; i < n; ++i) {
-    w.bwd[1][i] = MotionVec{-w.fwd[1][i].x, -w.fwd[1][i].y};
-    w.start[i] = MotionVec{-w.start[i].x, -w.start[i].y};
-  }
+  for (int32_t i = 0; i < n; ++i) w.start[i] = MotionVec{-w.start[i].x, -w.start[i].y};
 }
 
 // One direction: every level from the coarsest down (the backward one from level 0, see
@@ -245,7 +242,8 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
   f.search_grid = p.grids[0];
   f.grid = p.final_grid;
   f.flat = w.flat;
-  // Flat blocks follow the global sub-pixel vector, which only the refinement gives.
+  // Flat blocks are known before the searches: level 0 leaves out those that follow the global
+  // vector anyway.
   const bool flat = mark_flat(k, f);
   for (int32_t lv = top; lv >= 0; --lv) {
     LevelSearch s;
@@ -260,7 +258,7 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
     s.threshold = p.s.threshold[lv];
     s.lambda = p.lambda;
     if (lv + 1 < static_cast<int32_t>(p.levels)) {
-      s.parent = out[lv + 1];
+      s.parent = w.start;
       s.parent_grid = p.grids[lv + 1];
     }
     s.use_global = !(p.flags & DSP_MOTION_NO_GLOBAL);
@@ -269,7 +267,6 @@ void estimate(const MotionKernels &k, const Plan &p, Work &w, int d, const Tempo
     s.loose = w.loose;
     s.around = w.around;
     if (lv == 0 && flat && p.subpel) s.flat = w.flat;
-    if (s.parent) s.start = w.start;
     search_level(k, s, w.scratch0, w.scratch1, out[lv], lv == 0 ? w.exhaustive : nullptr);
     // The level below starts where this level's matches say the motion lies.
     if (lv > 0) level_starts(out[lv], w.around, p.grids[lv].count(), p.reach_x[lv - 1], p.reach_y[lv - 1], w.start);
