@@ -361,12 +361,14 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     }
     MotionBlock part;
     const MotionVec lo = read_lo(MotionVec{own.x - 3, own.y - 3}), hi = read_hi(MotionVec{own.x + 3, own.y + 3});
-    const bool cut = inside_part(f.b, whole, lo, hi, &part);
+    // Most blocks read inside the target: then none of them is cut.
+    const bool inside = all_inside(f.b, whole, lo, hi);
+    const bool cut = !inside && inside_part(f.b, whole, lo, hi, &part);
     const MotionBlock &b = cut ? part : whole;
     uint32_t sx, sy;
     split_of(f, b, &sx, &sy);
     // A cut block's part lies inside by construction, so it takes the direct path as well.
-    if ((cut || all_inside(f.b, whole, lo, hi)) && iabs(own.x) + 3 <= 4 * f.reach_x &&
+    if ((cut || inside) && iabs(own.x) + 3 <= 4 * f.reach_x &&
         iabs(own.y) + 3 <= 4 * f.reach_y) {
       if (cut) sx = static_cast<uint32_t>(b.w), sy = static_cast<uint32_t>(b.h);
       batch.add(RingBlock{b.a, b.a_stride, b.x, b.y, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h), sx, sy,
@@ -437,7 +439,7 @@ void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global
       }
       const MotionBlock whole = make_block(f.a, sg, col, row);
       MotionBlock part;
-      const bool cut = inside_part(f.b, whole, lo, hi, &part);  // as in refine()
+      const bool cut = !all_inside(f.b, whole, lo, hi) && inside_part(f.b, whole, lo, hi, &part);  // as in refine()
       const MotionBlock &block = cut ? part : whole;
       uint32_t sx, sy;
       split_of(f, block, &sx, &sy);
