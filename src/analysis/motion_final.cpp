@@ -201,10 +201,11 @@ void ring(FinalEval *e, int32_t step) {
 
 int32_t nesting(int32_t search, int32_t final) { return search == final ? 1 : (search == 2 * final ? 2 : 0); }
 
+bool nests(const FinalStage &f) { return nesting(f.search_grid.bw, f.grid.bw) && nesting(f.search_grid.bh, f.grid.bh); }
+
 // Where a search block's sums split: after the first final block's columns and lines when the
-// final blocks nest in the search blocks, nowhere otherwise.
-void split_of(const FinalStage &f, const MotionBlock &b, uint32_t *sx, uint32_t *sy) {
-  const bool nested = nesting(f.search_grid.bw, f.grid.bw) && nesting(f.search_grid.bh, f.grid.bh);
+// final blocks nest in the search blocks (nested), nowhere otherwise.
+void split_of(const FinalStage &f, bool nested, const MotionBlock &b, uint32_t *sx, uint32_t *sy) {
   *sx = static_cast<uint32_t>(nested ? std::min(f.grid.bw, b.w) : b.w);
   *sy = static_cast<uint32_t>(nested ? std::min(f.grid.bh, b.h) : b.h);
 }
@@ -336,6 +337,7 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
   int32_t *xs = reinterpret_cast<int32_t *>(f.settled), *ys = xs + n, placed = 0;
   RingBatch batch(k, f, xs, ys, &placed);
   int32_t made = -1;  // the planes' lines made so far: [0, made]
+  const bool nested = nests(f);
   int32_t row_y = 0;
   for (int32_t i = 0; i < n; ++i) {
     const MotionVec own = f.search[i];
@@ -366,7 +368,7 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     const bool cut = !inside && inside_part(f.b, whole, lo, hi, &part);
     const MotionBlock &b = cut ? part : whole;
     uint32_t sx, sy;
-    split_of(f, b, &sx, &sy);
+    split_of(f, nested, b, &sx, &sy);
     // A cut block's part lies inside by construction, so it takes the direct path as well.
     if ((cut || inside) && iabs(own.x) + 3 <= 4 * f.reach_x &&
         iabs(own.y) + 3 <= 4 * f.reach_y) {
@@ -405,6 +407,7 @@ void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global
   uint8_t calm[kChunk];
   MedianChunk medians;
   bool have_medians = false;  // made for a chunk's first block that is not calm
+  const bool nested = nests(f);
   for (int32_t row = 0; row < sg.rows; ++row) {
     for (int32_t col = 0; col < sg.cols; ++col) {
       const size_t i = static_cast<size_t>(row) * sg.cols + col;
@@ -442,7 +445,7 @@ void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global
       const bool cut = !all_inside(f.b, whole, lo, hi) && inside_part(f.b, whole, lo, hi, &part);  // as in refine()
       const MotionBlock &block = cut ? part : whole;
       uint32_t sx, sy;
-      split_of(f, block, &sx, &sy);
+      split_of(f, nested, block, &sx, &sy);
       if (cut) sx = static_cast<uint32_t>(block.w), sy = static_cast<uint32_t>(block.h);
       if (!follows && !have_medians) {
         median_chunk(f.refined, sg, row, col - col % kChunk, &medians);
