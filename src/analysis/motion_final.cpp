@@ -491,7 +491,7 @@ int other_motions(const FinalStage &f, const MotionVec *search, int32_t sc, int3
 
 // The final blocks of a chunk of a search row, by final row (qr) and column from the chunk's first.
 struct PartChunk {
-  int32_t x[2][2 * kChunk], y[2][2 * kChunk];  // vector
+  int16_t x[2][2 * kChunk], y[2][2 * kChunk];  // vector (quarter pixels within the reach fit 16 bits)
   uint32_t match[2][2 * kChunk];
   uint16_t flags[2][2 * kChunk];  // DSP_MV_FLAT and DSP_MV_REFINED
 };
@@ -595,29 +595,44 @@ void split_block(const MotionKernels &k, const FinalStage &f, const MotionVec *s
   for (int q = 0; q < 4; ++q) {
     const int32_t qc = q & 1, qr = q >> 1, at = j * nx + qc;
     if (qc >= nx) continue;
-    out->x[qr][at] = v[q].x, out->y[qr][at] = v[q].y, out->match[qr][at] = m[q];
+    out->x[qr][at] = static_cast<int16_t>(v[q].x), out->y[qr][at] = static_cast<int16_t>(v[q].y);
+    out->match[qr][at] = m[q];
     out->flags[qr][at] = static_cast<uint16_t>(refined | ((f.flat[i] >> q) & 1 ? DSP_MV_FLAT : 0u));
   }
 }
 
+int16_t clamp16(int32_t v) { return static_cast<int16_t>(std::min(std::max(v, -32768), 32767)); }
+
+// Where a vector takes a final block outside the target: the first sample column left of 0 or
+// the last (rounded up for a fractional position) right of the last column; rows alike.  For a
+// block at x, w wide: 4 * x + vx < 0, or x + ((vx + 3) >> 2) + w > right, that is vx > 4 * (right
+// - x - w).  Vectors lie within +-4 * 8191, so the bounds clamped to 16 bits decide alike.
+struct Bounds {
+  int16_t lo[2 * kChunk], hi[2 * kChunk];
+};
+// The column bounds of n final blocks from column f0.
+void column_bounds(const FinalStage &f, int32_t f0, int32_t n, Bounds *out) {
+  for (int32_t t = 0; t < n; ++t) {
+    const int32_t x = (f0 + t) * f.grid.bw, w = std::min(f.grid.bw, f.a.width - x);
+    out->lo[t] = clamp16(-4 * x);
+    out->hi[t] = clamp16(4 * (f.b.width - x - w));
+  }
+}
+
 // The entries of n final blocks of row fr from column f0 (x, y, match, flags of the chunk's final
-// row) with their cost, DSP_MV_BAD and DSP_MV_OUTSIDE: one step over the row, which the compiler
-// takes several lanes at a time, then one copy.
-void write_row(const FinalStage &f, const int32_t *vx, const int32_t *vy, const uint32_t *match, const uint16_t *flags,
-               int32_t fr, int32_t f0, int32_t n, uint8_t *entries) {
+// row; `columns` their column bounds) with their cost, DSP_MV_BAD and DSP_MV_OUTSIDE: one step
+// over the row, which the compiler takes several lanes at a time, then one copy.
+void write_row(const FinalStage &f, const int16_t *vx, const int16_t *vy, const uint32_t *match, const uint16_t *flags,
+               const Bounds &columns, int32_t fr, int32_t f0, int32_t n, uint8_t *entries) {
   const BlockGrid &g = f.grid;
-  const int32_t y = fr * g.bh, h = std::min(g.bh, f.a.height - y), width = f.a.width;
-  const int32_t bottom = f.b.height - h, right = f.b.width;
-  const uint32_t threshold = f.scene_threshold;
+  const int32_t y = fr * g.bh, h = std::min(g.bh, f.a.height - y);
+  const int16_t top = clamp16(-4 * y), bottom = clamp16(4 * (f.b.height - h - y));
+  // Costs lie below 2^28: the threshold clamped to 31 bits decides alike.
+  const uint32_t threshold = std::min<uint32_t>(f.scene_threshold, 0x7FFFFFFF);
   uint16_t packed[4 * 2 * kChunk];
   for (int32_t t = 0; t < n; ++t) {
-    // Outside: the first sample column left of 0 or the last (rounded up for a fractional
-    // position) right of the last column; rows alike.
-    const int32_t x = (f0 + t) * g.bw, w = std::min(g.bw, width - x);
-    const int32_t qx = 4 * x + vx[t], qy = 4 * y + vy[t];
-    const bool out = (qx < 0) | (qy < 0) | (((qx + 3) >> 2) + w > right) | (((qy + 3) >> 2) > bottom);
+    const bool out = (vx[t] < columns.lo[t]) | (vx[t] > columns.hi[t]) | (vy[t] < top) | (vy[t] > bottom);
     const uint32_t c64 = (match[t] + 8) >> 4;
-    // Vectors lie within the reach, at most 8191 pixels: quarter pixels fit 16 bits.
     packed[4 * t] = static_cast<uint16_t>(vx[t]);
     packed[4 * t + 1] = static_cast<uint16_t>(vy[t]);
     packed[4 * t + 2] = static_cast<uint16_t>(std::min<uint32_t>(c64, 0xFFFF));
@@ -629,17 +644,21 @@ void write_row(const FinalStage &f, const int32_t *vx, const int32_t *vy, const 
 
 // The split stage when every search block holds 1x1, 2x1, 1x2 or 2x2 final blocks: one pass of
 // sad_q4 a candidate gives the matches of all of them.  Most blocks have no neighbour with another
-// motion; they keep their own vector and the sums refinement found for it.
+// motion; they keep their own vector and the sums refinement found for it.  Chunks of columns
+// from top to bottom, so that their final columns' bounds are worked out once.
 void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t nx, int32_t ny,
                   const Out &out) {
   const BlockGrid &sg = f.search_grid;
   uint8_t calm[kChunk], made[kChunk];
   uint32_t sums[kChunk][4];
   PartChunk chunk;
-  for (int32_t sr = 0; sr < sg.rows; ++sr) {
-    const Shape inner = shape_of(f, 0, sr), edge = shape_of(f, sg.cols - 1, sr);
-    for (int32_t c0 = 0; c0 < sg.cols; c0 += kChunk) {
-      const int32_t n = std::min(kChunk, sg.cols - c0);
+  Bounds columns;
+  for (int32_t c0 = 0; c0 < sg.cols; c0 += kChunk) {
+    const int32_t n = std::min(kChunk, sg.cols - c0);
+    const int32_t f0 = c0 * nx, count = std::min((c0 + n) * nx, f.grid.cols) - f0;
+    column_bounds(f, f0, count, &columns);
+    for (int32_t sr = 0; sr < sg.rows; ++sr) {
+      const Shape inner = shape_of(f, 0, sr), edge = shape_of(f, sg.cols - 1, sr);
       if (f.split) calm_chunk(search, sg, sr, c0, kSplitApart, calm);
       own_sums(k, f, search, sr, c0, n, inner, sums, made);
       for (int32_t j = 0; j < n; ++j) {
@@ -647,9 +666,9 @@ void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *
         split_block(k, f, search, sc, sr, sc + 1 < sg.cols ? inner : edge, !f.split || calm[j], nx, j,
                     made[j] ? sums[j] : nullptr, &chunk);
       }
-      const int32_t f0 = c0 * nx, count = std::min((c0 + n) * nx, f.grid.cols) - f0;
       for (int32_t qr = 0; qr < ny && sr * ny + qr < f.grid.rows; ++qr) {
-        write_row(f, chunk.x[qr], chunk.y[qr], chunk.match[qr], chunk.flags[qr], sr * ny + qr, f0, count, out.entries);
+        write_row(f, chunk.x[qr], chunk.y[qr], chunk.match[qr], chunk.flags[qr], columns, sr * ny + qr, f0, count,
+                  out.entries);
       }
     }
   }
@@ -678,9 +697,11 @@ void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *sea
       }
       const bool exhaustive = f.exhaustive && f.exhaustive[sr * sg.cols + sc];
       const uint16_t fl = static_cast<uint16_t>((flat(k, f.a, block) ? DSP_MV_FLAT : 0u) | (exhaustive ? DSP_MV_REFINED : 0u));
-      const MotionVec &v = eval.best().v;
+      const int16_t vx = static_cast<int16_t>(eval.best().v.x), vy = static_cast<int16_t>(eval.best().v.y);
       const uint32_t match = eval.best().match;
-      write_row(f, &v.x, &v.y, &match, &fl, row, col, 1, out.entries);
+      Bounds column;
+      column_bounds(f, col, 1, &column);
+      write_row(f, &vx, &vy, &match, &fl, column, row, col, 1, out.entries);
     }
   }
 }
