@@ -543,20 +543,26 @@ bool parts_known(const FinalStage &f, const MotionVec *search, size_t i) {
   return f.subpel && f.parts[i].known && f.parts[i].v == search[i];
 }
 
-// The sums at their own vectors of the chunk's blocks that lack them and whose vector is
-// fractional, a run of neighbours with the same vector at a time (their half-pixel samples made
-// once): made[j] says which.
+// The sums at their own vectors of the chunk's n blocks: those refinement or settling found, or
+// found here (fractional vectors a run of neighbours with the same vector at a time, their
+// half-pixel samples made once).
 void own_sums(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sr, int32_t c0,
-              int32_t n, const Shape &inner, uint32_t (*sums)[4], uint8_t *made) {
+              int32_t n, const Shape &inner, const Shape &edge, uint32_t (*sums)[4]) {
   const BlockGrid &sg = f.search_grid;
   const size_t row = static_cast<size_t>(sr) * sg.cols;
   const int32_t per_run = std::max<int32_t>(1, static_cast<int32_t>(kSadMaxSide) / sg.bw);
   for (int32_t j = 0; j < n;) {
     const size_t i = row + c0 + j;
     const MotionVec v = search[i];
-    made[j] = 0;
+    if (parts_known(f, search, i)) {
+      std::copy(f.parts[i].sum, f.parts[i].sum + 4, sums[j]);
+      ++j;
+      continue;
+    }
     // The last column (a partial block, another split) goes alone.
-    if (parts_known(f, search, i) || ((v.x | v.y) & 3) == 0 || c0 + j + 1 == sg.cols) {
+    if (((v.x | v.y) & 3) == 0 || c0 + j + 1 == sg.cols) {
+      const Shape &shape = c0 + j + 1 < sg.cols ? inner : edge;
+      parts_at(k, f, make_block(f.a, sg, c0 + j, sr), v, shape.sx, shape.sy, sums[j]);
       ++j;
       continue;
     }
@@ -568,36 +574,44 @@ void own_sums(const MotionKernels &k, const FinalStage &f, const MotionVec *sear
     MotionBlock run = make_block(f.a, sg, c0 + j, sr);
     run.w = len * sg.bw;
     block_sad_sub4_run(k, run, len, sg.bw, f.b, v.x, v.y, inner.sx, inner.sy, sums + j);
-    for (int32_t t = 0; t < len; ++t) made[j + t] = 1;
     j += len;
   }
 }
 
-// Search block (sc, sr), the chunk's block j: its own vector for every part, or where a neighbour
-// may move otherwise (not calm), the best of its own and the neighbours' for each part.
-void split_block(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sc, int32_t sr,
-                 const Shape &shape, bool calm, int32_t nx, int32_t j, const uint32_t *made_sums, PartChunk *out) {
-  const size_t i = static_cast<size_t>(sr) * f.search_grid.cols + sc;
-  const MotionVec own = search[i];
-  uint32_t sums[4], m[4];
-  const BlockParts &own_parts = f.parts[i];
-  if (made_sums) {
-    std::copy(made_sums, made_sums + 4, sums);
-  } else if (parts_known(f, search, i)) {
-    std::copy(own_parts.sum, own_parts.sum + 4, sums);
-  } else {
-    parts_at(k, f, make_block(f.a, f.search_grid, sc, sr), own, shape.sx, shape.sy, sums);
+// The chunk's n blocks with their own vector for every part (on inner's cost scales), ny final
+// rows of NX columns: one step over the chunk, which the compiler takes several lanes at a time.
+// search, exhaustive and flat from the chunk's first block.
+template <int NX>
+void own_entries(const MotionVec *search, const uint8_t *exhaustive, const uint8_t *flat, const uint32_t (*sums)[4],
+                 const Shape &inner, int32_t n, int32_t ny, PartChunk *out) {
+  for (int32_t qr = 0; qr < ny; ++qr) {
+    for (int32_t j = 0; j < n; ++j) {
+      for (int32_t qc = 0; qc < NX; ++qc) {
+        const int32_t q = 2 * qr + qc, at = j * NX + qc;
+        out->x[qr][at] = static_cast<int16_t>(search[j].x), out->y[qr][at] = static_cast<int16_t>(search[j].y);
+        out->match[qr][at] = cost16_of_sad(inner.recip[q], sums[j][q]);
+        out->flags[qr][at] =
+            static_cast<uint16_t>((exhaustive[j] ? DSP_MV_REFINED : 0u) | ((flat[j] >> q) & 1 ? DSP_MV_FLAT : 0u));
+      }
+    }
   }
+}
+
+// Search block (sc, sr), the chunk's block j, with its own sums: where a neighbour may move
+// otherwise (not calm), the best of its own vector and the neighbours' for each part; the last
+// column's costs on its own scales.
+void split_block(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sc, int32_t sr,
+                 const Shape &shape, bool calm, int32_t nx, int32_t j, const uint32_t sums[4], PartChunk *out) {
+  const MotionVec own = search[static_cast<size_t>(sr) * f.search_grid.cols + sc];
+  uint32_t m[4];
   MotionVec v[4] = {own, own, own, own};
   for (int q = 0; q < 4; ++q) m[q] = cost16_of_sad(shape.recip[q], sums[q]);
   if (!calm) other_parts(k, f, search, sc, sr, shape.sx, shape.sy, shape.recip, v, m);
-  const uint32_t refined = f.exhaustive && f.exhaustive[i] ? DSP_MV_REFINED : 0u;
   for (int q = 0; q < 4; ++q) {
     const int32_t qc = q & 1, qr = q >> 1, at = j * nx + qc;
     if (qc >= nx) continue;
     out->x[qr][at] = static_cast<int16_t>(v[q].x), out->y[qr][at] = static_cast<int16_t>(v[q].y);
     out->match[qr][at] = m[q];
-    out->flags[qr][at] = static_cast<uint16_t>(refined | ((f.flat[i] >> q) & 1 ? DSP_MV_FLAT : 0u));
   }
 }
 
@@ -649,7 +663,8 @@ void write_row(const FinalStage &f, const int16_t *vx, const int16_t *vy, const 
 void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t nx, int32_t ny,
                   const Out &out) {
   const BlockGrid &sg = f.search_grid;
-  uint8_t calm[kChunk], made[kChunk];
+  static constexpr uint8_t kNone[kChunk] = {};  // no block refined by the exhaustive search
+  uint8_t calm[kChunk];
   uint32_t sums[kChunk][4];
   PartChunk chunk;
   Bounds columns;
@@ -660,11 +675,20 @@ void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *
     for (int32_t sr = 0; sr < sg.rows; ++sr) {
       const Shape inner = shape_of(f, 0, sr), edge = shape_of(f, sg.cols - 1, sr);
       if (f.split) calm_chunk(search, sg, sr, c0, kSplitApart, calm);
-      own_sums(k, f, search, sr, c0, n, inner, sums, made);
+      own_sums(k, f, search, sr, c0, n, inner, edge, sums);
+      const size_t i0 = static_cast<size_t>(sr) * sg.cols + c0;
+      const uint8_t *exhaustive = f.exhaustive ? f.exhaustive + i0 : kNone;
+      if (nx == 2) {
+        own_entries<2>(search + i0, exhaustive, f.flat + i0, sums, inner, n, ny, &chunk);
+      } else {
+        own_entries<1>(search + i0, exhaustive, f.flat + i0, sums, inner, n, ny, &chunk);
+      }
       for (int32_t j = 0; j < n; ++j) {
         const int32_t sc = c0 + j;
-        split_block(k, f, search, sc, sr, sc + 1 < sg.cols ? inner : edge, !f.split || calm[j], nx, j,
-                    made[j] ? sums[j] : nullptr, &chunk);
+        if (sc + 1 == sg.cols || (f.split && !calm[j])) {
+          split_block(k, f, search, sc, sr, sc + 1 < sg.cols ? inner : edge, !f.split || calm[j], nx, j, sums[j],
+                      &chunk);
+        }
       }
       for (int32_t qr = 0; qr < ny && sr * ny + qr < f.grid.rows; ++qr) {
         write_row(f, chunk.x[qr], chunk.y[qr], chunk.match[qr], chunk.flags[qr], columns, sr * ny + qr, f0, count,
