@@ -683,12 +683,21 @@ void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *
       } else {
         own_entries<1>(search + i0, exhaustive, f.flat + i0, sums, inner, n, ny, &chunk);
       }
-      for (int32_t j = 0; j < n; ++j) {
-        const int32_t sc = c0 + j;
-        if (sc + 1 == sg.cols || (f.split && !calm[j])) {
-          split_block(k, f, search, sc, sr, sc + 1 < sg.cols ? inner : edge, !f.split || calm[j], nx, j, sums[j],
-                      &chunk);
+      // calm holds whole words of 8 blocks (those beyond the chunk calm or not): most are all calm.
+      for (int32_t j8 = 0; f.split && j8 < n; j8 += 8) {
+        uint64_t word;
+        std::memcpy(&word, calm + j8, sizeof word);
+        for (int32_t j = j8; word != 0x0101010101010101u && j < std::min(j8 + 8, n); ++j) {
+          const int32_t sc = c0 + j;
+          if (!calm[j]) {
+            split_block(k, f, search, sc, sr, sc + 1 < sg.cols ? inner : edge, false, nx, j, sums[j], &chunk);
+          }
         }
+      }
+      // The last column's parts have their own cost scales.
+      const int32_t last = sg.cols - 1 - c0;
+      if (last < n && (!f.split || calm[last])) {
+        split_block(k, f, search, sg.cols - 1, sr, edge, true, nx, last, sums[last], &chunk);
       }
       for (int32_t qr = 0; qr < ny && sr * ny + qr < f.grid.rows; ++qr) {
         write_row(f, chunk.x[qr], chunk.y[qr], chunk.match[qr], chunk.flags[qr], columns, sr * ny + qr, f0, count,
