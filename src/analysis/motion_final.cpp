@@ -397,70 +397,78 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
   return true;
 }
 
+// Block (col, row), not calm: its refined vector weighed against its neighbours'.  The chunk's
+// medians are made on first use (*have_medians).
+void settle_block(const MotionKernels &k, const FinalStage &f, const MotionVec &global, bool has_global, bool nested,
+                  int32_t row, int32_t col, MedianChunk *medians, bool *have_medians) {
+  const BlockGrid &sg = f.search_grid;
+  const size_t i = static_cast<size_t>(row) * sg.cols + col;
+  const MotionVec own = f.refined[i];
+  MotionVec cand[8];
+  int n = 0;
+  for (int32_t dy = -1; dy <= 1; ++dy) {
+    for (int32_t dx = -1; dx <= 1; ++dx) {
+      const int32_t r = row + dy, c = col + dx;
+      if (r < 0 || r >= sg.rows || c < 0 || c >= sg.cols) continue;
+      const MotionVec &v = f.refined[r * sg.cols + c];
+      if (apart(v, own, kSettleApart) && std::find(cand, cand + n, v) == cand + n) cand[n++] = v;
+    }
+  }
+  if (n == 0) return;  // settled as it is
+  const bool follows = has_global && follows_global(f, static_cast<int32_t>(i));
+  MotionVec lo = read_lo(own), hi = read_hi(own);
+  for (int j = 0; j < n; ++j) {
+    lo = MotionVec{std::min(lo.x, read_lo(cand[j]).x), std::min(lo.y, read_lo(cand[j]).y)};
+    hi = MotionVec{std::max(hi.x, read_hi(cand[j]).x), std::max(hi.y, read_hi(cand[j]).y)};
+  }
+  const MotionBlock whole = make_block(f.a, sg, col, row);
+  MotionBlock part;
+  const bool cut = !all_inside(f.b, whole, lo, hi) && inside_part(f.b, whole, lo, hi, &part);  // as in refine()
+  const MotionBlock &block = cut ? part : whole;
+  uint32_t sx, sy;
+  split_of(f, nested, block, &sx, &sy);
+  if (cut) sx = static_cast<uint32_t>(block.w), sy = static_cast<uint32_t>(block.h);
+  if (!follows && !*have_medians) {
+    median_chunk(f.refined, sg, row, col - col % kChunk, medians);
+    *have_medians = true;
+  }
+  FinalEval eval(k, f, block, follows ? global : medians->at(col), f.lambda, sx, sy);
+  if (f.parts[i].known && !cut) {
+    eval.take(f.parts[i]);
+  } else {
+    eval.consider(own);
+  }
+  for (int j = 0; j < n; ++j) eval.consider(cand[j]);
+  f.settled[i] = eval.best().v;
+  f.parts[i] = eval.best_parts();
+  f.parts[i].known = !cut;
+}
+
 // Each block weighs its refined vector against its neighbours' (those more than kSettleApart
 // away) with the smoothness term against the median of the refined 3x3, or against the global
 // vector for a block that follows it: this settles blocks whose texture leaves the match open
-// along one direction.
+// along one direction.  Calm blocks keep their vector: a chunk's are copied at once.
 void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global, bool has_global) {
   const BlockGrid &sg = f.search_grid;
   static_assert(kChunk == kMedianChunk, "calm flags and medians share their chunks");
   uint8_t calm[kChunk];
   MedianChunk medians;
-  bool have_medians = false;  // made for a chunk's first block that is not calm
   const bool nested = nests(f);
   for (int32_t row = 0; row < sg.rows; ++row) {
-    for (int32_t col = 0; col < sg.cols; ++col) {
-      const size_t i = static_cast<size_t>(row) * sg.cols + col;
-      const MotionVec own = f.refined[i];
-      if (col % kChunk == 0) {
-        calm_chunk(f.refined, sg, row, col, kSettleApart, calm);
-        have_medians = false;
-      }
-      if (calm[col % kChunk]) {
-        f.settled[i] = own;
-        continue;
-      }
-      MotionVec cand[8];
-      int n = 0;
-      for (int32_t dy = -1; dy <= 1; ++dy) {
-        for (int32_t dx = -1; dx <= 1; ++dx) {
-          const int32_t r = row + dy, c = col + dx;
-          if (r < 0 || r >= sg.rows || c < 0 || c >= sg.cols) continue;
-          const MotionVec &v = f.refined[r * sg.cols + c];
-          if (apart(v, own, kSettleApart) && std::find(cand, cand + n, v) == cand + n) cand[n++] = v;
+    for (int32_t c0 = 0; c0 < sg.cols; c0 += kChunk) {
+      const int32_t n = std::min(kChunk, sg.cols - c0);
+      const size_t i0 = static_cast<size_t>(row) * sg.cols + c0;
+      calm_chunk(f.refined, sg, row, c0, kSettleApart, calm);
+      std::copy(f.refined + i0, f.refined + i0 + n, f.settled + i0);
+      bool have_medians = false;  // made for the chunk's first block that needs them
+      // calm holds whole words of 8 blocks (those beyond the chunk calm or not): most are all calm.
+      for (int32_t j8 = 0; j8 < n; j8 += 8) {
+        uint64_t word;
+        std::memcpy(&word, calm + j8, sizeof word);
+        for (int32_t j = j8; word != 0x0101010101010101u && j < std::min(j8 + 8, n); ++j) {
+          if (!calm[j]) settle_block(k, f, global, has_global, nested, row, c0 + j, &medians, &have_medians);
         }
       }
-      if (n == 0) {
-        f.settled[i] = own;
-        continue;
-      }
-      const bool follows = has_global && follows_global(f, static_cast<int32_t>(i));
-      MotionVec lo = read_lo(own), hi = read_hi(own);
-      for (int j = 0; j < n; ++j) {
-        lo = MotionVec{std::min(lo.x, read_lo(cand[j]).x), std::min(lo.y, read_lo(cand[j]).y)};
-        hi = MotionVec{std::max(hi.x, read_hi(cand[j]).x), std::max(hi.y, read_hi(cand[j]).y)};
-      }
-      const MotionBlock whole = make_block(f.a, sg, col, row);
-      MotionBlock part;
-      const bool cut = !all_inside(f.b, whole, lo, hi) && inside_part(f.b, whole, lo, hi, &part);  // as in refine()
-      const MotionBlock &block = cut ? part : whole;
-      uint32_t sx, sy;
-      split_of(f, nested, block, &sx, &sy);
-      if (cut) sx = static_cast<uint32_t>(block.w), sy = static_cast<uint32_t>(block.h);
-      if (!follows && !have_medians) {
-        median_chunk(f.refined, sg, row, col - col % kChunk, &medians);
-        have_medians = true;
-      }
-      FinalEval eval(k, f, block, follows ? global : medians.at(col), f.lambda, sx, sy);
-      if (f.parts[i].known && !cut) {
-        eval.take(f.parts[i]);
-      } else {
-        eval.consider(own);
-      }
-      for (int j = 0; j < n; ++j) eval.consider(cand[j]);
-      f.settled[i] = eval.best().v;
-      f.parts[i] = eval.best_parts();
-      f.parts[i].known = !cut;
     }
   }
 }
