@@ -14,15 +14,38 @@ bool inside(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h) {
 
 const uint8_t *at(const MotionPlane &p, int32_t x, int32_t y) { return p.data + y * p.stride + x; }
 
-// n bytes from src to dst: 16-byte pieces, the last one overlapping (short runs byte by byte).
+// n bytes from src to dst: 16-byte pieces, the last one overlapping; shorter runs in two
+// overlapping pieces or byte by byte (no call for the short runs of block edges).
 inline void copy_run(uint8_t *dst, const uint8_t *src, int32_t n) {
-  if (n < 16) {
-    for (int32_t i = 0; i < n; ++i) dst[i] = src[i];
-    return;
+  if (n >= 16) {
+    int32_t i = 0;
+    for (; i + 16 <= n; i += 16) std::memcpy(dst + i, src + i, 16);
+    if (i < n) std::memcpy(dst + n - 16, src + n - 16, 16);
+  } else if (n >= 8) {
+    std::memcpy(dst, src, 8), std::memcpy(dst + n - 8, src + n - 8, 8);
+  } else if (n >= 4) {
+    std::memcpy(dst, src, 4), std::memcpy(dst + n - 4, src + n - 4, 4);
+  } else {
+    if (n > 0) dst[0] = src[0];
+    if (n > 1) dst[1] = src[1];
+    if (n > 2) dst[2] = src[2];
   }
-  int32_t i = 0;
-  for (; i + 16 <= n; i += 16) std::memcpy(dst + i, src + i, 16);
-  if (i < n) std::memcpy(dst + n - 16, src + n - 16, 16);
+}
+
+// n (>= 0) copies of v at dst, pieced as copy_run.
+inline void fill_run(uint8_t *dst, uint8_t v, int32_t n) {
+  const uint64_t same = v * uint64_t{0x0101010101010101};
+  if (n >= 8) {
+    int32_t i = 0;
+    for (; i + 8 <= n; i += 8) std::memcpy(dst + i, &same, 8);
+    if (i < n) std::memcpy(dst + n - 8, &same, 8);
+  } else if (n >= 4) {
+    std::memcpy(dst, &same, 4), std::memcpy(dst + n - 4, &same, 4);
+  } else {
+    if (n > 0) dst[0] = v;
+    if (n > 1) dst[1] = v;
+    if (n > 2) dst[2] = v;
+  }
 }
 
 // Samples [x, x + w) of picture line y, line and columns clamped to the picture (edges repeated).
@@ -33,9 +56,9 @@ void clamped_run(const MotionPlane &p, int32_t y, int32_t x, int32_t w, uint8_t 
     copy_run(out, row + x, w);
     return;
   }
-  if (lead > 0) std::memset(out, row[0], static_cast<size_t>(lead));
-  if (tail > lead) std::memcpy(out + lead, row + x + lead, static_cast<size_t>(tail - lead));
-  if (w > tail) std::memset(out + tail, row[p.width - 1], static_cast<size_t>(w - tail));
+  fill_run(out, row[0], lead);
+  copy_run(out + lead, row + x + lead, tail - lead);
+  fill_run(out + tail, row[p.width - 1], w - tail);
 }
 
 }  // namespace
