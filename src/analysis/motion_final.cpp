@@ -390,9 +390,14 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
   }
   batch.flush();
   if (!f.use_global || (!f.loose && !f.flat) || placed == n || placed == 0) return false;
-  *global = median_of(xs, ys, placed);
+  const MotionVec g = *global = median_of(xs, ys, placed);
+  // Without branches: which blocks follow has no pattern to predict.
+  const uint8_t *loose = f.loose, *flat = f.flat;
+  MotionVec *refined = f.refined;
   for (int32_t i = 0; i < n; ++i) {
-    if (follows_global(f, i)) f.refined[i] = *global;
+    const int32_t follows = (loose ? loose[i] != 0 : 0) | (flat ? (flat[i] & kAllFlat) != 0 : 0);
+    refined[i].x += (g.x - refined[i].x) & -follows;
+    refined[i].y += (g.y - refined[i].y) & -follows;
   }
   return true;
 }
