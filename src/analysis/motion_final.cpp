@@ -21,7 +21,9 @@ constexpr int32_t kSplitApart = 2;
 constexpr int32_t kSettleApart = 1;
 
 bool apart(const MotionVec &a, const MotionVec &b, int32_t limit) {
-  return iabs(a.x - b.x) > limit || iabs(a.y - b.y) > limit;
+  // |d| > limit as one unsigned comparison a component (differences lie within +-2^16), no branch.
+  const uint32_t span = 2 * static_cast<uint32_t>(limit);
+  return (static_cast<uint32_t>(a.x - b.x + limit) > span) | (static_cast<uint32_t>(a.y - b.y + limit) > span);
 }
 
 // calm[c - c0] for kChunk columns from c0 (those beyond the grid left alone): 1 when no vector of
@@ -411,11 +413,13 @@ void settle_block(const MotionKernels &k, const FinalStage &f, const MotionVec &
   const MotionVec own = f.refined[i];
   MotionVec cand[8];
   int n = 0;
-  for (int32_t dy = -1; dy <= 1; ++dy) {
-    for (int32_t dx = -1; dx <= 1; ++dx) {
-      const int32_t r = row + dy, c = col + dx;
-      if (r < 0 || r >= sg.rows || c < 0 || c >= sg.cols) continue;
-      const MotionVec &v = f.refined[r * sg.cols + c];
+  // The neighbours within the grid, in a fixed order (the block itself is never apart).
+  const int32_t r0 = row > 0 ? -1 : 0, r1 = row + 1 < sg.rows ? 1 : 0;
+  const int32_t c0 = col > 0 ? -1 : 0, c1 = col + 1 < sg.cols ? 1 : 0;
+  for (int32_t dy = r0; dy <= r1; ++dy) {
+    const MotionVec *line = f.refined + static_cast<ptrdiff_t>(row + dy) * sg.cols + col;
+    for (int32_t dx = c0; dx <= c1; ++dx) {
+      const MotionVec &v = line[dx];
       if (apart(v, own, kSettleApart) && std::find(cand, cand + n, v) == cand + n) cand[n++] = v;
     }
   }
