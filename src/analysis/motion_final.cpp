@@ -255,16 +255,27 @@ void mark_flat(const MotionKernels &k, const FinalStage &f, int32_t nx, int32_t 
       const MotionBlock sb = make_block(f.a, sg, sc, sr);
       const uint32_t sx = static_cast<uint32_t>(std::min(g.bw, sb.w)), sy = static_cast<uint32_t>(std::min(g.bh, sb.h));
       uint32_t act[4];
-      const bool interior = sc + 1 < sg.cols && sr + 1 < sg.rows;
-      if (interior) k.activity4(sb.a, sb.a_stride, static_cast<uint32_t>(sb.w), static_cast<uint32_t>(sb.h), sx, sy, act);
+      const uint8_t *a = sb.a;
+      ptrdiff_t stride = sb.a_stride;
+      alignas(16) uint8_t edged[kFetchStride * (kSadMaxSide + 1)];
+      if (sc + 1 == sg.cols || sr + 1 == sg.rows) {
+        // A column and a line more, those beyond the picture repeating its edge: the differences
+        // across them are 0, as flat() leaves them out.
+        fetch_clamped(f.a, sb.x, sb.y, sb.w + 1, sb.h + 1, edged);
+        a = edged, stride = kFetchStride;
+      }
+      k.activity4(a, stride, static_cast<uint32_t>(sb.w), static_cast<uint32_t>(sb.h), sx, sy, act);
       const int32_t pw[2] = {static_cast<int32_t>(sx), sb.w - static_cast<int32_t>(sx)};
       const int32_t ph[2] = {static_cast<int32_t>(sy), sb.h - static_cast<int32_t>(sy)};
       uint32_t bits = 0, parts = 0;
       for (int q = 0; q < 4; ++q) {
         const int32_t qc = q & 1, qr = q >> 1;
         if (qc >= nx || qr >= ny || pw[qc] <= 0 || ph[qr] <= 0) continue;
-        const bool is_flat = interior ? act[q] < kFlatActivity * 2 * static_cast<uint32_t>(pw[qc] * ph[qr])
-                                      : flat(k, f.a, make_block(f.a, g, sc * nx + qc, sr * ny + qr));
+        // The part's sample pairs as flat() counts them (none across the picture's edge).
+        const int32_t x = sb.x + (qc ? pw[0] : 0), y = sb.y + (qr ? ph[0] : 0);
+        const int32_t wh = x + pw[qc] < f.a.width ? pw[qc] : pw[qc] - 1;
+        const int32_t hv = y + ph[qr] < f.a.height ? ph[qr] : ph[qr] - 1;
+        const bool is_flat = act[q] < kFlatActivity * static_cast<uint32_t>(wh * ph[qr] + pw[qc] * hv);
         bits |= is_flat ? 1u << q : 0u;
         parts |= 1u << q;
       }
