@@ -26,49 +26,64 @@ bool apart(const MotionVec &a, const MotionVec &b, int32_t limit) {
   return (static_cast<uint32_t>(a.x - b.x + limit) > span) | (static_cast<uint32_t>(a.y - b.y + limit) > span);
 }
 
-// calm[c - c0] for kChunk columns from c0 (those beyond the grid left alone): 1 when no vector of
-// the 3x3 around the block (within the grid) is apart() from its own by `limit`.  Vectors lie
-// within 4 * 8191 quarter pixels, so they fit 16 bits; a column's largest minus the block's own
-// (0..65528) is exact in 16 unsigned bits, and so is the own minus the smallest.  Each step runs
-// over the whole chunk, which the compiler takes 8 or 16 at a time.
+// The calm flags of a chunk of kChunk columns from c0, row after row from the top: calm[c - c0] 1
+// when no vector of the 3x3 around the block (within the grid) is apart() from its own by
+// `limit` (those beyond the grid left alone).  Vectors lie within 4 * 8191 quarter pixels, so
+// they fit 16 bits; a column's largest minus the block's own (0..65528) is exact in 16 unsigned
+// bits, and so is the own minus the smallest.  Each step runs over the whole chunk, which the
+// compiler takes 8 or 16 at a time; each line of the field is copied once for its three rows.
 constexpr int32_t kChunk = 64;
-void calm_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, int32_t limit,
-                uint8_t calm[kChunk]) {
-  const int32_t n = std::min(kChunk, g.cols - c0), lanes = (n + 7) & ~7, words = 2 * (lanes + 2);
-  // Per line: the line's vectors from column c0 - 1 on (x and y in turn), the edge columns
-  // repeated (a repeated vector is the block's own or a neighbour's); then the least and greatest
-  // of the three lines.
-  constexpr int32_t kWords = 2 * (kChunk + 2);
-  int16_t v[3][kWords], lo[kWords], hi[kWords];
-  for (int32_t dy = -1; dy <= 1; ++dy) {
-    const MotionVec *f = field + static_cast<ptrdiff_t>(std::min(std::max(row + dy, 0), g.rows - 1)) * g.cols + c0;
-    int16_t *l = v[dy + 1];
-    for (int32_t j = 0; j < n; ++j) {
+class CalmChunk {
+ public:
+  CalmChunk(const MotionVec *field, const BlockGrid &g, int32_t c0, int32_t limit)
+      : field_(field), g_(g), c0_(c0), n_(std::min(kChunk, g.cols - c0)), lanes_((n_ + 7) & ~7), limit_(limit) {}
+
+  void row(int32_t r, uint8_t calm[kChunk]) {
+    if (next_ != r + 1) next_ = r - 1;  // not the row after the last: all three lines afresh
+    for (; next_ <= r + 1; ++next_) load(next_);
+    const int16_t *up = line(r - 1), *at = line(r), *down = line(r + 1);
+    int16_t lo[kWords], hi[kWords];
+    for (int32_t k = 0; k < 2 * (lanes_ + 2); ++k) {
+      const int16_t u = up[k], m = at[k], d = down[k];
+      const int16_t l01 = u < m ? u : m, h01 = u > m ? u : m;
+      lo[k] = l01 < d ? l01 : d;
+      hi[k] = h01 > d ? h01 : d;
+    }
+    const uint16_t lim = static_cast<uint16_t>(limit_);
+    uint8_t near[2 * kChunk];
+    const int16_t *o = at + 2;
+    for (int32_t k = 0; k < 2 * lanes_; ++k) {
+      const int16_t l01 = lo[k] < lo[k + 2] ? lo[k] : lo[k + 2], h01 = hi[k] > hi[k + 2] ? hi[k] : hi[k + 2];
+      const int16_t least = l01 < lo[k + 4] ? l01 : lo[k + 4], most = h01 > hi[k + 4] ? h01 : hi[k + 4];
+      const uint16_t above = static_cast<uint16_t>(most - o[k]), below = static_cast<uint16_t>(o[k] - least);
+      near[k] = static_cast<uint8_t>((above <= lim) & (below <= lim));
+    }
+    for (int32_t j = 0; j < lanes_; ++j) calm[j] = near[2 * j] & near[2 * j + 1];
+  }
+
+ private:
+  static constexpr int32_t kWords = 2 * (kChunk + 2);
+  int16_t *line(int32_t r) { return v_[(r + 3) % 3]; }
+  // Line r (clamped to the grid): its vectors from column c0 - 1 on (x and y in turn), the edge
+  // columns repeated (a repeated vector is the block's own or a neighbour's).
+  void load(int32_t r) {
+    const MotionVec *f = field_ + static_cast<ptrdiff_t>(std::min(std::max(r, 0), g_.rows - 1)) * g_.cols + c0_;
+    int16_t *l = line(r);
+    for (int32_t j = 0; j < n_; ++j) {
       l[2 * j + 2] = static_cast<int16_t>(f[j].x);
       l[2 * j + 3] = static_cast<int16_t>(f[j].y);
     }
-    const MotionVec &first = c0 > 0 ? f[-1] : f[0];
+    const MotionVec &first = c0_ > 0 ? f[-1] : f[0];
     l[0] = static_cast<int16_t>(first.x), l[1] = static_cast<int16_t>(first.y);
-    const MotionVec &last = c0 + n < g.cols ? f[n] : f[n - 1];
-    for (int32_t j = n + 1; j < lanes + 2; ++j) l[2 * j] = static_cast<int16_t>(last.x), l[2 * j + 1] = static_cast<int16_t>(last.y);
+    const MotionVec &last = c0_ + n_ < g_.cols ? f[n_] : f[n_ - 1];
+    for (int32_t j = n_ + 1; j < lanes_ + 2; ++j) l[2 * j] = static_cast<int16_t>(last.x), l[2 * j + 1] = static_cast<int16_t>(last.y);
   }
-  for (int32_t k = 0; k < words; ++k) {
-    const int16_t u = v[0][k], m = v[1][k], d = v[2][k];
-    const int16_t l01 = u < m ? u : m, h01 = u > m ? u : m;
-    lo[k] = l01 < d ? l01 : d;
-    hi[k] = h01 > d ? h01 : d;
-  }
-  const uint16_t lim = static_cast<uint16_t>(limit);
-  uint8_t near[2 * kChunk];
-  const int16_t *o = v[1] + 2;
-  for (int32_t k = 0; k < 2 * lanes; ++k) {
-    const int16_t l01 = lo[k] < lo[k + 2] ? lo[k] : lo[k + 2], h01 = hi[k] > hi[k + 2] ? hi[k] : hi[k + 2];
-    const int16_t least = l01 < lo[k + 4] ? l01 : lo[k + 4], most = h01 > hi[k + 4] ? h01 : hi[k + 4];
-    const uint16_t above = static_cast<uint16_t>(most - o[k]), below = static_cast<uint16_t>(o[k] - least);
-    near[k] = static_cast<uint8_t>((above <= lim) & (below <= lim));
-  }
-  for (int32_t j = 0; j < lanes; ++j) calm[j] = near[2 * j] & near[2 * j + 1];
-}
+  const MotionVec *field_;
+  const BlockGrid &g_;
+  int32_t c0_, n_, lanes_, limit_;
+  int32_t next_ = -3;  // the next line to load
+  int16_t v_[3][kWords];
+};
 
 // The block's match at v in the four parts of sad_q4.
 void parts_at(const MotionKernels &k, const FinalStage &f, const MotionBlock &b, const MotionVec &v, uint32_t sx,
@@ -474,11 +489,12 @@ void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global
   uint8_t calm[kChunk];
   MedianChunk medians;
   const bool nested = nests(f);
-  for (int32_t row = 0; row < sg.rows; ++row) {
-    for (int32_t c0 = 0; c0 < sg.cols; c0 += kChunk) {
+  for (int32_t c0 = 0; c0 < sg.cols; c0 += kChunk) {
+    CalmChunk calm_rows(f.refined, sg, c0, kSettleApart);
+    for (int32_t row = 0; row < sg.rows; ++row) {
       const int32_t n = std::min(kChunk, sg.cols - c0);
       const size_t i0 = static_cast<size_t>(row) * sg.cols + c0;
-      calm_chunk(f.refined, sg, row, c0, kSettleApart, calm);
+      calm_rows.row(row, calm);
       std::copy(f.refined + i0, f.refined + i0 + n, f.settled + i0);
       bool have_medians = false;  // made for the chunk's first block that needs them
       // calm holds whole words of 8 blocks (those beyond the chunk calm or not): most are all calm.
@@ -700,9 +716,10 @@ void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *
     const int32_t n = std::min(kChunk, sg.cols - c0);
     const int32_t f0 = c0 * nx, count = std::min((c0 + n) * nx, f.grid.cols) - f0;
     column_bounds(f, f0, count, &columns);
+    CalmChunk calm_rows(search, sg, c0, kSplitApart);
     for (int32_t sr = 0; sr < sg.rows; ++sr) {
       const Shape inner = shape_of(f, 0, sr), edge = shape_of(f, sg.cols - 1, sr);
-      if (f.split) calm_chunk(search, sg, sr, c0, kSplitApart, calm);
+      if (f.split) calm_rows.row(sr, calm);
       own_sums(k, f, search, sr, c0, n, inner, edge, sums);
       const size_t i0 = static_cast<size_t>(sr) * sg.cols + c0;
       const uint8_t *exhaustive = f.exhaustive ? f.exhaustive + i0 : kNone;
