@@ -276,7 +276,13 @@ void mark_flat(const MotionKernels &k, const FinalStage &f, int32_t nx, int32_t 
       if (sc + 1 == sg.cols || sr + 1 == sg.rows) {
         // A column and a line more, those beyond the picture repeating its edge: the differences
         // across them are 0, as flat() leaves them out.
-        fetch_clamped(f.a, sb.x, sb.y, sb.w + 1, sb.h + 1, edged);
+        if (sc + 1 < sg.cols && sb.w == 16) {  // the lower edge's: the last line again, no column
+          for (int32_t j = 0; j <= sb.h; ++j) {
+            std::memcpy(edged + j * kFetchStride, sb.a + std::min(j, sb.h - 1) * sb.a_stride, 17);
+          }
+        } else {
+          fetch_clamped(f.a, sb.x, sb.y, sb.w + 1, sb.h + 1, edged);
+        }
         a = edged, stride = kFetchStride;
       }
       k.activity4(a, stride, static_cast<uint32_t>(sb.w), static_cast<uint32_t>(sb.h), sx, sy, act);
