@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "analysis/motion_calm.h"
 #include "analysis/motion_search.h"
 
 namespace framedsp {
@@ -13,8 +14,6 @@ namespace {
 
 int32_t iabs(int32_t v) { return v < 0 ? -v : v; }
 
-// Mean absolute difference to the right and lower neighbours below this: a flat block.
-constexpr uint32_t kFlatActivity = 2;
 // The split stage weighs a neighbour's vector only when it is further than this from the block's
 // own (quarter pixels, x or y); the settling pass when it is further than kSettleApart.
 constexpr int32_t kSplitApart = 2;
@@ -26,64 +25,7 @@ bool apart(const MotionVec &a, const MotionVec &b, int32_t limit) {
   return (static_cast<uint32_t>(a.x - b.x + limit) > span) | (static_cast<uint32_t>(a.y - b.y + limit) > span);
 }
 
-// The calm flags of a chunk of kChunk columns from c0, row after row from the top: calm[c - c0] 1
-// when no vector of the 3x3 around the block (within the grid) is apart() from its own by
-// `limit` (those beyond the grid left alone).  Vectors lie within 4 * 8191 quarter pixels, so
-// they fit 16 bits; a column's largest minus the block's own (0..65528) is exact in 16 unsigned
-// bits, and so is the own minus the smallest.  Each step runs over the whole chunk, which the
-// compiler takes 8 or 16 at a time; each line of the field is copied once for its three rows.
-constexpr int32_t kChunk = 64;
-class CalmChunk {
- public:
-  CalmChunk(const MotionVec *field, const BlockGrid &g, int32_t c0, int32_t limit)
-      : field_(field), g_(g), c0_(c0), n_(std::min(kChunk, g.cols - c0)), lanes_((n_ + 7) & ~7), limit_(limit) {}
-
-  void row(int32_t r, uint8_t calm[kChunk]) {
-    if (next_ != r + 1) next_ = r - 1;  // not the row after the last: all three lines afresh
-    for (; next_ <= r + 1; ++next_) load(next_);
-    const int16_t *up = line(r - 1), *at = line(r), *down = line(r + 1);
-    int16_t lo[kWords], hi[kWords];
-    for (int32_t k = 0; k < 2 * (lanes_ + 2); ++k) {
-      const int16_t u = up[k], m = at[k], d = down[k];
-      const int16_t l01 = u < m ? u : m, h01 = u > m ? u : m;
-      lo[k] = l01 < d ? l01 : d;
-      hi[k] = h01 > d ? h01 : d;
-    }
-    const uint16_t lim = static_cast<uint16_t>(limit_);
-    uint8_t near[2 * kChunk];
-    const int16_t *o = at + 2;
-    for (int32_t k = 0; k < 2 * lanes_; ++k) {
-      const int16_t l01 = lo[k] < lo[k + 2] ? lo[k] : lo[k + 2], h01 = hi[k] > hi[k + 2] ? hi[k] : hi[k + 2];
-      const int16_t least = l01 < lo[k + 4] ? l01 : lo[k + 4], most = h01 > hi[k + 4] ? h01 : hi[k + 4];
-      const uint16_t above = static_cast<uint16_t>(most - o[k]), below = static_cast<uint16_t>(o[k] - least);
-      near[k] = static_cast<uint8_t>((above <= lim) & (below <= lim));
-    }
-    for (int32_t j = 0; j < lanes_; ++j) calm[j] = near[2 * j] & near[2 * j + 1];
-  }
-
- private:
-  static constexpr int32_t kWords = 2 * (kChunk + 2);
-  int16_t *line(int32_t r) { return v_[(r + 3) % 3]; }
-  // Line r (clamped to the grid): its vectors from column c0 - 1 on (x and y in turn), the edge
-  // columns repeated (a repeated vector is the block's own or a neighbour's).
-  void load(int32_t r) {
-    const MotionVec *f = field_ + static_cast<ptrdiff_t>(std::min(std::max(r, 0), g_.rows - 1)) * g_.cols + c0_;
-    int16_t *l = line(r);
-    for (int32_t j = 0; j < n_; ++j) {
-      l[2 * j + 2] = static_cast<int16_t>(f[j].x);
-      l[2 * j + 3] = static_cast<int16_t>(f[j].y);
-    }
-    const MotionVec &first = c0_ > 0 ? f[-1] : f[0];
-    l[0] = static_cast<int16_t>(first.x), l[1] = static_cast<int16_t>(first.y);
-    const MotionVec &last = c0_ + n_ < g_.cols ? f[n_] : f[n_ - 1];
-    for (int32_t j = n_ + 1; j < lanes_ + 2; ++j) l[2 * j] = static_cast<int16_t>(last.x), l[2 * j + 1] = static_cast<int16_t>(last.y);
-  }
-  const MotionVec *field_;
-  const BlockGrid &g_;
-  int32_t c0_, n_, lanes_, limit_;
-  int32_t next_ = -3;  // the next line to load
-  int16_t v_[3][kWords];
-};
+constexpr int32_t kChunk = kCalmChunk;
 
 // The block's match at v in the four parts of sad_q4.
 void parts_at(const MotionKernels &k, const FinalStage &f, const MotionBlock &b, const MotionVec &v, uint32_t sx,
@@ -216,7 +158,6 @@ void ring(FinalEval *e, int32_t step) {
   }
 }
 
-int32_t nesting(int32_t search, int32_t final) { return search == final ? 1 : (search == 2 * final ? 2 : 0); }
 
 bool nests(const FinalStage &f) { return nesting(f.search_grid.bw, f.grid.bw) && nesting(f.search_grid.bh, f.grid.bh); }
 
@@ -225,84 +166,6 @@ bool nests(const FinalStage &f) { return nesting(f.search_grid.bw, f.grid.bw) &&
 void split_of(const FinalStage &f, bool nested, const MotionBlock &b, uint32_t *sx, uint32_t *sy) {
   *sx = static_cast<uint32_t>(nested ? std::min(f.grid.bw, b.w) : b.w);
   *sy = static_cast<uint32_t>(nested ? std::min(f.grid.bh, b.h) : b.h);
-}
-
-// Columns the strip activity kernel takes at once: a multiple of 8 and 16, the widths of search
-// blocks that hold 8-wide final blocks.
-constexpr int32_t kStrip = 1024;
-
-// The flat bytes of n search blocks of row sr from column c0, each with a right and a lower
-// neighbour inside the picture, when the final blocks are 8 wide: one strip of activity sums.
-void mark_flat_strip(const MotionKernels &k, const FinalStage &f, int32_t sr, int32_t c0, int32_t n, int32_t nx,
-                     int32_t ny) {
-  const BlockGrid &g = f.grid, &sg = f.search_grid;
-  uint32_t top[kStrip / 8], bottom[kStrip / 8];
-  const uint8_t *a = f.a.data + static_cast<ptrdiff_t>(sr) * sg.bh * f.a.stride + c0 * sg.bw;
-  k.activity8(a, f.a.stride, static_cast<uint32_t>(n * sg.bw), static_cast<uint32_t>(sg.bh),
-              static_cast<uint32_t>(g.bh), top, bottom);
-  // Every block is whole: parts of 8 x g.bh above and 8 x (sg.bh - g.bh) below.
-  const uint32_t upper = kFlatActivity * 2 * static_cast<uint32_t>(8 * g.bh);
-  const uint32_t lower = kFlatActivity * 2 * static_cast<uint32_t>(8 * (sg.bh - g.bh));
-  const uint32_t parts = (nx > 1 ? 3u : 1u) * (ny > 1 ? 5u : 1u);
-  uint8_t *out = f.flat + static_cast<size_t>(sr) * sg.cols + c0;
-  for (int32_t j = 0; j < n; ++j) {
-    const uint32_t *t = top + j * nx, *b = bottom + j * nx;
-    uint32_t bits = (t[0] < upper ? 1u : 0u) | (b[0] < lower ? 4u : 0u);
-    if (nx > 1) bits |= (t[1] < upper ? 2u : 0u) | (b[1] < lower ? 8u : 0u);
-    bits &= parts;
-    out[j] = static_cast<uint8_t>(bits | (bits == parts ? kAllFlat : 0u));
-  }
-}
-
-// The flat bytes of the search blocks whose final blocks nest in them.  Blocks with a right and a
-// lower neighbour inside the picture (all but the last column and row) take the parts' activity in
-// one pass, with 8-wide final blocks a strip of blocks at a time.
-void mark_flat(const MotionKernels &k, const FinalStage &f, int32_t nx, int32_t ny) {
-  const BlockGrid &g = f.grid, &sg = f.search_grid;
-  const int32_t per_strip = kStrip / sg.bw;
-  for (int32_t sr = 0; sr < sg.rows; ++sr) {
-    int32_t sc = 0;
-    if (g.bw == 8 && sr + 1 < sg.rows) {
-      for (; sc + 1 < sg.cols; sc += per_strip) mark_flat_strip(k, f, sr, sc, std::min(per_strip, sg.cols - 1 - sc), nx, ny);
-      sc = sg.cols - 1;
-    }
-    for (; sc < sg.cols; ++sc) {
-      const MotionBlock sb = make_block(f.a, sg, sc, sr);
-      const uint32_t sx = static_cast<uint32_t>(std::min(g.bw, sb.w)), sy = static_cast<uint32_t>(std::min(g.bh, sb.h));
-      uint32_t act[4];
-      const uint8_t *a = sb.a;
-      ptrdiff_t stride = sb.a_stride;
-      alignas(16) uint8_t edged[kFetchStride * (kSadMaxSide + 1)];
-      if (sc + 1 == sg.cols || sr + 1 == sg.rows) {
-        // A column and a line more, those beyond the picture repeating its edge: the differences
-        // across them are 0, as flat() leaves them out.
-        if (sc + 1 < sg.cols && sb.w == 16) {  // the lower edge's: the last line again, no column
-          for (int32_t j = 0; j <= sb.h; ++j) {
-            std::memcpy(edged + j * kFetchStride, sb.a + std::min(j, sb.h - 1) * sb.a_stride, 17);
-          }
-        } else {
-          fetch_clamped(f.a, sb.x, sb.y, sb.w + 1, sb.h + 1, edged);
-        }
-        a = edged, stride = kFetchStride;
-      }
-      k.activity4(a, stride, static_cast<uint32_t>(sb.w), static_cast<uint32_t>(sb.h), sx, sy, act);
-      const int32_t pw[2] = {static_cast<int32_t>(sx), sb.w - static_cast<int32_t>(sx)};
-      const int32_t ph[2] = {static_cast<int32_t>(sy), sb.h - static_cast<int32_t>(sy)};
-      uint32_t bits = 0, parts = 0;
-      for (int q = 0; q < 4; ++q) {
-        const int32_t qc = q & 1, qr = q >> 1;
-        if (qc >= nx || qr >= ny || pw[qc] <= 0 || ph[qr] <= 0) continue;
-        // The part's sample pairs as flat() counts them (none across the picture's edge).
-        const int32_t x = sb.x + (qc ? pw[0] : 0), y = sb.y + (qr ? ph[0] : 0);
-        const int32_t wh = x + pw[qc] < f.a.width ? pw[qc] : pw[qc] - 1;
-        const int32_t hv = y + ph[qr] < f.a.height ? ph[qr] : ph[qr] - 1;
-        const bool is_flat = act[q] < kFlatActivity * static_cast<uint32_t>(wh * ph[qr] + pw[qc] * hv);
-        bits |= is_flat ? 1u << q : 0u;
-        parts |= 1u << q;
-      }
-      f.flat[sr * sg.cols + sc] = static_cast<uint8_t>(bits | (bits == parts ? kAllFlat : 0u));
-    }
-  }
 }
 
 // Blocks that follow the global vector: loose ones and, when the final blocks nest, those whose
@@ -491,7 +354,7 @@ void settle_block(const MotionKernels &k, const FinalStage &f, const MotionVec &
 // along one direction.  Calm blocks keep their vector: a chunk's are copied at once.
 void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global, bool has_global) {
   const BlockGrid &sg = f.search_grid;
-  static_assert(kChunk == kMedianChunk, "calm flags and medians share their chunks");
+  static_assert(kCalmChunk == kMedianChunk, "calm flags and medians share their chunks");
   uint8_t calm[kChunk];
   MedianChunk medians;
   const bool nested = nests(f);
@@ -791,12 +654,6 @@ void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *sea
 }
 
 }  // namespace
-
-bool mark_flat(const MotionKernels &k, const FinalStage &f) {
-  const int32_t nx = nesting(f.search_grid.bw, f.grid.bw), ny = nesting(f.search_grid.bh, f.grid.bh);
-  if (nx && ny) mark_flat(k, f, nx, ny);
-  return nx && ny;
-}
 
 void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries) {
   const MotionVec *search = f.search;
