@@ -64,7 +64,17 @@ void clamped_run(const MotionPlane &p, int32_t y, int32_t x, int32_t w, uint8_t 
 }  // namespace
 
 void fetch_clamped(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h, uint8_t *out) {
-  for (int32_t j = 0; j < h; ++j) clamped_run(p, y + j, x, w, out + j * kFetchStride);
+  const int32_t lead = clamp(-x, 0, w), tail = clamp(p.width - x, lead, w);  // as clamped_run's, every line
+  for (int32_t j = 0; j < h; ++j, out += kFetchStride) {
+    const uint8_t *row = at(p, 0, clamp(y + j, 0, p.height - 1));
+    if (lead == 0 && tail == w) {
+      copy_run(out, row + x, w);
+      continue;
+    }
+    fill_run(out, row[0], lead);
+    copy_run(out + lead, row + x + lead, tail - lead);
+    fill_run(out + tail, row[p.width - 1], w - tail);
+  }
 }
 
 BlockGrid make_grid(int32_t width, int32_t height, int32_t bw, int32_t bh) {
