@@ -48,24 +48,11 @@ inline void fill_run(uint8_t *dst, uint8_t v, int32_t n) {
   }
 }
 
-// Samples [x, x + w) of picture line y, line and columns clamped to the picture (edges repeated).
-void clamped_run(const MotionPlane &p, int32_t y, int32_t x, int32_t w, uint8_t *out) {
-  const uint8_t *row = at(p, 0, clamp(y, 0, p.height - 1));
+// The w x h samples from (x, y) of a plane into out, lines `stride` apart: lines and columns
+// clamped to the plane (edges repeated).  The columns clamp alike on every line.
+void clamped_block(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h, uint8_t *out, ptrdiff_t stride) {
   const int32_t lead = clamp(-x, 0, w), tail = clamp(p.width - x, lead, w);
-  if (lead == 0 && tail == w) {
-    copy_run(out, row + x, w);
-    return;
-  }
-  fill_run(out, row[0], lead);
-  copy_run(out + lead, row + x + lead, tail - lead);
-  fill_run(out + tail, row[p.width - 1], w - tail);
-}
-
-}  // namespace
-
-void fetch_clamped(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h, uint8_t *out) {
-  const int32_t lead = clamp(-x, 0, w), tail = clamp(p.width - x, lead, w);  // as clamped_run's, every line
-  for (int32_t j = 0; j < h; ++j, out += kFetchStride) {
+  for (int32_t j = 0; j < h; ++j, out += stride) {
     const uint8_t *row = at(p, 0, clamp(y + j, 0, p.height - 1));
     if (lead == 0 && tail == w) {
       copy_run(out, row + x, w);
@@ -75,6 +62,12 @@ void fetch_clamped(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_
     copy_run(out + lead, row + x + lead, tail - lead);
     fill_run(out + tail, row[p.width - 1], w - tail);
   }
+}
+
+}  // namespace
+
+void fetch_clamped(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h, uint8_t *out) {
+  clamped_block(p, x, y, w, h, out, kFetchStride);
 }
 
 BlockGrid make_grid(int32_t width, int32_t height, int32_t bw, int32_t bh) {
@@ -215,14 +208,14 @@ void half_core(const MotionKernels &k, const MotionPlane &pic, int plane, int32_
   const uint8_t *r[6];
   const size_t count = whole_steps(static_cast<int32_t>((n - 1) * s + w));
   if (plane == 2) {
-    for (int32_t t = 0; t < n + 5; ++t) clamped_run(pic, y - 2 + t, x, w, lines + t * s);
+    clamped_block(pic, x, y - 2, w, n + 5, lines, s);
     for (int i = 0; i < 6; ++i) r[i] = lines + i * s;
     k.half_v(r, out, count);
     return;
   }
   // Planes 1 and 3 filter across picture lines: two samples before each column and three after.
   const int32_t m = plane == 1 ? n : n + 5, first = plane == 1 ? y : y - 2;
-  for (int32_t t = 0; t < m; ++t) clamped_run(pic, first + t, x - 2, w + 5, lines + t * s);
+  clamped_block(pic, x - 2, first, w + 5, m, lines, s);
   if (plane == 1) {
     k.half_h(lines + 2, out, count);
     return;
@@ -248,7 +241,7 @@ void half_patch(const MotionKernels &k, const MotionPlane &picture, int plane, i
   alignas(16) uint8_t core[kSubPatchBytes];
   half_core(k, picture, plane, x0, y0, x1 - x0, y1 - y0, s, core);
   const MotionPlane inside{core, s, x1 - x0, y1 - y0};
-  for (int32_t j = 0; j < h; ++j) clamped_run(inside, y + j - y0, x - x0, w, out + j * kSubStride);
+  clamped_block(inside, x - x0, y - y0, w, h, out, kSubStride);
   *stride = kSubStride;
 }
 
