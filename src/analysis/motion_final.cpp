@@ -158,7 +158,6 @@ void ring(FinalEval *e, int32_t step) {
   }
 }
 
-
 bool nests(const FinalStage &f) { return nesting(f.search_grid.bw, f.grid.bw) && nesting(f.search_grid.bh, f.grid.bh); }
 
 // Where a search block's sums split: after the first final block's columns and lines when the
