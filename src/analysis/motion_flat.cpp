@@ -59,9 +59,12 @@ void mark_flat(const MotionKernels &k, const FinalStage &f, int32_t nx, int32_t 
       if (sc + 1 == sg.cols || sr + 1 == sg.rows) {
         // A column and a line more, those beyond the picture repeating its edge: the differences
         // across them are 0, as flat() leaves them out.
-        if (sc + 1 < sg.cols && sb.w == 16) {  // the lower edge's: the last line again, no column
+        if (sb.w == 16) {  // whole blocks: plain line copies, the edge line or column again
+          const int32_t below = sr + 1 < sg.rows ? sb.h : sb.h - 1, right = sc + 1 < sg.cols ? 16 : 15;
           for (int32_t j = 0; j <= sb.h; ++j) {
-            std::memcpy(edged + j * kFetchStride, sb.a + std::min(j, sb.h - 1) * sb.a_stride, 17);
+            const uint8_t *line = sb.a + std::min(j, below) * sb.a_stride;
+            std::memcpy(edged + j * kFetchStride, line, 16);
+            edged[j * kFetchStride + 16] = line[right];
           }
         } else {
           fetch_clamped(f.a, sb.x, sb.y, sb.w + 1, sb.h + 1, edged);
