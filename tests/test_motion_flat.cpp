@@ -30,7 +30,10 @@ TEST(MotionFlat, FlatBytesFollowTheRuleAtEverySizeAndEdge) {
   std::mt19937 rng(framedsp_test::test_seed());
   const int32_t sizes[][4] = {{16, 16, 8, 8}, {16, 16, 16, 8}, {8, 8, 8, 8}, {32, 32, 16, 16}, {12, 10, 6, 5}};
   for (int round = 0; round < 60; ++round) {
-    const int32_t *s = sizes[round % 5], width = 1 + rng() % 150, height = 1 + rng() % 70;
+    // Sizes of whole search blocks as well: their last column and row end at the picture's edge.
+    const int32_t *s = sizes[round % 5], whole = round / 5 % 2;
+    const int32_t width = whole ? s[0] * (1 + rng() % 9) : 1 + rng() % 150;
+    const int32_t height = whole ? s[1] * (1 + rng() % 7) : 1 + rng() % 70;
     // Patches of noise 0..1, 0..5 (near the threshold) or 0..255: flat and detailed blocks side by side.
     std::vector<uint8_t> pic(static_cast<size_t>(width * height));
     const uint32_t amp[3] = {2, 6, 256}, pick = rng();
