@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "analysis/motion_calm.h"
 #include "analysis/motion_search.h"
 
 namespace framedsp {
@@ -13,60 +14,18 @@ namespace {
 
 int32_t iabs(int32_t v) { return v < 0 ? -v : v; }
 
-// Mean absolute difference to the right and lower neighbours below this: a flat block.
-constexpr uint32_t kFlatActivity = 2;
 // The split stage weighs a neighbour's vector only when it is further than this from the block's
 // own (quarter pixels, x or y); the settling pass when it is further than kSettleApart.
 constexpr int32_t kSplitApart = 2;
 constexpr int32_t kSettleApart = 1;
 
 bool apart(const MotionVec &a, const MotionVec &b, int32_t limit) {
-  return iabs(a.x - b.x) > limit || iabs(a.y - b.y) > limit;
+  // |d| > limit as one unsigned comparison a component (differences lie within +-2^16), no branch.
+  const uint32_t span = 2 * static_cast<uint32_t>(limit);
+  return (static_cast<uint32_t>(a.x - b.x + limit) > span) | (static_cast<uint32_t>(a.y - b.y + limit) > span);
 }
 
-// calm[c - c0] for kChunk columns from c0 (those beyond the grid left alone): 1 when no vector of
-// the 3x3 around the block (within the grid) is apart() from its own by `limit`.  Vectors lie
-// within 4 * 8191 quarter pixels, so they fit 16 bits; a column's largest minus the block's own
-// (0..65528) is exact in 16 unsigned bits, and so is the own minus the smallest.  Each step runs
-// over the whole chunk, which the compiler takes 8 or 16 at a time.
-constexpr int32_t kChunk = 64;
-void calm_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, int32_t limit,
-                uint8_t calm[kChunk]) {
-  const int32_t n = std::min(kChunk, g.cols - c0), lanes = (n + 7) & ~7, words = 2 * (lanes + 2);
-  // Per line: the line's vectors from column c0 - 1 on (x and y in turn), the edge columns
-  // repeated (a repeated vector is the block's own or a neighbour's); then the least and greatest
-  // of the three lines.
-  constexpr int32_t kWords = 2 * (kChunk + 2);
-  int16_t v[3][kWords], lo[kWords], hi[kWords];
-  for (int32_t dy = -1; dy <= 1; ++dy) {
-    const MotionVec *f = field + static_cast<ptrdiff_t>(std::min(std::max(row + dy, 0), g.rows - 1)) * g.cols + c0;
-    int16_t *l = v[dy + 1];
-    for (int32_t j = 0; j < n; ++j) {
-      l[2 * j + 2] = static_cast<int16_t>(f[j].x);
-      l[2 * j + 3] = static_cast<int16_t>(f[j].y);
-    }
-    const MotionVec &first = c0 > 0 ? f[-1] : f[0];
-    l[0] = static_cast<int16_t>(first.x), l[1] = static_cast<int16_t>(first.y);
-    const MotionVec &last = c0 + n < g.cols ? f[n] : f[n - 1];
-    for (int32_t j = n + 1; j < lanes + 2; ++j) l[2 * j] = static_cast<int16_t>(last.x), l[2 * j + 1] = static_cast<int16_t>(last.y);
-  }
-  for (int32_t k = 0; k < words; ++k) {
-    const int16_t u = v[0][k], m = v[1][k], d = v[2][k];
-    const int16_t l01 = u < m ? u : m, h01 = u > m ? u : m;
-    lo[k] = l01 < d ? l01 : d;
-    hi[k] = h01 > d ? h01 : d;
-  }
-  const uint16_t lim = static_cast<uint16_t>(limit);
-  uint8_t near[2 * kChunk];
-  const int16_t *o = v[1] + 2;
-  for (int32_t k = 0; k < 2 * lanes; ++k) {
-    const int16_t l01 = lo[k] < lo[k + 2] ? lo[k] : lo[k + 2], h01 = hi[k] > hi[k + 2] ? hi[k] : hi[k + 2];
-    const int16_t least = l01 < lo[k + 4] ? l01 : lo[k + 4], most = h01 > hi[k + 4] ? h01 : hi[k + 4];
-    const uint16_t above = static_cast<uint16_t>(most - o[k]), below = static_cast<uint16_t>(o[k] - least);
-    near[k] = static_cast<uint8_t>((above <= lim) & (below <= lim));
-  }
-  for (int32_t j = 0; j < lanes; ++j) calm[j] = near[2 * j] & near[2 * j + 1];
-}
+constexpr int32_t kChunk = kCalmChunk;
 
 // The block's match at v in the four parts of sad_q4.
 void parts_at(const MotionKernels &k, const FinalStage &f, const MotionBlock &b, const MotionVec &v, uint32_t sx,
@@ -199,75 +158,13 @@ void ring(FinalEval *e, int32_t step) {
   }
 }
 
-int32_t nesting(int32_t search, int32_t final) { return search == final ? 1 : (search == 2 * final ? 2 : 0); }
+bool nests(const FinalStage &f) { return nesting(f.search_grid.bw, f.grid.bw) && nesting(f.search_grid.bh, f.grid.bh); }
 
 // Where a search block's sums split: after the first final block's columns and lines when the
-// final blocks nest in the search blocks, nowhere otherwise.
-void split_of(const FinalStage &f, const MotionBlock &b, uint32_t *sx, uint32_t *sy) {
-  const bool nested = nesting(f.search_grid.bw, f.grid.bw) && nesting(f.search_grid.bh, f.grid.bh);
+// final blocks nest in the search blocks (nested), nowhere otherwise.
+void split_of(const FinalStage &f, bool nested, const MotionBlock &b, uint32_t *sx, uint32_t *sy) {
   *sx = static_cast<uint32_t>(nested ? std::min(f.grid.bw, b.w) : b.w);
   *sy = static_cast<uint32_t>(nested ? std::min(f.grid.bh, b.h) : b.h);
-}
-
-// Columns the strip activity kernel takes at once: a multiple of 8 and 16, the widths of search
-// blocks that hold 8-wide final blocks.
-constexpr int32_t kStrip = 1024;
-
-// The flat bytes of n search blocks of row sr from column c0, each with a right and a lower
-// neighbour inside the picture, when the final blocks are 8 wide: one strip of activity sums.
-void mark_flat_strip(const MotionKernels &k, const FinalStage &f, int32_t sr, int32_t c0, int32_t n, int32_t nx,
-                     int32_t ny) {
-  const BlockGrid &g = f.grid, &sg = f.search_grid;
-  uint32_t top[kStrip / 8], bottom[kStrip / 8];
-  const uint8_t *a = f.a.data + static_cast<ptrdiff_t>(sr) * sg.bh * f.a.stride + c0 * sg.bw;
-  k.activity8(a, f.a.stride, static_cast<uint32_t>(n * sg.bw), static_cast<uint32_t>(sg.bh),
-              static_cast<uint32_t>(g.bh), top, bottom);
-  // Every block is whole: parts of 8 x g.bh above and 8 x (sg.bh - g.bh) below.
-  const uint32_t upper = kFlatActivity * 2 * static_cast<uint32_t>(8 * g.bh);
-  const uint32_t lower = kFlatActivity * 2 * static_cast<uint32_t>(8 * (sg.bh - g.bh));
-  const uint32_t parts = (nx > 1 ? 3u : 1u) * (ny > 1 ? 5u : 1u);
-  uint8_t *out = f.flat + static_cast<size_t>(sr) * sg.cols + c0;
-  for (int32_t j = 0; j < n; ++j) {
-    const uint32_t *t = top + j * nx, *b = bottom + j * nx;
-    uint32_t bits = (t[0] < upper ? 1u : 0u) | (b[0] < lower ? 4u : 0u);
-    if (nx > 1) bits |= (t[1] < upper ? 2u : 0u) | (b[1] < lower ? 8u : 0u);
-    bits &= parts;
-    out[j] = static_cast<uint8_t>(bits | (bits == parts ? kAllFlat : 0u));
-  }
-}
-
-// The flat bytes of the search blocks whose final blocks nest in them.  Blocks with a right and a
-// lower neighbour inside the picture (all but the last column and row) take the parts' activity in
-// one pass, with 8-wide final blocks a strip of blocks at a time.
-void mark_flat(const MotionKernels &k, const FinalStage &f, int32_t nx, int32_t ny) {
-  const BlockGrid &g = f.grid, &sg = f.search_grid;
-  const int32_t per_strip = kStrip / sg.bw;
-  for (int32_t sr = 0; sr < sg.rows; ++sr) {
-    int32_t sc = 0;
-    if (g.bw == 8 && sr + 1 < sg.rows) {
-      for (; sc + 1 < sg.cols; sc += per_strip) mark_flat_strip(k, f, sr, sc, std::min(per_strip, sg.cols - 1 - sc), nx, ny);
-      sc = sg.cols - 1;
-    }
-    for (; sc < sg.cols; ++sc) {
-      const MotionBlock sb = make_block(f.a, sg, sc, sr);
-      const uint32_t sx = static_cast<uint32_t>(std::min(g.bw, sb.w)), sy = static_cast<uint32_t>(std::min(g.bh, sb.h));
-      uint32_t act[4];
-      const bool interior = sc + 1 < sg.cols && sr + 1 < sg.rows;
-      if (interior) k.activity4(sb.a, sb.a_stride, static_cast<uint32_t>(sb.w), static_cast<uint32_t>(sb.h), sx, sy, act);
-      const int32_t pw[2] = {static_cast<int32_t>(sx), sb.w - static_cast<int32_t>(sx)};
-      const int32_t ph[2] = {static_cast<int32_t>(sy), sb.h - static_cast<int32_t>(sy)};
-      uint32_t bits = 0, parts = 0;
-      for (int q = 0; q < 4; ++q) {
-        const int32_t qc = q & 1, qr = q >> 1;
-        if (qc >= nx || qr >= ny || pw[qc] <= 0 || ph[qr] <= 0) continue;
-        const bool is_flat = interior ? act[q] < kFlatActivity * 2 * static_cast<uint32_t>(pw[qc] * ph[qr])
-                                      : flat(k, f.a, make_block(f.a, g, sc * nx + qc, sr * ny + qr));
-        bits |= is_flat ? 1u << q : 0u;
-        parts |= 1u << q;
-      }
-      f.flat[sr * sg.cols + sc] = static_cast<uint8_t>(bits | (bits == parts ? kAllFlat : 0u));
-    }
-  }
 }
 
 // Blocks that follow the global vector: loose ones and, when the final blocks nest, those whose
@@ -336,6 +233,7 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
   int32_t *xs = reinterpret_cast<int32_t *>(f.settled), *ys = xs + n, placed = 0;
   RingBatch batch(k, f, xs, ys, &placed);
   int32_t made = -1;  // the planes' lines made so far: [0, made]
+  const bool nested = nests(f);
   int32_t row_y = 0;
   for (int32_t i = 0; i < n; ++i) {
     const MotionVec own = f.search[i];
@@ -361,12 +259,14 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
     }
     MotionBlock part;
     const MotionVec lo = read_lo(MotionVec{own.x - 3, own.y - 3}), hi = read_hi(MotionVec{own.x + 3, own.y + 3});
-    const bool cut = inside_part(f.b, whole, lo, hi, &part);
+    // Most blocks read inside the target: then none of them is cut.
+    const bool inside = all_inside(f.b, whole, lo, hi);
+    const bool cut = !inside && inside_part(f.b, whole, lo, hi, &part);
     const MotionBlock &b = cut ? part : whole;
     uint32_t sx, sy;
-    split_of(f, b, &sx, &sy);
+    split_of(f, nested, b, &sx, &sy);
     // A cut block's part lies inside by construction, so it takes the direct path as well.
-    if ((cut || all_inside(f.b, whole, lo, hi)) && iabs(own.x) + 3 <= 4 * f.reach_x &&
+    if ((cut || inside) && iabs(own.x) + 3 <= 4 * f.reach_x &&
         iabs(own.y) + 3 <= 4 * f.reach_y) {
       if (cut) sx = static_cast<uint32_t>(b.w), sy = static_cast<uint32_t>(b.h);
       batch.add(RingBlock{b.a, b.a_stride, b.x, b.y, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h), sx, sy,
@@ -386,76 +286,93 @@ bool refine(const MotionKernels &k, const FinalStage &f, MotionVec *global) {
   }
   batch.flush();
   if (!f.use_global || (!f.loose && !f.flat) || placed == n || placed == 0) return false;
-  *global = median_of(xs, ys, placed);
+  const MotionVec g = *global = median_of(xs, ys, placed);
+  // Without branches: which blocks follow has no pattern to predict.
+  const uint8_t *loose = f.loose, *flat = f.flat;
+  MotionVec *refined = f.refined;
   for (int32_t i = 0; i < n; ++i) {
-    if (follows_global(f, i)) f.refined[i] = *global;
+    const int32_t follows = (loose ? loose[i] != 0 : 0) | (flat ? (flat[i] & kAllFlat) != 0 : 0);
+    refined[i].x += (g.x - refined[i].x) & -follows;
+    refined[i].y += (g.y - refined[i].y) & -follows;
   }
   return true;
+}
+
+// Block (col, row), not calm: its refined vector weighed against its neighbours'.  The chunk's
+// medians are made on first use (*have_medians).
+void settle_block(const MotionKernels &k, const FinalStage &f, const MotionVec &global, bool has_global, bool nested,
+                  int32_t row, int32_t col, MedianChunk *medians, bool *have_medians) {
+  const BlockGrid &sg = f.search_grid;
+  const size_t i = static_cast<size_t>(row) * sg.cols + col;
+  const MotionVec own = f.refined[i];
+  MotionVec cand[8];
+  int n = 0;
+  // The neighbours within the grid, in a fixed order (the block itself is never apart).
+  const int32_t r0 = row > 0 ? -1 : 0, r1 = row + 1 < sg.rows ? 1 : 0;
+  const int32_t c0 = col > 0 ? -1 : 0, c1 = col + 1 < sg.cols ? 1 : 0;
+  for (int32_t dy = r0; dy <= r1; ++dy) {
+    const MotionVec *line = f.refined + static_cast<ptrdiff_t>(row + dy) * sg.cols + col;
+    for (int32_t dx = c0; dx <= c1; ++dx) {
+      const MotionVec &v = line[dx];
+      if (apart(v, own, kSettleApart) && std::find(cand, cand + n, v) == cand + n) cand[n++] = v;
+    }
+  }
+  if (n == 0) return;  // settled as it is
+  const bool follows = has_global && follows_global(f, static_cast<int32_t>(i));
+  MotionVec lo = read_lo(own), hi = read_hi(own);
+  for (int j = 0; j < n; ++j) {
+    lo = MotionVec{std::min(lo.x, read_lo(cand[j]).x), std::min(lo.y, read_lo(cand[j]).y)};
+    hi = MotionVec{std::max(hi.x, read_hi(cand[j]).x), std::max(hi.y, read_hi(cand[j]).y)};
+  }
+  const MotionBlock whole = make_block(f.a, sg, col, row);
+  MotionBlock part;
+  const bool cut = !all_inside(f.b, whole, lo, hi) && inside_part(f.b, whole, lo, hi, &part);  // as in refine()
+  const MotionBlock &block = cut ? part : whole;
+  uint32_t sx, sy;
+  split_of(f, nested, block, &sx, &sy);
+  if (cut) sx = static_cast<uint32_t>(block.w), sy = static_cast<uint32_t>(block.h);
+  if (!follows && !*have_medians) {
+    median_chunk(f.refined, sg, row, col - col % kChunk, medians);
+    *have_medians = true;
+  }
+  FinalEval eval(k, f, block, follows ? global : medians->at(col), f.lambda, sx, sy);
+  if (f.parts[i].known && !cut) {
+    eval.take(f.parts[i]);
+  } else {
+    eval.consider(own);
+  }
+  for (int j = 0; j < n; ++j) eval.consider(cand[j]);
+  f.settled[i] = eval.best().v;
+  f.parts[i] = eval.best_parts();
+  f.parts[i].known = !cut;
 }
 
 // Each block weighs its refined vector against its neighbours' (those more than kSettleApart
 // away) with the smoothness term against the median of the refined 3x3, or against the global
 // vector for a block that follows it: this settles blocks whose texture leaves the match open
-// along one direction.
+// along one direction.  Calm blocks keep their vector: a chunk's are copied at once.
 void settle(const MotionKernels &k, const FinalStage &f, const MotionVec &global, bool has_global) {
   const BlockGrid &sg = f.search_grid;
-  static_assert(kChunk == kMedianChunk, "calm flags and medians share their chunks");
+  static_assert(kCalmChunk == kMedianChunk, "calm flags and medians share their chunks");
   uint8_t calm[kChunk];
   MedianChunk medians;
-  bool have_medians = false;  // made for a chunk's first block that is not calm
-  for (int32_t row = 0; row < sg.rows; ++row) {
-    for (int32_t col = 0; col < sg.cols; ++col) {
-      const size_t i = static_cast<size_t>(row) * sg.cols + col;
-      const MotionVec own = f.refined[i];
-      if (col % kChunk == 0) {
-        calm_chunk(f.refined, sg, row, col, kSettleApart, calm);
-        have_medians = false;
-      }
-      if (calm[col % kChunk]) {
-        f.settled[i] = own;
-        continue;
-      }
-      MotionVec cand[8];
-      int n = 0;
-      for (int32_t dy = -1; dy <= 1; ++dy) {
-        for (int32_t dx = -1; dx <= 1; ++dx) {
-          const int32_t r = row + dy, c = col + dx;
-          if (r < 0 || r >= sg.rows || c < 0 || c >= sg.cols) continue;
-          const MotionVec &v = f.refined[r * sg.cols + c];
-          if (apart(v, own, kSettleApart) && std::find(cand, cand + n, v) == cand + n) cand[n++] = v;
+  const bool nested = nests(f);
+  for (int32_t c0 = 0; c0 < sg.cols; c0 += kChunk) {
+    CalmChunk calm_rows(f.refined, sg, c0, kSettleApart);
+    for (int32_t row = 0; row < sg.rows; ++row) {
+      const int32_t n = std::min(kChunk, sg.cols - c0);
+      const size_t i0 = static_cast<size_t>(row) * sg.cols + c0;
+      calm_rows.row(row, calm);
+      std::copy(f.refined + i0, f.refined + i0 + n, f.settled + i0);
+      bool have_medians = false;  // made for the chunk's first block that needs them
+      // calm holds whole words of 8 blocks (those beyond the chunk calm or not): most are all calm.
+      for (int32_t j8 = 0; j8 < n; j8 += 8) {
+        uint64_t word;
+        std::memcpy(&word, calm + j8, sizeof word);
+        for (int32_t j = j8; word != 0x0101010101010101u && j < std::min(j8 + 8, n); ++j) {
+          if (!calm[j]) settle_block(k, f, global, has_global, nested, row, c0 + j, &medians, &have_medians);
         }
       }
-      if (n == 0) {
-        f.settled[i] = own;
-        continue;
-      }
-      const bool follows = has_global && follows_global(f, static_cast<int32_t>(i));
-      MotionVec lo = read_lo(own), hi = read_hi(own);
-      for (int j = 0; j < n; ++j) {
-        lo = MotionVec{std::min(lo.x, read_lo(cand[j]).x), std::min(lo.y, read_lo(cand[j]).y)};
-        hi = MotionVec{std::max(hi.x, read_hi(cand[j]).x), std::max(hi.y, read_hi(cand[j]).y)};
-      }
-      const MotionBlock whole = make_block(f.a, sg, col, row);
-      MotionBlock part;
-      const bool cut = inside_part(f.b, whole, lo, hi, &part);  // as in refine()
-      const MotionBlock &block = cut ? part : whole;
-      uint32_t sx, sy;
-      split_of(f, block, &sx, &sy);
-      if (cut) sx = static_cast<uint32_t>(block.w), sy = static_cast<uint32_t>(block.h);
-      if (!follows && !have_medians) {
-        median_chunk(f.refined, sg, row, col - col % kChunk, &medians);
-        have_medians = true;
-      }
-      FinalEval eval(k, f, block, follows ? global : medians.at(col), f.lambda, sx, sy);
-      if (f.parts[i].known && !cut) {
-        eval.take(f.parts[i]);
-      } else {
-        eval.consider(own);
-      }
-      for (int j = 0; j < n; ++j) eval.consider(cand[j]);
-      f.settled[i] = eval.best().v;
-      f.parts[i] = eval.best_parts();
-      f.parts[i].known = !cut;
     }
   }
 }
@@ -486,7 +403,7 @@ int other_motions(const FinalStage &f, const MotionVec *search, int32_t sc, int3
 
 // The final blocks of a chunk of a search row, by final row (qr) and column from the chunk's first.
 struct PartChunk {
-  int32_t x[2][2 * kChunk], y[2][2 * kChunk];  // vector
+  int16_t x[2][2 * kChunk], y[2][2 * kChunk];  // vector (quarter pixels within the reach fit 16 bits)
   uint32_t match[2][2 * kChunk];
   uint16_t flags[2][2 * kChunk];  // DSP_MV_FLAT and DSP_MV_REFINED
 };
@@ -538,20 +455,26 @@ bool parts_known(const FinalStage &f, const MotionVec *search, size_t i) {
   return f.subpel && f.parts[i].known && f.parts[i].v == search[i];
 }
 
-// The sums at their own vectors of the chunk's blocks that lack them and whose vector is
-// fractional, a run of neighbours with the same vector at a time (their half-pixel samples made
-// once): made[j] says which.
+// The sums at their own vectors of the chunk's n blocks: those refinement or settling found, or
+// found here (fractional vectors a run of neighbours with the same vector at a time, their
+// half-pixel samples made once).
 void own_sums(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sr, int32_t c0,
-              int32_t n, const Shape &inner, uint32_t (*sums)[4], uint8_t *made) {
+              int32_t n, const Shape &inner, const Shape &edge, uint32_t (*sums)[4]) {
   const BlockGrid &sg = f.search_grid;
   const size_t row = static_cast<size_t>(sr) * sg.cols;
   const int32_t per_run = std::max<int32_t>(1, static_cast<int32_t>(kSadMaxSide) / sg.bw);
   for (int32_t j = 0; j < n;) {
     const size_t i = row + c0 + j;
     const MotionVec v = search[i];
-    made[j] = 0;
+    if (parts_known(f, search, i)) {
+      std::copy(f.parts[i].sum, f.parts[i].sum + 4, sums[j]);
+      ++j;
+      continue;
+    }
     // The last column (a partial block, another split) goes alone.
-    if (parts_known(f, search, i) || ((v.x | v.y) & 3) == 0 || c0 + j + 1 == sg.cols) {
+    if (((v.x | v.y) & 3) == 0 || c0 + j + 1 == sg.cols) {
+      const Shape &shape = c0 + j + 1 < sg.cols ? inner : edge;
+      parts_at(k, f, make_block(f.a, sg, c0 + j, sr), v, shape.sx, shape.sy, sums[j]);
       ++j;
       continue;
     }
@@ -563,56 +486,79 @@ void own_sums(const MotionKernels &k, const FinalStage &f, const MotionVec *sear
     MotionBlock run = make_block(f.a, sg, c0 + j, sr);
     run.w = len * sg.bw;
     block_sad_sub4_run(k, run, len, sg.bw, f.b, v.x, v.y, inner.sx, inner.sy, sums + j);
-    for (int32_t t = 0; t < len; ++t) made[j + t] = 1;
     j += len;
   }
 }
 
-// Search block (sc, sr), the chunk's block j: its own vector for every part, or where a neighbour
-// may move otherwise (not calm), the best of its own and the neighbours' for each part.
-void split_block(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sc, int32_t sr,
-                 const Shape &shape, bool calm, int32_t nx, int32_t j, const uint32_t *made_sums, PartChunk *out) {
-  const size_t i = static_cast<size_t>(sr) * f.search_grid.cols + sc;
-  const MotionVec own = search[i];
-  uint32_t sums[4], m[4];
-  const BlockParts &own_parts = f.parts[i];
-  if (made_sums) {
-    std::copy(made_sums, made_sums + 4, sums);
-  } else if (parts_known(f, search, i)) {
-    std::copy(own_parts.sum, own_parts.sum + 4, sums);
-  } else {
-    parts_at(k, f, make_block(f.a, f.search_grid, sc, sr), own, shape.sx, shape.sy, sums);
+// The chunk's n blocks with their own vector for every part (on inner's cost scales), ny final
+// rows of NX columns: one step over the chunk, which the compiler takes several lanes at a time.
+// search, exhaustive and flat from the chunk's first block.
+template <int NX>
+void own_entries(const MotionVec *search, const uint8_t *exhaustive, const uint8_t *flat, const uint32_t (*sums)[4],
+                 const Shape &inner, int32_t n, int32_t ny, PartChunk *out) {
+  for (int32_t qr = 0; qr < ny; ++qr) {
+    for (int32_t j = 0; j < n; ++j) {
+      for (int32_t qc = 0; qc < NX; ++qc) {
+        const int32_t q = 2 * qr + qc, at = j * NX + qc;
+        out->x[qr][at] = static_cast<int16_t>(search[j].x), out->y[qr][at] = static_cast<int16_t>(search[j].y);
+        out->match[qr][at] = cost16_of_sad(inner.recip[q], sums[j][q]);
+        out->flags[qr][at] =
+            static_cast<uint16_t>((exhaustive[j] ? DSP_MV_REFINED : 0u) | ((flat[j] >> q) & 1 ? DSP_MV_FLAT : 0u));
+      }
+    }
   }
+}
+
+// Search block (sc, sr), the chunk's block j, with its own sums: where a neighbour may move
+// otherwise (not calm), the best of its own vector and the neighbours' for each part; the last
+// column's costs on its own scales.
+void split_block(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t sc, int32_t sr,
+                 const Shape &shape, bool calm, int32_t nx, int32_t j, const uint32_t sums[4], PartChunk *out) {
+  const MotionVec own = search[static_cast<size_t>(sr) * f.search_grid.cols + sc];
+  uint32_t m[4];
   MotionVec v[4] = {own, own, own, own};
   for (int q = 0; q < 4; ++q) m[q] = cost16_of_sad(shape.recip[q], sums[q]);
   if (!calm) other_parts(k, f, search, sc, sr, shape.sx, shape.sy, shape.recip, v, m);
-  const uint32_t refined = f.exhaustive && f.exhaustive[i] ? DSP_MV_REFINED : 0u;
   for (int q = 0; q < 4; ++q) {
     const int32_t qc = q & 1, qr = q >> 1, at = j * nx + qc;
     if (qc >= nx) continue;
-    out->x[qr][at] = v[q].x, out->y[qr][at] = v[q].y, out->match[qr][at] = m[q];
-    out->flags[qr][at] = static_cast<uint16_t>(refined | ((f.flat[i] >> q) & 1 ? DSP_MV_FLAT : 0u));
+    out->x[qr][at] = static_cast<int16_t>(v[q].x), out->y[qr][at] = static_cast<int16_t>(v[q].y);
+    out->match[qr][at] = m[q];
+  }
+}
+
+int16_t clamp16(int32_t v) { return static_cast<int16_t>(std::min(std::max(v, -32768), 32767)); }
+
+// Where a vector takes a final block outside the target: the first sample column left of 0 or
+// the last (rounded up for a fractional position) right of the last column; rows alike.  For a
+// block at x, w wide: 4 * x + vx < 0, or x + ((vx + 3) >> 2) + w > right, that is vx > 4 * (right
+// - x - w).  Vectors lie within +-4 * 8191, so the bounds clamped to 16 bits decide alike.
+struct Bounds {
+  int16_t lo[2 * kChunk], hi[2 * kChunk];
+};
+// The column bounds of n final blocks from column f0.
+void column_bounds(const FinalStage &f, int32_t f0, int32_t n, Bounds *out) {
+  for (int32_t t = 0; t < n; ++t) {
+    const int32_t x = (f0 + t) * f.grid.bw, w = std::min(f.grid.bw, f.a.width - x);
+    out->lo[t] = clamp16(-4 * x);
+    out->hi[t] = clamp16(4 * (f.b.width - x - w));
   }
 }
 
 // The entries of n final blocks of row fr from column f0 (x, y, match, flags of the chunk's final
-// row) with their cost, DSP_MV_BAD and DSP_MV_OUTSIDE: one step over the row, which the compiler
-// takes several lanes at a time, then one copy.
-void write_row(const FinalStage &f, const int32_t *vx, const int32_t *vy, const uint32_t *match, const uint16_t *flags,
-               int32_t fr, int32_t f0, int32_t n, uint8_t *entries) {
+// row; `columns` their column bounds) with their cost, DSP_MV_BAD and DSP_MV_OUTSIDE: one step
+// over the row, which the compiler takes several lanes at a time, then one copy.
+void write_row(const FinalStage &f, const int16_t *vx, const int16_t *vy, const uint32_t *match, const uint16_t *flags,
+               const Bounds &columns, int32_t fr, int32_t f0, int32_t n, uint8_t *entries) {
   const BlockGrid &g = f.grid;
-  const int32_t y = fr * g.bh, h = std::min(g.bh, f.a.height - y), width = f.a.width;
-  const int32_t bottom = f.b.height - h, right = f.b.width;
-  const uint32_t threshold = f.scene_threshold;
+  const int32_t y = fr * g.bh, h = std::min(g.bh, f.a.height - y);
+  const int16_t top = clamp16(-4 * y), bottom = clamp16(4 * (f.b.height - h - y));
+  // Costs lie below 2^28: the threshold clamped to 31 bits decides alike.
+  const uint32_t threshold = std::min<uint32_t>(f.scene_threshold, 0x7FFFFFFF);
   uint16_t packed[4 * 2 * kChunk];
   for (int32_t t = 0; t < n; ++t) {
-    // Outside: the first sample column left of 0 or the last (rounded up for a fractional
-    // position) right of the last column; rows alike.
-    const int32_t x = (f0 + t) * g.bw, w = std::min(g.bw, width - x);
-    const int32_t qx = 4 * x + vx[t], qy = 4 * y + vy[t];
-    const bool out = (qx < 0) | (qy < 0) | (((qx + 3) >> 2) + w > right) | (((qy + 3) >> 2) > bottom);
+    const bool out = (vx[t] < columns.lo[t]) | (vx[t] > columns.hi[t]) | (vy[t] < top) | (vy[t] > bottom);
     const uint32_t c64 = (match[t] + 8) >> 4;
-    // Vectors lie within the reach, at most 8191 pixels: quarter pixels fit 16 bits.
     packed[4 * t] = static_cast<uint16_t>(vx[t]);
     packed[4 * t + 1] = static_cast<uint16_t>(vy[t]);
     packed[4 * t + 2] = static_cast<uint16_t>(std::min<uint32_t>(c64, 0xFFFF));
@@ -624,27 +570,51 @@ void write_row(const FinalStage &f, const int32_t *vx, const int32_t *vy, const 
 
 // The split stage when every search block holds 1x1, 2x1, 1x2 or 2x2 final blocks: one pass of
 // sad_q4 a candidate gives the matches of all of them.  Most blocks have no neighbour with another
-// motion; they keep their own vector and the sums refinement found for it.
+// motion; they keep their own vector and the sums refinement found for it.  Chunks of columns
+// from top to bottom, so that their final columns' bounds are worked out once.
 void split_nested(const MotionKernels &k, const FinalStage &f, const MotionVec *search, int32_t nx, int32_t ny,
                   const Out &out) {
   const BlockGrid &sg = f.search_grid;
-  uint8_t calm[kChunk], made[kChunk];
+  static constexpr uint8_t kNone[kChunk] = {};  // no block refined by the exhaustive search
+  uint8_t calm[kChunk];
   uint32_t sums[kChunk][4];
   PartChunk chunk;
-  for (int32_t sr = 0; sr < sg.rows; ++sr) {
-    const Shape inner = shape_of(f, 0, sr), edge = shape_of(f, sg.cols - 1, sr);
-    for (int32_t c0 = 0; c0 < sg.cols; c0 += kChunk) {
-      const int32_t n = std::min(kChunk, sg.cols - c0);
-      if (f.split) calm_chunk(search, sg, sr, c0, kSplitApart, calm);
-      own_sums(k, f, search, sr, c0, n, inner, sums, made);
-      for (int32_t j = 0; j < n; ++j) {
-        const int32_t sc = c0 + j;
-        split_block(k, f, search, sc, sr, sc + 1 < sg.cols ? inner : edge, !f.split || calm[j], nx, j,
-                    made[j] ? sums[j] : nullptr, &chunk);
+  Bounds columns;
+  for (int32_t c0 = 0; c0 < sg.cols; c0 += kChunk) {
+    const int32_t n = std::min(kChunk, sg.cols - c0);
+    const int32_t f0 = c0 * nx, count = std::min((c0 + n) * nx, f.grid.cols) - f0;
+    column_bounds(f, f0, count, &columns);
+    CalmChunk calm_rows(search, sg, c0, kSplitApart);
+    for (int32_t sr = 0; sr < sg.rows; ++sr) {
+      const Shape inner = shape_of(f, 0, sr), edge = shape_of(f, sg.cols - 1, sr);
+      if (f.split) calm_rows.row(sr, calm);
+      own_sums(k, f, search, sr, c0, n, inner, edge, sums);
+      const size_t i0 = static_cast<size_t>(sr) * sg.cols + c0;
+      const uint8_t *exhaustive = f.exhaustive ? f.exhaustive + i0 : kNone;
+      if (nx == 2) {
+        own_entries<2>(search + i0, exhaustive, f.flat + i0, sums, inner, n, ny, &chunk);
+      } else {
+        own_entries<1>(search + i0, exhaustive, f.flat + i0, sums, inner, n, ny, &chunk);
       }
-      const int32_t f0 = c0 * nx, count = std::min((c0 + n) * nx, f.grid.cols) - f0;
+      // calm holds whole words of 8 blocks (those beyond the chunk calm or not): most are all calm.
+      for (int32_t j8 = 0; f.split && j8 < n; j8 += 8) {
+        uint64_t word;
+        std::memcpy(&word, calm + j8, sizeof word);
+        for (int32_t j = j8; word != 0x0101010101010101u && j < std::min(j8 + 8, n); ++j) {
+          const int32_t sc = c0 + j;
+          if (!calm[j]) {
+            split_block(k, f, search, sc, sr, sc + 1 < sg.cols ? inner : edge, false, nx, j, sums[j], &chunk);
+          }
+        }
+      }
+      // The last column's parts have their own cost scales.
+      const int32_t last = sg.cols - 1 - c0;
+      if (last < n && (!f.split || calm[last])) {
+        split_block(k, f, search, sg.cols - 1, sr, edge, true, nx, last, sums[last], &chunk);
+      }
       for (int32_t qr = 0; qr < ny && sr * ny + qr < f.grid.rows; ++qr) {
-        write_row(f, chunk.x[qr], chunk.y[qr], chunk.match[qr], chunk.flags[qr], sr * ny + qr, f0, count, out.entries);
+        write_row(f, chunk.x[qr], chunk.y[qr], chunk.match[qr], chunk.flags[qr], columns, sr * ny + qr, f0, count,
+                  out.entries);
       }
     }
   }
@@ -673,20 +643,16 @@ void split_any(const MotionKernels &k, const FinalStage &f, const MotionVec *sea
       }
       const bool exhaustive = f.exhaustive && f.exhaustive[sr * sg.cols + sc];
       const uint16_t fl = static_cast<uint16_t>((flat(k, f.a, block) ? DSP_MV_FLAT : 0u) | (exhaustive ? DSP_MV_REFINED : 0u));
-      const MotionVec &v = eval.best().v;
+      const int16_t vx = static_cast<int16_t>(eval.best().v.x), vy = static_cast<int16_t>(eval.best().v.y);
       const uint32_t match = eval.best().match;
-      write_row(f, &v.x, &v.y, &match, &fl, row, col, 1, out.entries);
+      Bounds column;
+      column_bounds(f, col, 1, &column);
+      write_row(f, &vx, &vy, &match, &fl, column, row, col, 1, out.entries);
     }
   }
 }
 
 }  // namespace
-
-bool mark_flat(const MotionKernels &k, const FinalStage &f) {
-  const int32_t nx = nesting(f.search_grid.bw, f.grid.bw), ny = nesting(f.search_grid.bh, f.grid.bh);
-  if (nx && ny) mark_flat(k, f, nx, ny);
-  return nx && ny;
-}
 
 void final_stage(const MotionKernels &k, const FinalStage &f, uint8_t *entries) {
   const MotionVec *search = f.search;

@@ -14,34 +14,60 @@ bool inside(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h) {
 
 const uint8_t *at(const MotionPlane &p, int32_t x, int32_t y) { return p.data + y * p.stride + x; }
 
-// n bytes from src to dst: 16-byte pieces, the last one overlapping (short runs byte by byte).
+// n bytes from src to dst: 16-byte pieces, the last one overlapping; shorter runs in two
+// overlapping pieces or byte by byte (no call for the short runs of block edges).
 inline void copy_run(uint8_t *dst, const uint8_t *src, int32_t n) {
-  if (n < 16) {
-    for (int32_t i = 0; i < n; ++i) dst[i] = src[i];
-    return;
+  if (n >= 16) {
+    int32_t i = 0;
+    for (; i + 16 <= n; i += 16) std::memcpy(dst + i, src + i, 16);
+    if (i < n) std::memcpy(dst + n - 16, src + n - 16, 16);
+  } else if (n >= 8) {
+    std::memcpy(dst, src, 8), std::memcpy(dst + n - 8, src + n - 8, 8);
+  } else if (n >= 4) {
+    std::memcpy(dst, src, 4), std::memcpy(dst + n - 4, src + n - 4, 4);
+  } else {
+    if (n > 0) dst[0] = src[0];
+    if (n > 1) dst[1] = src[1];
+    if (n > 2) dst[2] = src[2];
   }
-  int32_t i = 0;
-  for (; i + 16 <= n; i += 16) std::memcpy(dst + i, src + i, 16);
-  if (i < n) std::memcpy(dst + n - 16, src + n - 16, 16);
 }
 
-// Samples [x, x + w) of picture line y, line and columns clamped to the picture (edges repeated).
-void clamped_run(const MotionPlane &p, int32_t y, int32_t x, int32_t w, uint8_t *out) {
-  const uint8_t *row = at(p, 0, clamp(y, 0, p.height - 1));
-  const int32_t lead = clamp(-x, 0, w), tail = clamp(p.width - x, lead, w);
-  if (lead == 0 && tail == w) {
-    copy_run(out, row + x, w);
-    return;
+// n (>= 0) copies of v at dst, pieced as copy_run.
+inline void fill_run(uint8_t *dst, uint8_t v, int32_t n) {
+  const uint64_t same = v * uint64_t{0x0101010101010101};
+  if (n >= 8) {
+    int32_t i = 0;
+    for (; i + 8 <= n; i += 8) std::memcpy(dst + i, &same, 8);
+    if (i < n) std::memcpy(dst + n - 8, &same, 8);
+  } else if (n >= 4) {
+    std::memcpy(dst, &same, 4), std::memcpy(dst + n - 4, &same, 4);
+  } else {
+    if (n > 0) dst[0] = v;
+    if (n > 1) dst[1] = v;
+    if (n > 2) dst[2] = v;
   }
-  if (lead > 0) std::memset(out, row[0], static_cast<size_t>(lead));
-  if (tail > lead) std::memcpy(out + lead, row + x + lead, static_cast<size_t>(tail - lead));
-  if (w > tail) std::memset(out + tail, row[p.width - 1], static_cast<size_t>(w - tail));
+}
+
+// The w x h samples from (x, y) of a plane into out, lines `stride` apart: lines and columns
+// clamped to the plane (edges repeated).  The columns clamp alike on every line.
+void clamped_block(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h, uint8_t *out, ptrdiff_t stride) {
+  const int32_t lead = clamp(-x, 0, w), tail = clamp(p.width - x, lead, w);
+  for (int32_t j = 0; j < h; ++j, out += stride) {
+    const uint8_t *row = at(p, 0, clamp(y + j, 0, p.height - 1));
+    if (lead == 0 && tail == w) {
+      copy_run(out, row + x, w);
+      continue;
+    }
+    fill_run(out, row[0], lead);
+    copy_run(out + lead, row + x + lead, tail - lead);
+    fill_run(out + tail, row[p.width - 1], w - tail);
+  }
 }
 
 }  // namespace
 
 void fetch_clamped(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_t h, uint8_t *out) {
-  for (int32_t j = 0; j < h; ++j) clamped_run(p, y + j, x, w, out + j * kFetchStride);
+  clamped_block(p, x, y, w, h, out, kFetchStride);
 }
 
 BlockGrid make_grid(int32_t width, int32_t height, int32_t bw, int32_t bh) {
@@ -182,14 +208,14 @@ void half_core(const MotionKernels &k, const MotionPlane &pic, int plane, int32_
   const uint8_t *r[6];
   const size_t count = whole_steps(static_cast<int32_t>((n - 1) * s + w));
   if (plane == 2) {
-    for (int32_t t = 0; t < n + 5; ++t) clamped_run(pic, y - 2 + t, x, w, lines + t * s);
+    clamped_block(pic, x, y - 2, w, n + 5, lines, s);
     for (int i = 0; i < 6; ++i) r[i] = lines + i * s;
     k.half_v(r, out, count);
     return;
   }
   // Planes 1 and 3 filter across picture lines: two samples before each column and three after.
   const int32_t m = plane == 1 ? n : n + 5, first = plane == 1 ? y : y - 2;
-  for (int32_t t = 0; t < m; ++t) clamped_run(pic, first + t, x - 2, w + 5, lines + t * s);
+  clamped_block(pic, x - 2, first, w + 5, m, lines, s);
   if (plane == 1) {
     k.half_h(lines + 2, out, count);
     return;
@@ -215,7 +241,7 @@ void half_patch(const MotionKernels &k, const MotionPlane &picture, int plane, i
   alignas(16) uint8_t core[kSubPatchBytes];
   half_core(k, picture, plane, x0, y0, x1 - x0, y1 - y0, s, core);
   const MotionPlane inside{core, s, x1 - x0, y1 - y0};
-  for (int32_t j = 0; j < h; ++j) clamped_run(inside, y + j - y0, x - x0, w, out + j * kSubStride);
+  clamped_block(inside, x - x0, y - y0, w, h, out, kSubStride);
   *stride = kSubStride;
 }
 

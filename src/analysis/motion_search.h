@@ -280,6 +280,10 @@ struct FinalStage {
 // Bit q of a search block's flat byte: its final block q (of the 2x2 it holds) is flat; kAllFlat:
 // every final block it holds is.
 constexpr uint8_t kAllFlat = 0x10;
+// Mean absolute difference to the right and lower neighbours below this: a flat block.
+constexpr uint32_t kFlatActivity = 2;
+// Final blocks a search block holds along an axis (1 or 2), or 0 when they do not nest.
+inline int32_t nesting(int32_t search, int32_t final) { return search == final ? 1 : (search == 2 * final ? 2 : 0); }
 // Fills f.flat where the final blocks nest in the search blocks (other grids need none; false
 // then).  It reads the source picture alone, and f.a, f.search_grid, f.grid and f.flat.
 bool mark_flat(const MotionKernels &k, const FinalStage &f);
