@@ -47,34 +47,55 @@ struct CandidateList {
 // Level blocks are at most this wide and high (the search settings' bound).
 constexpr int32_t kLevelBlockMax = 32;
 
-// block_sad for a vector that reaches over an edge of the target, the same sum.  Lines beyond the
-// top or bottom edge read the edge line: with the columns inside, each run of lines is one kernel
-// call (the edge lines with stride 0); otherwise the block is fetched with the edge samples
-// repeated.
+// block_sad for a vector that reaches over an edge of the target, the same sum: the block's
+// lines are fetched with the edge samples repeated (lines beyond the top or bottom read the edge
+// line), then matched as one block.  A line over one side is made with fixed-size moves (the
+// compiler's vector stores, no calls): the edge sample fills 32 bytes, then the 32 samples next to
+// that edge are copied over it so that the inside part lands in place; the moves reach up to 32
+// bytes before or after the line's w samples, into the slack around them.
 #if defined(__GNUC__)
 __attribute__((noinline))  // the rare path, kept out of the search's loops
 #endif
 uint32_t edge_sad(const MotionKernels &k, const MotionBlock &b, const MotionPlane &t, int32_t x, int32_t y) {
-  // Columns [lead, tail) and lines [top, bottom) of the block lie inside the target.
+  constexpr int32_t kRun = kLevelBlockMax;
+  static_assert(kFetchStride >= 2 * kRun, "a line's moves stay within the slack around it");
+  // Columns [lead, tail) of the block lie inside the target.
   const int32_t lead = clamp(-x, 0, b.w), tail = clamp(t.width - x, lead, b.w);
-  const int32_t top = clamp(-y, 0, b.h), bottom = clamp(t.height - y, top, b.h);
-  const uint32_t w = static_cast<uint32_t>(b.w);
-  const uint8_t *last = t.data + (t.height - 1) * t.stride;
-  if (lead == 0 && tail == b.w) {
-    uint32_t sum = 0;
-    if (top > 0) sum += k.sad(b.a, b.a_stride, t.data + x, 0, w, static_cast<uint32_t>(top));
-    if (bottom > top) {
-      sum += k.sad(b.a + top * b.a_stride, b.a_stride, t.data + (y + top) * t.stride + x, t.stride, w,
-                   static_cast<uint32_t>(bottom - top));
-    }
-    if (b.h > bottom) {
-      sum += k.sad(b.a + bottom * b.a_stride, b.a_stride, last + x, 0, w, static_cast<uint32_t>(b.h - bottom));
-    }
-    return sum;
+  alignas(16) uint8_t buffer[kRun + kFetchStride * kLevelBlockMax];
+  uint8_t *const fetched = buffer + kRun;
+  if (t.width < kRun || (lead > 0 && tail < b.w)) {
+    fetch_clamped(t, x, y, b.w, b.h, fetched);
+    return k.sad(b.a, b.a_stride, fetched, kFetchStride, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h));
   }
-  alignas(16) uint8_t fetched[kFetchStride * kLevelBlockMax];
-  fetch_clamped(t, x, y, b.w, b.h, fetched);
-  return k.sad(b.a, b.a_stride, fetched, kFetchStride, w, static_cast<uint32_t>(b.h));
+  const uint8_t *const first = t.data, *const last = t.data + (t.height - 1) * t.stride;
+  auto line = [&](int32_t j) {
+    const int32_t r = y + j;
+    return r < 0 ? first : (r >= t.height ? last : t.data + r * t.stride);
+  };
+  uint8_t *out = fetched;
+  if (lead > 0) {  // over the left edge: the block starts at -lead
+    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) {
+      const uint8_t *row = line(j);
+      std::memset(out, row[0], kRun);
+      std::memcpy(out + lead, row, kRun);
+    }
+  } else if (tail < b.w) {  // over the right edge: the inside part ends at tail
+    const int32_t end = t.width - kRun;
+    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) {
+      const uint8_t *row = line(j);
+      std::memcpy(out + tail - kRun, row + end, kRun);
+      std::memset(out + tail, row[end + kRun - 1], kRun);
+    }
+  } else {  // over the top or bottom only
+    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) {
+      if (b.w == 16) {
+        std::memcpy(out, line(j) + x, 16);
+      } else {
+        std::memcpy(out, line(j) + x, static_cast<size_t>(b.w));
+      }
+    }
+  }
+  return k.sad(b.a, b.a_stride, fetched, kFetchStride, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h));
 }
 
 // block_sad at whole-pixel vector v.
