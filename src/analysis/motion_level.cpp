@@ -182,6 +182,10 @@ class BlockEval {
   bool try_vec(const MotionVec &v) {
     const uint32_t m = match(v);
     last_match_ = m;
+    return rank(v, m);
+  }
+  // Ranks v, whose match is m; true when it became the best.
+  bool rank(const MotionVec &v, uint32_t m) {
     const uint64_t cost = m + lambda4_ * static_cast<uint32_t>(iabs(v.x - m_x_) + iabs(v.y - m_y_));
     // better(), without a branch on the common outcome (as random as the picture); equal costs
     // are rare.
@@ -220,16 +224,21 @@ class BlockEval {
       const uint32_t centre_match = best_match_;
       int last = -1;  // the last neighbour that became the best
       int tried = 0;
-      for (int j = 0; j < 4; ++j) {
-        const MotionVec v{centre.x + kStep[j][0], centre.y + kStep[j][1]};
-        if (v.x < lo_x || v.x > hi_x || v.y < lo_y || v.y > hi_y) continue;
-        ++tried;
-        if (j == back) {
-          around_[1 + j] = back_match;
-          continue;
+      const bool boxed = centre.x - 4 >= lo_x && centre.x + 4 <= hi_x && centre.y - 4 >= lo_y && centre.y + 4 <= hi_y;
+      if (boxed && step_inside(centre, back, back_match, &last)) {
+        tried = 4;
+      } else {
+        for (int j = 0; j < 4; ++j) {
+          const MotionVec v{centre.x + kStep[j][0], centre.y + kStep[j][1]};
+          if (v.x < lo_x || v.x > hi_x || v.y < lo_y || v.y > hi_y) continue;
+          ++tried;
+          if (j == back) {
+            around_[1 + j] = back_match;
+            continue;
+          }
+          if (try_vec(v)) last = j;
+          around_[1 + j] = last_match_;
         }
-        if (try_vec(v)) last = j;
-        around_[1 + j] = last_match_;
       }
       if (last < 0) {
         // The centre stays best and all four neighbours were matched: around() has them.
@@ -239,6 +248,42 @@ class BlockEval {
       back = last ^ 1;  // kStep pairs opposite steps: 0/1, 2/3
       back_match = centre_match;
     }
+  }
+
+  // One step of the diamond around `centre` when its four neighbours lie inside the target and
+  // the window of matches: the same evaluations in the same order, with the checks made once.
+  // False (nothing evaluated) otherwise.
+  bool step_inside(const MotionVec centre, int back, uint32_t back_match, int *last) {
+    const int32_t dx = centre.x >> 2, dy = centre.y >> 2;
+    const uint32_t wx = static_cast<uint32_t>(dx + (off_x_ >> 2)) - 1, wy = static_cast<uint32_t>(dy + (off_y_ >> 2)) - 1;
+    if (wx > kWindow - 3 || wy > kWindow - 3) return false;
+    const uint64_t px = static_cast<uint32_t>(dx - 1) - lo_x_, py = static_cast<uint32_t>(dy - 1) - lo_y_;
+    if (px + 2 > span_x_ || py + 2 > span_y_) return false;
+    const ptrdiff_t stride = t_.stride;
+    const uint8_t *at = t_at_ + dy * stride + dx;
+    uint64_t *entry = window_ + (wy + 1) * kWindow + wx + 1;
+    const ptrdiff_t step_at[4] = {-1, 1, -stride, stride};
+    const ptrdiff_t step_entry[4] = {-1, 1, -kWindow, kWindow};
+    for (int j = 0; j < 4; ++j) {
+      if (j == back) {
+        around_[1 + j] = back_match;
+        continue;
+      }
+      const MotionVec v{centre.x + kStep[j][0], centre.y + kStep[j][1]};
+      uint64_t &e = entry[step_entry[j]];
+      uint32_t m;
+      if (e >= stamp_) {
+        m = static_cast<uint32_t>(e);
+      } else {
+        const uint8_t *q = at + step_at[j];
+        m = cost16_of_sad(block_.recip, packed_ ? sad16_(own_, q, stride) : sad_(block_.a, block_.a_stride, q, stride, w_, h_));
+        e = stamp_ | m;
+        append(v, m);
+      }
+      if (rank(v, m)) *last = j;
+      around_[1 + j] = m;
+    }
+    return true;
   }
 
   // The best among the vectors seen, weighed against another prediction.
