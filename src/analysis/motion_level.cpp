@@ -264,24 +264,25 @@ class BlockEval {
     uint64_t *entry = window_ + (wy + 1) * kWindow + wx + 1;
     const ptrdiff_t step_at[4] = {-1, 1, -stride, stride};
     const ptrdiff_t step_entry[4] = {-1, 1, -kWindow, kWindow};
+    // The matches first, then the ranking: the sums do not wait on one another's ranking.
     for (int j = 0; j < 4; ++j) {
       if (j == back) {
         around_[1 + j] = back_match;
         continue;
       }
-      const MotionVec v{centre.x + kStep[j][0], centre.y + kStep[j][1]};
       uint64_t &e = entry[step_entry[j]];
-      uint32_t m;
       if (e >= stamp_) {
-        m = static_cast<uint32_t>(e);
-      } else {
-        const uint8_t *q = at + step_at[j];
-        m = cost16_of_sad(block_.recip, packed_ ? sad16_(own_, q, stride) : sad_(block_.a, block_.a_stride, q, stride, w_, h_));
-        e = stamp_ | m;
-        append(v, m);
+        around_[1 + j] = static_cast<uint32_t>(e);
+        continue;
       }
-      if (rank(v, m)) *last = j;
+      const uint8_t *q = at + step_at[j];
+      const uint32_t m = cost16_of_sad(block_.recip, packed_ ? sad16_(own_, q, stride) : sad_(block_.a, block_.a_stride, q, stride, w_, h_));
+      e = stamp_ | m;
+      append(MotionVec{centre.x + kStep[j][0], centre.y + kStep[j][1]}, m);
       around_[1 + j] = m;
+    }
+    for (int j = 0; j < 4; ++j) {
+      if (j != back && rank(MotionVec{centre.x + kStep[j][0], centre.y + kStep[j][1]}, around_[1 + j])) *last = j;
     }
     return true;
   }
