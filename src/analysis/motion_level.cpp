@@ -44,60 +44,6 @@ struct CandidateList {
   }
 };
 
-// Level blocks are at most this wide and high (the search settings' bound).
-constexpr int32_t kLevelBlockMax = 32;
-
-// block_sad for a vector that reaches over an edge of the target, the same sum: the block's
-// lines are fetched with the edge samples repeated (lines beyond the top or bottom read the edge
-// line), then matched as one block.  A line over one side is made with fixed-size moves (the
-// compiler's vector stores, no calls): the edge sample fills 32 bytes, then the 32 samples next to
-// that edge are copied over it so that the inside part lands in place; the moves reach up to 32
-// bytes before or after the line's w samples, into the slack around them.
-#if defined(__GNUC__)
-__attribute__((noinline))  // the rare path, kept out of the search's loops
-#endif
-uint32_t edge_sad(const MotionKernels &k, const MotionBlock &b, const MotionPlane &t, int32_t x, int32_t y) {
-  constexpr int32_t kRun = kLevelBlockMax;
-  static_assert(kFetchStride >= 2 * kRun, "a line's moves stay within the slack around it");
-  // Columns [lead, tail) of the block lie inside the target.
-  const int32_t lead = clamp(-x, 0, b.w), tail = clamp(t.width - x, lead, b.w);
-  alignas(16) uint8_t buffer[kRun + kFetchStride * kLevelBlockMax];
-  uint8_t *const fetched = buffer + kRun;
-  if (t.width < kRun || (lead > 0 && tail < b.w)) {
-    fetch_clamped(t, x, y, b.w, b.h, fetched);
-    return k.sad(b.a, b.a_stride, fetched, kFetchStride, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h));
-  }
-  const uint8_t *const first = t.data, *const last = t.data + (t.height - 1) * t.stride;
-  auto line = [&](int32_t j) {
-    const int32_t r = y + j;
-    return r < 0 ? first : (r >= t.height ? last : t.data + r * t.stride);
-  };
-  uint8_t *out = fetched;
-  if (lead > 0) {  // over the left edge: the block starts at -lead
-    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) {
-      const uint8_t *row = line(j);
-      std::memset(out, row[0], kRun);
-      std::memcpy(out + lead, row, kRun);
-    }
-  } else if (tail < b.w) {  // over the right edge: the inside part ends at tail
-    const int32_t end = t.width - kRun;
-    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) {
-      const uint8_t *row = line(j);
-      std::memcpy(out + tail - kRun, row + end, kRun);
-      std::memset(out + tail, row[end + kRun - 1], kRun);
-    }
-  } else {  // over the top or bottom only
-    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) {
-      if (b.w == 16) {
-        std::memcpy(out, line(j) + x, 16);
-      } else {
-        std::memcpy(out, line(j) + x, static_cast<size_t>(b.w));
-      }
-    }
-  }
-  return k.sad(b.a, b.a_stride, fetched, kFetchStride, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h));
-}
-
 // block_sad at whole-pixel vector v.
 inline uint32_t level_sad(const MotionKernels &k, const MotionBlock &b, const MotionPlane &t, const MotionVec &v) {
   const int32_t x = b.x + (v.x >> 2), y = b.y + (v.y >> 2);
@@ -105,7 +51,7 @@ inline uint32_t level_sad(const MotionKernels &k, const MotionBlock &b, const Mo
     return k.sad(b.a, b.a_stride, t.data + y * t.stride + x, t.stride, static_cast<uint32_t>(b.w),
                  static_cast<uint32_t>(b.h));
   }
-  return edge_sad(k, b, t, x, y);
+  return level_edge_sad(k, b, t, x, y);
 }
 
 // Evaluates vectors of one block against a fixed prediction and keeps the best; every vector's
@@ -344,7 +290,7 @@ class BlockEval {
       sad = packed_ ? sad16_(own_, at, t_.stride) : sad_(block_.a, block_.a_stride, at, t_.stride, w_, h_);
     } else {
       const MotionBlock b = block_;  // a copy: the evaluator's own fields stay out of the call's reach
-      sad = edge_sad(k_, b, t_, b.x + dx, b.y + dy);
+      sad = level_edge_sad(k_, b, t_, b.x + dx, b.y + dy);
     }
     return cost16_of_sad(block_.recip, sad);
   }
@@ -666,6 +612,57 @@ int32_t lean(uint32_t m, uint32_t lo, uint32_t hi) {
 }
 
 }  // namespace
+
+// The block's lines are fetched with the edge samples repeated (lines beyond the top or bottom
+// read the edge line), then matched as one block.  A line over one side is made with fixed-size
+// moves (the compiler's vector stores, no calls): the edge sample fills 32 bytes, then the 32
+// samples next to that edge are copied over it so that the inside part lands in place; the moves
+// reach up to 32 bytes before or after the line's w samples, into the slack around them.  Kept out
+// of line: the rare path of the search's loops.
+#if defined(__GNUC__)
+__attribute__((noinline))
+#endif
+uint32_t level_edge_sad(const MotionKernels &k, const MotionBlock &b, const MotionPlane &t, int32_t x, int32_t y) {
+  constexpr int32_t kRun = kLevelBlockMax;
+  static_assert(kFetchStride >= 2 * kRun, "a line's moves stay within the slack around it");
+  // Columns [lead, tail) of the block lie inside the target.
+  const int32_t lead = clamp(-x, 0, b.w), tail = clamp(t.width - x, lead, b.w);
+  alignas(16) uint8_t buffer[kRun + kFetchStride * kLevelBlockMax];
+  uint8_t *const fetched = buffer + kRun;
+  if (t.width < kRun || (lead > 0 && tail < b.w)) {
+    fetch_clamped(t, x, y, b.w, b.h, fetched);
+    return k.sad(b.a, b.a_stride, fetched, kFetchStride, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h));
+  }
+  const uint8_t *const first = t.data, *const last = t.data + (t.height - 1) * t.stride;
+  auto line = [&](int32_t j) {
+    const int32_t r = y + j;
+    return r < 0 ? first : (r >= t.height ? last : t.data + r * t.stride);
+  };
+  uint8_t *out = fetched;
+  if (lead > 0) {  // over the left edge: the block starts at -lead
+    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) {
+      const uint8_t *row = line(j);
+      std::memset(out, row[0], kRun);
+      std::memcpy(out + lead, row, kRun);
+    }
+  } else if (tail < b.w) {  // over the right edge: the inside part ends at tail
+    const int32_t end = t.width - kRun;
+    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) {
+      const uint8_t *row = line(j);
+      std::memcpy(out + tail - kRun, row + end, kRun);
+      std::memset(out + tail, row[end + kRun - 1], kRun);
+    }
+  } else {  // over the top or bottom only
+    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) {
+      if (b.w == 16) {
+        std::memcpy(out, line(j) + x, 16);
+      } else {
+        std::memcpy(out, line(j) + x, static_cast<size_t>(b.w));
+      }
+    }
+  }
+  return k.sad(b.a, b.a_stride, fetched, kFetchStride, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h));
+}
 
 void level_starts(const MotionVec *field, const uint32_t *around, int32_t n, int32_t reach_x, int32_t reach_y,
                   MotionVec *out) {
