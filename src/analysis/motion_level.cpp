@@ -633,33 +633,28 @@ uint32_t level_edge_sad(const MotionKernels &k, const MotionBlock &b, const Moti
     fetch_clamped(t, x, y, b.w, b.h, fetched);
     return k.sad(b.a, b.a_stride, fetched, kFetchStride, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h));
   }
-  const uint8_t *const first = t.data, *const last = t.data + (t.height - 1) * t.stride;
-  auto line = [&](int32_t j) {
-    const int32_t r = y + j;
-    return r < 0 ? first : (r >= t.height ? last : t.data + r * t.stride);
-  };
+  // The target line of each block line: lines [top, bottom) of the block lie inside the target.
+  const uint8_t *rows[kLevelBlockMax];
+  const int32_t top = clamp(-y, 0, b.h), bottom = clamp(t.height - y, top, b.h);
+  for (int32_t j = 0; j < top; ++j) rows[j] = t.data;
+  for (int32_t j = top; j < bottom; ++j) rows[j] = t.data + (y + j) * t.stride;
+  for (int32_t j = bottom; j < b.h; ++j) rows[j] = t.data + (t.height - 1) * t.stride;
   uint8_t *out = fetched;
   if (lead > 0) {  // over the left edge: the block starts at -lead
     for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) {
-      const uint8_t *row = line(j);
-      std::memset(out, row[0], kRun);
-      std::memcpy(out + lead, row, kRun);
+      std::memset(out, rows[j][0], kRun);
+      std::memcpy(out + lead, rows[j], kRun);
     }
   } else if (tail < b.w) {  // over the right edge: the inside part ends at tail
     const int32_t end = t.width - kRun;
     for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) {
-      const uint8_t *row = line(j);
-      std::memcpy(out + tail - kRun, row + end, kRun);
-      std::memset(out + tail, row[end + kRun - 1], kRun);
+      std::memcpy(out + tail - kRun, rows[j] + end, kRun);
+      std::memset(out + tail, rows[j][end + kRun - 1], kRun);
     }
-  } else {  // over the top or bottom only
-    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) {
-      if (b.w == 16) {
-        std::memcpy(out, line(j) + x, 16);
-      } else {
-        std::memcpy(out, line(j) + x, static_cast<size_t>(b.w));
-      }
-    }
+  } else if (b.w == 16) {  // over the top or bottom only
+    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) std::memcpy(out, rows[j] + x, 16);
+  } else {
+    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) std::memcpy(out, rows[j] + x, static_cast<size_t>(b.w));
   }
   return k.sad(b.a, b.a_stride, fetched, kFetchStride, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h));
 }
