@@ -1,7 +1,9 @@
 // The block search's SADs: 16 x 16 blocks (the search's own path) and bottom-up targets on every
-// ISA against the scalar kernel; blocks reaching over a picture's edges against the clamped fetch.
+// ISA against the scalar kernel; blocks reaching over a picture's edges against the clamped fetch;
+// the median of vector components against a sort.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <vector>
 
@@ -47,6 +49,19 @@ TEST(MotionLevelKernels, EdgeBlocksMatchTheClampedFetch) {
     const uint32_t want = isa.scalar.sad(src.data(), 32, fetched, framedsp::kFetchStride, uint32_t(b.w), uint32_t(b.h));
     ASSERT_EQ(framedsp::level_edge_sad(isa.scalar, b, t, x, y), want) << b.w << "x" << b.h << " at " << x << "," << y;
     ASSERT_EQ(framedsp::level_edge_sad(isa.simd[1], b, t, x, y), want) << b.w << "x" << b.h << " at " << x << "," << y;
+  }
+}
+
+// Short ranges (counted) and long ones (selected), runs of one value, every count from 1.
+TEST(MotionLevelKernels, MedianValueIsTheMiddleOfTheSortedValues) {
+  std::mt19937 rng(framedsp_test::test_seed());
+  for (int round = 0; round < 600; ++round) {
+    const int32_t n = 1 + int32_t(rng() % 300), span = round % 3 == 0 ? 1 << 20 : 1 + int32_t(rng() % 1100);
+    std::vector<int32_t> v(size_t(n), int32_t(rng() % 7) - 3);
+    for (int32_t &x : v) x = rng() % 4 ? int32_t(rng() % uint32_t(span)) - span / 2 : x;
+    std::vector<int32_t> sorted = v;
+    std::sort(sorted.begin(), sorted.end());
+    ASSERT_EQ(framedsp::median_value(v.data(), n), sorted[size_t(n / 2)]) << n << " values over " << span;
   }
 }
 

@@ -353,11 +353,9 @@ MotionVec global_vec(const LevelSearch &s, MotionVec *scratch) {
   const int32_t n = s.parent_grid.count();
   int32_t *values = reinterpret_cast<int32_t *>(scratch);
   for (int32_t i = 0; i < n; ++i) values[i] = s.parent[i].x;
-  std::nth_element(values, values + n / 2, values + n);
-  const int32_t gx = values[n / 2];
+  const int32_t gx = median_value(values, n);
   for (int32_t i = 0; i < n; ++i) values[i] = s.parent[i].y;
-  std::nth_element(values, values + n / 2, values + n);
-  return MotionVec{gx, values[n / 2]};
+  return MotionVec{gx, median_value(values, n)};
 }
 
 // The blocks of one row of a level: make_block's blocks with the cost scale worked out once a row.

@@ -242,6 +242,10 @@ struct MedianChunk {
 };
 void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, MedianChunk *out);
 
+// The value at index n / 2 of the n > 0 values once sorted (they may be reordered): counted when
+// they span a short range, as vector components do, selected otherwise.
+int32_t median_value(int32_t *values, int32_t n);
+
 // Ranks two evaluated candidates: lower cost, then shorter vector (L1), then the earlier one.
 inline bool better(uint64_t cost, const MotionVec &v, uint64_t best_cost, const MotionVec &best) {
   if (cost != best_cost) return cost < best_cost;
