@@ -174,9 +174,7 @@ bool follows_global(const FinalStage &f, int32_t i) {
 }
 
 MotionVec median_of(int32_t *xs, int32_t *ys, int32_t n) {
-  std::nth_element(xs, xs + n / 2, xs + n);
-  std::nth_element(ys, ys + n / 2, ys + n);
-  return MotionVec{xs[n / 2], ys[n / 2]};
+  return MotionVec{median_value(xs, n), median_value(ys, n)};
 }
 
 RingPlanes ring_planes(const HalfPlanes &half) {

@@ -44,39 +44,6 @@ struct CandidateList {
   }
 };
 
-// Level blocks are at most this wide and high (the search settings' bound).
-constexpr int32_t kLevelBlockMax = 32;
-
-// block_sad for a vector that reaches over an edge of the target, the same sum.  Lines beyond the
-// top or bottom edge read the edge line: with the columns inside, each run of lines is one kernel
-// call (the edge lines with stride 0); otherwise the block is fetched with the edge samples
-// repeated.
-#if defined(__GNUC__)
-__attribute__((noinline))  // the rare path, kept out of the search's loops
-#endif
-uint32_t edge_sad(const MotionKernels &k, const MotionBlock &b, const MotionPlane &t, int32_t x, int32_t y) {
-  // Columns [lead, tail) and lines [top, bottom) of the block lie inside the target.
-  const int32_t lead = clamp(-x, 0, b.w), tail = clamp(t.width - x, lead, b.w);
-  const int32_t top = clamp(-y, 0, b.h), bottom = clamp(t.height - y, top, b.h);
-  const uint32_t w = static_cast<uint32_t>(b.w);
-  const uint8_t *last = t.data + (t.height - 1) * t.stride;
-  if (lead == 0 && tail == b.w) {
-    uint32_t sum = 0;
-    if (top > 0) sum += k.sad(b.a, b.a_stride, t.data + x, 0, w, static_cast<uint32_t>(top));
-    if (bottom > top) {
-      sum += k.sad(b.a + top * b.a_stride, b.a_stride, t.data + (y + top) * t.stride + x, t.stride, w,
-                   static_cast<uint32_t>(bottom - top));
-    }
-    if (b.h > bottom) {
-      sum += k.sad(b.a + bottom * b.a_stride, b.a_stride, last + x, 0, w, static_cast<uint32_t>(b.h - bottom));
-    }
-    return sum;
-  }
-  alignas(16) uint8_t fetched[kFetchStride * kLevelBlockMax];
-  fetch_clamped(t, x, y, b.w, b.h, fetched);
-  return k.sad(b.a, b.a_stride, fetched, kFetchStride, w, static_cast<uint32_t>(b.h));
-}
-
 // block_sad at whole-pixel vector v.
 inline uint32_t level_sad(const MotionKernels &k, const MotionBlock &b, const MotionPlane &t, const MotionVec &v) {
   const int32_t x = b.x + (v.x >> 2), y = b.y + (v.y >> 2);
@@ -84,7 +51,7 @@ inline uint32_t level_sad(const MotionKernels &k, const MotionBlock &b, const Mo
     return k.sad(b.a, b.a_stride, t.data + y * t.stride + x, t.stride, static_cast<uint32_t>(b.w),
                  static_cast<uint32_t>(b.h));
   }
-  return edge_sad(k, b, t, x, y);
+  return level_edge_sad(k, b, t, x, y);
 }
 
 // Evaluates vectors of one block against a fixed prediction and keeps the best; every vector's
@@ -161,6 +128,10 @@ class BlockEval {
   bool try_vec(const MotionVec &v) {
     const uint32_t m = match(v);
     last_match_ = m;
+    return rank(v, m);
+  }
+  // Ranks v, whose match is m; true when it became the best.
+  bool rank(const MotionVec &v, uint32_t m) {
     const uint64_t cost = m + lambda4_ * static_cast<uint32_t>(iabs(v.x - m_x_) + iabs(v.y - m_y_));
     // better(), without a branch on the common outcome (as random as the picture); equal costs
     // are rare.
@@ -199,16 +170,21 @@ class BlockEval {
       const uint32_t centre_match = best_match_;
       int last = -1;  // the last neighbour that became the best
       int tried = 0;
-      for (int j = 0; j < 4; ++j) {
-        const MotionVec v{centre.x + kStep[j][0], centre.y + kStep[j][1]};
-        if (v.x < lo_x || v.x > hi_x || v.y < lo_y || v.y > hi_y) continue;
-        ++tried;
-        if (j == back) {
-          around_[1 + j] = back_match;
-          continue;
+      const bool boxed = centre.x - 4 >= lo_x && centre.x + 4 <= hi_x && centre.y - 4 >= lo_y && centre.y + 4 <= hi_y;
+      if (boxed && step_inside(centre, back, back_match, &last)) {
+        tried = 4;
+      } else {
+        for (int j = 0; j < 4; ++j) {
+          const MotionVec v{centre.x + kStep[j][0], centre.y + kStep[j][1]};
+          if (v.x < lo_x || v.x > hi_x || v.y < lo_y || v.y > hi_y) continue;
+          ++tried;
+          if (j == back) {
+            around_[1 + j] = back_match;
+            continue;
+          }
+          if (try_vec(v)) last = j;
+          around_[1 + j] = last_match_;
         }
-        if (try_vec(v)) last = j;
-        around_[1 + j] = last_match_;
       }
       if (last < 0) {
         // The centre stays best and all four neighbours were matched: around() has them.
@@ -218,6 +194,43 @@ class BlockEval {
       back = last ^ 1;  // kStep pairs opposite steps: 0/1, 2/3
       back_match = centre_match;
     }
+  }
+
+  // One step of the diamond around `centre` when its four neighbours lie inside the target and
+  // the window of matches: the same evaluations in the same order, with the checks made once.
+  // False (nothing evaluated) otherwise.
+  bool step_inside(const MotionVec centre, int back, uint32_t back_match, int *last) {
+    const int32_t dx = centre.x >> 2, dy = centre.y >> 2;
+    const uint32_t wx = static_cast<uint32_t>(dx + (off_x_ >> 2)) - 1, wy = static_cast<uint32_t>(dy + (off_y_ >> 2)) - 1;
+    if (wx > kWindow - 3 || wy > kWindow - 3) return false;
+    const uint64_t px = static_cast<uint32_t>(dx - 1) - lo_x_, py = static_cast<uint32_t>(dy - 1) - lo_y_;
+    if (px + 2 > span_x_ || py + 2 > span_y_) return false;
+    const ptrdiff_t stride = t_.stride;
+    const uint8_t *at = t_at_ + dy * stride + dx;
+    uint64_t *entry = window_ + (wy + 1) * kWindow + wx + 1;
+    const ptrdiff_t step_at[4] = {-1, 1, -stride, stride};
+    const ptrdiff_t step_entry[4] = {-1, 1, -kWindow, kWindow};
+    // The matches first, then the ranking: the sums do not wait on one another's ranking.
+    for (int j = 0; j < 4; ++j) {
+      if (j == back) {
+        around_[1 + j] = back_match;
+        continue;
+      }
+      uint64_t &e = entry[step_entry[j]];
+      if (e >= stamp_) {
+        around_[1 + j] = static_cast<uint32_t>(e);
+        continue;
+      }
+      const uint8_t *q = at + step_at[j];
+      const uint32_t m = cost16_of_sad(block_.recip, packed_ ? sad16_(own_, q, stride) : sad_(block_.a, block_.a_stride, q, stride, w_, h_));
+      e = stamp_ | m;
+      append(MotionVec{centre.x + kStep[j][0], centre.y + kStep[j][1]}, m);
+      around_[1 + j] = m;
+    }
+    for (int j = 0; j < 4; ++j) {
+      if (j != back && rank(MotionVec{centre.x + kStep[j][0], centre.y + kStep[j][1]}, around_[1 + j])) *last = j;
+    }
+    return true;
   }
 
   // The best among the vectors seen, weighed against another prediction.
@@ -277,7 +290,7 @@ class BlockEval {
       sad = packed_ ? sad16_(own_, at, t_.stride) : sad_(block_.a, block_.a_stride, at, t_.stride, w_, h_);
     } else {
       const MotionBlock b = block_;  // a copy: the evaluator's own fields stay out of the call's reach
-      sad = edge_sad(k_, b, t_, b.x + dx, b.y + dy);
+      sad = level_edge_sad(k_, b, t_, b.x + dx, b.y + dy);
     }
     return cost16_of_sad(block_.recip, sad);
   }
@@ -340,11 +353,9 @@ MotionVec global_vec(const LevelSearch &s, MotionVec *scratch) {
   const int32_t n = s.parent_grid.count();
   int32_t *values = reinterpret_cast<int32_t *>(scratch);
   for (int32_t i = 0; i < n; ++i) values[i] = s.parent[i].x;
-  std::nth_element(values, values + n / 2, values + n);
-  const int32_t gx = values[n / 2];
+  const int32_t gx = median_value(values, n);
   for (int32_t i = 0; i < n; ++i) values[i] = s.parent[i].y;
-  std::nth_element(values, values + n / 2, values + n);
-  return MotionVec{gx, values[n / 2]};
+  return MotionVec{gx, median_value(values, n)};
 }
 
 // The blocks of one row of a level: make_block's blocks with the cost scale worked out once a row.
@@ -599,6 +610,52 @@ int32_t lean(uint32_t m, uint32_t lo, uint32_t hi) {
 }
 
 }  // namespace
+
+// The block's lines are fetched with the edge samples repeated (lines beyond the top or bottom
+// read the edge line), then matched as one block.  A line over one side is made with fixed-size
+// moves (the compiler's vector stores, no calls): the edge sample fills 32 bytes, then the 32
+// samples next to that edge are copied over it so that the inside part lands in place; the moves
+// reach up to 32 bytes before or after the line's w samples, into the slack around them.  Kept out
+// of line: the rare path of the search's loops.
+#if defined(__GNUC__)
+__attribute__((noinline))
+#endif
+uint32_t level_edge_sad(const MotionKernels &k, const MotionBlock &b, const MotionPlane &t, int32_t x, int32_t y) {
+  constexpr int32_t kRun = kLevelBlockMax;
+  static_assert(kFetchStride >= 2 * kRun, "a line's moves stay within the slack around it");
+  // Columns [lead, tail) of the block lie inside the target.
+  const int32_t lead = clamp(-x, 0, b.w), tail = clamp(t.width - x, lead, b.w);
+  alignas(16) uint8_t buffer[kRun + kFetchStride * kLevelBlockMax];
+  uint8_t *const fetched = buffer + kRun;
+  if (t.width < kRun || (lead > 0 && tail < b.w)) {
+    fetch_clamped(t, x, y, b.w, b.h, fetched);
+    return k.sad(b.a, b.a_stride, fetched, kFetchStride, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h));
+  }
+  // The target line of each block line: lines [top, bottom) of the block lie inside the target.
+  const uint8_t *rows[kLevelBlockMax];
+  const int32_t top = clamp(-y, 0, b.h), bottom = clamp(t.height - y, top, b.h);
+  for (int32_t j = 0; j < top; ++j) rows[j] = t.data;
+  for (int32_t j = top; j < bottom; ++j) rows[j] = t.data + (y + j) * t.stride;
+  for (int32_t j = bottom; j < b.h; ++j) rows[j] = t.data + (t.height - 1) * t.stride;
+  uint8_t *out = fetched;
+  if (lead > 0) {  // over the left edge: the block starts at -lead
+    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) {
+      std::memset(out, rows[j][0], kRun);
+      std::memcpy(out + lead, rows[j], kRun);
+    }
+  } else if (tail < b.w) {  // over the right edge: the inside part ends at tail
+    const int32_t end = t.width - kRun;
+    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) {
+      std::memcpy(out + tail - kRun, rows[j] + end, kRun);
+      std::memset(out + tail, rows[j][end + kRun - 1], kRun);
+    }
+  } else if (b.w == 16) {  // over the top or bottom only
+    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) std::memcpy(out, rows[j] + x, 16);
+  } else {
+    for (int32_t j = 0; j < b.h; ++j, out += kFetchStride) std::memcpy(out, rows[j] + x, static_cast<size_t>(b.w));
+  }
+  return k.sad(b.a, b.a_stride, fetched, kFetchStride, static_cast<uint32_t>(b.w), static_cast<uint32_t>(b.h));
+}
 
 void level_starts(const MotionVec *field, const uint32_t *around, int32_t n, int32_t reach_x, int32_t reach_y,
                   MotionVec *out) {

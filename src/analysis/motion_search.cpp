@@ -323,6 +323,38 @@ inline int16_t med3(int16_t a, int16_t b, int16_t c) { return max16(min16(a, b),
 
 }  // namespace
 
+int32_t median_value(int32_t *values, int32_t n) {
+  constexpr int32_t kBins = 1024;
+  int32_t lo = values[0], hi = values[0];
+  for (int32_t i = 1; i < n; ++i) {
+    lo = std::min(lo, values[i]);
+    hi = std::max(hi, values[i]);
+  }
+  if (static_cast<int64_t>(hi) - lo >= kBins) {
+    std::nth_element(values, values + n / 2, values + n);
+    return values[n / 2];
+  }
+  // Four counts a value, taken in turn: runs of equal values (most of a field) then make four
+  // chains of increments instead of one.
+  const int32_t bins = hi - lo + 1;
+  int32_t count[4][kBins];
+  for (auto &c : count) std::fill(c, c + bins, 0);
+  int32_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    ++count[0][values[i] - lo];
+    ++count[1][values[i + 1] - lo];
+    ++count[2][values[i + 2] - lo];
+    ++count[3][values[i + 3] - lo];
+  }
+  for (; i < n; ++i) ++count[0][values[i] - lo];
+  // The first value with more than n / 2 values at or below it.
+  int32_t v = 0;
+  for (int32_t below = 0;; ++v) {
+    below += count[0][v] + count[1][v] + count[2][v] + count[3][v];
+    if (below > n / 2) return lo + v;
+  }
+}
+
 void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, MedianChunk *out) {
   // Lanes in steps of 16; those beyond the grid repeat its last column.
   const int32_t lanes = (std::min(kMedianChunk, g.cols - c0) + 15) & ~15;

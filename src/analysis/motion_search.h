@@ -145,6 +145,12 @@ void fetch_clamped(const MotionPlane &p, int32_t x, int32_t y, int32_t w, int32_
 void half_patch(const MotionKernels &k, const MotionPlane &picture, int plane, int32_t x, int32_t y, int32_t w,
                 int32_t h, uint8_t *out, ptrdiff_t *stride);
 
+// Level blocks are at most this wide and high (the search settings' bound).
+constexpr int32_t kLevelBlockMax = 32;
+// The level search's block_sad of block b (at most kLevelBlockMax a side) against t at (x, y), where
+// the block reaches over an edge of t: the sum fetch_clamped's samples give.
+uint32_t level_edge_sad(const MotionKernels &k, const MotionBlock &b, const MotionPlane &t, int32_t x, int32_t y);
+
 // The block's match at quarter-pixel vector (qx, qy) against `target` and its half-pixel samples
 // (made for the block alone), in the four parts of sad_q4 (split after sx columns and sy lines).
 // Whole and half pixels are samples of a plane; the other quarter pixels the rounded-up average
@@ -235,6 +241,10 @@ struct MedianChunk {
   MotionVec at(int32_t col) const { return MotionVec{v[0][col % kMedianChunk], v[1][col % kMedianChunk]}; }
 };
 void median_chunk(const MotionVec *field, const BlockGrid &g, int32_t row, int32_t c0, MedianChunk *out);
+
+// The value at index n / 2 of the n > 0 values once sorted (they may be reordered): counted when
+// they span a short range, as vector components do, selected otherwise.
+int32_t median_value(int32_t *values, int32_t n);
 
 // Ranks two evaluated candidates: lower cost, then shorter vector (L1), then the earlier one.
 inline bool better(uint64_t cost, const MotionVec &v, uint64_t best_cost, const MotionVec &best) {

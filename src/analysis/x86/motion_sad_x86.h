@@ -78,6 +78,14 @@ inline uint32_t sad_line(const uint8_t *a, const B &b, uint32_t w) {
     acc = _mm_add_epi64(acc, _mm_sad_epu8(load8(a + x), b.at8(x)));
     x += 8;
   }
+  if (x < w && w >= 8) {
+    // The last 1..7 samples: the 8 that end the line, those already summed masked off (byte j
+    // of the load is column w - 8 + j, summed before when j < 8 - (w - x)).
+    const __m128i keep = _mm_cmpgt_epi8(_mm_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 0, 0, 0, 0, 0, 0, 0, 0),
+                                         _mm_set1_epi8(static_cast<char>(7 - (w - x))));
+    acc = _mm_add_epi64(acc, _mm_sad_epu8(_mm_and_si128(load8(a + w - 8), keep), _mm_and_si128(b.at8(w - 8), keep)));
+    x = w;
+  }
   uint32_t sum = hsum(acc);
   for (; x < w; ++x) {
     const int d = a[x] - b.at(x);
@@ -94,6 +102,17 @@ inline uint32_t sad_block(const uint8_t *a, ptrdiff_t as, B b, uint32_t w, uint3
   if (w == 8) {
     for (; y + 2 <= h; y += 2, a += 2 * as, b.next(2)) {
       acc = _mm_add_epi64(acc, _mm_sad_epu8(pair8(a, as), b.pair(0)));
+    }
+  }
+  if (w > 8 && w < 16) {
+    // A line a vector: its first 8 samples and the 8 that end it, their overlap (byte j of the
+    // second half, column w - 8 + j, when j < 16 - w) masked off.
+    const __m128i keep = _mm_cmpgt_epi8(_mm_setr_epi8(127, 127, 127, 127, 127, 127, 127, 127, 0, 1, 2, 3, 4, 5, 6, 7),
+                                        _mm_set1_epi8(static_cast<char>(15 - w)));
+    for (; y < h; ++y, a += as, b.next(1)) {
+      const __m128i av = _mm_unpacklo_epi64(load8(a), load8(a + w - 8));
+      const __m128i bv = _mm_unpacklo_epi64(b.at8(0), b.at8(w - 8));
+      acc = _mm_add_epi64(acc, _mm_sad_epu8(_mm_and_si128(av, keep), _mm_and_si128(bv, keep)));
     }
   }
   if (w == 16) {  // a line a vector, two chains of sums
