@@ -635,7 +635,10 @@ uint32_t level_edge_sad(const MotionKernels &k, const MotionBlock &b, const Moti
   const uint8_t *rows[kLevelBlockMax];
   const int32_t top = clamp(-y, 0, b.h), bottom = clamp(t.height - y, top, b.h);
   for (int32_t j = 0; j < top; ++j) rows[j] = t.data;
-  for (int32_t j = top; j < bottom; ++j) rows[j] = t.data + (y + j) * t.stride;
+  if (top < bottom) {
+    const uint8_t *row = t.data + (y + top) * t.stride;
+    for (int32_t j = top; j < bottom; ++j, row += t.stride) rows[j] = row;
+  }
   for (int32_t j = bottom; j < b.h; ++j) rows[j] = t.data + (t.height - 1) * t.stride;
   uint8_t *out = fetched;
   if (lead > 0) {  // over the left edge: the block starts at -lead
